@@ -1,0 +1,38 @@
+# What every target of the project is compiled with.
+#   TARQUEL_SANITIZE  "", "address" (with undefined) or "thread"
+#   TARQUEL_LIBCXX    ON: libc++ instead of libstdc++ (Clang only), as on Android
+set(TARQUEL_SANITIZE "" CACHE STRING "Sanitizer: address, thread or none")
+set_property(CACHE TARQUEL_SANITIZE PROPERTY STRINGS "" address thread)
+option(TARQUEL_LIBCXX "Build with libc++" OFF)
+
+find_package(Threads REQUIRED)
+
+# The language's standard library; what is linked with libraries of the host that speak C++ through
+# their interface must stay with the host's own.
+add_library(project_stdlib INTERFACE)
+if(TARQUEL_LIBCXX)
+    target_compile_options(project_stdlib INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-stdlib=libc++>)
+    target_link_options(project_stdlib INTERFACE -stdlib=libc++)
+endif()
+
+add_library(project_checks INTERFACE)
+target_compile_options(project_checks INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Werror
+    # GCC 12 reports std::string's own code when it is inlined with sanitizers on.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${TARQUEL_SANITIZE}>>:-Wno-restrict
+        -Wno-maybe-uninitialized>)
+target_link_libraries(project_checks INTERFACE Threads::Threads)
+if(TARQUEL_SANITIZE STREQUAL "address")
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(TARQUEL_SANITIZE STREQUAL "thread")
+    set(sanitizers -fsanitize=thread -fno-omit-frame-pointer)
+elseif(NOT TARQUEL_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "TARQUEL_SANITIZE is '${TARQUEL_SANITIZE}'; use address or thread")
+endif()
+if(sanitizers)
+    target_compile_options(project_checks INTERFACE ${sanitizers})
+    target_link_options(project_checks INTERFACE ${sanitizers})
+endif()
+
+add_library(project_options INTERFACE)
+target_link_libraries(project_options INTERFACE project_checks project_stdlib)

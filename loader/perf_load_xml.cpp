@@ -1,0 +1,246 @@
+#include "loader/perf_load_xml.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <string_view>
+
+#include "loader/element_keys.h"
+#include "platform/boost_info.h"
+#include "platform/command_ids.h"
+#include "platform/log.h"
+#include "tarquel/plat.h"
+#include "tarquel/securec.h"
+
+using tarquel::IsNumber;
+namespace keys = tarquel::keys;
+
+namespace {
+
+constexpr int kMaxPairs = 35;
+constexpr size_t kPairBufferInts = 72;
+
+// What a frequency in kHz may be; the HAL takes it in MHz.
+constexpr int kMinKhz = 1000;
+constexpr int kMaxKhz = 65534999;
+constexpr int kKhzPerMhz = 1000;
+
+// Keys and values that stand beside each other; a list that is longer has nothing to pair with.
+size_t PairCount(const RawXmlData& element) {
+    return std::min(element.keys.size(), element.values.size());
+}
+
+// True when `next` leads back into the chain (a walk with two paces meets itself).
+bool IsEndless(const RawXmlData& first) {
+    const RawXmlData* slow = &first;
+    const RawXmlData* fast = &first;
+    while (fast->next != nullptr && fast->next->next != nullptr) {
+        slow = slow->next;
+        fast = fast->next->next;
+        if (slow == fast) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+extern "C" QcomPerfLoadXml* CreateTarQuelLoadXml() {
+    return new QcomPerfLoadXml;
+}
+
+QcomPerfLoadXml::QcomPerfLoadXml() {
+    mVocabulary.OpcodeMapInit();
+    mVocabulary.OpcodeSetInit();
+}
+
+QcomPerfLoadXml::~QcomPerfLoadXml() = default;
+
+void QcomPerfLoadXml::ChainDeleter::operator()(Action* head) const {
+    while (head != nullptr) {
+        Action* next = head->next;
+        delete head;
+        head = next;
+    }
+}
+
+void QcomPerfLoadXml::DeleteAction(Action& head) {
+    ChainDeleter()(&head);
+}
+
+std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
+    std::map<int, Chain> chains;
+    for (const auto& [command, head] : commands) {
+        if (head == nullptr || head->next == nullptr) continue;
+        RawXmlData& first = *head->next;
+        if (first.name == keys::kCpuInfo) {
+            for (size_t i = 0; i < PairCount(first); ++i) {
+                ParserCpuInfo(first.keys[i], first.values[i]);
+            }
+            mVocabulary.TarquelOpcodeMapInit(hasPrimeCluster != 0);
+        } else if (first.name.starts_with(keys::kFreqLevelInfo)) {
+            for (size_t i = 0; i < PairCount(first); ++i) {
+                const int level = std::stoi(first.name.substr(keys::kFreqLevelInfo.size()));
+                ParseFreqLevelInfo(first.keys[i], first.values[i], level);
+            }
+        } else if (Chain chain = IterActions(first)) {
+            chain->headValue0 = head->headValue0;
+            chain->headValue1 = head->headValue1;
+            chain->headValue2 = head->headValue2;
+            chains.emplace(command, std::move(chain));
+        }
+    }
+    mVocabulary.Clear();
+
+    auto result = std::make_unique<std::map<int, Action*>>();
+    for (const auto& [command, chain] : chains) result->emplace(command, chain.get());
+    // Nothing can fail any more: the chains change hands.
+    for (auto& [command, chain] : chains) static_cast<void>(chain.release());
+    return result.release();
+}
+
+QcomPerfLoadXml::Chain QcomPerfLoadXml::IterActions(RawXmlData& first) {
+    const int cmdId = first.cmdId;
+    if (IsEndless(first)) {
+        TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId,
+                     first.name.c_str());
+        return nullptr;
+    }
+    Chain head;
+    Action* tail = nullptr;
+    int count = 0;
+    bool hasLongTerm = false;
+    for (RawXmlData* element = &first; element != nullptr; element = element->next) {
+        std::unique_ptr<QcomAction> made = RawXmlToAction(*element);
+        if (made == nullptr) return nullptr;
+        Action* action = made.get();
+        action->skip = element->skip;
+        action->taskBoost = element->taskBoost;
+        action->stateMask = element->stateMask;
+        action->offDelayTime = element->offDelayTime;
+        action->offDelayPerc = element->offDelayPerc;
+        action->boostLevels = element->boostLevels;
+        if (tail == nullptr) {
+            head.reset(made.release());
+        } else {
+            tail->next = made.release();
+        }
+        tail = action;
+        if (element->offDelayTime > 0 || element->offDelayPerc >= 1) head->hasOffDelay = true;
+        if (action->duration == 0) hasLongTerm = true;
+        ++count;
+        if (tarquel::IsAnnounced(cmdId)) {
+            TARQUEL_LOGI("tarquel: cmdId %d is between 4225 ~ 4352\n", cmdId);
+        }
+    }
+    if (count > 1 && hasLongTerm) {
+        TARQUEL_LOGE("tarquel don't support multi-action in long term scene, cmdId is %d", cmdId);
+        return nullptr;
+    }
+    return head;
+}
+
+std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element) {
+    std::array<int, kPairBufferInts> buffer;
+    if (memset_s(buffer.data(), sizeof(buffer), 0, sizeof(buffer)) != 0) return nullptr;
+    int duration = 0;
+    int boostLimitLevel = -1;
+    std::map<int, int> pairs;
+    if (ObtainXmlValue(element, pairs, &duration, &boostLimitLevel) != 0) return nullptr;
+
+    int count = 0;
+    for (auto [opcode, value] : pairs) {
+        if (count == kMaxPairs) {
+            TARQUEL_LOGE("tarquel: xml is invalid, too many elements");
+            break;
+        }
+        if (mVocabulary.IsFrequencyOpcode(opcode)) {
+            if (value < kMinKhz || value > kMaxKhz) return nullptr;
+            value /= kKhzPerMhz;
+        }
+        buffer[static_cast<size_t>(2 * count)] = opcode;
+        buffer[static_cast<size_t>(2 * count + 1)] = value;
+        ++count;
+    }
+    return std::make_unique<QcomAction>(element.cmdId, element.name, duration, boostLimitLevel,
+                                        count, buffer.data());
+}
+
+int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
+                                    int* boostLimitLevel) {
+    if (duration == nullptr || boostLimitLevel == nullptr) return -1;
+    const int cmdId = element.cmdId;
+    bool namesTags = false;
+    for (size_t i = 0; i < PairCount(element); ++i) {
+        const std::string& key = element.keys[i];
+        const std::string& value = element.values[i];
+        const bool isHeadKey = keys::IsHeadKey(key);
+        std::optional<int32_t> code;
+        if (!isHeadKey) {
+            code = namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
+            if (!code) {
+                TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId,
+                             key.c_str());
+                return -1;
+            }
+            if (const auto kept = pairs.find(*code); kept != pairs.end()) {
+                TARQUEL_LOGE("tarquel: multi-duration exist! we choose the first value(%d, %d)",
+                             kept->second, std::atoi(value.c_str()));
+                continue;
+            }
+        }
+        if (!IsNumber(value)) {
+            TARQUEL_LOGE("tarquel: xml element is invalid, cmdId is %d element is %s", cmdId,
+                         key.c_str());
+            return -1;
+        }
+        const int number = std::atoi(value.c_str());
+        if (code) {
+            pairs.emplace(*code, number);
+        } else if (key == keys::kDuration) {
+            *duration = number;
+            // Counts for the keys behind it: long-term scenes name tags, all others opcodes.
+            namesTags = number == 0 && tarquel::IsLongTermScene(cmdId);
+        } else {
+            StoreHeadValue(element, key, number, boostLimitLevel);
+        }
+    }
+    return 0;
+}
+
+QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
+    std::map<std::string, std::string> pairs;
+    if (ObtainInterXmlValue(element, pairs) != 0) return nullptr;
+    int duration = -1;
+    int boostLimitLevel = -1;
+    int count = 0;
+    std::vector<std::string> strings;
+    for (const auto& [key, value] : pairs) {
+        if (key == keys::kDuration) {
+            duration = std::atoi(value.c_str());
+        } else if (key == keys::kBoostLimitLevel) {
+            boostLimitLevel = std::atoi(value.c_str());
+        } else {
+            strings.push_back(key);
+            strings.push_back(value);
+            ++count;
+        }
+    }
+    return new QcomAction(element.cmdId, element.name, duration, boostLimitLevel, count,
+                          std::move(strings));
+}
+
+int QcomPerfLoadXml::ObtainInterXmlValue(RawXmlData& element,
+                                         std::map<std::string, std::string>& pairs) {
+    for (size_t i = 0; i < PairCount(element); ++i) {
+        const std::string& key = element.keys[i];
+        if (!tarquel::IsInteractiveKey(key)) {
+            TARQUEL_LOGE("inter xml is invalid, cmdId is %d element is %s", element.cmdId,
+                         key.c_str());
+            return -1;
+        }
+        if (!pairs.emplace(key, element.values[i]).second) {
+            TARQUEL_LOGI("cmdId(%d) multi-tag(%s) exist!", element.cmdId, key.c_str());
+        }
+    }
+    return 0;
+}

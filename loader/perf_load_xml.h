@@ -1,0 +1,75 @@
+// The loader: turns the policy server's parsed configuration into action chains.
+//
+//   ParserXml             every command of a configuration
+//   InterRawXmlToAction   one interactive-governor element
+//   DeleteAction          frees a chain
+//
+// One loader reads one configuration on one thread: its names of opcodes serve the first ParserXml
+// only. Failures are log lines; one bad element costs its whole command and no other.
+#pragma once
+
+#include <array>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "loader/vocabulary.h"
+#include "tarquel/action.h"
+#include "tarquel/api.h"
+#include "tarquel/raw_xml_data.h"
+
+class QcomPerfLoadXml {
+  public:
+    QcomPerfLoadXml();
+    virtual ~QcomPerfLoadXml();
+
+    // Builds the chains of all commands, in ascending order of their keys; a head without a next
+    // element is skipped. "qcom_cpu_info" and "freq_level_info<N>" elements fill process-wide
+    // records instead.
+    //   Returns  a new map from command key to the head of its chain; the caller owns both
+    //   Throws   what std::stoi throws for a level element whose name carries no number
+    TARQUEL_API virtual std::map<int, Action*>* ParserXml(std::map<int, RawXmlData*>& commands);
+
+    QcomPerfLoadXml(const QcomPerfLoadXml&) = delete;
+    QcomPerfLoadXml& operator=(const QcomPerfLoadXml&) = delete;
+
+    // A new action in interactive form, which the caller owns; null for an element with a key that
+    // is not interactive.
+    TARQUEL_API QcomAction* InterRawXmlToAction(RawXmlData& element);
+
+    // Destroys `head` and every action behind it.
+    TARQUEL_API void DeleteAction(Action& head);
+
+  private:
+    // Frees the chain that it heads.
+    struct ChainDeleter {
+        void operator()(Action* head) const;
+    };
+    using Chain = std::unique_ptr<Action, ChainDeleter>;
+
+    Chain IterActions(RawXmlData& first);
+    std::unique_ptr<QcomAction> RawXmlToAction(RawXmlData& element);
+    int ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
+                       int* boostLimitLevel);
+    void StoreHeadValue(RawXmlData& element, std::string_view key, int number,
+                        int* boostLimitLevel);
+    int ObtainInterXmlValue(RawXmlData& element, std::map<std::string, std::string>& pairs);
+
+    void ParserCpuInfo(const std::string& key, const std::string& value);
+    void ParseFreqLevelInfo(const std::string& key, const std::string& value, int level);
+
+    tarquel::Vocabulary mVocabulary;
+    int hasPrimeCluster = 0;
+};
+
+namespace tarquel {
+
+// A non-empty text of decimal digits, of which the first character may be '-' instead.
+bool IsNumber(const std::string& text);
+
+// The eight nibbles of `value`, most significant first.
+std::array<int, 8> ParseBoostFreqLevelList(int value);
+
+}  // namespace tarquel

@@ -1,0 +1,75 @@
+#include "loader/vocabulary.h"
+
+#include <algorithm>
+
+#include "loader/vocabulary_table.h"
+
+namespace tarquel {
+
+namespace {
+
+constexpr bool IsBefore(const OpcodeName& a, const OpcodeName& b) {
+    return a.name < b.name;
+}
+
+constexpr auto kOpcodesByName = [] {
+    auto rows = kOpcodeNames;
+    std::sort(rows.begin(), rows.end(), IsBefore);
+    return rows;
+}();
+
+template <typename Row, size_t N>
+constexpr const Row* FindRow(const std::array<Row, N>& rows, std::string_view name) {
+    const auto found =
+        std::find_if(rows.begin(), rows.end(), [&](const Row& row) { return row.name == name; });
+    return found == rows.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+void Vocabulary::TarquelOpcodeMapInit(bool hasPrimeCluster) {
+    mTagLayout = hasPrimeCluster ? TagLayout::kThreeClusters : TagLayout::kTwoClusters;
+}
+
+void Vocabulary::Clear() {
+    mOpcodesInForce = false;
+    mFrequenciesInForce = false;
+}
+
+std::optional<int32_t> Vocabulary::FindOpcode(std::string_view key) const {
+    if (!mOpcodesInForce) return std::nullopt;
+    return FindOpcodeInLayout(key, busLayout);
+}
+
+std::optional<int32_t> Vocabulary::FindTag(std::string_view key) const {
+    if (mTagLayout == TagLayout::kNone) return std::nullopt;
+    const TagName* row = FindRow(kTagNames, key);
+    if (row == nullptr) return std::nullopt;
+    const int tag =
+        mTagLayout == TagLayout::kThreeClusters ? row->tagThreeClusters : row->tagTwoClusters;
+    if (tag == kNoTag) return std::nullopt;
+    return tag;
+}
+
+bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {
+    return mFrequenciesInForce && std::find(kFrequencyOpcodes.begin(), kFrequencyOpcodes.end(),
+                                            opcode) != kFrequencyOpcodes.end();
+}
+
+std::optional<int32_t> FindOpcodeInLayout(std::string_view key, int busLayout) {
+    if (busLayout != 1) {
+        if (key == kOnlyInBusLayout1) return std::nullopt;
+        if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return row->opcode;
+    }
+    const auto found = std::lower_bound(kOpcodesByName.begin(), kOpcodesByName.end(),
+                                        OpcodeName{key, 0}, IsBefore);
+    if (found == kOpcodesByName.end() || found->name != key) return std::nullopt;
+    return found->opcode;
+}
+
+bool IsInteractiveKey(std::string_view key) {
+    return std::find(kInteractiveKeys.begin(), kInteractiveKeys.end(), key) !=
+           kInteractiveKeys.end();
+}
+
+}  // namespace tarquel

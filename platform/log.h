@@ -1,0 +1,13 @@
+// The Android log. The tag is null for every message but one (QcomPerfPlat::Initialize).
+//
+// Macros, not functions, so that the compiler checks each format where it stands and a line that a
+// switch holds back costs no argument evaluation. Lines at info and debug priority are written only
+// while a debug switch is on: guard them with DebugSwitches. The loader, which has no switches,
+// always writes.
+#pragma once
+
+#include <android/log.h>
+
+#define TARQUEL_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, nullptr, __VA_ARGS__)
+#define TARQUEL_LOGI(...) __android_log_print(ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
+#define TARQUEL_LOGD(...) __android_log_print(ANDROID_LOG_DEBUG, nullptr, __VA_ARGS__)
