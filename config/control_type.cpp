@@ -1,0 +1,73 @@
+#include "config/control_type.h"
+
+#include "platform/client_ids.h"
+#include "platform/log.h"
+#include "tarquel/jank_log.h"
+
+namespace tarquel {
+
+namespace {
+
+constexpr int kThermalReleased = -1;
+constexpr int kJankPriority = 3;
+constexpr int kJankId = 361;
+
+}  // namespace
+
+int ControlType::SetControlType(int type) {
+    switch (type) {
+        case 0:
+            mControl.mPerf = 1;
+            mControl.mThermal = 0;
+            mControl.mEnableBoost = 1;
+            WriteDefaultCeilings();
+            break;
+        case 2:
+        case 9:
+            ReleaseThermal();
+            break;
+        case 4:
+        case 10:
+            mControl.mEnableBoost = 0;
+            ReleaseThermal();
+            break;
+        case 5:
+            mControl.mPerf = 1;
+            mControl.mThermal = 1;
+            break;
+        case 6:
+        case 7:
+        case 8:
+            mControl.mPerf = 0;
+            mControl.mThermal = type - 4;  // thermal level 2, 3, 4
+            break;
+        default:
+            break;
+    }
+    const int enableBoost = mControl.mEnableBoost;
+    if (mSwitches.IsVerbose()) {
+        TARQUEL_LOGI("tarquel: SetControlType config %d, mEnableBoost %d\n", type, enableBoost);
+    }
+    __zqlog_jank_print(kJankPriority, kJankId, "#EB:%d#PBP:%d", enableBoost, mControl.mPerf.load());
+    return 0;
+}
+
+void ControlType::ReleaseThermal() {
+    mControl.mPerf = 0;
+    mControl.mThermal = kThermalReleased;
+    // Before the timer is disarmed, which would otherwise restore limits that are just being set.
+    mControl.mBreakThrough = false;
+    mTimer.SetTimer(0);
+}
+
+void ControlType::WriteDefaultCeilings() {
+    mIo.WriteNode(mNodes.Get(kTagLittleMax), mRecords.little.cpuinfoMaxFreq);
+    if (mLayout.HasPrimeCluster()) {
+        mIo.WriteNode(mNodes.Get(kTagMiddleMax), mRecords.big.cpuinfoMaxFreq);
+        mIo.WriteNode(mNodes.Get(kTagLastMax), mRecords.prime.cpuinfoMaxFreq);
+    } else {
+        mIo.WriteNode(mNodes.Get(kTagLastMax), mRecords.big.cpuinfoMaxFreq);
+    }
+}
+
+}  // namespace tarquel

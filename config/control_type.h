@@ -1,0 +1,42 @@
+// The control type (tag 57): who owns the limits and under which thermal level actions run.
+#pragma once
+
+#include "nodes/freq_records.h"
+#include "nodes/node_io.h"
+#include "nodes/node_table.h"
+#include "platform/adapter_state.h"
+#include "platform/breakthrough_timer.h"
+
+namespace tarquel {
+
+class ControlType {
+  public:
+    ControlType(const DebugSwitches& switches, ControlState& control, const ClusterLayout& layout,
+                const FreqRecords& records, const NodeIo& io, NodeTable& nodes,
+                BreakthroughTimer& timer)
+        : mSwitches(switches),
+          mControl(control),
+          mLayout(layout),
+          mRecords(records),
+          mIo(io),
+          mNodes(nodes),
+          mTimer(timer) {}
+
+    // Enters a control type; 1, 3 and whatever is not 0 to 10 change nothing. Every type is logged
+    // and leaves a jank record. Always 0.
+    int SetControlType(int type);
+
+  private:
+    void ReleaseThermal();
+    void WriteDefaultCeilings();
+
+    const DebugSwitches& mSwitches;
+    ControlState& mControl;
+    const ClusterLayout& mLayout;
+    const FreqRecords& mRecords;
+    const NodeIo& mIo;
+    NodeTable& mNodes;
+    BreakthroughTimer& mTimer;
+};
+
+}  // namespace tarquel

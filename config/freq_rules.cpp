@@ -1,0 +1,67 @@
+#include "config/freq_rules.h"
+
+#include "platform/client_ids.h"
+#include "platform/log.h"
+
+namespace tarquel {
+
+int FreqRules::UpdateMinCpuFreq(int value, CPUFREQ& freq) {
+    if (value == 0) {
+        value = freq.defaultMinFreq;
+        if (mSwitches.IsVerbose()) TARQUEL_LOGI("tarquel: reset setMinCpuFreq = %d.\n", value);
+    } else if (value > freq.mMaxFreq) {
+        if (mSwitches.IsVerbose()) TARQUEL_LOGI("tarquel: setMinCpuFreq > cpuFreq.mMaxFreq.\n");
+        value = freq.mMaxFreq;
+    }
+    freq.mMinFreq = value;
+    return value;
+}
+
+int FreqRules::UpdateMaxCpuFreq(int value, CPUFREQ& freq, int tagMin, int tagMax) {
+    if (value == 0) {
+        value = freq.cpuinfoMaxFreq;
+        if (mSwitches.IsVerbose()) TARQUEL_LOGI("tarquel: reset setMaxCpuFreq = %d.\n", value);
+    } else if (freq.mMinFreq > value) {
+        const NodeList* floorNode = mNodes.Find(tagMin);
+        if (mControl.mPerf == 0 && floorNode != nullptr) mIo.WriteNode(*floorNode, value);
+        freq.mMinFreq = value;
+        mPerfService.PerfServiceSetConfig(tagMin, value);
+        if (mSwitches.IsVerbose()) TARQUEL_LOGI("tarquel: setMaxCpuFreq < cpuFreq.mMinFreq.\n");
+    }
+    freq.mMaxFreq = value;
+    if (value != freq.cpuinfoMaxFreq) return value;
+
+    if (const NodeList* ceilingNode = mNodes.Find(tagMax)) {
+        mIo.WriteNode(*ceilingNode, value);
+        mScaling.MarkWritten(tagMax);
+        if (mSwitches.IsVerbose()) {
+            TARQUEL_LOGI("tarquel: tagMax = %d, setMaxCpuFreq = %d.\n", tagMax, value);
+        }
+    }
+    // A CPU ceiling at its default needs no lock; the GPU's keeps one.
+    return tagMax == kTagGpuMax ? value : kNoModification;
+}
+
+int FreqRules::UpdateCpuMax(int tag, int value) {
+    switch (tag) {
+        case kTagLittleMax:
+            return UpdateMaxCpuFreq(value, mRecords.little, kTagLittleMin, kTagLittleMax);
+        case kTagMiddleMax:
+            return UpdateMaxCpuFreq(value, Middle(), kTagMiddleMin, kTagMiddleMax);
+        default:
+            return UpdateMaxCpuFreq(value, Last(), kTagLastMin, kTagLastMax);
+    }
+}
+
+bool FreqRules::WriteUnlessOwned(int tag, int value) {
+    if (value == kNoModification || mControl.mPerf != 0 || mControl.mBreakThrough) return false;
+    const NodeList* node = mNodes.Find(tag);
+    if (node == nullptr) {
+        TARQUEL_LOGE("tarquel: tag = %d not in mCpuNodeMap\n", tag);
+        return false;
+    }
+    mIo.WriteNode(*node, value);
+    return true;
+}
+
+}  // namespace tarquel

@@ -1,0 +1,61 @@
+// Group requests: many tags held by one perf lock with one duration.
+//
+// The first position of a group's list is a header: the group key as the tag, the duration in ms as
+// the value. Each key has at most one timed and one untimed lock.
+#pragma once
+
+#include <map>
+#include <span>
+
+#include "config/freq_rules.h"
+#include "config/perf_service.h"
+#include "config/tag_values.h"
+#include "nodes/tag_opcodes.h"
+#include "platform/adapter_state.h"
+#include "platform/perf_lock.h"
+#include "platform/trace.h"
+
+namespace tarquel {
+
+// Threads: callers hold the frequency manager's mutex.
+class GroupConfig {
+  public:
+    GroupConfig(const DebugSwitches& switches, const ControlState& control,
+                const ClusterLayout& layout, const Tracer& tracer, TagOpcodes& opcodes,
+                FreqRules& rules, PerfService& perfService, PerfLockClient& perfLock)
+        : mSwitches(switches),
+          mControl(control),
+          mLayout(layout),
+          mTracer(tracer),
+          mOpcodes(opcodes),
+          mRules(rules),
+          mPerfService(perfService),
+          mPerfLock(perfLock) {}
+
+    // Replaces the group's lock of the same kind.
+    //   configs[0]  ms; 0 holds until replaced or cancelled, negative cancels the untimed lock
+    //   Returns     0, also when the HAL refuses; -1 for a group without tags or with a
+    //   core-control
+    //               tag while isolation is off
+    int DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs);
+
+  private:
+    int DoGroupPerfRel(int groupKey, int duration);
+    TagValues UpdateGroupTagMap(int tagLen, const int* tags, const int* configs);
+    void ApplyCpuMax(int tagLen, int tag, int value);
+    bool FillList(const TagValues& group, int duration, std::span<int> list);
+    bool BeginGroupSection(int duration, std::span<const int> list) const;
+
+    const DebugSwitches& mSwitches;
+    const ControlState& mControl;
+    const ClusterLayout& mLayout;
+    const Tracer& mTracer;
+    TagOpcodes& mOpcodes;
+    FreqRules& mRules;
+    PerfService& mPerfService;
+    PerfLockClient& mPerfLock;
+    std::map<int, int> mTimedGroupHandleMap;    // group key -> handle
+    std::map<int, int> mUntimedGroupHandleMap;  // group key -> handle
+};
+
+}  // namespace tarquel

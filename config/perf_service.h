@@ -1,0 +1,59 @@
+// Perf locks by tag: at most one lock for each tag, replaced by the next request for it.
+#pragma once
+
+#include <map>
+
+#include "loader/cluster_layout.h"
+#include "nodes/tag_opcodes.h"
+#include "platform/adapter_state.h"
+#include "platform/perf_lock.h"
+#include "platform/trace.h"
+
+namespace tarquel {
+
+// The value that takes a tag's lock away and leaves the tag without one.
+inline constexpr int kNoModification = -1;
+
+// Tags 61 to 66: core control, refused while core isolation is off.
+constexpr bool IsIsolationTag(int tag) {
+    return tag >= 61 && tag <= 66;
+}
+
+// What the HAL takes for a value of `tag`: MHz for CPU (tags below 9, kHz) and GPU (tags 9 and 10,
+// Hz) frequencies, truncated; -1 and other tags' values as they are.
+constexpr int ToHalValue(int tag, int value) {
+    if (value == kNoModification || tag > 10) return value;
+    return value / (tag < 9 ? 1000 : 1000000);
+}
+
+// Threads: callers hold the frequency manager's mutex.
+class PerfService {
+  public:
+    PerfService(const DebugSwitches& switches, const ClusterLayout& layout, const Tracer& tracer,
+                const TagOpcodes& opcodes, PerfLockClient& perfLock)
+        : mSwitches(switches),
+          mLayout(layout),
+          mTracer(tracer),
+          mOpcodes(opcodes),
+          mPerfLock(perfLock) {}
+
+    // Replaces the tag's lock by one for `value` that lasts until it is replaced; -1 only releases.
+    //   Returns  0, also when the HAL refuses; -1, changing nothing, for a tag without opcode or a
+    //            core-control tag while isolation is off
+    int PerfServiceSetConfig(int tag, int value);
+
+    // Releases the lock that `handleMap` records for `key`, if it holds one, and records 0.
+    void DoHandleMapRelease(std::map<int, int>& handleMap, int key);
+
+  private:
+    void Replace(int tag, uint32_t opcode, int value);
+
+    const DebugSwitches& mSwitches;
+    const ClusterLayout& mLayout;
+    const Tracer& mTracer;
+    const TagOpcodes& mOpcodes;
+    PerfLockClient& mPerfLock;
+    std::map<int, int> mConfigHandleMap;  // tag -> handle
+};
+
+}  // namespace tarquel

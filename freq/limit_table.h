@@ -1,0 +1,47 @@
+// The last limits of one requester on the six arbitrated tags.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+
+namespace tarquel {
+
+// Tags that take part in client arbitration: little, middle and last cluster ceiling, GPU ceiling,
+// IPA switch temperature, IPA sustainable power.
+inline constexpr auto kConfigSet = std::to_array<int>({1, 4, 7, 10, 40, 41});
+
+constexpr bool IsConfigTag(int tag) {
+    return std::find(kConfigSet.begin(), kConfigSet.end(), tag) != kConfigSet.end();
+}
+
+inline constexpr int kUnset = -1;
+
+// Writers hold the frequency manager's mutex; readers need not (the dump and the timer do not).
+class LimitTable {
+  public:
+    // 0 for a tag outside kConfigSet.
+    int Get(int tag) const {
+        const std::atomic<int>* value = Slot(*this, tag);
+        return value == nullptr ? 0 : value->load(std::memory_order_relaxed);
+    }
+
+    // Ignores a tag outside kConfigSet.
+    void Set(int tag, int value) {
+        std::atomic<int>* slot = Slot(*this, tag);
+        if (slot != nullptr) slot->store(value, std::memory_order_relaxed);
+    }
+
+  private:
+    template <typename Table>
+    static auto Slot(Table& table, int tag) -> decltype(&table.mValues[0]) {
+        const auto found = std::find(kConfigSet.begin(), kConfigSet.end(), tag);
+        if (found == kConfigSet.end()) return nullptr;
+        return &table.mValues[static_cast<size_t>(found - kConfigSet.begin())];
+    }
+
+    std::array<std::atomic<int>, kConfigSet.size()> mValues{kUnset, kUnset, kUnset,
+                                                            kUnset, kUnset, kUnset};
+};
+
+}  // namespace tarquel

@@ -1,0 +1,67 @@
+// Which kernel nodes stand for each tag on this device, and the platform's default limits.
+//
+// Built once, while the adapter is built. CPU hot-plug does not rebuild it: a per-cluster tag lists
+// the node of every CPU, so that the cluster's shared file is reached through whichever is online.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <span>
+#include <string_view>
+
+#include "loader/cluster_layout.h"
+#include "nodes/freq_records.h"
+#include "nodes/node_io.h"
+#include "nodes/node_path_table.h"
+#include "platform/adapter_state.h"
+
+namespace tarquel {
+
+class NodeTable {
+  public:
+    NodeTable(const DebugSwitches& switches, const ClusterLayout& layout)
+        : mSwitches(switches), mLayout(layout) {}
+
+    // The eight builders, in the order in which the adapter runs them.
+    void InitGpuFreqNode();
+    void InitCpuInfoFreqNode();
+    void InitCpuFreqNode();
+    void InitOnlineCoreNode();
+    void InitCpuCtlCgroupNode();
+    void InitCpuLlccDdrL3Node();
+    void InitSchedNode();
+    void InitSchedutilHispeedClusterNode();
+
+    // The paths of a tag that the table holds, or null. Threads: any.
+    const NodeList* Find(int tag) const;
+
+    // The paths of a tag. One that the table does not hold is entered with no path at all: reads
+    // and writes of it do nothing, and Find finds it from then on. Threads: any.
+    const NodeList& Get(int tag);
+
+  private:
+    // Tags above the highest one that any table names are held by nobody.
+    static constexpr int kTags = 128;
+    struct Entry {
+        NodeList paths;
+        std::atomic<bool> isHeld{false};
+    };
+
+    void Assign(int tag, NodeList paths);
+    void AddFixed(std::span<const FixedNode> rows);
+    void AddPerCluster(std::span<const ClusterNode> rows);
+
+    const DebugSwitches& mSwitches;
+    const ClusterLayout& mLayout;
+    std::array<Entry, kTags> mCpuNodeMap;
+};
+
+// Appends the path of a CPU's node: prefix, CPU number, `suffix`. A path that cannot be formatted
+// is left out, with a log line.
+void GetCpuFreqNode(NodeList& paths, std::string_view suffix, int cpu);
+
+// The paths of `suffix` for every CPU of a cluster, ascending; none when its first CPU is above its
+// last, or when the range is wider than any device (with a log line).
+NodeList ClusterNodes(const CpuRange& cpus, std::string_view suffix);
+
+}  // namespace tarquel

@@ -1,0 +1,252 @@
+#include "platform/action_executor.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstring>
+#include <span>
+
+#include "freq/freq_manager.h"
+#include "platform/command_ids.h"
+#include "platform/log.h"
+#include "platform/perf_list.h"
+#include "tarquel/on_demand_boost_server.h"
+#include "tarquel/securec.h"
+
+namespace tarquel {
+
+namespace {
+
+// What one call of the HAL takes.
+constexpr int kMaxListInts = 64;
+
+// A pair with this tag is no limit: it asks for the action to be run again.
+constexpr int kTagRunAgain = 12;
+
+// How deep scenes may re-enter DoAction before they are refused: far above any sensible chain, far
+// below the stack of a server thread.
+constexpr int kMaxReentry = 32;
+thread_local int tReentryDepth = 0;
+
+constexpr int kBreakthroughDefaultMs = 3000;
+
+}  // namespace
+
+Payload::Payload(unsigned int num, const int* values)
+    : count(values == nullptr ? 0 : static_cast<int>(std::min<unsigned>(num, INT_MAX))),
+      first(count == 0 ? nullptr : values) {}
+
+bool Payload::IsOnOrOff() const {
+    return Is(kEventOn) || Is(kEventOff);
+}
+
+int ActionExecutor::DoAction(const Action& first, const Payload& payload) {
+    int result = 0;
+    int index = 0;
+    for (const Action* action = &first; action != nullptr; action = action->next, ++index) {
+        if (action->skip != 0 || action->duration < 0) continue;
+        if (action->stateMask >= 1 && (action->stateMask & mControl.mState) == 0) continue;
+
+        const int cmdId = action->cmdId;
+        const int done = PerfServiceAcq(*action, index, payload);
+        if (done == 0) {
+            if (!mSwitches.IsDebug() || cmdId == kCmdQuietOnSuccess) continue;
+            if (payload.first == nullptr) {
+                TARQUEL_LOGI("tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d\n", done,
+                             cmdId, payload.count);
+            } else {
+                TARQUEL_LOGI(
+                    "tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d, payload = %d\n", done,
+                    cmdId, payload.count, payload.first[0]);
+            }
+        } else if (done != 1) {
+            result = -1;
+        }
+    }
+    return result;
+}
+
+int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payload& payload) {
+    const int cmdId = action.cmdId;
+    if (cmdId == kNoCommand) {
+        TARQUEL_LOGE("tarquel: PerfServiceAcq failed, action is NULL!\n");
+        return -2;
+    }
+    if (mControl.mEnableBoost == 0) {
+        if (mSwitches.IsVerbose()) {
+            TARQUEL_LOGI("tarquel: PerfServiceAcq disable boost---low temperature!\n");
+        }
+        return 0;
+    }
+    if (!payload.IsOnOrOff()) StartBreakthroughIfAllowed(action, action.duration);
+    if (IsLongTermScene(cmdId) && action.duration == 0) return DoOnOffAction(action, payload);
+    if (payload.Is(kEventOff)) {
+        mHandles.DoEventReleaseHandle(cmdId, index);
+        return 1;
+    }
+    if (cmdId == kCmdRegularEventEnd) mHandles.DoEventReleaseHandle(cmdId, index);
+
+    const std::span<const int> pairs = PerfPairs(action);
+    if (pairs.empty()) return -3;
+    const int len = static_cast<int>(std::min<size_t>(pairs.size(), kMaxListInts));
+    const int durationMs = OnDemandDuration(cmdId, action.duration, payload.first);
+    std::array<int, kMaxListInts> list{};
+    std::copy_n(pairs.begin(), len, list.begin());
+    if (payload.Is(kEventOn)) StartBreakthroughIfAllowed(action, durationMs);
+
+    const bool inSection = BeginActionSection(durationMs, list.data(), len);
+    int oldHandle = kNoLock;
+    int newHandle = kNoLock;
+    if (cmdId == kCmdRegularEvent || payload.Is(kEventOn)) {
+        oldHandle = mHandles.GetEventHandle(cmdId, index);
+        newHandle = mPerfLock.PerfLockAcq(oldHandle, durationMs, list.data(), len);
+        mHandles.CacheHandle(cmdId, index, newHandle);
+    } else if (durationMs < 1) {
+        newHandle = AcquireCommonLock(cmdId, durationMs, list.data(), len);
+    } else {
+        newHandle = mPerfLock.PerfLockAcq(kNoLock, durationMs, list.data(), len);
+    }
+    LogAcquired(action, oldHandle, newHandle, durationMs);
+    if (inSection) mTracer.TarquelAtraceEnd();
+    return 0;
+}
+
+int ActionExecutor::AcquireCommonLock(int cmdId, int durationMs, int* list, int len) {
+    if (IsHeldLock(mCommonHandle)) mPerfLock.PerfLockRel(mCommonHandle);
+    mCommonHandle = mPerfLock.PerfLockAcq(kNoLock, durationMs, list, len);
+    if (mSwitches.IsVerbose()) {
+        TARQUEL_LOGI("tarquel: PerfLockAcq cmdId = %d, mCommonHandle = %d\n", cmdId, mCommonHandle);
+    }
+    return mCommonHandle;
+}
+
+void ActionExecutor::LogAcquired(const Action& action, int oldHandle, int newHandle,
+                                 int durationMs) const {
+    if (newHandle < 1) {
+        TARQUEL_LOGE(
+            "tarquel: PerfLockAcq failed! cmdId = %d, oldHandle = %d, updateHandle = %d, "
+            "duration = %d\n",
+            action.cmdId, oldHandle, newHandle, durationMs);
+    } else if (mSwitches.IsVerbose() && action.cmdId != kCmdQuietOnSuccess) {
+        TARQUEL_LOGI(
+            "tarquel: PerfLockAcq cmdId = %d, oldHandle = %d, updateHandle = %d, tagLen = %d, "
+            "duration = %d\n",
+            action.cmdId, oldHandle, newHandle, action.tagLen, durationMs);
+    }
+}
+
+// An action that may break through the thermal limit in force lifts it for its time.
+void ActionExecutor::StartBreakthroughIfAllowed(const Action& action, int durationMs) {
+    const int thermal = mControl.mThermal;
+    if (thermal < 1 || action.boostLimitLevel < thermal || action.breakThrough == 0) return;
+    if (durationMs != 0 && action.cmdId == kCmdRegularEventEnd) mTimer.SetTimer(0);
+    mTimer.SetTimer(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
+    mControl.mBreakThrough = true;
+}
+
+int ActionExecutor::OnDemandDuration(int cmdId, int durationMs, const int* payload) const {
+    const int wanted = OnDemandBoostServer::getInstance().GetDuration(cmdId, durationMs, payload);
+    if (wanted < 1) return durationMs;
+    if (mSwitches.IsVerbose()) {
+        TARQUEL_LOGI("tarquel: cmdId = %d, onDemandDuration = %d\n", cmdId, wanted);
+    }
+    return wanted;
+}
+
+// Opens the section of one acquisition. False when there is none to close: tracing is off or the
+// text does not fit.
+bool ActionExecutor::BeginActionSection(int durationMs, const int* list, int len) const {
+    if (!mTracer.IsOn()) return false;
+    TextBuffer listText;
+    if (!FormatPerfList({list, static_cast<size_t>(len)}, listText)) {
+        TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_arg_buf error\n");
+        return false;
+    }
+    TextBuffer text;
+    if (snprintf_s(text.data(), text.size(), text.size() - 1,
+                   "PerfServiceAcq duration=%d, len=%d, %s", durationMs, len,
+                   listText.data()) < 0) {
+        TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_buf error\n");
+        return false;
+    }
+    mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+    return true;
+}
+
+void ActionExecutor::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
+                                 int* list, int& len) const {
+    duration = OnDemandDuration(action.cmdId, duration, payload);
+    const size_t wanted = static_cast<size_t>(std::clamp(len, 0, kMaxListInts));
+    len = static_cast<int>(std::min(wanted, action.perfList.size()));
+    if (list != nullptr) std::copy_n(action.perfList.begin(), len, list);
+}
+
+int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) {
+    const int cmdId = action.cmdId;
+    if (!payload.IsOnOrOff()) {
+        TARQUEL_LOGE("tarquel: invalid special scene parameters, cmdId is %d\n", cmdId);
+        return -1;
+    }
+    if (action.duration >= 1) return mSelf.DoAction(action, 1, payload.first);
+
+    const std::span<const int> pairs = PerfPairs(action);
+    if (pairs.size() / 2 > kMaxScenePairs) {
+        TARQUEL_LOGE("tarquel: invalid parameters, cmdId is %d\n", cmdId);
+        return -1;
+    }
+    std::array<int, kMaxScenePairs> tags{};
+    std::array<int, kMaxScenePairs> configs{};
+    size_t kept = 0;
+    bool runAgain = false;
+    for (size_t i = 0; i < pairs.size(); i += 2) {
+        const int tag = pairs[i];
+        const int value = pairs[i + 1];
+        if (value < 0) {
+            TARQUEL_LOGE("tarquel: invalid parameters, cmdId is %d\n", cmdId);
+            return -1;
+        }
+        if (value == 0 && mSwitches.IsVerbose()) {
+            TARQUEL_LOGI("tarquel: tag %d value is 0, cmdId is %d\n", tag, cmdId);
+        }
+        if (tag == kTagRunAgain) {
+            runAgain = true;
+            continue;
+        }
+        tags[kept] = tag;
+        configs[kept] = value;
+        ++kept;
+        if (mSwitches.IsVerbose()) {
+            TARQUEL_LOGD(
+                "tarquel: DoOnOffAction tagLen = %d, setTagLen = %d, setTags = %d, setConfigs = "
+                "%d\n",
+                action.tagLen, static_cast<int>(kept), tag, value);
+        }
+    }
+
+    int result = 0;
+    if (kept > 0) {
+        if (mFreqManager == nullptr) {
+            TARQUEL_LOGE("tarquel: DoOnOffAction mFreqManagerPtr failed!\n");
+            return -1;
+        }
+        result = mFreqManager->DoPerfSetConfig(cmdId, static_cast<int>(kept), tags.data(),
+                                               configs.data(), payload.first);
+    }
+    if (!runAgain) return result;
+
+    // Meant: the action runs again, also when that leads straight back here. Only the depth is
+    // bounded, so that a scene that never ends costs a request and not the server.
+    if (mSwitches.IsVerbose()) {
+        TARQUEL_LOGI("tarquel: DoOnOffAction need check risk of dead loop...\n");
+    }
+    if (tReentryDepth >= kMaxReentry) {
+        TARQUEL_LOGE("tarquel: DoOnOffAction dead loop, cmdId is %d\n", cmdId);
+        return -1;
+    }
+    ++tReentryDepth;
+    result = mSelf.DoAction(action, 1, payload.first);
+    --tReentryDepth;
+    return result;
+}
+
+}  // namespace tarquel

@@ -1,0 +1,80 @@
+// Executes the action chains of commands: each action becomes a perf lock, a release or a scene
+// request to the frequency manager.
+#pragma once
+
+#include <memory>
+
+#include "platform/adapter_state.h"
+#include "platform/breakthrough_timer.h"
+#include "platform/handle_cache.h"
+#include "platform/perf_lock.h"
+#include "platform/trace.h"
+#include "tarquel/action.h"
+#include "tarquel/perf_adapter.h"
+
+class QcomFreqManager;
+
+namespace tarquel {
+
+// The ints that the policy server sends with a command; none when it sends a null pointer.
+struct Payload {
+    Payload(unsigned int num, const int* values);
+
+    // True for a payload of exactly one value equal to `value`.
+    bool Is(int value) const { return count == 1 && first[0] == value; }
+    bool IsOnOrOff() const;
+
+    int count;
+    const int* first;  // null when count is 0
+};
+
+class ActionExecutor {
+  public:
+    // `self` is the server's face of the adapter: scenes re-enter DoAction through it.
+    ActionExecutor(PerfAdapter& self, const DebugSwitches& switches, ControlState& control,
+                   const Tracer& tracer, PerfLockClient& perfLock, HandleCache& handles,
+                   BreakthroughTimer& timer, const std::unique_ptr<QcomFreqManager>& freqManager)
+        : mSelf(self),
+          mSwitches(switches),
+          mControl(control),
+          mTracer(tracer),
+          mPerfLock(perfLock),
+          mHandles(handles),
+          mTimer(timer),
+          mFreqManager(freqManager) {}
+
+    // Runs the chain. 0, or -1 when some action's PerfServiceAcq returned neither 0 nor 1.
+    int DoAction(const Action& first, const Payload& payload);
+
+    // Asks the server for the duration of `action` and copies its pairs.
+    //   duration  ms; replaced by what the server asks for when that is 1 or above
+    //   len       in: ints wanted; out: ints copied into `list`, 64 at most
+    void SavePerfVal(const QcomAction& action, const int* payload, int& duration, int* list,
+                     int& len) const;
+
+  private:
+    // 0 done (also when the HAL refused), 1 released, -2 no action, -3 no pairs, or what
+    // DoOnOffAction returned.
+    int PerfServiceAcq(const Action& action, int index, const Payload& payload);
+
+    // Hands a long-term scene to the frequency manager. 0, -1 or the manager's error.
+    int DoOnOffAction(const Action& action, const Payload& payload);
+
+    void StartBreakthroughIfAllowed(const Action& action, int durationMs);
+    int OnDemandDuration(int cmdId, int durationMs, const int* payload) const;
+    bool BeginActionSection(int durationMs, const int* list, int len) const;
+    int AcquireCommonLock(int cmdId, int durationMs, int* list, int len);
+    void LogAcquired(const Action& action, int oldHandle, int newHandle, int durationMs) const;
+
+    PerfAdapter& mSelf;
+    const DebugSwitches& mSwitches;
+    ControlState& mControl;
+    const Tracer& mTracer;
+    PerfLockClient& mPerfLock;
+    HandleCache& mHandles;
+    BreakthroughTimer& mTimer;
+    const std::unique_ptr<QcomFreqManager>& mFreqManager;
+    int mCommonHandle = kNoLock;  // the one lock without a time limit outside events
+};
+
+}  // namespace tarquel

@@ -1,0 +1,28 @@
+// The adapter's state that more than one room reads or sets. Each field is atomic: the server's
+// threads and the timer's thread meet here.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace tarquel {
+
+// Which lines and trace sections are written.
+struct DebugSwitches {
+    std::atomic<bool> mDebug{false};         // set by SetDebug
+    std::atomic<bool> mVersionDebug{false};  // set once, from "ro.logsystem.usertype"
+
+    bool IsDebug() const { return mDebug.load(std::memory_order_relaxed); }
+    bool IsVerbose() const { return IsDebug() || mVersionDebug.load(std::memory_order_relaxed); }
+};
+
+// What the control type (tag 57), the state switch and the breakthrough timer decide.
+struct ControlState {
+    std::atomic<int32_t> mPerf{1};         // 1: the performance policy owns the limits
+    std::atomic<int32_t> mThermal{0};      // thermal level 1 to 4; 0 none, -1 released
+    std::atomic<int32_t> mEnableBoost{1};  // 0 disables every acquisition of an action
+    std::atomic<int32_t> mState{0};  // state bits that actions' state masks are tested against
+    std::atomic<bool> mBreakThrough{false};  // a thermal breakthrough is running
+};
+
+}  // namespace tarquel

@@ -1,0 +1,54 @@
+// The perf-lock client: the two functions of the chip vendor's perf HAL, opened at run time.
+#pragma once
+
+#include <mutex>
+
+#include "platform/trace.h"
+
+namespace tarquel {
+
+// A handle is 1 or above; 0 means no lock held, -1 a failed acquisition.
+inline constexpr int kNoLock = 0;
+inline constexpr int kFailedLock = -1;
+constexpr bool IsHeldLock(int handle) {
+    return handle != kNoLock && handle != kFailedLock;
+}
+
+class PerfLockClient {
+  public:
+    explicit PerfLockClient(const Tracer& tracer) : mTracer(tracer) {}
+
+    // Opens the library that "ro.vendor.extension_library" names and finds both functions, or
+    // leaves both unavailable. A value with a '/' is refused without a word. One library serves the
+    // whole process; callers hold Mutex() or are alone.
+    static void InitPerfLock();
+
+    // Forgets both functions and closes the library. Returns dlclose's result, 0 when none is open.
+    static int CleanUp();
+
+    // Acquires or renews a lock.
+    //   handle    0 for a new lock, a held handle to renew it
+    //   duration  ms; 0 lasts until released
+    //   list      len ints: opcode, value, opcode, value, ...
+    //   Returns   the handle; below 1 when the HAL refuses, 0 when it is not there
+    //   Threads   any; HAL calls are serialised. The library is looked for again while it is
+    //   missing
+    int PerfLockAcq(int handle, int duration, int* list, int len);
+
+    // Releases a lock. Returns the HAL's result, 0 when it is not there. Threads as PerfLockAcq.
+    int PerfLockRel(int handle);
+
+    // Releases `handle` and returns 0; a handle of 0 or -1 holds nothing and is returned as it is.
+    int CheckPerfLockHandle(int handle);
+
+    // Serialises every HAL call and the opening and closing of the library.
+    std::mutex& Mutex() { return mMutex; }
+
+  private:
+    void TraceResult(int handle) const;
+
+    const Tracer& mTracer;
+    std::mutex mMutex;
+};
+
+}  // namespace tarquel

@@ -1,0 +1,145 @@
+#include "platform/qcom_perf_adapter.h"
+
+#include <cstring>
+
+#include "nodes/default_limits.h"
+#include "platform/inter_freq.h"
+#include "platform/log.h"
+#include "tarquel/plat.h"
+#include "tarquel/properties.h"
+
+using namespace tarquel;
+
+QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
+    PerfLockClient::InitPerfLock();
+    InitCpuNode();
+    // Before any limit of ours: these are the platform's own values.
+    mRecords = InitDefaultNodeValue(mLayout, mNodeIo);
+    mFreqManagerPtr.reset(GetFreqManager(*this));
+    CheckDebugVersion();
+    mScaling.InitIsThermalSetConfig();
+    mTimer.CreateTimer();
+}
+
+QcomPerfAdapter::~QcomPerfAdapter() {
+    std::lock_guard lock(mPerfLock.Mutex());
+    mFreqManagerPtr.reset();
+    PerfLockClient::CleanUp();
+    mTimer.DeleteTimer();
+}
+
+void QcomPerfAdapter::InitCpuNode() {
+    mNodes.InitGpuFreqNode();
+    mNodes.InitCpuInfoFreqNode();
+    mNodes.InitCpuFreqNode();
+    mNodes.InitOnlineCoreNode();
+    mNodes.InitCpuCtlCgroupNode();
+    mNodes.InitCpuLlccDdrL3Node();
+    mNodes.InitSchedNode();
+    mNodes.InitSchedutilHispeedClusterNode();
+    mTagOpcodes.InitTagToOpcode(mLayout, busDcvsVariant);
+}
+
+// A release build ("1" or "6") writes only what SetDebug asks for.
+void QcomPerfAdapter::CheckDebugVersion() {
+    char usertype[kPropertyValueMax] = {};
+    property_get("ro.logsystem.usertype", usertype, "1");
+    mSwitches.mVersionDebug = std::strcmp(usertype, "1") != 0 && std::strcmp(usertype, "6") != 0;
+    if (mFreqManagerPtr != nullptr) mFreqManagerPtr->SetVersionDebug(mSwitches.mVersionDebug);
+}
+
+int QcomPerfAdapter::SetDebug(bool on) {
+    if (mFreqManagerPtr == nullptr) {
+        TARQUEL_LOGE("tarquel: mFreqManagerPtr failed!\n");
+        return -1;
+    }
+    mSwitches.mDebug = on;
+    mFreqManagerPtr->SetDebug(on);
+    return 0;
+}
+
+int QcomPerfAdapter::SetState(int state) {
+    mControl.mState = state;
+    return 0;
+}
+
+int QcomPerfAdapter::DoAction(const Action& first, unsigned int payloadNum, const int* payload) {
+    return mActions.DoAction(first, Payload(payloadNum, payload));
+}
+
+int QcomPerfAdapter::DoAddTaskBoostInfo(Action& first, std::string msg) {
+    return mCompletion.DoAddTaskBoostInfo(first, msg);
+}
+
+int QcomPerfAdapter::DoAddScalingInfo(Action& first) {
+    return mCompletion.DoAddScalingInfo(first);
+}
+
+int QcomPerfAdapter::DoPerfSetConfig(int clientId, int tagLen, const int* tags,
+                                     const int* configs) {
+    if (mFreqManagerPtr == nullptr) {
+        TARQUEL_LOGE("tarquel: DoPerfSetConfig mFreqManagerPtr failed!\n");
+        return -1;
+    }
+    return mFreqManagerPtr->DoPerfSetConfig(clientId, tagLen, tags, configs, nullptr);
+}
+
+int QcomPerfAdapter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
+                                         const int* newConfigs) {
+    return mSetter.DoRealPerfSetConfig(clientId, tagLen, tags, newConfigs);
+}
+
+int QcomPerfAdapter::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
+    return mQueries.DoPerfGetConfig(tagLen, tags, values);
+}
+
+int QcomPerfAdapter::GetPerfEventStatus(std::map<std::string, int>& status) {
+    return mQueries.GetPerfEventStatus(status);
+}
+
+int QcomPerfAdapter::DoSchedLevelAction(int, int, const int*, const int*) {
+    return 0;
+}
+
+int QcomPerfAdapter::GetPerfTagValue(const Action& action, int release, int* tags, int* freqs) {
+    if (tags == nullptr || freqs == nullptr) return -1;
+    return mQueries.GetLimitTagValue(static_cast<const QcomAction&>(action), release, tags, freqs);
+}
+
+int QcomPerfAdapter::DoProbeAffinity(unsigned int, int) {
+    return 0;
+}
+
+int QcomPerfAdapter::GetChipPlatformType(const Action&, int& type) {
+    type = 0;
+    return 0;
+}
+
+void QcomPerfAdapter::UpdateBoostCount(int cmdId, long now) {
+    mBoostCounter.UpdateBoostCount(cmdId, now);
+}
+
+bool QcomPerfAdapter::CanThermalBoost(int cmdId) {
+    return mBoostCounter.CanThermalBoost(cmdId);
+}
+
+int QcomPerfAdapter::DoInterFreqAction(const QcomAction& action, const int* payload) {
+    return tarquel::DoInterFreqAction(action, payload);
+}
+
+void QcomPerfAdapter::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
+                                  int* list, int& len) {
+    mActions.SavePerfVal(action, payload, duration, list, len);
+}
+
+int QcomPerfAdapter::CheckPerfLockHandle(int handle) {
+    return mPerfLock.CheckPerfLockHandle(handle);
+}
+
+void QcomPerfAdapter::DoEventCacheHandle(int cmdId, int index, int handle) {
+    mHandles.CacheHandle(cmdId, index, handle);
+}
+
+QcomFreqManager* QcomPerfAdapter::FreqManager() const {
+    return mFreqManagerPtr.get();
+}

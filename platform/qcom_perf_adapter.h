@@ -1,0 +1,114 @@
+// The adapter: the face that the policy server sees. It owns one small object for each room, builds
+// and destroys them in the fixed order, and forwards.
+//
+//   DoAction, SavePerfVal                          platform/action_executor.h
+//   DoInterFreqAction                              platform/inter_freq.h
+//   DoAddTaskBoostInfo, DoAddScalingInfo           platform/boost_completion.h
+//   UpdateBoostCount, CanThermalBoost              platform/boost_counter.h
+//   CheckPerfLockHandle                            platform/perf_lock.h
+//   DoEventCacheHandle                             platform/handle_cache.h
+//   DoPerfSetConfig                                freq/freq_manager.h, which comes back through
+//     DoRealPerfSetConfig                          config/config_setter.h
+//   DoPerfGetConfig, GetPerfEventStatus, GetPerfTagValue
+//                                                  config/queries.h
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "config/config_setter.h"
+#include "config/control_type.h"
+#include "config/freq_rules.h"
+#include "config/group_config.h"
+#include "config/perf_service.h"
+#include "config/queries.h"
+#include "freq/freq_manager.h"
+#include "loader/cluster_layout.h"
+#include "nodes/freq_records.h"
+#include "nodes/node_io.h"
+#include "nodes/node_table.h"
+#include "nodes/scaling_writeback.h"
+#include "nodes/tag_opcodes.h"
+#include "platform/action_executor.h"
+#include "platform/adapter_state.h"
+#include "platform/boost_completion.h"
+#include "platform/boost_counter.h"
+#include "platform/breakthrough_timer.h"
+#include "platform/handle_cache.h"
+#include "platform/perf_lock.h"
+#include "platform/trace.h"
+#include "tarquel/perf_adapter.h"
+
+class QcomPerfAdapter : public PerfAdapter {
+  public:
+    // Takes the cluster layout from CpuInfo and reads the platform's default limits.
+    QcomPerfAdapter();
+    ~QcomPerfAdapter() override;
+
+    // The server's slots. Their order is the ABI; tarquel/perf_adapter.h says what each promises.
+    int SetDebug(bool on) override;
+    int SetState(int state) override;
+    int DoAction(const Action& first, unsigned int payloadNum, const int* payload) override;
+    int DoAddTaskBoostInfo(Action& first, std::string msg) override;
+    int DoAddScalingInfo(Action& first) override;
+    int DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs) override;
+    int DoPerfGetConfig(int tagLen, const int* tags, int* values) override;
+    int GetPerfEventStatus(std::map<std::string, int>& status) override;
+    int DoSchedLevelAction(int level, int count, const int* tags, const int* values) override;
+    int GetPerfTagValue(const Action& action, int release, int* tags, int* freqs) override;
+    int DoProbeAffinity(unsigned int mask, int pid) override;
+    int GetChipPlatformType(const Action& action, int& type) override;
+    void UpdateBoostCount(int cmdId, long now) override;
+    bool CanThermalBoost(int cmdId) override;
+
+    // What the server calls directly.
+    TARQUEL_API int DoInterFreqAction(const QcomAction& action, const int* payload);
+    TARQUEL_API void SavePerfVal(const QcomAction& action, const int* payload, int& duration,
+                                 int* list, int& len);
+    TARQUEL_API int CheckPerfLockHandle(int handle);
+    TARQUEL_API void DoEventCacheHandle(int cmdId, int index, int handle);
+
+    // The manager in force, for the server's dump. The adapter owns it.
+    TARQUEL_API QcomFreqManager* FreqManager() const;
+
+    // Applies what the manager arbitrated; called with its mutex held.
+    int DoRealPerfSetConfig(int clientId, int tagLen, const int* tags, const int* newConfigs);
+
+  private:
+    void InitCpuNode();
+    void CheckDebugVersion();
+
+    static constexpr int busDcvsVariant = 1;
+
+    // Each room takes the ones above it by reference.
+    tarquel::DebugSwitches mSwitches;
+    tarquel::ControlState mControl;
+    const tarquel::ClusterLayout mLayout;
+    tarquel::Tracer mTracer{mSwitches};
+    tarquel::PerfLockClient mPerfLock{mTracer};
+    std::unique_ptr<QcomFreqManager> mFreqManagerPtr;
+
+    tarquel::NodeIo mNodeIo{mSwitches};
+    tarquel::NodeTable mNodes{mSwitches, mLayout};
+    tarquel::TagOpcodes mTagOpcodes;
+    tarquel::FreqRecords mRecords;
+    tarquel::ScalingWriteback mScaling{mNodeIo, mNodes, mRecords, mFreqManagerPtr};
+
+    tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, mFreqManagerPtr};
+    tarquel::HandleCache mHandles{mSwitches, mPerfLock};
+    tarquel::ActionExecutor mActions{*this,     mSwitches, mControl, mTracer,
+                                     mPerfLock, mHandles,  mTimer,   mFreqManagerPtr};
+    tarquel::BoostCompletion mCompletion{mSwitches, mControl, mLayout, mRecords};
+    tarquel::BoostCounter mBoostCounter;
+
+    tarquel::PerfService mPerfService{mSwitches, mLayout, mTracer, mTagOpcodes, mPerfLock};
+    tarquel::FreqRules mRules{mSwitches, mControl, mLayout,  mRecords,
+                              mNodeIo,   mNodes,   mScaling, mPerfService};
+    tarquel::ControlType mControlType{mSwitches, mControl, mLayout, mRecords,
+                                      mNodeIo,   mNodes,   mTimer};
+    tarquel::GroupConfig mGroup{mSwitches,   mControl, mLayout,      mTracer,
+                                mTagOpcodes, mRules,   mPerfService, mPerfLock};
+    tarquel::ConfigSetter mSetter{mSwitches, mControl,     mLayout,      mRecords, mRules,
+                                  mScaling,  mPerfService, mControlType, mGroup};
+    tarquel::Queries mQueries{mSwitches, mControl, mRecords, mNodeIo, mNodes};
+};

@@ -1,0 +1,45 @@
+#include "platform/trace.h"
+
+#include <cutils/trace.h>
+
+#include <cstring>
+
+#include "tarquel/securec.h"
+
+extern "C" void atrace_begin_body(const char* name);
+extern "C" void atrace_end_body();
+
+namespace tarquel {
+
+namespace {
+
+bool IsTagEnabled() {
+    constexpr uint64_t kTagBit0 = 1;
+    return (atrace_get_enabled_tags() & kTagBit0) != 0;
+}
+
+}  // namespace
+
+void Tracer::TarquelAtraceBegin(const char* name, unsigned long /*length*/) const {
+    if (IsOn() && IsTagEnabled()) atrace_begin_body(name);
+}
+
+void Tracer::TarquelAtraceEnd() const {
+    if (IsOn() && IsTagEnabled()) atrace_end_body();
+}
+
+bool FormatPerfList(std::span<const int> list, TextBuffer& text) {
+    constexpr char kHead[] = "list=";
+    std::memcpy(text.data(), kHead, sizeof(kHead));
+    size_t used = sizeof(kHead) - 1;
+    for (size_t i = 0; i + 1 < list.size(); i += 2) {
+        const size_t room = text.size() - used;
+        const int written = snprintf_s(text.data() + used, room, room - 1, "0x%0X %d ",
+                                       static_cast<unsigned>(list[i]), list[i + 1]);
+        if (written < 0) return false;
+        used += static_cast<size_t>(written);
+    }
+    return true;
+}
+
+}  // namespace tarquel
