@@ -96,11 +96,11 @@ void GroupConfig::ApplyCpuMax(int tagLen, int tag, int value) {
 bool GroupConfig::FillList(const TagValues& group, int duration, std::span<int> list) {
     size_t at = 0;
     for (const auto& [tag, value] : group) {
+        const uint32_t opcode = mOpcodes.Get(tag);
         if (IsIsolationTag(tag) && mLayout.mIsolationSwitch == 0) {
             TARQUEL_LOGE("tarquel: isolation switch is off.\n");
             return false;
         }
-        const uint32_t opcode = mOpcodes.Get(tag);
         const int halValue = ToHalValue(tag, value);
         list[at++] = static_cast<int>(opcode);
         list[at++] = halValue;

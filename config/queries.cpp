@@ -45,7 +45,7 @@ int Queries::GetPerfEventStatus(std::map<std::string, int>& status) const {
     return 0;
 }
 
-int Queries::GetLimitTagValue(const QcomAction& action, int release, int* tags, int* freqs) const {
+int Queries::GetLimitTagValue(const Action& action, int release, int* tags, int* freqs) const {
     const auto pairs = PerfPairs(action);
     int count = 0;
     for (size_t i = 0; i < pairs.size() && count <= kLastLimitEntry; i += 2) {
@@ -61,10 +61,6 @@ int Queries::GetLimitTagValue(const QcomAction& action, int release, int* tags, 
         ++count;
     }
     return count;
-}
-
-bool IsParamValid(unsigned int type, const int* param) {
-    return param != nullptr && type == 1 && (*param == -1 || *param == 0);
 }
 
 }  // namespace tarquel

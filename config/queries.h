@@ -28,7 +28,7 @@ class Queries {
     // Lists the frequency ceilings among the pairs of `action`, 133 at most.
     //   release  not 0: all of them with the value 0; else those with a value of 1 or above
     //   Returns  the number of entries written
-    int GetLimitTagValue(const QcomAction& action, int release, int* tags, int* freqs) const;
+    int GetLimitTagValue(const Action& action, int release, int* tags, int* freqs) const;
 
   private:
     const DebugSwitches& mSwitches;
@@ -39,6 +39,8 @@ class Queries {
 };
 
 // True only for type 1 with a parameter of -1 or 0.
-bool IsParamValid(unsigned int type, const int* param);
+constexpr bool IsParamValid(unsigned int type, const int* param) {
+    return param != nullptr && type == 1 && (*param == -1 || *param == 0);
+}
 
 }  // namespace tarquel

@@ -7,6 +7,7 @@
 
 #include "loader/element_keys.h"
 #include "platform/boost_info.h"
+#include "platform/chain.h"
 #include "platform/command_ids.h"
 #include "platform/log.h"
 #include "tarquel/plat.h"
@@ -28,18 +29,6 @@ constexpr int kKhzPerMhz = 1000;
 // Keys and values that stand beside each other; a list that is longer has nothing to pair with.
 size_t PairCount(const RawXmlData& element) {
     return std::min(element.keys.size(), element.values.size());
-}
-
-// True when `next` leads back into the chain (a walk with two paces meets itself).
-bool IsEndless(const RawXmlData& first) {
-    const RawXmlData* slow = &first;
-    const RawXmlData* fast = &first;
-    while (fast->next != nullptr && fast->next->next != nullptr) {
-        slow = slow->next;
-        fast = fast->next->next;
-        if (slow == fast) return true;
-    }
-    return false;
 }
 
 }  // namespace
@@ -100,7 +89,7 @@ std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& c
 
 QcomPerfLoadXml::Chain QcomPerfLoadXml::IterActions(RawXmlData& first) {
     const int cmdId = first.cmdId;
-    if (IsEndless(first)) {
+    if (tarquel::IsEndless(first)) {
         TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId,
                      first.name.c_str());
         return nullptr;

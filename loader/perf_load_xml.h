@@ -39,7 +39,8 @@ class QcomPerfLoadXml {
     // is not interactive.
     TARQUEL_API QcomAction* InterRawXmlToAction(RawXmlData& element);
 
-    // Destroys `head` and every action behind it.
+    // Destroys `head` and every action behind it; a chain that leads back into itself is left
+    // alone.
     TARQUEL_API void DeleteAction(Action& head);
 
   private:

@@ -10,12 +10,14 @@ namespace tarquel {
 namespace {
 
 void GetDefaultCpuFreqValue(const CpuRange& cpus, const NodeIo& io, CPUFREQ& freq) {
-    io.ReadNode(ClusterNodes(cpus, kCpuinfoMaxSuffix), &freq.cpuinfoMaxFreq);
-    // Meant: the default floor is scaling_min_freq as found, not cpuinfo_min_freq.
+    const NodeList hardwareMax = ClusterNodes(cpus, kCpuinfoMaxSuffix);
     const NodeList floor = ClusterNodes(cpus, kScalingMinSuffix);
+    const NodeList ceiling = ClusterNodes(cpus, kScalingMaxSuffix);
+    io.ReadNode(hardwareMax, &freq.cpuinfoMaxFreq);
+    // Meant: the default floor is scaling_min_freq as found, not cpuinfo_min_freq.
     io.ReadNode(floor, &freq.defaultMinFreq);
     io.ReadNode(floor, &freq.mMinFreq);
-    io.ReadNode(ClusterNodes(cpus, kScalingMaxSuffix), &freq.mMaxFreq);
+    io.ReadNode(ceiling, &freq.mMaxFreq);
 }
 
 int ReadGpu(const NodeIo& io, const char* path) {

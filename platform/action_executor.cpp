@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstring>
 #include <span>
 
 #include "freq/freq_manager.h"
+#include "platform/chain.h"
 #include "platform/command_ids.h"
 #include "platform/log.h"
 #include "platform/perf_list.h"
@@ -23,24 +23,49 @@ constexpr int kMaxListInts = 64;
 // A pair with this tag is no limit: it asks for the action to be run again.
 constexpr int kTagRunAgain = 12;
 
-// How deep scenes may re-enter DoAction before they are refused: far above any sensible chain, far
-// below the stack of a server thread.
-constexpr int kMaxReentry = 32;
-thread_local int tReentryDepth = 0;
+// How deep scenes may re-enter DoAction, and how often within one request, before they are refused:
+// far above any sensible scene, far below the stack and the patience of a server thread.
+constexpr int kMaxReentryDepth = 32;
+constexpr int kMaxReentries = 1000;
+
+// One re-entry of DoAction on this thread.
+class Reentry {
+  public:
+    Reentry() : mIsAllowed(sDepth < kMaxReentryDepth && sCount < kMaxReentries) {
+        ++sDepth;
+        ++sCount;
+    }
+    ~Reentry() {
+        if (--sDepth == 0) sCount = 0;
+    }
+    Reentry(const Reentry&) = delete;
+    Reentry& operator=(const Reentry&) = delete;
+
+    bool IsAllowed() const { return mIsAllowed; }
+
+  private:
+    static thread_local int sDepth;
+    static thread_local int sCount;
+
+    bool mIsAllowed;
+};
+
+thread_local int Reentry::sDepth = 0;
+thread_local int Reentry::sCount = 0;
 
 constexpr int kBreakthroughDefaultMs = 3000;
 
 }  // namespace
-
-Payload::Payload(unsigned int num, const int* values)
-    : count(values == nullptr ? 0 : static_cast<int>(std::min<unsigned>(num, INT_MAX))),
-      first(count == 0 ? nullptr : values) {}
 
 bool Payload::IsOnOrOff() const {
     return Is(kEventOn) || Is(kEventOff);
 }
 
 int ActionExecutor::DoAction(const Action& first, const Payload& payload) {
+    if (IsEndless(first)) {
+        TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", first.cmdId);
+        return -1;
+    }
     int result = 0;
     int index = 0;
     for (const Action* action = &first; action != nullptr; action = action->next, ++index) {
@@ -98,9 +123,10 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
     int oldHandle = kNoLock;
     int newHandle = kNoLock;
     if (cmdId == kCmdRegularEvent || payload.Is(kEventOn)) {
-        oldHandle = mHandles.GetEventHandle(cmdId, index);
-        newHandle = mPerfLock.PerfLockAcq(oldHandle, durationMs, list.data(), len);
-        mHandles.CacheHandle(cmdId, index, newHandle);
+        const HandleCache::Renewal renewal =
+            mHandles.AcquireForEvent(cmdId, index, durationMs, list.data(), len);
+        oldHandle = renewal.oldHandle;
+        newHandle = renewal.newHandle;
     } else if (durationMs < 1) {
         newHandle = AcquireCommonLock(cmdId, durationMs, list.data(), len);
     } else {
@@ -112,6 +138,7 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
 }
 
 int ActionExecutor::AcquireCommonLock(int cmdId, int durationMs, int* list, int len) {
+    std::lock_guard lock(mCommonMutex);
     if (IsHeldLock(mCommonHandle)) mPerfLock.PerfLockRel(mCommonHandle);
     mCommonHandle = mPerfLock.PerfLockAcq(kNoLock, durationMs, list, len);
     if (mSwitches.IsVerbose()) {
@@ -176,9 +203,9 @@ bool ActionExecutor::BeginActionSection(int durationMs, const int* list, int len
 void ActionExecutor::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
                                  int* list, int& len) const {
     duration = OnDemandDuration(action.cmdId, duration, payload);
-    const size_t wanted = static_cast<size_t>(std::clamp(len, 0, kMaxListInts));
-    len = static_cast<int>(std::min(wanted, action.perfList.size()));
-    if (list != nullptr) std::copy_n(action.perfList.begin(), len, list);
+    const auto held = static_cast<int64_t>(action.perfList.size());
+    len = static_cast<int>(std::min<int64_t>({len, kMaxListInts, held}));
+    if (list != nullptr && len > 0) std::copy_n(action.perfList.begin(), len, list);
 }
 
 int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) {
@@ -234,19 +261,17 @@ int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) 
     }
     if (!runAgain) return result;
 
-    // Meant: the action runs again, also when that leads straight back here. Only the depth is
+    // Meant: the action runs again, also when that leads straight back here. Only how often is
     // bounded, so that a scene that never ends costs a request and not the server.
     if (mSwitches.IsVerbose()) {
         TARQUEL_LOGI("tarquel: DoOnOffAction need check risk of dead loop...\n");
     }
-    if (tReentryDepth >= kMaxReentry) {
+    const Reentry reentry;
+    if (!reentry.IsAllowed()) {
         TARQUEL_LOGE("tarquel: DoOnOffAction dead loop, cmdId is %d\n", cmdId);
         return -1;
     }
-    ++tReentryDepth;
-    result = mSelf.DoAction(action, 1, payload.first);
-    --tReentryDepth;
-    return result;
+    return mSelf.DoAction(action, 1, payload.first);
 }
 
 }  // namespace tarquel

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include "platform/adapter_state.h"
 #include "platform/breakthrough_timer.h"
@@ -18,14 +19,15 @@ namespace tarquel {
 
 // The ints that the policy server sends with a command; none when it sends a null pointer.
 struct Payload {
-    Payload(unsigned int num, const int* values);
+    Payload(unsigned int num, const int* values)
+        : count(static_cast<int>(num)), first(num == 0 ? nullptr : values) {}
 
     // True for a payload of exactly one value equal to `value`.
-    bool Is(int value) const { return count == 1 && first[0] == value; }
+    bool Is(int value) const { return count == 1 && first != nullptr && first[0] == value; }
     bool IsOnOrOff() const;
 
-    int count;
-    const int* first;  // null when count is 0
+    int count;  // as the server says it; trusted no further than the first value
+    const int* first;
 };
 
 class ActionExecutor {
@@ -74,6 +76,7 @@ class ActionExecutor {
     HandleCache& mHandles;
     BreakthroughTimer& mTimer;
     const std::unique_ptr<QcomFreqManager>& mFreqManager;
+    std::mutex mCommonMutex;      // makes replacing the common lock one step
     int mCommonHandle = kNoLock;  // the one lock without a time limit outside events
 };
 

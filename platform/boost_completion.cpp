@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "platform/boost_info.h"
+#include "platform/chain.h"
 #include "platform/log.h"
 #include "platform/perf_list.h"
 #include "platform/trace.h"
@@ -39,9 +40,16 @@ int BoostLevel(const Action& action, int thermal) {
     return FreqBoostInfo::IsLevel(level) ? level : -1;
 }
 
+bool IsRefused(const Action& first) {
+    if (!IsEndless(first)) return false;
+    TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", first.cmdId);
+    return true;
+}
+
 }  // namespace
 
 int BoostCompletion::DoAddTaskBoostInfo(Action& first, const std::string& msg) const {
+    if (IsRefused(first)) return 0;
     for (Action* action = &first; action != nullptr; action = action->next) {
         if (action->taskBoost == 0) continue;
         int taskId = 0;
@@ -83,7 +91,7 @@ std::string ParseProcessMsg(const std::string& msg) {
 int BoostCompletion::DoAddScalingInfo(Action& first) const {
     const int thermal = mControl.mThermal;
     const bool mayBreakThrough = first.breakThrough != 0;
-    if (!mayBreakThrough || thermal < 1) return 0;
+    if (!mayBreakThrough || thermal < 1 || IsRefused(first)) return 0;
 
     bool rewritten = false;
     for (Action* action = &first; action != nullptr; action = action->next) {

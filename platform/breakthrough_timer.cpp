@@ -16,12 +16,12 @@ constexpr long kNsPerMs = 1000000;
 
 }  // namespace
 
-int BreakthroughTimer::CreateTimer() {
+int BreakthroughTimer::CreateTimer(void (*callback)(sigval), void* owner) {
     std::lock_guard lock(mMutex);
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD;
-    event.sigev_notify_function = &TimerCallback;
-    event.sigev_value.sival_ptr = this;
+    event.sigev_notify_function = callback;
+    event.sigev_value.sival_ptr = owner;
     const int result = timer_create(CLOCK_MONOTONIC, &event, &mTimerId);
     if (result == 0) {
         mTimerCreated = true;
@@ -47,32 +47,32 @@ int BreakthroughTimer::DeleteTimer() {
     return -1;
 }
 
-// Time that remains; zero when the timer is not armed, not there or cannot be read.
-itimerspec BreakthroughTimer::GetTimer() {
-    std::lock_guard lock(mMutex);
-    itimerspec remaining{};
-    if (mTimerCreated && timer_gettime(mTimerId, &remaining) != 0) {
-        TARQUEL_LOGE("Failed to get timer");
-        return {};
-    }
-    return remaining;
-}
-
 int BreakthroughTimer::SetTimer(int ms) {
     ms = std::min(ms, kLongestMs);
-    if (ms != 0) {
-        const itimerspec remaining = GetTimer();
-        const auto remainingMs =
-            remaining.it_value.tv_sec * kMsPerSecond + remaining.it_value.tv_nsec / kNsPerMs;
-        if (ms <= remainingMs) return -1;
+    int result = -1;
+    {
+        std::lock_guard lock(mMutex);
+        if (ms != 0 && ms <= RemainingMs()) return -1;
+        result = Arm(ms);
     }
-    const int result = Arm(ms);
     if (ms == 0) RestoreLimits("tarquel SetTimer End Temperature Control Breakthrough");
     return result;
 }
 
+// 0 when the timer is not armed, not there or cannot be read. Called with the mutex held.
+int64_t BreakthroughTimer::RemainingMs() const {
+    if (!mTimerCreated) return 0;
+    itimerspec remaining{};
+    if (timer_gettime(mTimerId, &remaining) != 0) {
+        TARQUEL_LOGE("Failed to get timer");
+        return 0;
+    }
+    return int64_t{remaining.it_value.tv_sec} * kMsPerSecond +
+           remaining.it_value.tv_nsec / kNsPerMs;
+}
+
+// Called with the mutex held.
 int BreakthroughTimer::Arm(int ms) {
-    std::lock_guard lock(mMutex);
     if (!mTimerCreated) return -1;
     itimerspec once{};
     once.it_value.tv_sec = ms / kMsPerSecond;
@@ -84,15 +84,9 @@ int BreakthroughTimer::Arm(int ms) {
     return 0;
 }
 
-void BreakthroughTimer::TimerCallback(sigval value) {
-    // Meant: only the integer view is tested, though a pointer is what travels here.
-    if (value.sival_int == 0) {
-        TARQUEL_LOGE("tarquel TimerCallback Failed");
-        return;
-    }
-    auto* timer = static_cast<BreakthroughTimer*>(value.sival_ptr);
-    timer->RestoreLimits("tarquel TimerCallback End Temperature Control Breakthrough");
-    timer->mControl.mBreakThrough = false;
+void BreakthroughTimer::Expire() {
+    RestoreLimits("tarquel TimerCallback End Temperature Control Breakthrough");
+    mControl.mBreakThrough = false;
 }
 
 void BreakthroughTimer::RestoreLimits(const char* message) {

@@ -4,7 +4,7 @@
 #include <signal.h>
 #include <time.h>
 
-#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -23,8 +23,9 @@ class BreakthroughTimer {
                       const std::unique_ptr<QcomFreqManager>& freqManager)
         : mSwitches(switches), mControl(control), mScaling(scaling), mFreqManager(freqManager) {}
 
-    // Creates the timer, unarmed. Returns timer_create's result.
-    int CreateTimer();
+    // Creates the timer, unarmed; when it fires, `callback` gets `owner`, and is to call Expire.
+    // Returns timer_create's result.
+    int CreateTimer(void (*callback)(sigval), void* owner);
 
     // Deletes the timer. Returns timer_delete's result, -1 when there is none.
     int DeleteTimer();
@@ -36,10 +37,11 @@ class BreakthroughTimer {
     //            no timer and when it cannot be set
     int SetTimer(int ms);
 
-  private:
-    static void TimerCallback(sigval value);
+    // The breakthrough's time is up: puts the limits back and ends it. Takes no lock.
+    void Expire();
 
-    itimerspec GetTimer();
+  private:
+    int64_t RemainingMs() const;
     int Arm(int ms);
     void RestoreLimits(const char* message);
 
@@ -49,7 +51,7 @@ class BreakthroughTimer {
     const std::unique_ptr<QcomFreqManager>& mFreqManager;
     std::mutex mMutex;  // guards creating, arming, reading and deleting the timer
     timer_t mTimerId{};
-    std::atomic<bool> mTimerCreated{false};
+    bool mTimerCreated = false;
 };
 
 }  // namespace tarquel

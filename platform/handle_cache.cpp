@@ -25,45 +25,56 @@ int RegularId(int cmdId) {
 
 // In log lines a key reads "command-index".
 
-int HandleCache::GetEventHandle(int cmdId, int index) const {
+HandleCache::Renewal HandleCache::AcquireForEvent(int cmdId, int index, int durationMs, int* list,
+                                                  int len) {
+    std::lock_guard lock(mMutex);
+    const Key key{cmdId, index};
+    const int oldHandle = GetEventHandle(key);
+    const int newHandle = mPerfLock.PerfLockAcq(oldHandle, durationMs, list, len);
+    Store(key, newHandle);
+    return {oldHandle, newHandle};
+}
+
+void HandleCache::CacheHandle(int cmdId, int index, int handle) {
+    std::lock_guard lock(mMutex);
+    Store({cmdId, index}, handle);
+}
+
+void HandleCache::DoEventReleaseHandle(int cmdId, int index) {
+    if (cmdId == kCmdRegularEventEnd) cmdId = kCmdRegularEvent;
+    std::lock_guard lock(mMutex);
     const auto found = mHandles.find({cmdId, index});
+    if (found == mHandles.end() || !IsHeldLock(found->second)) return;
+    mPerfLock.PerfLockRel(found->second);
+    found->second = kNoLock;
+    if (mSwitches.IsDebug()) {
+        TARQUEL_LOGI("tarquel: DoEventReleaseHandle --- CmdId = %d-%d\n", cmdId, index);
+    }
+}
+
+// The cached handle, 0 when there is none.
+int HandleCache::GetEventHandle(const Key& key) const {
+    const auto found = mHandles.find(key);
     if (found == mHandles.end()) {
         if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGD("tarquel: GetEventHandle init handleKey = %d-%d, handle = 0.\n", cmdId,
-                         index);
+            TARQUEL_LOGD("tarquel: GetEventHandle init handleKey = %d-%d, handle = 0.\n", key.cmdId,
+                         key.index);
         }
         return kNoLock;
     }
     if (mSwitches.IsVerbose()) {
         TARQUEL_LOGD("tarquel: GetEventHandle handleKey = %d-%d, handle = %d, regularId = %d\n",
-                     cmdId, index, found->second, RegularId(cmdId));
+                     key.cmdId, key.index, found->second, RegularId(key.cmdId));
     }
     return found->second;
 }
 
-void HandleCache::CacheHandle(int cmdId, int index, int handle) {
-    if (cmdId < 0 || index < 0) return;
-    mHandles[{cmdId, index}] = handle;
+void HandleCache::Store(const Key& key, int handle) {
+    if (key.cmdId < 0 || key.index < 0) return;
+    mHandles[key] = handle;
     if (mSwitches.IsDebug()) {
-        TARQUEL_LOGI("tarquel: DoEventCacheHandle +++ cmdId = %d-%d, perfHandle = %d.\n", cmdId,
-                     index, handle);
-    }
-}
-
-void HandleCache::ReleaseHandle(int cmdId, int index) {
-    if (cmdId < 0 || index < 0) return;
-    int& handle = mHandles[{cmdId, index}];
-    mPerfLock.PerfLockRel(handle);
-    handle = kNoLock;
-}
-
-void HandleCache::DoEventReleaseHandle(int cmdId, int index) {
-    if (cmdId == kCmdRegularEventEnd) cmdId = kCmdRegularEvent;
-    const auto found = mHandles.find({cmdId, index});
-    if (found == mHandles.end() || !IsHeldLock(found->second)) return;
-    ReleaseHandle(cmdId, index);
-    if (mSwitches.IsDebug()) {
-        TARQUEL_LOGI("tarquel: DoEventReleaseHandle --- CmdId = %d-%d\n", cmdId, index);
+        TARQUEL_LOGI("tarquel: DoEventCacheHandle +++ cmdId = %d-%d, perfHandle = %d.\n", key.cmdId,
+                     key.index, handle);
     }
 }
 

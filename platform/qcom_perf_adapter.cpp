@@ -18,14 +18,27 @@ QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
     mFreqManagerPtr.reset(GetFreqManager(*this));
     CheckDebugVersion();
     mScaling.InitIsThermalSetConfig();
-    mTimer.CreateTimer();
+    mTimerFence.Open();
+    mTimer.CreateTimer(&TimerCallback, this);
 }
 
 QcomPerfAdapter::~QcomPerfAdapter() {
+    // From here on the timer finds no adapter; a callback under way ends first.
+    mTimerFence.Close();
     std::lock_guard lock(mPerfLock.Mutex());
     mFreqManagerPtr.reset();
     PerfLockClient::CleanUp();
     mTimer.DeleteTimer();
+}
+
+void QcomPerfAdapter::TimerCallback(sigval value) {
+    // Meant: only the integer view is tested, though a pointer is what travels here.
+    if (value.sival_int == 0) {
+        TARQUEL_LOGE("tarquel TimerCallback Failed");
+        return;
+    }
+    TimerFence::Run(value.sival_ptr,
+                    [](void* owner) { static_cast<QcomPerfAdapter*>(owner)->mTimer.Expire(); });
 }
 
 void QcomPerfAdapter::InitCpuNode() {
@@ -103,7 +116,7 @@ int QcomPerfAdapter::DoSchedLevelAction(int, int, const int*, const int*) {
 
 int QcomPerfAdapter::GetPerfTagValue(const Action& action, int release, int* tags, int* freqs) {
     if (tags == nullptr || freqs == nullptr) return -1;
-    return mQueries.GetLimitTagValue(static_cast<const QcomAction&>(action), release, tags, freqs);
+    return mQueries.GetLimitTagValue(action, release, tags, freqs);
 }
 
 int QcomPerfAdapter::DoProbeAffinity(unsigned int, int) {

@@ -36,6 +36,7 @@
 #include "platform/breakthrough_timer.h"
 #include "platform/handle_cache.h"
 #include "platform/perf_lock.h"
+#include "platform/timer_fence.h"
 #include "platform/trace.h"
 #include "tarquel/perf_adapter.h"
 
@@ -75,6 +76,8 @@ class QcomPerfAdapter : public PerfAdapter {
     int DoRealPerfSetConfig(int clientId, int tagLen, const int* tags, const int* newConfigs);
 
   private:
+    static void TimerCallback(sigval value);
+
     void InitCpuNode();
     void CheckDebugVersion();
 
@@ -95,6 +98,7 @@ class QcomPerfAdapter : public PerfAdapter {
     tarquel::ScalingWriteback mScaling{mNodeIo, mNodes, mRecords, mFreqManagerPtr};
 
     tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, mFreqManagerPtr};
+    tarquel::TimerFence mTimerFence{this};
     tarquel::HandleCache mHandles{mSwitches, mPerfLock};
     tarquel::ActionExecutor mActions{*this,     mSwitches, mControl, mTracer,
                                      mPerfLock, mHandles,  mTimer,   mFreqManagerPtr};

@@ -29,6 +29,6 @@ class QcomPerfPlat : public TarQuelPlat {
 
     explicit QcomPerfPlat(Holder& holder);
 
-    Holder& mHolder;
     std::unique_ptr<PerfAdapter> mAdapter;
+    Holder& mHolder;
 };

@@ -33,11 +33,14 @@ bool FormatPerfList(std::span<const int> list, TextBuffer& text) {
     std::memcpy(text.data(), kHead, sizeof(kHead));
     size_t used = sizeof(kHead) - 1;
     for (size_t i = 0; i + 1 < list.size(); i += 2) {
-        const size_t room = text.size() - used;
-        const int written = snprintf_s(text.data() + used, room, room - 1, "0x%0X %d ",
+        TextBuffer piece;
+        const int written = snprintf_s(piece.data(), piece.size(), piece.size() - 1, "0x%0X %d ",
                                        static_cast<unsigned>(list[i]), list[i + 1]);
         if (written < 0) return false;
-        used += static_cast<size_t>(written);
+        const auto length = static_cast<size_t>(written);
+        if (used + length >= text.size()) return false;
+        std::memcpy(text.data() + used, piece.data(), length + 1);
+        used += length;
     }
     return true;
 }
