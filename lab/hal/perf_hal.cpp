@@ -1,0 +1,340 @@
+#include "lab/hal/perf_hal.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include "lab/hal/opcode_drives.h"
+#include "lab/phone/events.h"
+#include "lab/phone/kernel.h"
+
+namespace lab {
+
+namespace {
+
+// A node, and the way in which the HAL writes it: locks that share both compete.
+using ResourceKey = std::pair<std::string, Kernel::Writer>;
+
+struct Resource {
+    Drive drive;
+    std::vector<PerfHal::Claim> claims;  // oldest first
+    std::optional<std::string> written;  // what the HAL has in the node now
+    bool isAsWritten = true;             // the node took it without clamping or refusing
+};
+
+std::string FolderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+// The claim that counts among those for `entry`, or null.
+const PerfHal::Claim* WinnerOf(const Resource& resource, std::optional<size_t> entry) {
+    const PerfHal::Claim* winner = nullptr;
+    for (const PerfHal::Claim& claim : resource.claims) {
+        if (claim.entry != entry) continue;
+        const bool isBetter = winner == nullptr ||
+                              resource.drive.winner == Drive::Winner::kNewest ||
+                              (resource.drive.winner == Drive::Winner::kHighest
+                                   ? claim.nodeValue > winner->nodeValue
+                                   : claim.nodeValue < winner->nodeValue);
+        if (isBetter) winner = &claim;
+    }
+    return winner;
+}
+
+}  // namespace
+
+class PerfHal::Locks {
+  public:
+    Locks(Clock& clock, Recorder& recorder, Kernel& kernel)
+        : mClock(clock), mRecorder(recorder), mKernel(kernel) {}
+
+    ~Locks() {
+        for (const auto& [handle, held] : mHeld) {
+            if (held.expiry) mClock.Cancel(*held.expiry);
+        }
+    }
+
+    Locks(const Locks&) = delete;
+    Locks& operator=(const Locks&) = delete;
+
+    int Acquire(int handle, int durationMs, const int* list, int count) {
+        std::lock_guard<std::mutex> guard(mMutex);
+        LockAcquire record{handle, durationMs, {}, -1};
+        if (list != nullptr && count > 0) record.list.assign(list, list + count);
+        const bool isWellFormed = !record.list.empty() && count % 2 == 0 && durationMs >= 0;
+        if (!isWellFormed || mRefusals > 0) {
+            if (mRefusals > 0) {
+                --mRefusals;
+                record.returned = mRefusal;
+            }
+            mRecorder.Add(record);
+            return record.returned;
+        }
+        const bool isRenewal = mHeld.contains(handle);
+        record.returned = isRenewal ? handle : ++mLastHandle;
+        mRecorder.Add(record);
+        Hold(record.returned, durationMs, std::move(record.list));
+        return record.returned;
+    }
+
+    int Release(int handle) {
+        std::lock_guard<std::mutex> guard(mMutex);
+        const bool wasHeld = mHeld.contains(handle);
+        const int result = wasHeld ? 0 : -1;
+        mRecorder.Add(LockRelease{handle, result, wasHeld});
+        if (wasHeld) LetGo(handle);
+        return result;
+    }
+
+    void RefuseNext(int count, int result) {
+        std::lock_guard<std::mutex> guard(mMutex);
+        mRefusals = count;
+        mRefusal = result;
+    }
+
+    std::vector<Lock> Held() const {
+        std::lock_guard<std::mutex> guard(mMutex);
+        std::vector<Lock> locks;
+        for (const auto& [handle, held] : mHeld) locks.push_back(held.lock);
+        return locks;
+    }
+
+    std::vector<Claim> ClaimsOn(const std::string& path) const {
+        std::lock_guard<std::mutex> guard(mMutex);
+        std::vector<Claim> found;
+        for (const auto& [key, resource] : mResources) {
+            if (key.first != path && !mKernel.IsSameNode(key.first, path)) continue;
+            for (const Claim& claim : resource.claims) {
+                found.push_back(claim);
+                found.back().wins =
+                    !IsLifted(resource.drive) && WinnerOf(resource, claim.entry) == &claim;
+            }
+        }
+        return found;
+    }
+
+  private:
+    struct HeldLock {
+        Lock lock;
+        std::optional<Clock::Id> expiry;
+        uint64_t term = 0;  // which of the lock's terms runs; a renewal begins another
+    };
+
+    // Takes the lock, or gives the held one its new list and duration.
+    void Hold(int handle, int durationMs, std::vector<int> list) {
+        HeldLock& held = mHeld[handle];
+        const bool isNew = held.lock.handle == 0;
+        if (held.expiry) mClock.Cancel(*held.expiry);
+        const std::vector<ResourceKey> former = DropClaims(held.lock);
+
+        const Time now = mClock.Now();
+        if (isNew) held.lock.since = now;
+        held.lock.handle = handle;
+        held.lock.list = std::move(list);
+        held.lock.until.reset();
+        held.expiry.reset();
+        held.term = ++mLastTerm;
+        if (durationMs > 0) {
+            held.lock.until = now + std::chrono::milliseconds(durationMs);
+            held.expiry = mClock.Schedule(
+                *held.lock.until, [this, handle, term = held.term] { Expire(handle, term); });
+        }
+
+        // What only the former list named is undone first, then the new list in its order.
+        const std::vector<ResourceKey> named = AddClaims(held.lock);
+        std::vector<ResourceKey> changed;
+        for (const ResourceKey& key : former) {
+            if (std::find(named.begin(), named.end(), key) == named.end()) changed.push_back(key);
+        }
+        changed.insert(changed.end(), named.begin(), named.end());
+        Apply(changed);
+    }
+
+    void LetGo(int handle) {
+        const auto held = mHeld.find(handle);
+        if (held->second.expiry) mClock.Cancel(*held->second.expiry);
+        const Lock lock = std::move(held->second.lock);
+        mHeld.erase(held);
+        Apply(DropClaims(lock));
+    }
+
+    // Called by the clock; the lock may have been released or renewed since.
+    void Expire(int handle, uint64_t term) {
+        std::lock_guard<std::mutex> guard(mMutex);
+        const auto held = mHeld.find(handle);
+        if (held == mHeld.end() || held->second.term != term) return;
+        mRecorder.Add(LockExpire{handle});
+        LetGo(handle);
+    }
+
+    // What an opcode drives on this device, looked up once.
+    const std::vector<Drive>& Drives(int opcode) {
+        const auto [drives, isNew] = mDrives.try_emplace(opcode);
+        if (isNew) drives->second = DrivesOf(static_cast<uint32_t>(opcode), mKernel.Profile());
+        return drives->second;
+    }
+
+    // Returns the resources that the lock names, in the order of its list.
+    std::vector<ResourceKey> AddClaims(const Lock& lock) {
+        std::vector<ResourceKey> named;
+        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+            const int opcode = lock.list[i];
+            const int value = lock.list[i + 1];
+            for (const Drive& drive : Drives(opcode)) {
+                if (!mKernel.Has(drive.path)) continue;
+                named.emplace_back(drive.path, drive.writer);
+                Resource& resource = mResources[named.back()];
+                resource.drive = drive;
+                resource.claims.push_back({lock.handle, opcode, value,
+                                           ToNodeUnit(drive, value, mKernel.Profile()), drive.entry,
+                                           drive.writer == Kernel::Writer::kHalInPlace, false});
+            }
+        }
+        return named;
+    }
+
+    // Returns the resources on which the lock had a claim, last named first: undone in reverse,
+    // nodes that check each other pass through states that they have been in.
+    std::vector<ResourceKey> DropClaims(const Lock& lock) {
+        std::vector<ResourceKey> changed;
+        for (size_t i = lock.list.size(); i >= 2; i -= 2) {
+            for (const Drive& drive : Drives(lock.list[i - 2])) {
+                const auto found = mResources.find({drive.path, drive.writer});
+                if (found == mResources.end()) continue;
+                const size_t dropped = std::erase_if(
+                    found->second.claims,
+                    [&lock](const Claim& claim) { return claim.handle == lock.handle; });
+                if (dropped > 0) changed.push_back(found->first);
+            }
+        }
+        return changed;
+    }
+
+    // True while a lock holds the node in the program's place: that is how a boost lifts a limit,
+    // so it stands above the ceilings that locks put on the same node beside the program.
+    bool IsLifted(const Drive& drive) const {
+        if (drive.writer != Kernel::Writer::kHal || drive.winner != Drive::Winner::kLowest) {
+            return false;
+        }
+        const auto lifting = mResources.find({drive.path, Kernel::Writer::kHalInPlace});
+        return lifting != mResources.end() && !lifting->second.claims.empty();
+    }
+
+    // What the HAL wants in the node; none when it wants nothing there.
+    std::optional<std::string> WantedIn(const Resource& resource) const {
+        if (resource.claims.empty() || IsLifted(resource.drive)) return std::nullopt;
+        if (resource.drive.entry) return WantedVector(resource);
+        const int64_t value = WinnerOf(resource, std::nullopt)->nodeValue;
+        // A count can be raised by a lock and lowered again; any other value has no undoing.
+        if (resource.drive.isCounted && value <= 0) return std::nullopt;
+        return std::to_string(value);
+    }
+
+    // Numbers that no lock claims stay the program's.
+    std::string WantedVector(const Resource& resource) const {
+        std::istringstream present(mKernel.ProgramValue(resource.drive.path));
+        std::string text;
+        for (size_t entry = 0; entry + 1 < mKernel.Profile().clusters.size(); ++entry) {
+            int64_t number = 0;
+            present >> number;
+            if (const Claim* winner = WinnerOf(resource, entry)) number = winner->nodeValue;
+            text += (entry == 0 ? "" : " ") + std::to_string(number);
+        }
+        return text;
+    }
+
+    // The changed resources and the ceilings that they lift or let back: lifted before the node is
+    // held in the program's place, back after.
+    std::vector<ResourceKey> WithCeilings(const std::vector<ResourceKey>& changed) const {
+        std::vector<ResourceKey> all;
+        for (const ResourceKey& key : changed) {
+            const ResourceKey ceiling(key.first, Kernel::Writer::kHal);
+            const bool hasCeiling =
+                key.second == Kernel::Writer::kHalInPlace && mResources.contains(ceiling);
+            const bool isHeld = !mResources.at(key).claims.empty();
+            if (hasCeiling && isHeld) all.push_back(ceiling);
+            all.push_back(key);
+            if (hasCeiling && !isHeld) all.push_back(ceiling);
+        }
+        return all;
+    }
+
+    void Apply(const std::vector<ResourceKey>& named) {
+        const std::vector<ResourceKey> changed = WithCeilings(named);
+        std::set<std::string> folders;
+        for (const ResourceKey& key : changed) {
+            Resource& resource = mResources.at(key);
+            const std::optional<std::string> wanted = WantedIn(resource);
+            if (wanted == resource.written) continue;
+            Put(resource, wanted);
+            folders.insert(FolderOf(key.first));
+        }
+        // A neighbour that was clamped or refused may fit now.
+        for (auto& [key, resource] : mResources) {
+            const bool isChanged = std::find(changed.begin(), changed.end(), key) != changed.end();
+            if (isChanged || resource.isAsWritten || !resource.written) continue;
+            if (folders.contains(FolderOf(key.first))) Put(resource, WantedIn(resource));
+        }
+        std::erase_if(mResources, [](const auto& item) { return item.second.claims.empty(); });
+    }
+
+    void Put(Resource& resource, const std::optional<std::string>& wanted) {
+        const Drive& drive = resource.drive;
+        if (drive.isCounted) {
+            if (resource.written) mKernel.Write(drive.path, "-" + *resource.written, drive.writer);
+            if (wanted) mKernel.Write(drive.path, *wanted, drive.writer);
+        } else if (wanted) {
+            const int error = mKernel.Write(drive.path, *wanted, drive.writer);
+            // Beside other requests it is no fault that the node shows theirs.
+            resource.isAsWritten = error == 0 && (mKernel.RequestsOn(drive.path).has_value() ||
+                                                  mKernel.Value(drive.path) == *wanted);
+        } else {
+            mKernel.Withdraw(drive.path, drive.writer);
+        }
+        resource.written = wanted;
+    }
+
+    Clock& mClock;
+    Recorder& mRecorder;
+    Kernel& mKernel;
+
+    mutable std::mutex mMutex;  // guards what follows
+    std::map<int, HeldLock> mHeld;
+    std::map<ResourceKey, Resource> mResources;  // those on which a lock has a claim
+    std::map<int, std::vector<Drive>> mDrives;   // by opcode
+    int mLastHandle = 0;
+    uint64_t mLastTerm = 0;
+    int mRefusals = 0;
+    int mRefusal = 0;
+};
+
+PerfHal::PerfHal(Clock& clock, Recorder& recorder, Kernel& kernel)
+    : mLocks(std::make_unique<Locks>(clock, recorder, kernel)) {}
+
+PerfHal::~PerfHal() = default;
+
+int PerfHal::Acquire(int handle, int durationMs, const int* list, int count) {
+    return mLocks->Acquire(handle, durationMs, list, count);
+}
+
+int PerfHal::Release(int handle) {
+    return mLocks->Release(handle);
+}
+
+void PerfHal::RefuseNext(int count, int result) {
+    mLocks->RefuseNext(count, result);
+}
+
+std::vector<PerfHal::Lock> PerfHal::Held() const {
+    return mLocks->Held();
+}
+
+std::vector<PerfHal::Claim> PerfHal::ClaimsOn(const std::string& path) const {
+    return mLocks->ClaimsOn(path);
+}
+
+}  // namespace lab

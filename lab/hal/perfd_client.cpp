@@ -1,0 +1,18 @@
+// libqti-perfd-client.so as the plug-in opens it: hands every call to the program, in which the
+// phone and its perf HAL live.
+
+extern "C" {
+
+// Defined by the program.
+int LabPerfLockAcq(int handle, int durationMs, const int* list, int count);
+int LabPerfLockRel(int handle);
+
+__attribute__((visibility("default"))) int perf_lock_acq(int handle, int durationMs, int* list,
+                                                         int count) {
+    return LabPerfLockAcq(handle, durationMs, list, count);
+}
+
+__attribute__((visibility("default"))) int perf_lock_rel(int handle) {
+    return LabPerfLockRel(handle);
+}
+}

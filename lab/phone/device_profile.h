@@ -1,0 +1,55 @@
+// A device as data: its CPU clusters, GPU, buses and scheduler tunables, and the properties it
+// boots with.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// A frequency monitor of a bus (bwmon, memlat): the folder of its nodes and its hardware range.
+struct BusMonitor {
+    std::string
+        folder;  // below /sys/devices/system/cpu/bus_dcvs, e.g. "DDR/19091000.qcom,bwmon-ddr"
+    std::vector<int64_t> khz;         // the steps, ascending
+    int64_t minKhz = 0;               // the first of them
+    int64_t maxKhz = 0;               // the last
+    bool isBandwidthMonitor = false;  // has sample_ms, io_percent, hist_memory, hyst_* too
+};
+
+struct CpuCluster {
+    std::string name;  // "little", "big"; "prime" when there are three
+    int firstCpu = 0;
+    int lastCpu = 0;
+    std::vector<int64_t> khz;  // the frequency table, ascending
+    int64_t rtgBoostKhz = 0;   // walt's default
+};
+
+struct DeviceProfile {
+    std::string name;
+    std::string description;
+    std::vector<CpuCluster> clusters;  // two or three, ascending CPU numbers from 0 without a gap
+    std::vector<int64_t> gpuMhz;       // descending, as the GPU driver lists its power levels
+    int64_t gpuInitialMhz = 0;
+    std::vector<BusMonitor> buses;
+    std::map<std::string, std::string> properties;
+
+    // The cluster called `name`, or null.
+    const CpuCluster* FindCluster(const std::string& name) const;
+};
+
+// Reads a profile: `nameOrFile` is the name of one that ships with the lab ("sm8450") or the path
+// of a YAML file. Throws InputError (lab/yaml/yaml_tree.h) with file, line and column.
+DeviceProfile LoadDeviceProfile(const std::string& nameOrFile);
+
+// The folder of the lab's own data (profiles, scenes, scenarios): beside the program when it is
+// installed, in the source tree when it is run from the build folder.
+std::string DataFolder();
+
+// The names of the profiles that ship with the lab.
+std::vector<std::string> DeviceProfileNames();
+
+}  // namespace lab

@@ -1,0 +1,118 @@
+// What the phone saw: one record for everything that crosses the seam between the plug-in and the
+// platform, in the order in which it happened. The timeline, the checks and the tests read these.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "lab/phone/clock.h"
+
+namespace lab {
+
+// A line of the Android log.
+struct LogLine {
+    int priority = 0;                // Android's: 3 debug, 4 info, 6 error
+    std::optional<std::string> tag;  // empty when the tag was a null pointer
+    std::string text;                // as logged, with its newline if it has one
+};
+
+// Begin or end of an atrace section.
+struct TraceSection {
+    bool begin = false;
+    std::string name;  // empty for an end
+};
+
+// A call of perf_lock_acq.
+struct LockAcquire {
+    int requestedHandle = 0;  // 0 for a new lock, else the lock to renew
+    int durationMs = 0;       // 0: until released
+    std::vector<int> list;    // opcode, value, opcode, value, ...
+    int returned = 0;         // the handle; below 1 when refused
+};
+
+// A call of perf_lock_rel.
+struct LockRelease {
+    int handle = 0;
+    int returned = 0;
+    bool wasHeld = false;  // false: nobody held that handle
+};
+
+// A timed lock ran out.
+struct LockExpire {
+    int handle = 0;
+};
+
+// A read or write of a node through the phone's kernel.
+struct NodeAccess {
+    enum class Kind { kRead, kWrite } kind = Kind::kRead;
+    std::string path;       // as the plug-in named it
+    std::string requested;  // text written; empty for a read, and where the HAL withdraws a request
+    std::string before;     // value before a write, value for a read
+    std::string after;      // what a read gives afterwards
+    int error = 0;          // errno of a refused access, else 0
+    bool byHal = false;     // the perf HAL did it, on behalf of a lock
+};
+
+// What happened to the plug-in's POSIX timer.
+struct TimerEvent {
+    enum class Kind { kCreate, kArm, kDisarm, kFire, kDelete } kind = Kind::kCreate;
+    int64_t ms = 0;  // for kArm
+};
+
+// A record of the jank log.
+struct JankRecord {
+    int priority = 0;
+    int id = 0;
+    std::string text;
+};
+
+// A request that the server sends, and its end. Events between the two belong to it.
+struct RequestBegin {
+    std::string text;
+    int line = 0;  // of the scenario file; 0 when it is not from one
+};
+struct RequestEnd {
+    std::string result;
+};
+
+using What = std::variant<LogLine, TraceSection, LockAcquire, LockRelease, LockExpire, NodeAccess,
+                          TimerEvent, JankRecord, RequestBegin, RequestEnd>;
+
+struct Event {
+    Time at{};
+    What what;
+};
+
+// Keeps the events in order. Any thread may add; reading is for when no one adds.
+class Recorder {
+  public:
+    explicit Recorder(const Clock& clock) : mClock(clock) {}
+
+    void Add(What what);
+
+    const std::vector<Event>& Events() const { return mEvents; }
+    void Clear();
+
+    // The events of one kind, in order.
+    template <typename T>
+    std::vector<T> All() const {
+        std::vector<T> found;
+        for (const Event& event : mEvents) {
+            if (const T* what = std::get_if<T>(&event.what)) found.push_back(*what);
+        }
+        return found;
+    }
+
+  private:
+    const Clock& mClock;
+    std::mutex mMutex;
+    std::vector<Event> mEvents;
+};
+
+}  // namespace lab

@@ -1,0 +1,296 @@
+#include "lab/phone/kernel.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+
+#include "lab/phone/events.h"
+#include "lab/phone/node_rules.h"
+
+namespace lab {
+
+namespace {
+
+constexpr std::array<std::string_view, 3> kRoots = {"/sys/", "/proc/sys/", "/dev/cpuctl/"};
+
+// In the folder for temporary files, but in memory when that is the disk's common one: a phone has
+// hundreds of small files, and a write to a node is meant to be as quick as one to sysfs.
+std::string MakeTemporaryFolder() {
+    const std::filesystem::path usual = std::filesystem::temp_directory_path();
+    const std::filesystem::path first = usual == "/tmp" ? "/dev/shm" : usual;
+    for (const std::filesystem::path& parent : {first, usual}) {
+        std::string folder = (parent / "tarquel-phone-XXXXXX").string();
+        if (mkdtemp(folder.data()) != nullptr) return folder;
+    }
+    throw std::system_error(errno, std::generic_category(),
+                            "cannot make a folder in " + usual.string());
+}
+
+std::string FolderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+}  // namespace
+
+// The nodes by name, and their files.
+class Kernel::Tree {
+  public:
+    Tree(const DeviceProfile& profile, Recorder& recorder)
+        : mProfile(profile), mRecorder(recorder), mFolder(MakeTemporaryFolder()) {
+        for (NamedNode& named : LayOutNodes(mProfile)) Add(std::move(named));
+    }
+    ~Tree() {
+        std::error_code ignored;
+        std::filesystem::remove_all(mFolder, ignored);
+    }
+
+    Tree(const Tree&) = delete;
+    Tree& operator=(const Tree&) = delete;
+
+  private:
+    friend class Kernel;
+
+    // A node and what has been laid over it. Its file is that of its first name; the other names
+    // are links to it.
+    struct Entry {
+        std::shared_ptr<Node> node;
+        std::vector<std::string> names;
+        std::optional<std::string> forced;  // what Force says that a read gives
+        std::optional<std::string>
+            programState;          // the node's state before the HAL's in-place write
+        std::string programShown;  // what was shown in that state
+        std::string onDisk;
+
+        std::string Shown() const { return forced ? *forced : node->Show(); }
+    };
+
+    Entry* Find(const std::string& path) const {
+        const auto found = mEntries.find(path);
+        return found == mEntries.end() ? nullptr : found->second.get();
+    }
+
+    void Add(NamedNode named) {
+        const auto entry = std::make_shared<Entry>();
+        entry->node = std::move(named.node);
+        entry->names = std::move(named.names);
+        for (const std::string& name : entry->names) {
+            const std::string file = mFolder + name;
+            std::filesystem::create_directories(FolderOf(file));
+            if (&name != &entry->names.front()) {
+                std::filesystem::create_symlink(mFolder + entry->names.front(), file);
+            }
+            mEntries[name] = entry;
+        }
+        UpdateFile(*entry);
+    }
+
+    void Erase(const std::string& path) {
+        const std::shared_ptr<Entry> entry = mEntries.at(path);
+        // The first name holds the file that the others link to.
+        const std::vector<std::string> gone =
+            path == entry->names.front() ? entry->names : std::vector<std::string>{path};
+        for (const std::string& name : gone) {
+            std::error_code ignored;
+            std::filesystem::remove(mFolder + name, ignored);
+            mEntries.erase(name);
+        }
+    }
+
+    // Replaces the file in one step, so that a reader sees the old or the new text.
+    void UpdateFile(Entry& entry) {
+        const std::string text = entry.Shown() + "\n";
+        if (entry.onDisk == text) return;
+        const std::string fresh = mFolder + "/new";
+        std::ofstream(fresh, std::ios::binary) << text;
+        std::error_code error;
+        std::filesystem::rename(fresh, mFolder + entry.names.front(), error);
+        if (!error) entry.onDisk = text;
+    }
+
+    int Store(Entry& entry, const std::string& text, Writer writer) {
+        Node& node = *entry.node;
+        std::optional<int64_t>* const halRequest =
+            writer == Writer::kHal ? node.HalRequest() : nullptr;
+        if (halRequest != nullptr) {
+            const std::optional<int64_t> value = ParseLeadingNumber(text);
+            if (!value) return EINVAL;
+            *halRequest = *value;
+            return 0;
+        }
+        const std::string state = node.Save();
+        const std::string shown = entry.Shown();
+        const int error = node.Store(text);
+        if (error != 0) return error;
+        if (writer == Writer::kProgram) {
+            if (entry.programState) {
+                entry.programState = node.Save();
+                entry.programShown = node.Show();
+            }
+        } else if (!entry.programState && !node.IsCounted()) {
+            entry.programState = state;
+            entry.programShown = shown;
+        }
+        return 0;
+    }
+
+    void Record(NodeAccess::Kind kind, const std::string& path, const std::string& requested,
+                const std::string& before, const std::string& after, int error, bool byHal) {
+        mRecorder.Add(NodeAccess{kind, path, requested, before, after, error, byHal});
+    }
+
+    const DeviceProfile mProfile;
+    Recorder& mRecorder;
+    const std::string mFolder;
+
+    mutable std::mutex mMutex;  // guards what follows
+    std::map<std::string, std::shared_ptr<Entry>> mEntries;
+};
+
+Kernel::Kernel(const DeviceProfile& profile, Recorder& recorder)
+    : mTree(std::make_unique<Tree>(profile, recorder)) {}
+
+Kernel::~Kernel() = default;
+
+const DeviceProfile& Kernel::Profile() const {
+    return mTree->mProfile;
+}
+
+bool Kernel::Owns(const char* path) {
+    if (path == nullptr) return false;
+    const std::string_view name = path;
+    return std::any_of(kRoots.begin(), kRoots.end(),
+                       [name](std::string_view root) { return name.starts_with(root); });
+}
+
+std::vector<std::string> Kernel::Paths() const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    std::vector<std::string> paths;
+    for (const auto& [path, entry] : mTree->mEntries) paths.push_back(path);
+    return paths;
+}
+
+bool Kernel::Has(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    return mTree->Find(path) != nullptr;
+}
+
+bool Kernel::IsSameNode(const std::string& path, const std::string& other) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const Tree::Entry* const entry = mTree->Find(path);
+    return entry != nullptr && entry == mTree->Find(other);
+}
+
+std::string Kernel::Value(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const Tree::Entry* const entry = mTree->Find(path);
+    return entry == nullptr ? "" : entry->Shown();
+}
+
+std::string Kernel::ProgramValue(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const Tree::Entry* const entry = mTree->Find(path);
+    if (entry == nullptr) return "";
+    return entry->programState ? entry->programShown : entry->Shown();
+}
+
+std::optional<Kernel::LimitRequests> Kernel::RequestsOn(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const Tree::Entry* const entry = mTree->Find(path);
+    if (entry == nullptr || entry->node->HalRequest() == nullptr) return std::nullopt;
+    LimitRequests requests;
+    const std::string present = entry->node->Save();
+    requests.program = ParseLeadingNumber(entry->programState.value_or(present)).value_or(0);
+    if (entry->programState) requests.inPlace = ParseLeadingNumber(present);
+    requests.hal = *entry->node->HalRequest();
+    return requests;
+}
+
+int Kernel::Open(const std::string& path, bool forWriting) {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    Tree::Entry* const entry = mTree->Find(path);
+    const NodeAccess::Kind kind = forWriting ? NodeAccess::Kind::kWrite : NodeAccess::Kind::kRead;
+    const std::string value = entry == nullptr ? "" : entry->Shown();
+    int error = 0;
+    if (entry == nullptr) error = ENOENT;
+    if (entry != nullptr && forWriting && entry->node->IsReadOnly()) error = EACCES;
+    if (entry != nullptr && !forWriting) mTree->UpdateFile(*entry);
+    if (!forWriting || error != 0) mTree->Record(kind, path, "", value, value, error, false);
+    return error;
+}
+
+int Kernel::Write(const std::string& path, const std::string& text, bool byHal) {
+    return Write(path, text, byHal ? Writer::kHal : Writer::kProgram);
+}
+
+int Kernel::Write(const std::string& path, const std::string& text, Writer writer) {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const bool byHal = writer != Writer::kProgram;
+    Tree::Entry* const entry = mTree->Find(path);
+    if (entry == nullptr) {
+        mTree->Record(NodeAccess::Kind::kWrite, path, text, "", "", ENOENT, byHal);
+        return ENOENT;
+    }
+    const std::string before = entry->Shown();
+    const int error = mTree->Store(*entry, text, writer);
+    if (error == 0) entry->forced.reset();
+    mTree->Record(NodeAccess::Kind::kWrite, path, text, before, entry->Shown(), error, byHal);
+    return error;
+}
+
+void Kernel::Withdraw(const std::string& path, Writer writer) {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    Tree::Entry* const entry = mTree->Find(path);
+    if (entry == nullptr) return;
+    const std::string before = entry->Shown();
+    std::optional<int64_t>* const halRequest =
+        writer == Writer::kHal ? entry->node->HalRequest() : nullptr;
+    std::string requested;
+    if (halRequest != nullptr) {
+        if (!*halRequest) return;
+        halRequest->reset();
+    } else {
+        if (!entry->programState) return;
+        requested = *entry->programState;
+        entry->node->Restore(requested);
+        entry->programState.reset();
+    }
+    entry->forced.reset();
+    mTree->Record(NodeAccess::Kind::kWrite, path, requested, before, entry->Shown(), 0, true);
+}
+
+void Kernel::Force(const std::string& path, const std::string& text) {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    Tree::Entry* entry = mTree->Find(path);
+    if (entry == nullptr) {
+        mTree->Add({{path}, MakeFreeNode(text)});
+        return;
+    }
+    // A state that the node can have is set as such; anything else covers it.
+    entry->forced.reset();
+    entry->node->Restore(text);
+    if (entry->node->Show() != text) entry->forced = text;
+}
+
+void Kernel::Remove(const std::string& path) {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    if (mTree->Find(path) != nullptr) mTree->Erase(path);
+}
+
+std::string Kernel::FileOf(const std::string& path) const {
+    return mTree->mFolder + path;
+}
+
+const std::string& Kernel::Folder() const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    for (const auto& [path, entry] : mTree->mEntries) mTree->UpdateFile(*entry);
+    return mTree->mFolder;
+}
+
+}  // namespace lab

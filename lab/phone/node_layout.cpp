@@ -1,0 +1,179 @@
+// Which nodes a device has, and what they show after boot.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+#include "lab/phone/node_kinds.h"
+#include "lab/phone/node_rules.h"
+
+namespace lab {
+
+namespace {
+
+constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
+constexpr int64_t kHzPerMhz = 1'000'000;
+
+// The nodes with one number. Order means nothing; names are below the folder that each table's user
+// gives.
+// clang-format off
+constexpr auto kWaltNodes = std::to_array<NumberRule>({
+    // name                 scan          low  high     after boot
+    {"hispeed_freq",        Scan::kWhole, 0,   kU32Max, 0},
+    {"hispeed_load",        Scan::kWhole, 0,   100,     90},
+    {"target_load_thresh",  Scan::kWhole, 0,   kU32Max, 1024},
+    {"target_load_shift",   Scan::kWhole, 0,   kU32Max, 4},
+});
+
+constexpr auto kBandwidthNodes = std::to_array<NumberRule>({
+    {"io_percent",          Scan::kWhole, 1,   400,     16},
+    {"sample_ms",           Scan::kWhole, 1,   50,      50},
+    {"hist_memory",         Scan::kWhole, 0,   90,      0},
+    {"hyst_trigger_count",  Scan::kWhole, 0,   90,      3},
+    {"hyst_length",         Scan::kWhole, 0,   90,      0},
+});
+// clang-format on
+
+// The task groups whose clamps the phone has.
+constexpr std::array kTaskGroups = {"background", "foreground", "top-app"};
+
+std::string CpuFolder(int cpu) {
+    return "/sys/devices/system/cpu/cpu" + std::to_string(cpu);
+}
+
+class Layout {
+  public:
+    explicit Layout(const DeviceProfile& profile) : mProfile(profile) {}
+
+    std::vector<NamedNode> Take() {
+        for (const CpuCluster& cluster : mProfile.clusters) {
+            AddPolicy(cluster);
+            AddCores(cluster);
+        }
+        AddGpu();
+        for (const BusMonitor& bus : mProfile.buses) AddBus(bus);
+        AddScheduler();
+        return std::move(mNodes);
+    }
+
+  private:
+    void Add(std::string name, std::shared_ptr<Node> node) {
+        mNodes.push_back({{std::move(name)}, std::move(node)});
+    }
+
+    // The cpufreq folder of every CPU is a link to its policy's.
+    void AddPolicyNode(const CpuCluster& cluster, const std::string& name,
+                       std::shared_ptr<Node> node) {
+        NamedNode named;
+        named.names.push_back("/sys/devices/system/cpu/cpufreq/policy" +
+                              std::to_string(cluster.firstCpu) + "/" + name);
+        for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
+            named.names.push_back(CpuFolder(cpu) + "/cpufreq/" + name);
+        }
+        named.node = std::move(node);
+        mNodes.push_back(std::move(named));
+    }
+
+    void AddPolicy(const CpuCluster& cluster) {
+        const int64_t low = cluster.khz.front();
+        const int64_t high = cluster.khz.back();
+        const auto limits = std::make_shared<FreqLimits>(low, high, false);
+        AddPolicyNode(cluster, "scaling_min_freq", MakeFreqLimitNode(limits, Side::kMin));
+        AddPolicyNode(cluster, "scaling_max_freq", MakeFreqLimitNode(limits, Side::kMax));
+        AddPolicyNode(cluster, "cpuinfo_min_freq",
+                      MakeReadOnlyNode([low] { return std::to_string(low); }));
+        AddPolicyNode(cluster, "cpuinfo_max_freq",
+                      MakeReadOnlyNode([high] { return std::to_string(high); }));
+        // No load runs on this phone: a cluster stays at its floor, on the first step that is high
+        // enough, or on the highest one below the ceiling where the two leave no step between.
+        AddPolicyNode(cluster, "scaling_cur_freq", MakeReadOnlyNode([limits, khz = cluster.khz] {
+                          const auto above =
+                              std::lower_bound(khz.begin(), khz.end(), limits->EffectiveMin());
+                          if (above != khz.end() && *above <= limits->EffectiveMax()) {
+                              return std::to_string(*above);
+                          }
+                          const auto beyond =
+                              std::upper_bound(khz.begin(), khz.end(), limits->EffectiveMax());
+                          return std::to_string(*std::prev(beyond));
+                      }));
+
+        for (const NumberRule& rule : kWaltNodes) {
+            AddPolicyNode(cluster, "walt/" + std::string(rule.name), MakeNumberNode(rule));
+        }
+        AddPolicyNode(
+            cluster, "walt/rtg_boost_freq",
+            MakeNumberNode({"rtg_boost_freq", Scan::kWhole, 0, kU32Max, cluster.rtgBoostKhz}));
+        AddPolicyNode(cluster, "walt/pl", MakeBoolNode(false));
+    }
+
+    // Core control has its nodes on a cluster's first CPU only. Its ends are not checked against
+    // each other: where they cross, the kernel lets the maximum win.
+    void AddCores(const CpuCluster& cluster) {
+        const int64_t size = cluster.lastCpu - cluster.firstCpu + 1;
+        const std::string folder = CpuFolder(cluster.firstCpu) + "/core_ctl/";
+        Add(folder + "min_cpus", MakeNumberNode({"min_cpus", Scan::kLeading, 0, size, 1}));
+        Add(folder + "max_cpus", MakeNumberNode({"max_cpus", Scan::kLeading, 0, size, size}));
+        for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
+            Add(CpuFolder(cpu) + "/online", MakeBoolNode(true));
+        }
+    }
+
+    void AddGpu() {
+        const std::string folder = "/sys/class/kgsl/kgsl-3d0/";
+        const int64_t highest = mProfile.gpuMhz.front();
+        const int64_t lowest = mProfile.gpuMhz.back();
+        const auto limits =
+            std::make_shared<FreqLimits>(lowest * kHzPerMhz, highest * kHzPerMhz, true);
+        Add(folder + "devfreq/min_freq", MakeFreqLimitNode(limits, Side::kMin));
+        Add(folder + "devfreq/max_freq", MakeFreqLimitNode(limits, Side::kMax));
+        // Idle: the level in which the GPU starts, as far as the limits allow.
+        Add(folder + "devfreq/cur_freq",
+            MakeReadOnlyNode([limits, initial = mProfile.gpuInitialMhz * kHzPerMhz] {
+                return std::to_string(
+                    std::clamp(initial, limits->EffectiveMin(), limits->EffectiveMax()));
+            }));
+        Add(folder + "min_clock_mhz", MakeGpuLevelNode(mProfile.gpuMhz, lowest, kHzPerMhz, 0));
+        Add(folder + "max_gpuclk", MakeGpuLevelNode(mProfile.gpuMhz, highest, 1, ERANGE));
+    }
+
+    void AddBus(const BusMonitor& bus) {
+        const std::string folder = "/sys/devices/system/cpu/bus_dcvs/" + bus.folder + "/";
+        const auto limits =
+            std::make_shared<BusLimits>(BusLimits{bus.minKhz, bus.maxKhz, bus.minKhz, bus.maxKhz});
+        Add(folder + "min_freq", MakeBusLimitNode(limits, Side::kMin));
+        Add(folder + "max_freq", MakeBusLimitNode(limits, Side::kMax));
+        if (!bus.isBandwidthMonitor) return;
+        for (const NumberRule& rule : kBandwidthNodes) {
+            Add(folder + std::string(rule.name), MakeNumberNode(rule));
+        }
+    }
+
+    void AddScheduler() {
+        const std::string folder = "/proc/sys/walt/";
+        const auto margins = std::make_shared<MigrateMargins>();
+        margins->boundaries = mProfile.clusters.size() - 1;
+        margins->up.fill(95);
+        margins->down.fill(85);
+        Add(folder + "sched_boost", MakeSchedBoostNode());
+        Add(folder + "sched_upmigrate", MakeMigrateNode(margins, true));
+        Add(folder + "sched_downmigrate", MakeMigrateNode(margins, false));
+        Add(folder + "sched_ravg_window_nr_ticks", MakeChoiceNode({2, 3, 4, 5, 8}, 4));
+        for (const std::string group : kTaskGroups) {
+            Add("/dev/cpuctl/" + group + "/cpu.uclamp.min", MakeUclampNode("0"));
+            Add("/dev/cpuctl/" + group + "/cpu.uclamp.max", MakeUclampNode("max"));
+        }
+    }
+
+    const DeviceProfile& mProfile;
+    std::vector<NamedNode> mNodes;
+};
+
+}  // namespace
+
+std::vector<NamedNode> LayOutNodes(const DeviceProfile& profile) {
+    return Layout(profile).Take();
+}
+
+}  // namespace lab

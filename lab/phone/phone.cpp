@@ -1,0 +1,97 @@
+#include "lab/phone/phone.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include "lab/phone/posix_timers.h"
+
+namespace lab {
+
+namespace {
+
+constexpr const char* kHalLibrary = "libqti-perfd-client.so";
+
+std::atomic<Phone*> gCurrent{nullptr};
+
+// Loads the HAL library from the folder that the program's build or installation has for it. Once
+// it is loaded, opening it by its bare name finds it, without any search path.
+void* LoadHalLibrary() {
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    const std::filesystem::path root = program.parent_path().parent_path();
+    std::string tried;
+    for (const char* const folder : {"lib", LAB_LIBRARY_FOLDER}) {
+        const std::string file = (root / folder / kHalLibrary).string();
+        if (void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
+        tried += "\n  ";
+        tried += dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps it for each thread
+    }
+    throw std::runtime_error("the perf HAL's library cannot be loaded:" + tried);
+}
+
+}  // namespace
+
+Phone::Phone(const DeviceProfile& profile, const Options& options)
+    : mClock(options.realtime ? MakeRealClock() : MakeVirtualClock()),
+      mRecorder(*mClock),
+      mKernel(profile, mRecorder),
+      mHal(*mClock, mRecorder, mKernel),
+      mTraceEnabled(options.traceEnabled),
+      mProperties(profile.properties) {
+    if (!options.realtime) mTimers = std::make_unique<PosixTimers>(*mClock, mRecorder);
+    mProperties.try_emplace("ro.vendor.extension_library", kHalLibrary);
+    if (options.hal) mHalLibrary = LoadHalLibrary();
+    gCurrent = this;
+}
+
+Phone::~Phone() {
+    gCurrent = nullptr;
+    mClock->Stop();
+    if (mHalLibrary != nullptr) dlclose(mHalLibrary);
+}
+
+Phone* Phone::Current() {
+    return gCurrent;
+}
+
+void Phone::SetProperty(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mProperties[name] = value;
+}
+
+void Phone::ClearProperty(const std::string& name) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mProperties.erase(name);
+}
+
+std::optional<std::string> Phone::Property(const std::string& name) const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    const auto found = mProperties.find(name);
+    return found == mProperties.end() ? std::nullopt : std::optional(found->second);
+}
+
+void Phone::SetTraceEnabled(bool on) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mTraceEnabled = on;
+}
+
+bool Phone::IsTraceEnabled() const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    return mTraceEnabled;
+}
+
+void Phone::SetOnDemandDuration(int cmdId, int ms) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mOnDemandDurations[cmdId] = ms;
+}
+
+int Phone::OnDemandDuration(int cmdId) const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    const auto found = mOnDemandDurations.find(cmdId);
+    return found == mOnDemandDurations.end() ? 0 : found->second;
+}
+
+}  // namespace lab

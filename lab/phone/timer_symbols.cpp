@@ -1,0 +1,110 @@
+// timer_create and its kin, as the plug-in finds them: with a phone on a virtual clock its timers
+// run on that clock; else they are the C library's, and a phone on the real clock records them.
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <list>
+#include <mutex>
+
+#include "lab/phone/events.h"
+#include "lab/phone/phone.h"
+#include "lab/phone/posix_timers.h"
+#include "lab/phone/real_function.h"
+
+namespace {
+
+using lab::Phone;
+using lab::PosixTimers;
+using lab::TimerEvent;
+
+void Record(TimerEvent::Kind kind, int64_t ms = 0) {
+    if (Phone* const phone = Phone::Current()) phone->Events().Add(TimerEvent{kind, ms});
+}
+
+// Null without a phone or on the real clock.
+PosixTimers* VirtualTimers() {
+    Phone* const phone = Phone::Current();
+    return phone == nullptr ? nullptr : phone->VirtualTimers();
+}
+
+// A real timer's callback, to record its firing. Kept for good: the C library may start the
+// callback's thread after the timer was deleted.
+struct RealCallback {
+    void (*function)(sigval);
+    sigval value;
+};
+
+RealCallback* KeepCallback(const sigevent& notification) {
+    static std::mutex mutex;
+    static auto* const callbacks = new std::list<RealCallback>;
+    std::lock_guard<std::mutex> guard(mutex);
+    callbacks->push_back({notification.sigev_notify_function, notification.sigev_value});
+    return &callbacks->back();
+}
+
+void RecordAndCall(sigval value) {
+    const auto* const callback = static_cast<const RealCallback*>(value.sival_ptr);
+    Record(TimerEvent::Kind::kFire);
+    callback->function(callback->value);
+}
+
+// An id of virtual timers that are no more.
+int FailStale() {
+    errno = EINVAL;
+    return -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept {
+    static const auto real = lab::RealFunction<decltype(timer_create)>("timer_create");
+    Phone* const phone = Phone::Current();
+    if (phone == nullptr) return real(clock, notification, id);
+    if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(notification, id);
+    sigevent recording{};
+    if (notification != nullptr && notification->sigev_notify == SIGEV_THREAD) {
+        recording = *notification;
+        recording.sigev_notify_function = RecordAndCall;
+        recording.sigev_value.sival_ptr = KeepCallback(*notification);
+        notification = &recording;
+    }
+    const int result = real(clock, notification, id);
+    if (result == 0) Record(TimerEvent::Kind::kCreate);
+    return result;
+}
+
+int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* former) noexcept {
+    static const auto real = lab::RealFunction<decltype(timer_settime)>("timer_settime");
+    if (PosixTimers::IsOurs(id)) {
+        PosixTimers* const timers = VirtualTimers();
+        return timers == nullptr ? FailStale() : timers->Set(id, flags, value, former);
+    }
+    const int result = real(id, flags, value, former);
+    if (result == 0) {
+        const int64_t ms = lab::ToMs(value->it_value);
+        Record(ms == 0 ? TimerEvent::Kind::kDisarm : TimerEvent::Kind::kArm, ms);
+    }
+    return result;
+}
+
+int timer_gettime(timer_t id, itimerspec* remaining) noexcept {
+    static const auto real = lab::RealFunction<decltype(timer_gettime)>("timer_gettime");
+    if (!PosixTimers::IsOurs(id)) return real(id, remaining);
+    PosixTimers* const timers = VirtualTimers();
+    return timers == nullptr ? FailStale() : timers->Get(id, remaining);
+}
+
+int timer_delete(timer_t id) noexcept {
+    static const auto real = lab::RealFunction<decltype(timer_delete)>("timer_delete");
+    if (PosixTimers::IsOurs(id)) {
+        PosixTimers* const timers = VirtualTimers();
+        return timers == nullptr ? FailStale() : timers->Delete(id);
+    }
+    const int result = real(id);
+    if (result == 0) Record(TimerEvent::Kind::kDelete);
+    return result;
+}
+
+}  // extern "C"

@@ -1,0 +1,119 @@
+#include "lab/yaml/yaml_tree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+namespace lab {
+
+namespace {
+
+std::string Place(const std::string& file, int line, int column) {
+    if (line == 0) return file;
+    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+// How a message calls what stands in the file.
+std::string Shown(const YamlNode& node) {
+    switch (node.kind) {
+        case YamlNode::Kind::kNull:
+            return "nothing";
+        case YamlNode::Kind::kScalar:
+            return "'" + node.scalar + "'";
+        case YamlNode::Kind::kList:
+            return "a list";
+        case YamlNode::Kind::kMap:
+            return "a map";
+    }
+    return "";
+}
+
+}  // namespace
+
+InputError::InputError(const std::string& inFile, int atLine, int atColumn,
+                       const std::string& message)
+    : std::runtime_error(Place(inFile, atLine, atColumn) + ": " + message),
+      file(inFile),
+      line(atLine),
+      column(atColumn) {}
+
+YamlNode::YamlNode() = default;
+YamlNode::~YamlNode() = default;
+YamlNode::YamlNode(const YamlNode&) = default;
+YamlNode::YamlNode(YamlNode&&) noexcept = default;
+YamlNode& YamlNode::operator=(const YamlNode&) = default;
+YamlNode& YamlNode::operator=(YamlNode&&) noexcept = default;
+
+const YamlNode* YamlNode::Find(const std::string& key) const {
+    for (const auto& [name, value] : fields) {
+        if (name.scalar == key) return &value;
+    }
+    return nullptr;
+}
+
+const YamlNode& YamlNode::Get(const std::string& key) const {
+    if (const YamlNode* found = Find(key)) return *found;
+    Fail(kind == Kind::kMap ? "the field '" + key + "' is missing"
+                            : "expected a map with the field '" + key + "', not " + Shown(*this));
+}
+
+const std::string& YamlNode::AsText(const std::string& what) const {
+    if (kind != Kind::kScalar) Fail(what + " must be text, not " + Shown(*this));
+    return scalar;
+}
+
+int64_t YamlNode::AsInt(const std::string& what, int64_t low, int64_t high) const {
+    const bool isNegative = scalar.starts_with('-');
+    const size_t start = isNegative ? 1 : 0;
+    const bool isHex = scalar.compare(start, 2, "0x") == 0 || scalar.compare(start, 2, "0X") == 0;
+    const size_t digits = isHex ? start + 2 : start;
+    bool isNumber = kind == Kind::kScalar && digits < scalar.size() &&
+                    scalar.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789",
+                                             digits) == std::string::npos;
+    int64_t value = 0;
+    if (isNumber) {
+        errno = 0;
+        value = std::strtoll(scalar.c_str(), nullptr, isHex ? 16 : 10);
+        isNumber = errno == 0 && value >= low && value <= high;
+    }
+    if (!isNumber) {
+        Fail(what + " must be a whole number from " + std::to_string(low) + " to " +
+             std::to_string(high) + ", not " + Shown(*this));
+    }
+    return value;
+}
+
+bool YamlNode::AsBool(const std::string& what) const {
+    if (scalar == "true" || scalar == "yes" || scalar == "on") return true;
+    if (scalar == "false" || scalar == "no" || scalar == "off") return false;
+    Fail(what + " must be true or false, not " + Shown(*this));
+}
+
+const std::vector<YamlNode>& YamlNode::AsList(const std::string& what) const {
+    if (kind != Kind::kList) Fail(what + " must be a list, not " + Shown(*this));
+    return items;
+}
+
+void YamlNode::ExpectFields(const std::string& what,
+                            const std::vector<std::string>& allowed) const {
+    std::string list;
+    for (const std::string& name : allowed) {
+        if (!list.empty()) list += ", ";
+        list += name;
+    }
+    if (kind != Kind::kMap) {
+        Fail(what + " must be a map with fields from: " + list + "; not " + Shown(*this));
+    }
+    const auto unknown = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
+        return std::find(allowed.begin(), allowed.end(), field.first.scalar) == allowed.end();
+    });
+    if (unknown == fields.end()) return;
+    unknown->first.Fail(what + " has no field '" + unknown->first.scalar +
+                        "'; the fields are: " + list);
+}
+
+void YamlNode::Fail(const std::string& message) const {
+    throw InputError(file, line, column, message);
+}
+
+}  // namespace lab
