@@ -1,0 +1,26 @@
+// Kernel nodes as reports name them, and the nodes behind each tag.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/phone/device_profile.h"
+#include "lab/server/tag_names.h"
+
+namespace lab {
+
+// "cpu4 scaling_max_freq", "gpu devfreq/max_freq", "ddr bwmon min_freq", "walt sched_boost"; a path
+// that fits no family stays whole.
+std::string ShortNode(const std::string& path);
+
+// The unit of what a node reads, "" when it has none.
+std::string NodeUnit(const std::string& path);
+
+// The nodes of `tag` on a device whose clusters are those of the profile; several CPUs of a cluster
+// share one. Empty for a tag without nodes.
+std::vector<std::string> TagNodes(int tag, const DeviceProfile& device);
+
+// The layout that the device's own clusters make.
+Layout LayoutOf(const DeviceProfile& device);
+
+}  // namespace lab

@@ -1,0 +1,24 @@
+// Colour for a terminal.
+#pragma once
+
+#include <string>
+
+namespace lab {
+
+enum class Colour { kPlain, kBold, kDim, kRed, kGreen, kYellow, kCyan };
+
+class Paint {
+  public:
+    // Without `on`, text stays as it is.
+    explicit Paint(bool on) : mOn(on) {}
+
+    // On for a terminal, unless the environment has NO_COLOR.
+    static Paint ForTerminal(int descriptor);
+
+    std::string operator()(Colour colour, const std::string& text) const;
+
+  private:
+    bool mOn;
+};
+
+}  // namespace lab

@@ -1,0 +1,109 @@
+#include "lab/server/request_facts.h"
+
+#include <algorithm>
+
+namespace lab {
+namespace {
+
+// A command whose locks are kept like an event's whatever the payload, and the one that ends it.
+constexpr int kKeptCommand = 5378;
+constexpr int kKeptCommandEnd = 5379;
+
+constexpr int kFirstLongScene = 12288;
+constexpr int kLastLongScene = 13568;
+
+std::string EventName(int cmdId) {
+    return "event " + std::to_string(cmdId);
+}
+
+bool IsCpuCeiling(int tag) {
+    return tag == 1 || tag == 4 || tag == 7;
+}
+
+// The limits that the frequency manager arbitrates between clients.
+bool IsArbitrated(int tag) {
+    return IsCpuCeiling(tag) || tag == 10 || tag == 40 || tag == 41;
+}
+
+// A ceiling below the floor takes the floor's lock with it.
+void AddTagOpcodes(int tag, Layout layout, std::set<int>& opcodes) {
+    opcodes.insert(FindTagOpcode(tag, layout).value_or(0));
+    if (!IsCpuCeiling(tag) && tag != 10) return;
+    if (const std::optional<int> floor = FindTagOpcode(tag - 1, layout)) opcodes.insert(*floor);
+}
+
+void AddSceneFacts(const Action& first, bool isOn, int result, Layout layout, RequestFacts& facts) {
+    facts.mayLock = true;
+    for (size_t i = 0; i + 1 < first.perfList.size(); i += 2) {
+        const int tag = first.perfList[i];
+        AddTagOpcodes(tag, layout, facts.opcodes);
+        if (result != 0) continue;
+        facts.claims.push_back(
+            {"scene " + std::to_string(first.cmdId), tag, isOn ? first.perfList[i + 1] : 0});
+    }
+}
+
+}  // namespace
+
+bool IsLongScene(const Action& first) {
+    return first.cmdId >= kFirstLongScene && first.cmdId <= kLastLongScene && first.duration == 0;
+}
+
+RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemandMs, int result,
+                     Layout layout) {
+    RequestFacts facts;
+    const bool isOn = request.payload == std::vector<int>{0};
+    const bool isOff = request.payload == std::vector<int>{-1};
+    if (IsLongScene(first)) {
+        if (isOn || isOff) AddSceneFacts(first, isOn, result, layout, facts);
+        return facts;
+    }
+    if (request.cmdId == kKeptCommandEnd) facts.ended.push_back(EventName(kKeptCommand));
+    if (isOff) {
+        facts.ended.push_back(EventName(request.cmdId));
+        return facts;
+    }
+    facts.mayLock = true;
+    bool isUntimed = false;
+    for (const Action* action = &first; action; action = action->next) {
+        isUntimed = isUntimed || (action->duration < 1 && onDemandMs < 1);
+        for (size_t i = 0; i + 1 < action->perfList.size(); i += 2) {
+            facts.opcodes.insert(action->perfList[i]);
+        }
+    }
+    if (isOn || request.cmdId == kKeptCommand) {
+        facts.standing = EventName(request.cmdId);
+    } else if (isUntimed) {
+        facts.standing = "untimed";
+        facts.replaces = true;
+    }
+    return facts;
+}
+
+RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
+    RequestFacts facts;
+    if (request.clientId < 1 || request.clientId > 4 || request.tags.empty()) return facts;
+    facts.mayLock = true;
+    const bool isGroup = request.tags.front().tag == kGroupTag;
+    const int duration = isGroup ? request.tags.front().value : 0;
+    if (isGroup && duration == 0) {
+        facts.standing = "group";
+        facts.replaces = true;
+    }
+    if (isGroup && duration < 0) facts.ended.push_back("group");
+    // The camera's words are kept only as a group's.
+    const bool isKept = request.clientId != 4 || (isGroup && duration == 0);
+    for (const TagValue& pair : request.tags) {
+        if (pair.tag == kGroupTag || pair.tag == kControlTypeTag) continue;
+        AddTagOpcodes(pair.tag, layout, facts.opcodes);
+        const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeiling(pair.tag));
+        if (!hasOwnLock) facts.groupTags.insert(pair.tag);
+        const bool isClaim = hasOwnLock || (isKept && IsArbitrated(pair.tag));
+        if (result == 0 && isClaim) {
+            facts.claims.push_back({ClientLabel(request.clientId), pair.tag, pair.value});
+        }
+    }
+    return facts;
+}
+
+}  // namespace lab

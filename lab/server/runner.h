@@ -1,0 +1,65 @@
+// Plays a scenario: lets time pass, makes its requests, and hands what happens to those who watch.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "lab/phone/phone.h"
+#include "lab/server/ledger.h"
+#include "lab/server/scenario.h"
+#include "lab/server/server.h"
+
+namespace lab {
+
+class Runner {
+  public:
+    // `observe` gets every event once, in order; the ledger has the facts of a request before it
+    // gets the request's events. On the virtual clock events are handed on after every step and
+    // forgotten, so that a run may last for days; on the real one at the end.
+    Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile& device,
+           const SceneFile& scenes, std::function<void(const Event&)> observe);
+
+    // Starts the plug-in. Throws InputError when it cannot use the scene file.
+    void Start(const ScenarioHead& head);
+
+    void Play(const std::vector<Step>& steps);
+
+    // Hands on what is left.
+    void Finish();
+
+  private:
+    void PlayStep(const Step& step);
+    void Make(const Step& step);
+    void Record(const Step& step, Server::Outcome outcome);
+    void HandOn();
+
+    // One request of the server, or one arrangement of the phone.
+    template <typename Asked>
+    Server::Outcome Perform(const Asked& asked);
+    Server::Outcome Perform(const DoCommand& asked);
+    Server::Outcome Perform(const DoInteractive& asked);
+    Server::Outcome Perform(const GetCeilings& asked);
+    Server::Outcome Perform(const GetChipType& asked);
+    Server::Outcome Perform(const SetOnDemand& asked);
+    Server::Outcome Perform(const RefuseLocks& asked);
+    Server::Outcome Perform(const ArrangeNodes& asked);
+    Server::Outcome Perform(const ArrangeProperties& asked);
+    Server::Outcome Perform(const Expect& asked);
+    Server::Outcome Perform(const Wait& asked);
+    Server::Outcome Perform(const Repeat& asked);
+
+    template <typename Asked>
+    Server::Outcome SendIfKnown(int cmdId, const Asked& asked);
+    std::vector<std::string> Failures(const Expect& expected);
+
+    Phone& mPhone;
+    Server& mServer;
+    Ledger& mLedger;
+    const DeviceProfile& mDevice;
+    const SceneFile& mScenes;
+    std::function<void(const Event&)> mObserve;
+    Time mCursor{};
+    Time mOrigin{};
+};
+
+}  // namespace lab

@@ -1,0 +1,69 @@
+#include "lab/server/scenario.h"
+
+#include <array>
+#include <string_view>
+
+#include "lab/server/step_reader.h"
+
+namespace lab {
+namespace {
+
+// The long-lived requesters of limits, with the other names under which people know them.
+struct ClientName {
+    std::string_view name;
+    int id;
+};
+constexpr auto kClientNames = std::to_array<ClientName>({
+    {"power", 1},
+    {"thermal", 2},
+    {"temp", 2},
+    {"eapa", 3},
+    {"camera", 4},
+});
+
+}  // namespace
+
+std::string ClientLabel(int clientId) {
+    for (const ClientName& row : kClientNames) {
+        if (row.id == clientId) return std::string(row.name);
+    }
+    return "client " + std::to_string(clientId);
+}
+
+int ReadClient(const YamlNode& node) {
+    const std::string& text = node.AsText("a client: power, thermal, eapa, camera or a number");
+    for (const ClientName& row : kClientNames) {
+        if (row.name == text) return row.id;
+    }
+    const std::optional<int64_t> number = ParseNumber(text);
+    if (!number || *number < INT32_MIN || *number > INT32_MAX) {
+        node.Fail("there is no client '" + text +
+                  "'; use power, thermal (or temp), eapa, camera or a number");
+    }
+    return static_cast<int>(*number);
+}
+
+ScenarioHead ReadScenarioHead(const YamlNode& root) {
+    root.ExpectFields("a scenario",
+                      {"title", "device", "scenes", "properties", "state", "debug", "steps"});
+    ScenarioHead head;
+    head.file = root.file;
+    if (const YamlNode* node = root.Find("title")) head.title = node->AsText("a title");
+    if (const YamlNode* node = root.Find("device")) {
+        head.device = node->AsText("the name or file of a device");
+    }
+    if (const YamlNode* node = root.Find("scenes")) head.scenes = node->AsText("a scene file");
+    if (const YamlNode* node = root.Find("properties")) head.properties = ReadProperties(*node);
+    if (const YamlNode* node = root.Find("state")) {
+        head.state = static_cast<int>(node->AsInt("state bits", INT32_MIN, INT32_MAX));
+    }
+    if (const YamlNode* node = root.Find("debug")) head.debug = node->AsBool("on or off");
+    root.Get("steps").AsList("a list of steps");
+    return head;
+}
+
+std::vector<Step> ReadScenarioSteps(const YamlNode& root, const SceneFile& scenes) {
+    return StepReader(scenes).Read(root.Get("steps"));
+}
+
+}  // namespace lab

@@ -1,0 +1,246 @@
+#include "lab/server/server.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "lab/server/node_names.h"
+#include "lab/server/request_facts.h"
+
+namespace lab {
+namespace {
+
+constexpr int kAndroidError = 6;
+constexpr int kMostCeilings = 133;
+
+// A phone has been up for a while when its policy server starts; boosts are counted by this clock,
+// on which 0 means never.
+constexpr long kUptimeAtStartMs = 10'000;
+
+int CountOf(const std::vector<int>& values) {
+    return static_cast<int>(values.size());
+}
+
+const int* DataOf(const std::vector<int>& values) {
+    return values.empty() ? nullptr : values.data();
+}
+
+// The tags and values of `pairs` as the two arrays that the plug-in takes.
+void Split(const std::vector<TagValue>& pairs, std::vector<int>& tags, std::vector<int>& values) {
+    for (const TagValue& pair : pairs) {
+        tags.push_back(pair.tag);
+        values.push_back(pair.value);
+    }
+}
+
+}  // namespace
+
+Server::Server(Phone& phone, Library& library, SceneFile& scenes)
+    : mPhone(phone), mLibrary(library), mScenes(scenes), mLayout(scenes.ClusterLayout()) {}
+
+std::vector<std::string> Server::LoaderErrors() const {
+    std::vector<std::string> errors;
+    for (const LogLine& line : mPhone.Events().All<LogLine>()) {
+        if (line.priority >= kAndroidError) errors.push_back(line.text);
+    }
+    return errors;
+}
+
+void Server::Start() {
+    std::map<int, RawXmlData*> heads = mScenes.Heads();
+    try {
+        mChains = mLibrary.ParseScenes(heads);
+    } catch (const std::logic_error& error) {
+        for (const SceneCommand& command : mScenes.Commands()) {
+            const SceneElement& element = command.elements.front();
+            const std::string prefix = "freq_level_info";
+            if (element.name.rfind(prefix, 0) != 0) continue;
+            if (element.name.find_first_of("0123456789") == prefix.size()) continue;
+            throw InputError(mScenes.File(), element.place.line, element.place.column,
+                             "<" + element.name + "> names no level; write <freq_level_info3>");
+        }
+        throw InputError(mScenes.File(), 0, 0,
+                         std::string("the plug-in failed on this file: ") + error.what());
+    }
+    for (const SceneCommand& command : mScenes.Commands()) {
+        if (!command.interactive) continue;
+        ActionChain chain = mLibrary.ParseInteractive(mScenes.InteractiveRecord(command));
+        if (chain) mChains.emplace(command.id, std::move(chain));
+    }
+    std::set<int> accepted;
+    for (const auto& [id, chain] : mChains) accepted.insert(id);
+    mProblems = FindSceneProblems(mScenes, LoaderErrors(), accepted);
+    mAdapter = &mLibrary.Initialize();
+}
+
+bool Server::Has(int cmdId) const {
+    return mChains.count(cmdId) > 0;
+}
+
+long Server::UptimeMs() const {
+    const auto now = mPhone.GetClock().Now();
+    return kUptimeAtStartMs +
+           static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::map<std::string, int> Server::Status() {
+    std::map<std::string, int> status;
+    mAdapter->GetPerfEventStatus(status);
+    return status;
+}
+
+// What the server does to a chain before it runs: the task id of the message, and under a thermal
+// level the boost frequencies, unless the command has used up its boosts. Returns a remark.
+std::string Server::Complete(Action& first, const DoCommand& request) {
+    if (!request.message.empty()) mAdapter->DoAddTaskBoostInfo(first, request.message);
+    const int thermal = Status()["mTB_Prior"];
+    if (thermal < 1 || request.payload == std::vector<int>{-1}) return "";
+    bool mayBreakThrough = false;
+    for (const Action* action = &first; action; action = action->next) {
+        mayBreakThrough = mayBreakThrough || action->boostLimitLevel >= thermal;
+    }
+    if (!mayBreakThrough) return "";
+    if (!mAdapter->CanThermalBoost(request.cmdId)) {
+        for (Action* action = &first; action; action = action->next) action->breakThrough = 0;
+        return ", boost count used up: no breakthrough";
+    }
+    mAdapter->UpdateBoostCount(request.cmdId, UptimeMs());
+    mAdapter->DoAddScalingInfo(first);
+    return "";
+}
+
+Server::Outcome Server::Send(const DoCommand& request) {
+    Outcome outcome;
+    const ActionChain chain = mLibrary.Copy(Chain(request.cmdId));
+    const std::string remark = Complete(*chain, request);
+    outcome.result = mAdapter->DoAction(*chain, static_cast<unsigned>(request.payload.size()),
+                                        DataOf(request.payload));
+    outcome.text = std::to_string(outcome.result) + remark;
+    outcome.facts =
+        FactsOf(request, *chain, mPhone.OnDemandDuration(request.cmdId), outcome.result, mLayout);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const DoInteractive& request) {
+    Outcome outcome;
+    outcome.result = mLibrary.DoInterFreqAction(Chain(request.cmdId), DataOf(request.payload));
+    outcome.text = std::to_string(outcome.result);
+    outcome.facts.writesStay = true;
+    return outcome;
+}
+
+Server::Outcome Server::Send(const SetLimits& request) {
+    Outcome outcome;
+    std::vector<int> tags;
+    std::vector<int> values;
+    Split(request.tags, tags, values);
+    outcome.result =
+        mAdapter->DoPerfSetConfig(request.clientId, CountOf(tags), DataOf(tags), DataOf(values));
+    outcome.text = std::to_string(outcome.result);
+    outcome.facts = FactsOf(request, outcome.result, mLayout);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const GetValues& request) {
+    Outcome outcome;
+    std::vector<int> values(request.tags.size(), INT32_MIN);
+    outcome.result =
+        mAdapter->DoPerfGetConfig(CountOf(request.tags), request.tags.data(), values.data());
+    std::string lines;
+    for (size_t i = 0; i < values.size(); ++i) {
+        const TagFacts* facts = FindTagFacts(request.tags[i], mLayout);
+        const std::string value = values[i] == INT32_MIN ? "cannot be read"
+                                  : facts                ? WithUnit(values[i], facts->unit)
+                                                         : std::to_string(values[i]);
+        lines += fmt::format("{:<32} {}\n", TagLabel(request.tags[i], mLayout), value);
+    }
+    outcome.text = lines;
+    return outcome;
+}
+
+Server::Outcome Server::Send(const GetStatus&) {
+    Outcome outcome;
+    std::map<std::string, int> status;
+    outcome.result = mAdapter->GetPerfEventStatus(status);
+    outcome.text =
+        fmt::format("performance {}, thermal level {}", status["mPB_Prior"], status["mTB_Prior"]);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const DumpLimits&) {
+    Outcome outcome;
+    outcome.text = mLibrary.DumpFreqList();
+    return outcome;
+}
+
+Server::Outcome Server::Send(const SetStateBits& request) {
+    Outcome outcome;
+    outcome.result = mAdapter->SetState(request.state);
+    outcome.text = std::to_string(outcome.result);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const SetDebugSwitch& request) {
+    Outcome outcome;
+    outcome.result = mAdapter->SetDebug(request.on);
+    outcome.text = std::to_string(outcome.result);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const CountBoost& request) {
+    mAdapter->UpdateBoostCount(request.cmdId, UptimeMs());
+    return {};
+}
+
+Server::Outcome Server::Send(const AskBoost& request) {
+    Outcome outcome;
+    outcome.result = mAdapter->CanThermalBoost(request.cmdId) ? 1 : 0;
+    outcome.text = outcome.result ? "yes" : "no, its count is used up";
+    return outcome;
+}
+
+Server::Outcome Server::Send(const GetCeilings& request) {
+    Outcome outcome;
+    std::vector<int> tags(kMostCeilings);
+    std::vector<int> values(kMostCeilings);
+    outcome.result = mAdapter->GetPerfTagValue(Chain(request.cmdId), request.release, tags.data(),
+                                               values.data());
+    outcome.text = outcome.result == 0 ? "none" : std::to_string(outcome.result);
+    std::string lines;
+    for (size_t i = 0; i < static_cast<size_t>(std::max(outcome.result, 0)); ++i) {
+        const TagFacts* facts = FindTagFacts(tags[i], mLayout);
+        lines += fmt::format("{:<32} {}\n", TagLabel(tags[i], mLayout),
+                             facts && values[i] ? WithUnit(values[i], facts->unit) : "lifted");
+    }
+    if (!lines.empty()) outcome.text = lines;
+    return outcome;
+}
+
+Server::Outcome Server::Send(const SetSchedLevel& request) {
+    Outcome outcome;
+    std::vector<int> tags;
+    std::vector<int> values;
+    Split(request.tags, tags, values);
+    outcome.result =
+        mAdapter->DoSchedLevelAction(request.level, CountOf(tags), DataOf(tags), DataOf(values));
+    outcome.text = std::to_string(outcome.result);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const ProbeAffinity& request) {
+    Outcome outcome;
+    outcome.result = mAdapter->DoProbeAffinity(static_cast<unsigned>(request.mask), request.pid);
+    outcome.text = std::to_string(outcome.result);
+    return outcome;
+}
+
+Server::Outcome Server::Send(const GetChipType& request) {
+    Outcome outcome;
+    int type = -1;
+    outcome.result = mAdapter->GetChipPlatformType(Chain(request.cmdId), type);
+    outcome.text = fmt::format("type {}", type);
+    return outcome;
+}
+
+}  // namespace lab

@@ -1,0 +1,73 @@
+// The policy server: starts the plug-in with a scene file and sends it requests as the real server
+// does.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "lab/phone/phone.h"
+#include "lab/server/ledger.h"
+#include "lab/server/library.h"
+#include "lab/server/scenario.h"
+#include "lab/server/scene_file.h"
+#include "lab/server/scene_problems.h"
+
+namespace lab {
+
+class Server {
+  public:
+    // What a request came to.
+    struct Outcome {
+        int result = 0;
+        std::string text;  // the result in words, perhaps of several lines
+        RequestFacts facts;
+    };
+
+    Server(Phone& phone, Library& library, SceneFile& scenes);
+
+    // Reads the scenes and builds the adapter, in this order: the adapter takes the clusters from
+    // the scenes. What the plug-in refused is in Problems(). Throws InputError when the plug-in
+    // cannot read the file at all.
+    void Start();
+
+    const std::vector<SceneProblem>& Problems() const { return mProblems; }
+
+    // True when the plug-in made an action of the command.
+    bool Has(int cmdId) const;
+
+    // The thermal level and the performance switch, as the plug-in reports them.
+    std::map<std::string, int> Status();
+
+    // Sends one request; each fills in the facts but for text and line.
+    Outcome Send(const DoCommand& request);
+    Outcome Send(const DoInteractive& request);
+    Outcome Send(const SetLimits& request);
+    Outcome Send(const GetValues& request);
+    Outcome Send(const GetStatus& request);
+    Outcome Send(const DumpLimits& request);
+    Outcome Send(const SetStateBits& request);
+    Outcome Send(const SetDebugSwitch& request);
+    Outcome Send(const CountBoost& request);
+    Outcome Send(const AskBoost& request);
+    Outcome Send(const GetCeilings& request);
+    Outcome Send(const SetSchedLevel& request);
+    Outcome Send(const ProbeAffinity& request);
+    Outcome Send(const GetChipType& request);
+
+  private:
+    std::vector<std::string> LoaderErrors() const;
+    std::string Complete(Action& first, const DoCommand& request);
+    long UptimeMs() const;
+    const Action& Chain(int cmdId) const { return *mChains.at(cmdId); }
+
+    Phone& mPhone;
+    Library& mLibrary;
+    SceneFile& mScenes;
+    const Layout mLayout;
+    std::map<int, ActionChain> mChains;
+    PerfAdapter* mAdapter = nullptr;
+    std::vector<SceneProblem> mProblems;
+};
+
+}  // namespace lab

@@ -1,0 +1,20 @@
+// Small text helpers that the readers and reports of the lab share.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// The whole of `text` as a number, decimal or 0x..., with an optional minus sign.
+std::optional<int64_t> ParseNumber(const std::string& text);
+
+// " (did you mean 'big_max'?)" when one of `known` is close to `word`, else nothing.
+std::string DidYouMean(const std::string& word, const std::vector<std::string>& known);
+
+// "a, b, c".
+std::string Join(const std::vector<std::string>& words);
+
+}  // namespace lab

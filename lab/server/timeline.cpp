@@ -1,0 +1,318 @@
+#include "lab/server/timeline.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "lab/server/node_names.h"
+
+namespace lab {
+namespace {
+
+constexpr int kAndroidError = 6;
+
+// Columns: names of resources, or whole paths.
+constexpr int kNameWidth = 32;
+constexpr int kWidestName = 60;
+
+std::string TimeText(Time time) {
+    return fmt::format("{:.3f}", std::chrono::duration<double>(time).count());
+}
+
+int64_t Ms(Time time) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+}
+
+std::string WithoutNewline(std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+// "40" and "40.00" are the same value.
+bool IsSameValue(const std::string& a, const std::string& b) {
+    if (a == b) return true;
+    char* endA = nullptr;
+    char* endB = nullptr;
+    const double valueA = std::strtod(a.c_str(), &endA);
+    const double valueB = std::strtod(b.c_str(), &endB);
+    return endA != a.c_str() && endB != b.c_str() && *endA == '\0' && *endB == '\0' &&
+           valueA == valueB;
+}
+
+// True when the kernel made another value of the one written. An empty write takes a request back,
+// a negative one lowers a count.
+bool IsClamped(const NodeAccess& access) {
+    if (access.requested.empty() || access.requested[0] == '-') return false;
+    return !IsSameValue(access.requested, access.after);
+}
+
+std::string WithUnitText(const std::string& value, const std::string& unit) {
+    return unit.empty() ? value : value + " " + unit;
+}
+
+}  // namespace
+
+std::string Timeline::PairText(int opcode, int value, Layout layout) {
+    const Resource resource = ResourceOf(opcode, layout);
+    return resource.name + " " + BoundText(resource.bound, value, resource.unit);
+}
+
+void Timeline::Observe(const Event& event) {
+    mNow = event.at;
+    std::visit([this](const auto& what) { Show(what); }, event.what);
+}
+
+void Timeline::Show(const RequestBegin& begin) {
+    mInRequest = true;
+    mBegan = mNow;
+    mRequest = begin.text;
+    mFacts.clear();
+}
+
+void Timeline::Show(const RequestEnd& end) {
+    mInRequest = false;
+    const bool isPlain = end.result.empty() || end.result == "0";
+    const bool isOneLine = end.result.find('\n') == std::string::npos;
+    std::string header = fmt::format("{:>10}  ", TimeText(mBegan));
+    header += mOptions.paint(Colour::kBold, mRequest);
+    if (!isPlain && isOneLine) {
+        const Colour colour = end.result[0] == '-' ? Colour::kRed : Colour::kCyan;
+        header += mOptions.paint(colour, "  -> " + end.result);
+    }
+    mOut << header << "\n";
+    mLoneTime.clear();
+    for (const Fact& fact : mFacts) WriteFact(fact, "");
+    mFacts.clear();
+    if (isOneLine) return;
+    std::istringstream lines(end.result);
+    for (std::string line; std::getline(lines, line);) mOut << std::string(14, ' ') << line << "\n";
+}
+
+void Timeline::Show(const LogLine& line) {
+    const bool isError = line.priority >= kAndroidError;
+    if (!isError && !mOptions.verbose) return;
+    std::string text = WithoutNewline(line.text);
+    if (line.tag) text = "[" + *line.tag + "] " + text;
+    const char* label = isError ? "log E" : line.priority == 4 ? "log I" : "log D";
+    Add({isError ? '!' : '.', label, text, "", "", isError ? Colour::kRed : Colour::kDim, true});
+}
+
+void Timeline::Show(const TraceSection& section) {
+    if (!mOptions.verbose) return;
+    Add({'.', "trace", section.begin ? "begin " + section.name : "end", "", "", Colour::kDim,
+         true});
+}
+
+void Timeline::Show(const LockAcquire& acquire) {
+    if (acquire.returned < 1) {
+        Fact fact{'!',          "lock", "", "", fmt::format("refused with {}", acquire.returned),
+                  Colour::kRed, true};
+        if (acquire.requestedHandle > 0) {
+            fact.remark += fmt::format(", lock {} not renewed", acquire.requestedHandle);
+        }
+        ShowPairs(acquire, fact);
+        return;
+    }
+    const bool isRenewal = mLocks.count(acquire.returned) > 0;
+    Fact fact{isRenewal ? '~' : '+',
+              fmt::format("lock {}", acquire.returned),
+              "",
+              "",
+              "",
+              Colour::kGreen,
+              false};
+    fact.remark = acquire.durationMs > 0 ? fmt::format("for {} ms", acquire.durationMs)
+                                         : std::string("until released");
+    if (isRenewal) fact.remark = "renewed " + fact.remark;
+    Lock& lock = mLocks[acquire.returned];
+    lock.list = acquire.list;
+    lock.since = mNow;
+    ShowPairs(acquire, fact);
+}
+
+void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
+    for (size_t i = 0; i + 1 < acquire.list.size(); i += 2) {
+        const Resource resource = ResourceOf(acquire.list[i], mLayout);
+        Fact fact = i == 0 ? first : Fact{};
+        if (i != 0 && first.wholeLine) {
+            fact.colour = first.colour;
+            fact.wholeLine = true;
+        }
+        fact.name = resource.name;
+        fact.value = BoundText(resource.bound, acquire.list[i + 1], resource.unit);
+        if (acquire.returned >= 1) {
+            const std::string contest =
+                Contest(acquire.returned, acquire.list[i], acquire.list[i + 1]);
+            if (!contest.empty()) fact.remark += (fact.remark.empty() ? "" : "; ") + contest;
+        }
+        Add(fact);
+    }
+}
+
+// The strictest hold of the other locks on `opcode`.
+std::optional<Timeline::Hold> Timeline::Strictest(int opcode, int except) const {
+    const bool isFloor = ResourceOf(opcode, mLayout).bound == Bound::kFloor;
+    std::optional<Hold> found;
+    for (const auto& [handle, lock] : mLocks) {
+        if (handle == except) continue;
+        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+            if (lock.list[i] != opcode) continue;
+            const int value = lock.list[i + 1];
+            const bool isStricter =
+                !found || (isFloor ? value > found->value : value < found->value);
+            if (isStricter) found = Hold{handle, value};
+        }
+    }
+    return found;
+}
+
+// Who else holds the resource, and who wins: the highest floor, the lowest ceiling.
+std::string Timeline::Contest(int handle, int opcode, int value) const {
+    if (const std::optional<int> lifted = LiftedOpcode(opcode)) {
+        const std::optional<Hold> ceiling = Strictest(*lifted, handle);
+        if (!ceiling) return "";
+        return fmt::format("lifts lock {}'s {}", ceiling->handle,
+                           WithUnit(ceiling->value, Unit::kMhz));
+    }
+    const Resource resource = ResourceOf(opcode, mLayout);
+    if (resource.bound == Bound::kExact) return "";
+    const std::optional<Hold> rival = Strictest(opcode, handle);
+    if (!rival) return "";
+    if (rival->value == value) return fmt::format("as lock {} does", rival->handle);
+    const bool wins = resource.bound == Bound::kFloor ? value > rival->value : value < rival->value;
+    const std::string held = WithUnit(rival->value, resource.unit);
+    return wins ? fmt::format("wins over lock {}'s {}", rival->handle, held)
+                : fmt::format("lock {} wins with {}", rival->handle, held);
+}
+
+void Timeline::Show(const LockRelease& release) {
+    if (!release.wasHeld) {
+        Add({'.', fmt::format("lock {}", release.handle), "", "released, but not held any more", "",
+             Colour::kDim, true});
+        return;
+    }
+    ShowEnd(release.handle, "released");
+}
+
+void Timeline::Show(const LockExpire& expire) {
+    ShowEnd(expire.handle, "expired");
+}
+
+void Timeline::ShowEnd(int handle, const std::string& how) {
+    const auto found = mLocks.find(handle);
+    Fact fact{'-', fmt::format("lock {}", handle), "", how, "", Colour::kYellow, false};
+    if (found == mLocks.end()) {
+        Add(fact);
+        return;
+    }
+    const Lock lock = found->second;
+    mLocks.erase(found);
+    if (lock.list.size() >= 2) fact.name = ResourceOf(lock.list[0], mLayout).name;
+    if (lock.list.size() > 2) fact.name += fmt::format(" and {} more", lock.list.size() / 2 - 1);
+    fact.remark = fmt::format("after {} ms", Ms(mNow - lock.since));
+    Add(fact);
+    ShowTakeOver(lock.list);
+}
+
+// Which of the other locks now decides a resource that an ended one decided before.
+void Timeline::ShowTakeOver(const std::vector<int>& list) {
+    for (size_t i = 0; i + 1 < list.size(); i += 2) {
+        const Resource resource = ResourceOf(list[i], mLayout);
+        if (resource.bound == Bound::kExact) continue;
+        const std::optional<Hold> heir = Strictest(list[i], 0);
+        if (!heir) continue;
+        const bool isWeaker =
+            resource.bound == Bound::kFloor ? heir->value < list[i + 1] : heir->value > list[i + 1];
+        if (!isWeaker) continue;
+        Add({' ', fmt::format("lock {}", heir->handle), resource.name,
+             BoundText(resource.bound, heir->value, resource.unit), "holds it now", Colour::kPlain,
+             false});
+    }
+}
+
+void Timeline::Show(const NodeAccess& access) {
+    const std::string name = mOptions.verbose ? access.path : ShortNode(access.path);
+    const std::string unit = NodeUnit(access.path);
+    if (access.kind == NodeAccess::Kind::kRead) {
+        if (!mOptions.verbose) return;
+        Add({'.', "read", name,
+             access.error ? std::strerror(access.error) : WithUnitText(access.before, unit), "",
+             Colour::kDim, true});
+        return;
+    }
+    const char* who = access.byHal ? "by the HAL" : "by the plug-in";
+    if (access.error != 0) {
+        Add({'!', "node", name, "write " + access.requested + " refused",
+             fmt::format("{}, {}", std::strerror(access.error), who), Colour::kRed, true});
+        return;
+    }
+    const bool isChanged = access.before != access.after;
+    if (!isChanged && access.byHal && !mOptions.verbose) return;
+    // What the HAL writes stands below its lock and needs no name.
+    Fact fact{'=', "node", name, "", access.byHal ? "" : who, Colour::kCyan, false};
+    fact.value = isChanged ? WithUnitText(access.before + " -> " + access.after, unit)
+                           : WithUnitText(access.after, unit) + ", as before";
+    if (IsClamped(access)) {
+        fact.remark += fmt::format("{}kernel makes {} of {}", fact.remark.empty() ? "" : "; ",
+                                   access.after, access.requested);
+    }
+    Add(fact);
+}
+
+void Timeline::Show(const TimerEvent& timer) {
+    Fact fact{'@', "timer", "", "", "", Colour::kYellow, false};
+    switch (timer.kind) {
+        case TimerEvent::Kind::kCreate:
+        case TimerEvent::Kind::kDelete:
+            if (!mOptions.verbose) return;
+            fact.name = timer.kind == TimerEvent::Kind::kCreate ? "created" : "deleted";
+            break;
+        case TimerEvent::Kind::kArm:
+            fact.name = "limit breakthrough";
+            fact.value = fmt::format("armed for {} ms", timer.ms);
+            break;
+        case TimerEvent::Kind::kDisarm:
+            fact.name = "limit breakthrough";
+            fact.value = "disarmed";
+            break;
+        case TimerEvent::Kind::kFire:
+            fact.name = "limit breakthrough";
+            fact.value = "over";
+            break;
+    }
+    Add(fact);
+}
+
+void Timeline::Show(const JankRecord& record) {
+    if (!mOptions.verbose) return;
+    Add({'.', "jank", fmt::format("{} {}", record.id, WithoutNewline(record.text)), "", "",
+         Colour::kDim, true});
+}
+
+void Timeline::Add(const Fact& fact) {
+    if (mInRequest) {
+        mFacts.push_back(fact);
+        return;
+    }
+    const std::string time = TimeText(mNow);
+    WriteFact(fact, time == mLoneTime ? "" : time);
+    mLoneTime = time;
+}
+
+void Timeline::WriteFact(const Fact& fact, const std::string& time) {
+    std::string body = fact.label;
+    if (!fact.name.empty() || !fact.value.empty() || !fact.remark.empty()) {
+        body = fmt::format("{:<9} {:<{}} {:<28} {}", fact.label, fact.name,
+                           mOptions.verbose ? kWidestName : kNameWidth, fact.value, fact.remark);
+    }
+    body.resize(body.find_last_not_of(' ') + 1);
+    const std::string sign(1, fact.sign);
+    mOut << fmt::format("{:>10}    ", time)
+         << (fact.wholeLine ? mOptions.paint(fact.colour, sign + " " + body)
+                            : mOptions.paint(fact.colour, sign) + " " + body)
+         << "\n";
+}
+
+}  // namespace lab

@@ -1,0 +1,88 @@
+// The events of a run as text that a performance engineer reads: one line per fact, in columns,
+// indented under the request that it belongs to.
+//
+//     0.100  on touch (4098)
+//              + lock 1    big_cpu0_min_freq             >= 1324 MHz           for 500 ms
+//              = node      cpu4 scaling_min_freq         633600 -> 1324000 kHz
+//     0.600    - lock 1    big_cpu0_min_freq             expired               after 500 ms
+#pragma once
+
+#include <map>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "lab/phone/events.h"
+#include "lab/server/paint.h"
+#include "lab/server/resource_names.h"
+
+namespace lab {
+
+class Timeline {
+  public:
+    struct Options {
+        bool verbose = false;  // info and debug lines, trace sections, node reads too
+        Paint paint{false};
+    };
+
+    Timeline(std::ostream& out, Layout layout, const Options& options)
+        : mOut(out), mLayout(layout), mOptions(options) {}
+
+    // Writes what `event` tells; a request is written when it ends, with all that belongs to it.
+    void Observe(const Event& event);
+
+    // "big_cpu0_min_freq >= 1766 MHz" for one pair of a lock's list.
+    static std::string PairText(int opcode, int value, Layout layout);
+
+  private:
+    struct Lock {
+        Time since{};
+        std::vector<int> list;
+    };
+    struct Hold {
+        int handle = 0;
+        int value = 0;
+    };
+    struct Fact {
+        char sign = ' ';
+        std::string label;
+        std::string name;
+        std::string value;
+        std::string remark;
+        Colour colour = Colour::kPlain;
+        bool wholeLine = false;  // colours the line, not the sign alone
+    };
+
+    void Show(const LogLine& line);
+    void Show(const TraceSection& section);
+    void Show(const LockAcquire& acquire);
+    void Show(const LockRelease& release);
+    void Show(const LockExpire& expire);
+    void Show(const NodeAccess& access);
+    void Show(const TimerEvent& timer);
+    void Show(const JankRecord& record);
+    void Show(const RequestBegin& begin);
+    void Show(const RequestEnd& end);
+
+    void ShowPairs(const LockAcquire& acquire, Fact first);
+    void ShowEnd(int handle, const std::string& how);
+    std::optional<Hold> Strictest(int opcode, int except) const;
+    std::string Contest(int handle, int opcode, int value) const;
+    void ShowTakeOver(const std::vector<int>& list);
+    void Add(const Fact& fact);
+    void WriteFact(const Fact& fact, const std::string& time);
+
+    std::ostream& mOut;
+    const Layout mLayout;
+    const Options mOptions;
+    Time mNow{};
+    bool mInRequest = false;
+    Time mBegan{};
+    std::string mRequest;
+    std::vector<Fact> mFacts;  // of the request under way
+    std::map<int, Lock> mLocks;
+    std::string mLoneTime;  // of the fact written last, when it belongs to no request
+};
+
+}  // namespace lab
