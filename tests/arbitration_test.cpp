@@ -1,0 +1,211 @@
+// Arbitration of the limits of several clients and scene commands.
+#include <gmock/gmock.h>
+
+#include <climits>
+
+#include "tests/support/plugin_test.h"
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr int kPower = 1;
+constexpr int kTemp = 2;
+constexpr int kEapa = 3;
+constexpr int kCamera = 4;
+constexpr int kGroup = 98;
+constexpr int kOn = 0;
+constexpr int kOff = -1;
+
+// Prime cluster ceiling; its opcode for the HAL takes MHz.
+constexpr int kPrimeMax = 7;
+
+}  // namespace
+
+class ArbitrationTest : public PluginTest {
+  protected:
+    void SetUp() override { Boot(); }
+
+    // The MHz of the prime ceiling's live lock, 0 when it has none.
+    int PrimeCeiling() {
+        int mhz = 0;
+        for (const auto& lock : GetPhone().Hal().Held()) {
+            if (static_cast<unsigned>(lock.list[0]) == 0x40804200) mhz = lock.list[1];
+        }
+        return mhz;
+    }
+};
+
+TEST_F(ArbitrationTest, LowestCeilingWinsUntilItIsLifted) {
+    Limit(kEapa, {{kPrimeMax, 2054400}});
+    EXPECT_EQ(PrimeCeiling(), 2054);
+    Limit(kPower, {{kPrimeMax, 2400000}});
+    EXPECT_EQ(PrimeCeiling(), 2054);
+    // The power client's own, higher request counts from now on.
+    Limit(kEapa, {{kPrimeMax, 0}});
+    EXPECT_EQ(PrimeCeiling(), 2400);
+    Limit(kPower, {{kPrimeMax, 0}});
+    EXPECT_EQ(PrimeCeiling(), 0);
+    EXPECT_EQ(Node("/sys/devices/system/cpu/cpu7/cpufreq/scaling_max_freq"), "2995200");
+    EXPECT_TRUE(GetPhone().Hal().Held().empty());
+}
+
+TEST_F(ArbitrationTest, CameraCountsOnlyAsAnUntimedGroup) {
+    Limit(kEapa, {{kPrimeMax, 2054400}});
+    Limit(kCamera, {{kPrimeMax, 2400000}});
+    EXPECT_EQ(PrimeCeiling(), 2400);
+    Limit(kPower, {{kPrimeMax, 0}});
+    EXPECT_EQ(PrimeCeiling(), 2054);
+
+    Limit(kCamera, {{kGroup, 0}, {kPrimeMax, 1843200}});
+    EXPECT_EQ(PrimeCeiling(), 1843);
+    Limit(kPower, {{kPrimeMax, 2400000}});
+    EXPECT_EQ(PrimeCeiling(), 1843);
+}
+
+TEST_F(ArbitrationTest, SceneCeilingHoldsFromItsStartToItsEnd) {
+    Limit(kPower, {{kPrimeMax, 2400000}});
+    Scene(12288, {{kPrimeMax, 1843200}}, kOn);
+    Scene(12289, {{kPrimeMax, 2054400}}, kOn);
+    EXPECT_EQ(PrimeCeiling(), 1843);
+    Limit(kPower, {{kPrimeMax, 2265600}});
+    EXPECT_EQ(PrimeCeiling(), 1843);
+    Scene(12288, {{kPrimeMax, 1843200}}, kOff);
+    EXPECT_EQ(PrimeCeiling(), 2054);
+    Scene(12289, {{kPrimeMax, 2054400}}, kOff);
+    EXPECT_EQ(PrimeCeiling(), 2265);
+}
+
+TEST_F(ArbitrationTest, HighestSceneFloorWins) {
+    Scene(12288, {{6, 1171200}}, kOn);
+    Scene(12289, {{6, 1401600}}, kOn);
+    Scene(12288, {{6, 1171200}}, kOn);
+    EXPECT_EQ(HalCalls().back(), "acq 0 0ms 0x40800200=1401 -> 3");
+    Scene(12289, {{6, 1401600}}, kOff);
+    EXPECT_EQ(HalCalls().back(), "acq 0 0ms 0x40800200=1171 -> 4");
+    Scene(12288, {{6, 1171200}}, kOff);
+    // Nobody asks any more: the default floor, as the kernel had it.
+    EXPECT_EQ(HalCalls().back(), "acq 0 0ms 0x40800200=806 -> 5");
+}
+
+TEST_F(ArbitrationTest, SceneWithoutLimitsBehindItEndsWithTheDefault) {
+    Scene(12288, {{kPrimeMax, 1843200}}, kOn);
+    Scene(12288, {{kPrimeMax, 1843200}}, kOff);
+    EXPECT_EQ(PrimeCeiling(), 0);
+    EXPECT_TRUE(GetPhone().Hal().Held().empty());
+}
+
+TEST_F(ArbitrationTest, ManyScenesThatEndedCostAndChangeNothing) {
+    for (int cmdId = 12288; cmdId <= 13568; ++cmdId) {
+        Scene(cmdId, {{kPrimeMax, 1843200}}, kOn);
+        Scene(cmdId, {{kPrimeMax, 1843200}}, kOff);
+    }
+    EXPECT_TRUE(GetPhone().Hal().Held().empty());
+    Scene(12288, {{kPrimeMax, 2400000}}, kOn);
+    EXPECT_EQ(PrimeCeiling(), 2400);
+}
+
+struct RequestCase {
+    const char* what;
+    int clientId;
+    std::vector<std::pair<int, int>> tagValues;
+    int result;
+    std::string error;  // empty: none
+};
+
+class RequestTest : public ArbitrationTest, public testing::WithParamInterface<RequestCase> {};
+
+TEST_P(RequestTest, ReachesTheHalOrIsRefusedWhole) {
+    const RequestCase& c = GetParam();
+    EXPECT_EQ(Limit(c.clientId, c.tagValues), c.result) << c.what;
+    EXPECT_THAT(HalCalls(), IsEmpty()) << c.what;
+    if (!c.error.empty()) {
+        EXPECT_THAT(Log(kError), Contains(c.error)) << c.what;
+    } else {
+        EXPECT_THAT(Log(kError), IsEmpty()) << c.what;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arbitration, RequestTest,
+    testing::Values(
+        RequestCase{"nobody", 0, {{1, 1171200}}, 0, ""},
+        RequestCase{"scene without an event", 12288, {{1, 1171200}}, -1, ""},
+        RequestCase{"negative client", -3, {{1, 1171200}}, -1, ""},
+        RequestCase{"ends of int", INT_MIN, {{INT_MAX, INT_MIN}}, -1, ""},
+        RequestCase{"negative value behind a good one",
+                    1,
+                    {{7, 2054400}, {1, -1}},
+                    -1,
+                    "tarquel: invalid config value(-1)"},
+        RequestCase{"no tags", 1, {}, 0, ""},
+        RequestCase{"camera without tags",
+                    4,
+                    {},
+                    -1,
+                    "tarquel: DoPerfSetConfig invalid request, clientId is 4, tagLen is 0\n"},
+        RequestCase{"group without tags",
+                    1,
+                    {{98, 0}},
+                    0,
+                    "tarquel: DoGroupPerfSetConfig tags not exist.\n"},
+        RequestCase{"tag without opcode",
+                    1,
+                    {{2, 5}},
+                    0,
+                    "tarquel: PerfServiceSetConfig doesn't support this tag[2]\n"},
+        RequestCase{
+            "zero for a plain tag", 1, {{40, 0}}, 0, "tarquel: tag = 40, configVal is 0\n"}));
+
+TEST_F(ArbitrationTest, MalformedRequestsAreRefused) {
+    const int one = 1;
+    EXPECT_EQ(Adapter().DoPerfSetConfig(1, -1, &one, &one), -1);
+    EXPECT_EQ(Adapter().DoPerfSetConfig(1, INT_MAX, &one, &one), -1);
+    EXPECT_EQ(Adapter().DoPerfSetConfig(1, 1, nullptr, &one), -1);
+    EXPECT_EQ(Adapter().DoPerfSetConfig(1, 1, &one, nullptr), -1);
+    EXPECT_EQ(Log(kError).size(), 4u);
+    EXPECT_THAT(HalCalls(), IsEmpty());
+}
+
+TEST_F(ArbitrationTest, ThermalRequestKeepsTheCeilingsThatItLeavesOut) {
+    Limit(kTemp, {{57, 6}});
+    Limit(kTemp, {{1, 1171200}, {kPrimeMax, 2054400}});
+    Forget();
+    Limit(kTemp, {{1, 1075200}});
+    // The write-back restores what the last requests gave, but for the tag just written.
+    EXPECT_THAT(NodeWrites(),
+                ElementsAre("/sys/devices/system/cpu/cpu0/cpufreq/scaling_max_freq=1075200",
+                            "/sys/devices/system/cpu/cpu7/cpufreq/scaling_max_freq=2054400"));
+}
+
+TEST_F(ArbitrationTest, DumpShowsWhatWasAskedForAndNotWhatWasGranted) {
+    Limit(kEapa, {{kPrimeMax, 2054400}});
+    Limit(kPower, {{kPrimeMax, 2400000}, {40, 45}});
+    EXPECT_EQ(GetLibrary().DumpFreqList(),
+              "PG set freq is:\n"
+              "tag=little cpu max,        value=-1\n"
+              "tag=middle cpu max,        value=-1\n"
+              "tag=big cpu max,           value=2400000\n"
+              "tag=gpu max,               value=-1\n"
+              "tag=ipa switch temp,       value=45\n"
+              "tag=ipa sustainable power, value=-1\n"
+              "TC set freq is:\n"
+              "tag=little cpu max,        value=-1\n"
+              "tag=middle cpu max,        value=-1\n"
+              "tag=big cpu max,           value=-1\n"
+              "tag=gpu max,               value=-1\n"
+              "tag=ipa switch temp,       value=-1\n"
+              "tag=ipa sustainable power, value=-1\n"
+              "EAPA set freq is:\n"
+              "tag=little cpu max,        value=-1\n"
+              "tag=middle cpu max,        value=-1\n"
+              "tag=big cpu max,           value=2054400\n"
+              "tag=gpu max,               value=-1\n"
+              "tag=ipa switch temp,       value=-1\n"
+              "tag=ipa sustainable power, value=-1\n");
+}

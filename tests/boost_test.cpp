@@ -1,0 +1,180 @@
+// Completion of chains before they run, and the count of boosts in a period.
+#include <gmock/gmock.h>
+
+#include "tests/support/plugin_test.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class BoostTest : public PluginTest {
+  protected:
+    // Boot with boost-frequency level 3 configured.
+    void BootWithLevel(const std::string& device, const Pairs& level) {
+        Boot(device);
+        Command info(2);
+        info.Element("freq_level_info3", level);
+        Parse({&info});
+        Forget();
+    }
+
+    void EnterThermal(int level) {
+        Limit(2, {{57, 4 + level}});
+        Forget();
+    }
+};
+
+TEST_F(BoostTest, TaskIdGoesBehindTheTaskBoostOpcode) {
+    Boot();
+    const auto plain = MakeAction(4353, 10, {0x40C80000, 0});
+    const auto first = MakeAction(4353, 10, {0x40C00000, 1, 0x40C80000, 0});
+    plain->next = first.get();
+    first->taskBoost = 1;
+    EXPECT_EQ(Adapter().DoAddTaskBoostInfo(*plain, "pid=5||targetPid=1234|x=1"), 0);
+    EXPECT_THAT(plain->perfList, ElementsAre(0x40C80000, 0));
+    EXPECT_THAT(first->perfList, ElementsAre(0x40C00000, 1, 0x40C80000, 1234));
+    EXPECT_THAT(Log(kError), IsEmpty());
+}
+
+struct TaskMessageCase {
+    std::string message;
+    std::vector<std::string> errors;
+};
+
+class TaskMessageTest : public BoostTest, public testing::WithParamInterface<TaskMessageCase> {};
+
+TEST_P(TaskMessageTest, WithoutATaskIdChangesNothing) {
+    Boot();
+    const auto first = MakeAction(4353, 10, {0x40C80000, 7});
+    const auto second = MakeAction(4353, 10, {0x40C80000, 7});
+    first->taskBoost = second->taskBoost = 1;
+    first->next = second.get();
+    EXPECT_EQ(Adapter().DoAddTaskBoostInfo(*first, GetParam().message), 0);
+    EXPECT_THAT(first->perfList, ElementsAre(0x40C80000, 7));
+    EXPECT_THAT(second->perfList, ElementsAre(0x40C80000, 7));
+    EXPECT_EQ(Log(kError), GetParam().errors);
+}
+
+const std::string kNoTaskId = "tarquel: TarquelEvent get taskId failed\n";
+INSTANTIATE_TEST_SUITE_P(
+    Boost, TaskMessageTest,
+    testing::Values(TaskMessageCase{"", {kNoTaskId}}, TaskMessageCase{"pid=5", {kNoTaskId}},
+                    TaskMessageCase{"|||", {kNoTaskId}},
+                    TaskMessageCase{"targetPid=x|targetPid=5", {kNoTaskId}},
+                    TaskMessageCase{"targetPid=0", {}}, TaskMessageCase{"targetPid=-4", {}},
+                    TaskMessageCase{"targetPid=5" + std::string(501, ' '),
+                                    {"tarquel: get targetPid: snprintf_s error\n", kNoTaskId}}));
+
+TEST_F(BoostTest, LastIntIsNoPlaceForATaskId) {
+    Boot();
+    const auto action = MakeAction(4353, 10, {0x40C00000, 0x40C80000});
+    action->taskBoost = 1;
+    Adapter().DoAddTaskBoostInfo(*action, "targetPid=9");
+    EXPECT_THAT(action->perfList, ElementsAre(0x40C00000, 0x40C80000));
+}
+
+TEST_F(BoostTest, ThermalBoostTakesTheLevelsFrequencies) {
+    BootWithLevel("sm8450", {{"little_cpu0_max_freq", "1171200"},
+                             {"big_cpu0_max_freq", "1881600"},
+                             {"prime_cpu0_max_freq", "2054400"}});
+    EnterThermal(2);
+    const auto first = MakeAction(4353, 10, {0x40804000, 1, 0x40804100, 2, 0x40804200, 3}, 1);
+    const auto second = MakeAction(4353, 10, {0x40C00000, 1}, 2);
+    first->next = second.get();
+    first->boostLevels = second->boostLevels = {9, 3, 9, 9};
+    EXPECT_EQ(Adapter().DoAddScalingInfo(*first), 0);
+    // The first allows thermal level 1 only: its limits are rewritten, but it gets no ceilings.
+    EXPECT_THAT(first->perfList, ElementsAre(0x40804000, 1881, 0x40804100, 1171, 0x40804200, 2054));
+    EXPECT_EQ(first->tagLen, 3);
+    EXPECT_THAT(second->perfList, ElementsAre(0x40C00000, 1, 0x40810000, 1171200, 0x40814000,
+                                              1881600, 0x40818000, 2054400));
+    EXPECT_EQ(second->tagLen, 4);
+}
+
+TEST_F(BoostTest, LevelWithoutFrequenciesLiftsToTheHardwareMaximum) {
+    BootWithLevel("sm4450", {{"little_cpu0_max_freq", "1094400"}});
+    EnterThermal(1);
+    const auto action = MakeAction(4353, 10, {0x40804000, 1}, 4);
+    action->boostLevels = {3, 9, 9, 9};
+    Adapter().DoAddScalingInfo(*action);
+    EXPECT_THAT(action->perfList,
+                ElementsAre(0x40804000, 1, 0x40810000, 1958400, 0x40814000, 2208000));
+    EXPECT_EQ(action->tagLen, 3);
+}
+
+TEST_F(BoostTest, TextThatIsNoFrequencyCountsAsZero) {
+    BootWithLevel("sm4450", {{"little_cpu0_max_freq", "fast"}, {"big_cpu0_max_freq", "1651200"}});
+    EnterThermal(1);
+    const auto action = MakeAction(4353, 10, {0x40804100, 5}, 4);
+    action->boostLevels = {3};
+    Adapter().DoAddScalingInfo(*action);
+    EXPECT_THAT(action->perfList, ElementsAre(0x40804100, 0, 0x40810000, 0, 0x40814000, 1651200));
+}
+
+struct UntouchedCase {
+    const char* what;
+    int thermal;
+    int boostLimitLevel;
+    int breakThrough;
+    std::vector<int> boostLevels;
+};
+
+class UntouchedTest : public BoostTest, public testing::WithParamInterface<UntouchedCase> {};
+
+TEST_P(UntouchedTest, ChainStaysAsItIs) {
+    Boot();
+    const UntouchedCase& c = GetParam();
+    if (c.thermal != 0) EnterThermal(c.thermal);
+    const auto action = MakeAction(4353, 10, {0x40804000, 1}, c.boostLimitLevel);
+    action->breakThrough = static_cast<uint8_t>(c.breakThrough);
+    action->boostLevels.assign(c.boostLevels.begin(), c.boostLevels.end());
+    EXPECT_EQ(Adapter().DoAddScalingInfo(*action), 0);
+    EXPECT_THAT(action->perfList, ElementsAre(0x40804000, 1)) << c.what;
+    EXPECT_EQ(action->tagLen, 1) << c.what;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Boost, UntouchedTest,
+    testing::Values(UntouchedCase{"no thermal level", 0, 4, 1, {3, 3, 3, 3}},
+                    UntouchedCase{"hotter than the action allows", 3, 2, 1, {3, 3, 3, 3}},
+                    UntouchedCase{"limit level beyond 4", 1, 5, 1, {3, 3, 3, 3}},
+                    UntouchedCase{"no breakthrough allowed", 1, 4, 0, {3, 3, 3, 3}},
+                    UntouchedCase{"fewer levels than the thermal one", 4, 4, 1, {3, 3, 3}},
+                    UntouchedCase{"level outside 0 to 9", 1, 4, 1, {10}}));
+
+class BoostCountTest : public BoostTest {
+  protected:
+    void Configure(const std::string& limit, const std::string& period) {
+        Boot();
+        Command command(4353);
+        command.Element(
+            "boost",
+            {{"duration_ms", "10"}, {"boost_count_limit", limit}, {"boost_period", period}});
+        Parse({&command});
+    }
+};
+
+TEST_F(BoostCountTest, CommandIsUsedUpUntilItsPeriodHasPassed) {
+    Configure("3", "3000");
+    for (const long now : {1000, 1100, 1200}) {
+        EXPECT_TRUE(Adapter().CanThermalBoost(4353));
+        Adapter().UpdateBoostCount(4353, now);
+    }
+    EXPECT_FALSE(Adapter().CanThermalBoost(4353));
+    EXPECT_TRUE(Adapter().CanThermalBoost(4354));
+    // The whole period passed: one boost counts.
+    Adapter().UpdateBoostCount(4353, 4200);
+    EXPECT_TRUE(Adapter().CanThermalBoost(4353));
+    Adapter().UpdateBoostCount(4353, 4201);
+    Adapter().UpdateBoostCount(4353, 4202);
+    EXPECT_FALSE(Adapter().CanThermalBoost(4353));
+    // So it is when the clock goes back.
+    Adapter().UpdateBoostCount(4353, 100);
+    EXPECT_TRUE(Adapter().CanThermalBoost(4353));
+}
+
+TEST_F(BoostCountTest, CommandWithoutBothNumbersIsNeverCounted) {
+    Configure("1", "0");
+    Adapter().UpdateBoostCount(4353, 1000);
+    Adapter().UpdateBoostCount(4353, 1000);
+    EXPECT_TRUE(Adapter().CanThermalBoost(4353));
+}
