@@ -36,3 +36,12 @@ endif()
 
 add_library(project_options INTERFACE)
 target_link_libraries(project_options INTERFACE project_checks project_stdlib)
+
+# What runs beside the library and not on a phone: built for a short build rather than a fast run.
+# These options stand behind the build type's, and so win over them.
+add_library(project_lab_options INTERFACE)
+target_compile_options(project_lab_options INTERFACE -O1 -g1)
+target_link_libraries(project_lab_options INTERFACE project_options)
+add_library(project_test_options INTERFACE)
+target_compile_options(project_test_options INTERFACE -O0 -g1)
+target_link_libraries(project_test_options INTERFACE project_options)
