@@ -10,6 +10,21 @@
 
 using namespace tarquel;
 
+void* QcomPerfAdapter::operator new(size_t size) {
+    void* first = ::operator new(size);
+    sigval value{};
+    value.sival_ptr = first;
+    if (value.sival_int != 0) return first;
+    // Another place, taken while the first is still held, so that it is not the same.
+    void* second = ::operator new(size);
+    ::operator delete(first);
+    return second;
+}
+
+void QcomPerfAdapter::operator delete(void* adapter) {
+    ::operator delete(adapter);
+}
+
 QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
     PerfLockClient::InitPerfLock();
     InitCpuNode();

@@ -72,6 +72,10 @@ class QcomPerfAdapter : public PerfAdapter {
     // The manager in force, for the server's dump. The adapter owns it.
     TARQUEL_API QcomFreqManager* FreqManager() const;
 
+    // Never at an address whose low 32 bits are 0: the timer's callback takes such a one for none.
+    static void* operator new(size_t size);
+    static void operator delete(void* adapter);
+
     // Applies what the manager arbitrated; called with its mutex held.
     int DoRealPerfSetConfig(int clientId, int tagLen, const int* tags, const int* newConfigs);
 

@@ -335,7 +335,8 @@ gpu:
 class ProfileMistakes : public ::testing::TestWithParam<Mistake> {};
 
 TEST_P(ProfileMistakes, AreNamedWhereTheyStand) {
-    const std::string file = ::testing::TempDir() + "/profile_mistake.yaml";
+    const std::string file =
+        ::testing::TempDir() + "/profile_mistake_" + std::to_string(getpid()) + ".yaml";
     std::string text = kProfile;
     text.replace(text.find(GetParam().good), GetParam().good.size(), GetParam().bad);
     std::ofstream(file) << text;
