@@ -18,7 +18,7 @@ namespace keys = tarquel::keys;
 
 namespace {
 
-constexpr int kMaxPairs = 35;
+constexpr size_t kMaxPairs = 35;
 constexpr size_t kPairBufferInts = 72;
 
 // What a frequency in kHz may be; the HAL takes it in MHz.
@@ -136,9 +136,9 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
     std::map<int, int> pairs;
     if (ObtainXmlValue(element, pairs, &duration, &boostLimitLevel) != 0) return nullptr;
 
-    int count = 0;
+    size_t used = 0;
     for (auto [opcode, value] : pairs) {
-        if (count == kMaxPairs) {
+        if (used == 2 * kMaxPairs) {
             TARQUEL_LOGE("tarquel: xml is invalid, too many elements");
             break;
         }
@@ -146,12 +146,11 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
             if (value < kMinKhz || value > kMaxKhz) return nullptr;
             value /= kKhzPerMhz;
         }
-        buffer[static_cast<size_t>(2 * count)] = opcode;
-        buffer[static_cast<size_t>(2 * count + 1)] = value;
-        ++count;
+        buffer[used++] = opcode;
+        buffer[used++] = value;
     }
     return std::make_unique<QcomAction>(element.cmdId, element.name, duration, boostLimitLevel,
-                                        count, buffer.data());
+                                        static_cast<int>(used / 2), buffer.data());
 }
 
 int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
