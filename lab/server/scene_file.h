@@ -7,16 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "lab/server/scene_text.h"
 #include "lab/server/tag_names.h"
 #include "tarquel/raw_xml_data.h"
 
 namespace lab {
-
-// Where something stands in a scene file; both 1-based.
-struct Place {
-    int line = 0;
-    int column = 0;
-};
 
 struct SceneKey {
     std::string name;
@@ -34,6 +29,8 @@ struct SceneElement {
 };
 
 struct SceneCommand {
+    static constexpr int kNoId = -1;  // of a mistaken command: no file in use has one
+
     int id = 0;
     std::string name;  // empty when it has none
     Place place;
@@ -51,6 +48,14 @@ class SceneFile {
     // is not in the form of a scene file. What its keys and values mean is left to the plug-in.
     static SceneFile Load(const std::string& file);
     static SceneFile Parse(const std::string& text, const std::string& file);
+
+    // As Parse, but goes on behind mistakes of form, which it adds to `problems`; the commands are
+    // what is left, mistaken ones among them.
+    static SceneFile ParseAll(const std::string& text, const std::string& file,
+                              std::vector<SceneProblem>& problems);
+
+    // A scene file of these commands.
+    static SceneFile Of(std::vector<SceneCommand> commands, const std::string& file);
 
     const std::string& File() const { return mFile; }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 
 #include "loader/vocabulary_table.h"
@@ -107,6 +108,7 @@ class Finder {
     Place FindNamed(const std::string& message, int id) const {
         const SceneCommand* command = mScenes.Find(id);
         if (!command) return {};
+        if (message.find("multi-action") != std::string::npos) return EndlessPlace(*command);
         const size_t at = message.rfind("element is ");
         if (at == std::string::npos) return command->place;
         const std::string name = message.substr(at + 11);
@@ -117,6 +119,19 @@ class Finder {
             }
         }
         return command->place;
+    }
+
+    // Where an element that lasts until released says so, or should say something else.
+    static Place EndlessPlace(const SceneCommand& command) {
+        for (const SceneElement& element : command.elements) {
+            const SceneKey* duration = nullptr;
+            for (const SceneKey& key : element.keys) {
+                if (key.name == "duration_ms") duration = &key;
+            }
+            if (!duration) return element.place;
+            if (std::atoi(duration->value.c_str()) == 0) return duration->place;
+        }
+        return command.place;
     }
 
     // The message has the value kept and the one dropped, "(3, 4)".
@@ -140,16 +155,16 @@ class Finder {
         });
     }
 
+    // The first key that is cut: the smallest opcode behind those that are kept.
     Place FindTooLong() {
         return FindNext([](const KeyAt& at) {
             std::set<int32_t> opcodes;
             for (const SceneKey& key : at.element->keys) {
-                if (const std::optional<int32_t> opcode = OpcodeOf(key.name)) {
-                    opcodes.insert(*opcode);
-                }
-                if (&key == at.key) break;
+                const std::optional<int32_t> opcode = OpcodeOf(key.name);
+                if (opcode) opcodes.insert(*opcode);
             }
-            return opcodes.size() == kMostPairs + 1;
+            return opcodes.size() > kMostPairs &&
+                   OpcodeOf(at.key->name) == *std::next(opcodes.begin(), kMostPairs);
         });
     }
 

@@ -11,11 +11,6 @@
 
 namespace lab {
 
-struct SceneProblem {
-    Place place;  // line 0 when the plug-in's message tells no place
-    std::string message;
-};
-
 // Finds the place of each error line that the plug-in logged while it read `scenes`, and the
 // commands that it dropped without a word.
 //   errors    the loader's error lines, in order
