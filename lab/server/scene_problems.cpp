@@ -8,30 +8,18 @@
 #include <iterator>
 #include <optional>
 
+#include "lab/server/scene_meaning.h"
 #include "loader/vocabulary_table.h"
 
 namespace lab {
 namespace {
 
-constexpr size_t kMostPairs = 35;
 constexpr int kLowestKhz = 1000;
 constexpr int kHighestKhz = 65534999;
-
-std::optional<int32_t> OpcodeOf(const std::string& name) {
-    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
-        if (row.name == name) return row.opcode;
-    }
-    return std::nullopt;
-}
 
 bool IsFrequency(int32_t opcode) {
     return std::find(tarquel::kFrequencyOpcodes.begin(), tarquel::kFrequencyOpcodes.end(),
                      opcode) != tarquel::kFrequencyOpcodes.end();
-}
-
-bool IsNumber(const std::string& value) {
-    const size_t first = !value.empty() && value[0] == '-' ? 1 : 0;
-    return !value.empty() && value.find_first_not_of("0123456789", first) == std::string::npos;
 }
 
 bool IsCpuRange(const std::string& value) {
@@ -70,7 +58,7 @@ class Finder {
         if (message.find("isolation") != std::string::npos) {
             return FindNext([](const KeyAt& at) {
                 return at.element->name == "qcom_cpu_info" && at.key->name == "isolation" &&
-                       !IsNumber(at.key->value);
+                       !IsLoaderNumber(at.key->value);
             });
         }
         if (message.find("cpu node info") != std::string::npos) {
@@ -115,7 +103,7 @@ class Finder {
         const bool isValue = message.find("xml element is invalid") != std::string::npos;
         for (const SceneElement& element : command->elements) {
             for (const SceneKey& key : element.keys) {
-                if (key.name == name && (!isValue || !IsNumber(key.value))) return key.place;
+                if (key.name == name && (!isValue || !IsLoaderNumber(key.value))) return key.place;
             }
         }
         return command->place;
@@ -143,11 +131,11 @@ class Finder {
             std::sscanf(message.c_str() + values, "(%d, %d)", &kept, &dropped);
         }
         return FindNext([kept, dropped](const KeyAt& at) {
-            const std::optional<int32_t> opcode = OpcodeOf(at.key->name);
+            const std::optional<int> opcode = OpcodeOfKey(at.key->name);
             if (!opcode || std::atoi(at.key->value.c_str()) != dropped) return false;
             for (const SceneKey& earlier : at.element->keys) {
                 if (&earlier == at.key) return false;
-                if (OpcodeOf(earlier.name) == opcode) {
+                if (OpcodeOfKey(earlier.name) == opcode) {
                     return std::atoi(earlier.value.c_str()) == kept;
                 }
             }
@@ -158,13 +146,13 @@ class Finder {
     // The first key that is cut: the smallest opcode behind those that are kept.
     Place FindTooLong() {
         return FindNext([](const KeyAt& at) {
-            std::set<int32_t> opcodes;
+            std::set<int> opcodes;
             for (const SceneKey& key : at.element->keys) {
-                const std::optional<int32_t> opcode = OpcodeOf(key.name);
+                const std::optional<int> opcode = OpcodeOfKey(key.name);
                 if (opcode) opcodes.insert(*opcode);
             }
             return opcodes.size() > kMostPairs &&
-                   OpcodeOf(at.key->name) == *std::next(opcodes.begin(), kMostPairs);
+                   OpcodeOfKey(at.key->name) == *std::next(opcodes.begin(), kMostPairs);
         });
     }
 
@@ -177,7 +165,7 @@ class Finder {
 SceneProblem FindSilentRefusal(const SceneCommand& command) {
     for (const SceneElement& element : command.elements) {
         for (const SceneKey& key : element.keys) {
-            const std::optional<int32_t> opcode = OpcodeOf(key.name);
+            const std::optional<int> opcode = OpcodeOfKey(key.name);
             if (!opcode || !IsFrequency(*opcode)) continue;
             const long khz = std::atol(key.value.c_str());
             if (khz >= kLowestKhz && khz <= kHighestKhz) continue;
