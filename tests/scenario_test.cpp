@@ -73,6 +73,18 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"AtInRepeat", "- {repeat: 3, steps: [{at: 1, do: touch}]}", "my.yaml:2:28: "},
         Mistake{"Forever", "- {repeat: 100000000, steps: [{wait: 1000000}]}", "my.yaml:2:12: "},
         Mistake{"Node", "- {node: {sys: 1}}", "my.yaml:2:11: a node's path begins with '/'"},
+        Mistake{"Device", "- {device: sm845, do: touch}",
+                "my.yaml:2:12: there is no shipped device 'sm845' (did you mean 'sm8450'?)"},
+        Mistake{"DeviceOfRepeat", "- {device: sm8450, repeat: 1, steps: []}", "my.yaml:2:12: "},
+        Mistake{"TagOfTheDevice", "- {device: sm4450, get: [prime_max]}", "my.yaml:2:26: "},
+        Mistake{"NothingExpected", "- {expect: {}}", "my.yaml:2:12: expect something"},
+        Mistake{"Resource", "- {expect: {lock: {resource: big_mim}}}",
+                "my.yaml:2:30: there is no resource 'big_mim'"},
+        Mistake{"ValueOfNothing", "- {expect: {lock: {value: 3}}}", "my.yaml:2:27: "},
+        Mistake{"TwoOwners", "- {expect: {lock: {client: power, command: touch}}}",
+                "my.yaml:2:28: "},
+        Mistake{"Priority", "- {expect: {log: {priority: fatal}}}", "my.yaml:2:29: "},
+        Mistake{"LogOfNothing", "- {expect: {no_log: {}}}", "my.yaml:2:21: "},
         Mistake{"Refusal", "- {hal: {refuse: 1, result: 3}}", "my.yaml:2:29: "}),
     [](const auto& test) { return std::string(test.param.name); });
 
@@ -125,6 +137,7 @@ TEST(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
 struct Played {
     std::vector<std::string> findings;
     size_t locks = 0;
+    size_t requests = 0;
 };
 
 Played Play(const YamlNode& root, const std::string& deviceName) {
@@ -136,13 +149,16 @@ Played Play(const YamlNode& root, const std::string& deviceName) {
     Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
     Library library("");
     Server server(phone, library, scenes);
-    Runner runner(phone, server, ledger, device, scenes,
-                  [&ledger](const Event& event) { ledger.Observe(event); });
+    size_t requests = 0;
+    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
+        ledger.Observe(event);
+        if (std::holds_alternative<RequestBegin>(event.what)) ++requests;
+    });
     runner.Start(head);
     runner.Play(steps);
     runner.Finish();
     EXPECT_TRUE(server.Problems().empty());
-    return {ledger.Findings(phone.Hal()), phone.Hal().Held().size()};
+    return {ledger.Findings(phone.Hal()), phone.Hal().Held().size(), requests};
 }
 
 struct Run {
@@ -183,7 +199,39 @@ INSTANTIATE_TEST_SUITE_P(
             "which took it, is over"},
         Run{"RefusalNotArranged", "sm8450",
             "steps:\n- {hal: {refuse: 0}}\n- {do: touch}\n- {expect: {locks: 0}}", 1, 1,
-            "the number of locks is 1, expected 0"},
+            "my.yaml:4: locks held: expected 0, found 1, at 0.000 s"},
+        Run{"ExpectedAsItIs", "sm8450",
+            "steps:\n- {on: launch}\n- {limit: {client: thermal, tags: {big_max: 1651200}}}\n"
+            "- {limit: {client: 9, tags: {big_max: 1}}}\n"
+            "- {expect: {result: -1, locks: 2, nodes: {/proc/sys/walt/sched_boost: 0}, lock: [\n"
+            "   {command: launch, resource: big_cpu0_min_freq, value: 2112}, {client: thermal}],\n"
+            "  no_lock: [{command: touch}, {client: thermal, resource: gpu_max}],\n"
+            "  no_log: {priority: error, contains: endless}}}\n"
+            "- {limit: {client: thermal, tags: {big_max: 0}}}\n- {off: launch}",
+            0, 0, ""},
+        Run{"LockNotHeld", "sm8450",
+            "steps:\n- {do: touch}\n- {expect: {lock: [{command: touch},\n"
+            "   {command: scroll, resource: big_min, value: 1113}]}}",
+            1, 1,
+            "my.yaml:4: a lock on big_min = 1113 by scroll (4100): expected to be held, found lock "
+            "1 on big_cpu0_min_freq = 1113 by \"do touch (4098)\" (line 2)"},
+        Run{"LockHeld", "sm8450",
+            "steps:\n- {do: touch}\n- {expect: {no_lock: {resource: 0x40800000}}}", 1, 1,
+            "my.yaml:3: a lock on 0x40800000: expected not to be held, found lock 1"},
+        Run{"LogForgottenOnceExpected", "sm8450",
+            "steps:\n- {hal: {refuse: 1}}\n- {do: touch}\n"
+            "- {expect: {log: {priority: E, contains: \"PerfLockAcq failed\"}}}\n"
+            "- {expect: {no_log: \"PerfLockAcq failed\"}}\n- {hal: {refuse: 1}}\n- {do: touch}\n"
+            "- {expect: {no_log: {priority: error}}}",
+            1, 0,
+            "my.yaml:8: log line E: expected none, found E tarquel: PerfLockAcq failed! cmdId = "
+            "4098"},
+        Run{"LogMissing", "sm8450", "steps:\n- {expect: {log: {text: \"tarquel: no\"}}}", 1, 0,
+            "my.yaml:2: log line 'tarquel: no': expected one, found "},
+        Run{"OtherDevicesStepsAreSkipped", "sm8450",
+            "steps:\n- {device: sm4450, do: touch}\n- {expect: {locks: 0}}\n"
+            "- {device: sm8450, expect: {tags: {prime_max: 1}}}",
+            1, 0, "my.yaml:4: prime_max: expected 1, found 2995200"},
         // Its end is skipped for want of the state bit that its beginning had.
         Run{"SceneEndSkipped", "sm8450",
             "state: 2\nsteps:\n- {on: call_limit}\n- {state: 0}\n- {off: call_limit}", 2, 2,
@@ -223,6 +271,9 @@ TEST(ShippedScenarios, EndWithoutFindingsOnBothDevices) {
             SCOPED_TRACE(entry.path().string() + " on " + device);
             const Played played = Play(LoadYamlFile(entry.path().string()), device);
             EXPECT_TRUE(played.findings.empty()) << testing::PrintToString(played.findings);
+            if (entry.path().stem() == "full_day") {
+                EXPECT_GE(played.requests, 20000u);
+            }
             ++count;
         }
     }

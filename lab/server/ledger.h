@@ -33,6 +33,8 @@ struct Claim {
 struct RequestFacts {
     std::string text;
     int line = 0;                    // of the scenario; 0 for the start
+    std::optional<int> cmdId;        // of a command's request
+    std::optional<int> clientId;     // of a client's
     bool mayLock = false;            // it asks for some lock
     std::set<int> opcodes;           // those that its locks may name
     std::string standing;            // "event 4098", "untimed", "group 98": locks held under a name

@@ -52,6 +52,7 @@ bool IsLongScene(const Action& first) {
 RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemandMs, int result,
                      Layout layout) {
     RequestFacts facts;
+    facts.cmdId = request.cmdId;
     const bool isOn = request.payload == std::vector<int>{0};
     const bool isOff = request.payload == std::vector<int>{-1};
     if (IsLongScene(first)) {
@@ -82,6 +83,7 @@ RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemand
 
 RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     RequestFacts facts;
+    facts.clientId = request.clientId;
     if (request.clientId < 1 || request.clientId > 4 || request.tags.empty()) return facts;
     facts.mayLock = true;
     const bool isGroup = request.tags.front().tag == kGroupTag;

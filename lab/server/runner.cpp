@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "lab/server/node_names.h"
-#include "lab/server/text.h"
-
 namespace lab {
 
 Runner::Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile& device,
@@ -14,9 +11,11 @@ Runner::Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile
       mLedger(ledger),
       mDevice(device),
       mScenes(scenes),
+      mExpectations(phone, server, ledger, device, scenes.ClusterLayout()),
       mObserve(std::move(observe)) {}
 
 void Runner::Start(const ScenarioHead& head) {
+    mFile = head.file;
     const std::string text = fmt::format("start with {} commands", mScenes.Commands().size());
     mPhone.Events().Add(RequestBegin{text, 0});
     mServer.Start();
@@ -40,6 +39,11 @@ void Runner::Start(const ScenarioHead& head) {
 }
 
 void Runner::Play(const std::vector<Step>& steps) {
+    mExpectations.KeepLog(ExpectsLog(steps));
+    PlayList(steps);
+}
+
+void Runner::PlayList(const std::vector<Step>& steps) {
     for (const Step& step : steps) PlayStep(step);
 }
 
@@ -48,8 +52,9 @@ void Runner::PlayStep(const Step& step) {
     mCursor = step.absolute ? mOrigin + time : mCursor + time;
     mPhone.GetClock().AdvanceTo(mCursor);
     HandOn();
+    if (!step.device.empty() && step.device != mDevice.name) return;
     if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
-        for (int64_t round = 0; round < repeat->count; ++round) Play(repeat->steps);
+        for (int64_t round = 0; round < repeat->count; ++round) PlayList(repeat->steps);
     } else if (!std::holds_alternative<Wait>(step.request)) {
         Make(step);
     }
@@ -64,9 +69,10 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
     if (step.returns && *step.returns != outcome.result) {
         const std::string failure =
             fmt::format("returned {}, the scenario expects {}", outcome.result, *step.returns);
-        mLedger.AddFinding(fmt::format("line {}: {} {}", step.line, step.text, failure));
+        mLedger.AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
         outcome.text = "failed: " + failure;
     }
+    if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
     outcome.facts.text = step.text;
     outcome.facts.line = step.line;
     mLedger.Announce(std::move(outcome.facts));
@@ -79,7 +85,10 @@ void Runner::HandOn() {
 }
 
 void Runner::Finish() {
-    for (const Event& event : mPhone.Events().Events()) mObserve(event);
+    for (const Event& event : mPhone.Events().Events()) {
+        mExpectations.Observe(event);
+        mObserve(event);
+    }
     mPhone.Events().Clear();
 }
 
@@ -151,52 +160,15 @@ Server::Outcome Runner::Perform(const ArrangeProperties& asked) {
 
 Server::Outcome Runner::Perform(const Expect& asked) {
     Server::Outcome outcome;
-    const std::vector<std::string> failures = Failures(asked);
-    outcome.result = failures.empty() ? 0 : -1;
-    outcome.text = failures.empty() ? "as expected" : "failed: " + Join(failures);
     const double seconds = std::chrono::duration<double>(mPhone.GetClock().Now()).count();
-    for (const std::string& failure : failures) {
-        mLedger.AddFinding(fmt::format("{:.3f} s: {}", seconds, failure));
+    for (const FailedExpectation& failed : mExpectations.Compare(asked, mLastResult)) {
+        mLedger.AddFinding(
+            fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
+        outcome.text += (outcome.text.empty() ? "failed: " : "; ") + failed.text;
     }
+    outcome.result = outcome.text.empty() ? 0 : -1;
+    if (outcome.text.empty()) outcome.text = "as expected";
     return outcome;
-}
-
-std::vector<std::string> Runner::Failures(const Expect& expected) {
-    std::vector<std::string> failures;
-    const auto compare = [&failures](const std::string& what, const std::string& is,
-                                     const std::string& wanted) {
-        if (is == wanted) return;
-        failures.push_back(fmt::format("{} is {}, expected {}", what, is, wanted));
-    };
-    const Kernel& kernel = mPhone.GetKernel();
-    if (expected.locks) {
-        compare("the number of locks", std::to_string(mPhone.Hal().Held().size()),
-                std::to_string(*expected.locks));
-    }
-    for (const auto& [path, value] : expected.nodes) {
-        compare(path, kernel.Has(path) ? kernel.Value(path) : "missing", value);
-    }
-    for (const TagValue& pair : expected.tags) {
-        std::string is = "without a node";
-        for (const std::string& path : TagNodes(pair.tag, mDevice)) {
-            if (!kernel.Has(path)) continue;
-            is = kernel.Value(path);
-            break;
-        }
-        compare(TagLabel(pair.tag, mScenes.ClusterLayout()), is, std::to_string(pair.value));
-    }
-    if (expected.performance || expected.thermal) {
-        const std::map<std::string, int> status = mServer.Status();
-        const auto check = [&](const char* key, const char* what, std::optional<int> wanted) {
-            if (!wanted) return;
-            const auto found = status.find(key);
-            compare(what, found == status.end() ? "unknown" : std::to_string(found->second),
-                    std::to_string(*wanted));
-        };
-        check("mPB_Prior", "performance", expected.performance);
-        check("mTB_Prior", "the thermal level", expected.thermal);
-    }
-    return failures;
 }
 
 Server::Outcome Runner::Perform(const Wait&) {

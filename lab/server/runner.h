@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "lab/phone/phone.h"
+#include "lab/server/expectations.h"
 #include "lab/server/ledger.h"
 #include "lab/server/scenario.h"
 #include "lab/server/server.h"
@@ -28,6 +29,7 @@ class Runner {
     void Finish();
 
   private:
+    void PlayList(const std::vector<Step>& steps);
     void PlayStep(const Step& step);
     void Make(const Step& step);
     void Record(const Step& step, Server::Outcome outcome);
@@ -50,14 +52,16 @@ class Runner {
 
     template <typename Asked>
     Server::Outcome SendIfKnown(int cmdId, const Asked& asked);
-    std::vector<std::string> Failures(const Expect& expected);
 
     Phone& mPhone;
     Server& mServer;
     Ledger& mLedger;
     const DeviceProfile& mDevice;
     const SceneFile& mScenes;
+    Expectations mExpectations;
     std::function<void(const Event&)> mObserve;
+    std::string mFile;    // of the scenario
+    int mLastResult = 0;  // of the last request that was no expectation
     Time mCursor{};
     Time mOrigin{};
 };

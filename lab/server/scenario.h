@@ -85,13 +85,45 @@ struct ArrangeProperties {
 };
 struct Wait {};
 
-// What must be so by now.
+// What must be so by now. Each says in which line of the scenario it stands.
+struct ExpectedNumber {
+    enum class What { kLocks, kResult, kPerformance, kThermal } what;
+    int line = 0;
+    int value = 0;
+};
+struct ExpectedNode {
+    int line = 0;
+    std::string path;
+    std::string value;
+};
+struct ExpectedTag {
+    int line = 0;
+    TagValue pair;
+};
+// A lock that is held, or is not; what is not given fits any.
+struct ExpectedLock {
+    int line = 0;
+    bool isHeld = true;
+    std::optional<int> cmdId;  // of the request that took or last renewed it
+    std::optional<int> clientId;
+    std::optional<int> opcode;
+    std::optional<int> value;  // of the opcode, as the lock has it
+    std::string text;          // in words: "big_cpu0_min_freq = 2112 by game_fight (9220)"
+};
+// A line logged, or not, since the last expectation of the log or since the start.
+struct ExpectedLog {
+    int line = 0;
+    bool isLogged = true;
+    std::optional<int> priority;      // Android's
+    std::optional<std::string> text;  // the whole line without its newline
+    std::optional<std::string> part;
+};
 struct Expect {
-    std::optional<int> locks;
-    std::vector<std::pair<std::string, std::string>> nodes;  // path, value
-    std::vector<TagValue> tags;
-    std::optional<int> performance;  // "mPB_Prior"
-    std::optional<int> thermal;      // "mTB_Prior"
+    std::vector<ExpectedNumber> numbers;
+    std::vector<ExpectedNode> nodes;
+    std::vector<ExpectedTag> tags;
+    std::vector<ExpectedLock> locks;
+    std::vector<ExpectedLog> log;
 };
 
 struct Step;
@@ -112,6 +144,7 @@ struct Step {
     std::string text;  // the request in words, for reports
     Request request;
     std::optional<int> returns;  // the result that it must have
+    std::string device;          // empty: any; else the one on which the step counts
 };
 
 // What a scenario says before its steps.

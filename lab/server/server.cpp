@@ -91,7 +91,8 @@ std::map<std::string, int> Server::Status() {
 }
 
 // What the server does to a chain before it runs: the task id of the message, and under a thermal
-// level the boost frequencies, unless the command has used up its boosts. Returns a remark.
+// level the boost frequencies, unless the command has used up its boosts. A request that finds them
+// used up is counted too: the plug-in's window moves on with counting alone. Returns a remark.
 std::string Server::Complete(Action& first, const DoCommand& request) {
     if (!request.message.empty()) mAdapter->DoAddTaskBoostInfo(first, request.message);
     const int thermal = Status()["mTB_Prior"];
@@ -101,11 +102,12 @@ std::string Server::Complete(Action& first, const DoCommand& request) {
         mayBreakThrough = mayBreakThrough || action->boostLimitLevel >= thermal;
     }
     if (!mayBreakThrough) return "";
-    if (!mAdapter->CanThermalBoost(request.cmdId)) {
+    const bool canBoost = mAdapter->CanThermalBoost(request.cmdId);
+    mAdapter->UpdateBoostCount(request.cmdId, UptimeMs());
+    if (!canBoost) {
         for (Action* action = &first; action; action = action->next) action->breakThrough = 0;
         return ", boost count used up: no breakthrough";
     }
-    mAdapter->UpdateBoostCount(request.cmdId, UptimeMs());
     mAdapter->DoAddScalingInfo(first);
     return "";
 }

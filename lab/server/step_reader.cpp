@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "lab/server/node_names.h"
 
 namespace lab {
@@ -10,7 +12,7 @@ namespace {
 constexpr int64_t kLongestMs = 10LL * 366 * 24 * 3600 * 1000;  // ten years: longer is a slip
 constexpr int64_t kMostRounds = 100'000'000;
 
-const std::vector<std::string> kTimeFields = {"at", "after", "returns"};
+const std::vector<std::string> kCommonFields = {"at", "after", "returns", "device"};
 
 }  // namespace
 
@@ -92,12 +94,13 @@ Step StepReader::ReadStep(const YamlNode& node, bool repeated) {
             found = &kind;
         }
     }
-    std::vector<std::string> allowed = kTimeFields;
+    std::vector<std::string> allowed = kCommonFields;
     if (!found) {
         allowed.insert(allowed.end(), names.begin(), names.end());
         for (const auto& [key, value] : node.fields) {
-            const bool isTime = key.scalar == "at" || key.scalar == "after";
-            if (!isTime) {
+            const bool isCommon =
+                key.scalar == "at" || key.scalar == "after" || key.scalar == "device";
+            if (!isCommon) {
                 key.Fail("there is no step '" + key.scalar + "'" + DidYouMean(key.scalar, names) +
                          "; a step has one of: " + Join(names));
             }
@@ -112,11 +115,28 @@ Step StepReader::ReadStep(const YamlNode& node, bool repeated) {
     made.line = node.line;
     ReadTime(node, repeated, made);
     PassTime(node, made);
+    const Layout ownLayout = mLayout;
+    ReadDevice(node, made);
     made.request = (this->*found->read)(node, node.Get(found->field), made);
+    mLayout = ownLayout;
     if (const YamlNode* returns = node.Find("returns")) {
         made.returns = AsInt32(*returns, "the result that the request must have");
     }
     return made;
+}
+
+// A step of one device names the tags of that device's clusters.
+void StepReader::ReadDevice(const YamlNode& node, Step& made) {
+    const YamlNode* device = node.Find("device");
+    if (!device) return;
+    if (node.Find("repeat")) device->Fail("'repeat' is for every device; name it in its steps");
+    made.device = device->AsText("the name of a device");
+    const std::vector<std::string> names = DeviceProfileNames();
+    if (std::find(names.begin(), names.end(), made.device) == names.end()) {
+        device->Fail("there is no shipped device '" + made.device + "'" +
+                     DidYouMean(made.device, names) + "; use one of: " + Join(names));
+    }
+    mLayout = LayoutOf(LoadDeviceProfile(made.device));
 }
 
 void StepReader::ReadTime(const YamlNode& node, bool repeated, Step& made) {
@@ -257,30 +277,6 @@ Request StepReader::ReadWait(const YamlNode& step, const YamlNode& value, Step& 
     made.ms = value.AsInt("ms", 0, kLongestMs);
     PassTime(step, made);
     return Wait{};
-}
-
-Request StepReader::ReadExpect(const YamlNode&, const YamlNode& value, Step& made) {
-    AsMap(value, "an expectation", {"locks", "nodes", "tags", "performance", "thermal"});
-    made.text = "expect";
-    Expect expected;
-    if (const YamlNode* node = value.Find("locks")) {
-        expected.locks = AsInt32(*node, "how many locks are held", 0);
-    }
-    if (const YamlNode* nodes = value.Find("nodes")) {
-        if (nodes->kind != YamlNode::Kind::kMap) nodes->Fail("expected a map from path to value");
-        for (const auto& [path, content] : nodes->fields) {
-            expected.nodes.emplace_back(path.AsText("the path of a node"),
-                                        content.AsText("the node's value"));
-        }
-    }
-    if (const YamlNode* tags = value.Find("tags")) expected.tags = ReadTagValues(*tags);
-    if (const YamlNode* node = value.Find("performance")) {
-        expected.performance = AsInt32(*node, "0 or 1");
-    }
-    if (const YamlNode* node = value.Find("thermal")) {
-        expected.thermal = AsInt32(*node, "a thermal level, -1 to 4");
-    }
-    return expected;
 }
 
 Request StepReader::ReadRepeat(const YamlNode& step, const YamlNode& value, Step& made) {

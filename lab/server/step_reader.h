@@ -37,6 +37,7 @@ class StepReader {
 
     std::vector<Step> ReadList(const YamlNode& list, bool repeated);
     Step ReadStep(const YamlNode& node, bool repeated);
+    void ReadDevice(const YamlNode& node, Step& made);
     void ReadTime(const YamlNode& node, bool repeated, Step& made);
     void PassTime(const YamlNode& node, const Step& made);
 
@@ -65,6 +66,9 @@ class StepReader {
     Request ReadWait(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadExpect(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadRepeat(const YamlNode& step, const YamlNode& value, Step& made);
+
+    ExpectedLock ReadExpectedLock(const YamlNode& node, bool isHeld) const;
+    int ReadResource(const YamlNode& node) const;
 
     static int AsInt32(const YamlNode& node, const std::string& what, int64_t low = INT32_MIN,
                        int64_t high = INT32_MAX);

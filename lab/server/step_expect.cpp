@@ -1,0 +1,155 @@
+// The step of a scenario that says what must be so.
+#include <fmt/format.h>
+
+#include <array>
+#include <string_view>
+
+#include "lab/server/scene_meaning.h"
+#include "lab/server/step_reader.h"
+
+namespace lab {
+namespace {
+
+const std::vector<std::string> kFields = {"locks", "result", "performance", "thermal", "tags",
+                                          "nodes", "lock",   "no_lock",     "log",     "no_log"};
+
+struct PriorityName {
+    std::string_view name;
+    char letter;
+    int priority;
+};
+constexpr auto kPriorities = std::to_array<PriorityName>({
+    {"verbose", 'V', 2},
+    {"debug", 'D', 3},
+    {"info", 'I', 4},
+    {"warn", 'W', 5},
+    {"error", 'E', 6},
+});
+
+// One map, or a list of maps.
+std::vector<const YamlNode*> OneOrMore(const YamlNode& node) {
+    std::vector<const YamlNode*> nodes;
+    if (node.kind != YamlNode::Kind::kList) return {&node};
+    for (const YamlNode& item : node.items) nodes.push_back(&item);
+    return nodes;
+}
+
+int ReadPriority(const YamlNode& node) {
+    const std::string& text = node.AsText("a priority");
+    for (const PriorityName& row : kPriorities) {
+        if (text == row.name || (text.size() == 1 && text[0] == row.letter)) return row.priority;
+    }
+    node.Fail("there is no priority '" + text + "'; use error, warn, info, debug or verbose");
+}
+
+// A text alone is a part of the line.
+ExpectedLog ReadExpectedLog(const YamlNode& node, bool isLogged) {
+    ExpectedLog log;
+    log.line = node.line;
+    log.isLogged = isLogged;
+    if (node.kind == YamlNode::Kind::kScalar) {
+        log.part = node.scalar;
+        return log;
+    }
+    node.ExpectFields("a log line: {priority: error, contains: \"failed\"}",
+                      {"priority", "text", "contains"});
+    if (const YamlNode* priority = node.Find("priority")) log.priority = ReadPriority(*priority);
+    if (const YamlNode* text = node.Find("text")) log.text = text->AsText("the whole line");
+    if (const YamlNode* part = node.Find("contains")) log.part = part->AsText("part of the line");
+    if (!log.priority && !log.text && !log.part) {
+        node.Fail("say something of the line: its priority, text or what it contains");
+    }
+    return log;
+}
+
+}  // namespace
+
+// A resource by its key in scene files, the name of its tag or its opcode.
+int StepReader::ReadResource(const YamlNode& node) const {
+    const std::string& text = node.AsText("the name of a resource");
+    if (const std::optional<int> opcode = OpcodeOfKey(text)) return *opcode;
+    const std::optional<int64_t> number = ParseNumber(text);
+    if (number && *number > 0 && *number <= INT32_MAX) return static_cast<int>(*number);
+    if (const std::optional<int> tag = FindTag(text, mLayout)) {
+        if (const std::optional<int> opcode = FindTagOpcode(*tag, mLayout)) return *opcode;
+    }
+    node.Fail(
+        "there is no resource '" + text +
+        "'; use a scene file's key (big_cpu0_min_freq), a tag (big_min) or an opcode (0x...)");
+}
+
+ExpectedLock StepReader::ReadExpectedLock(const YamlNode& node, bool isHeld) const {
+    AsMap(node, "a lock: {command: touch, resource: big_cpu0_min_freq, value: 1113}",
+          {"command", "client", "resource", "value"});
+    ExpectedLock lock;
+    lock.line = node.line;
+    lock.isHeld = isHeld;
+    lock.text = "a lock";
+    if (const YamlNode* resource = node.Find("resource")) {
+        lock.opcode = ReadResource(*resource);
+        lock.text += " on " + resource->scalar;
+    }
+    if (const YamlNode* value = node.Find("value")) {
+        if (!lock.opcode) value->Fail("a value needs the resource that has it");
+        lock.value = AsInt32(*value, "the value, as the timeline shows it");
+        lock.text += fmt::format(" = {}", *lock.value);
+    }
+    if (const YamlNode* command = node.Find("command")) {
+        const SceneCommand& found = ReadCommand(*command);
+        lock.cmdId = found.id;
+        lock.text += " by " + found.Label();
+    }
+    if (const YamlNode* client = node.Find("client")) {
+        if (lock.cmdId) client->Fail("a lock is a command's or a client's, not both");
+        lock.clientId = ReadClient(*client);
+        lock.text += " by " + ClientLabel(*lock.clientId);
+    }
+    return lock;
+}
+
+Request StepReader::ReadExpect(const YamlNode&, const YamlNode& value, Step& made) {
+    AsMap(value, "an expectation", kFields);
+    if (value.fields.empty()) value.Fail("expect something: " + Join(kFields));
+    made.text = "expect";
+    Expect expected;
+    const auto readNumber = [&](const char* field, ExpectedNumber::What what, const char* meaning,
+                                int low) {
+        const YamlNode* node = value.Find(field);
+        if (node) expected.numbers.push_back({what, node->line, AsInt32(*node, meaning, low)});
+    };
+    readNumber("locks", ExpectedNumber::What::kLocks, "how many locks are held", 0);
+    readNumber("result", ExpectedNumber::What::kResult, "the result of the request before",
+               INT32_MIN);
+    readNumber("performance", ExpectedNumber::What::kPerformance, "0 or 1", 0);
+    readNumber("thermal", ExpectedNumber::What::kThermal, "a thermal level, -1 to 4", -1);
+    if (const YamlNode* nodes = value.Find("nodes")) {
+        if (nodes->kind != YamlNode::Kind::kMap) nodes->Fail("expected a map from path to value");
+        for (const auto& [path, content] : nodes->fields) {
+            expected.nodes.push_back(
+                {path.line, path.AsText("the path of a node"), content.AsText("the node's value")});
+        }
+    }
+    if (const YamlNode* tags = value.Find("tags")) {
+        const std::vector<TagValue> values = ReadTagValues(*tags);
+        for (size_t i = 0; i < values.size(); ++i) {
+            expected.tags.push_back({tags->fields[i].first.line, values[i]});
+        }
+    }
+    for (const auto& [field, isHeld] : {std::pair{"lock", true}, std::pair{"no_lock", false}}) {
+        const YamlNode* locks = value.Find(field);
+        if (!locks) continue;
+        for (const YamlNode* node : OneOrMore(*locks)) {
+            expected.locks.push_back(ReadExpectedLock(*node, isHeld));
+        }
+    }
+    for (const auto& [field, isLogged] : {std::pair{"log", true}, std::pair{"no_log", false}}) {
+        const YamlNode* lines = value.Find(field);
+        if (!lines) continue;
+        for (const YamlNode* node : OneOrMore(*lines)) {
+            expected.log.push_back(ReadExpectedLog(*node, isLogged));
+        }
+    }
+    return expected;
+}
+
+}  // namespace lab
