@@ -277,7 +277,7 @@ TEST(ShippedScenarios, EndWithoutFindingsOnBothDevices) {
             ++count;
         }
     }
-    EXPECT_GE(count, 12u);
+    EXPECT_GE(count, 20u);
 }
 
 }  // namespace
