@@ -40,12 +40,23 @@ void Runner::Start(const ScenarioHead& head) {
 }
 
 void Runner::Play(const std::vector<Step>& steps) {
-    for (const Step& step : steps) PlayStep(step);
+    for (const Step& step : steps) {
+        if (mEnd && mCursor > *mEnd) return;
+        PlayStep(step);
+    }
+}
+
+void Runner::PlayUntil(const std::vector<Step>& steps, Time end) {
+    mEnd = mOrigin + end;
+    Play(steps);
+    mPhone.GetClock().AdvanceTo(*mEnd);
+    HandOn();
 }
 
 void Runner::PlayStep(const Step& step) {
     const Time time = std::chrono::milliseconds(step.ms);
     mCursor = step.absolute ? mOrigin + time : mCursor + time;
+    if (mEnd && mCursor > *mEnd) return;
     mPhone.GetClock().AdvanceTo(mCursor);
     HandOn();
     if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
@@ -69,6 +80,7 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
     }
     outcome.facts.text = step.text;
     outcome.facts.line = step.line;
+    if (mHeed) mHeed(step, outcome);
     mLedger.Announce(std::move(outcome.facts));
     mPhone.Events().Add(RequestEnd{outcome.text});
     HandOn();

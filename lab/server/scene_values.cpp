@@ -1,0 +1,41 @@
+#include "lab/server/scene_values.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "loader/element_keys.h"
+#include "loader/vocabulary_table.h"
+#include "platform/command_ids.h"
+
+namespace lab {
+
+std::optional<int> FindKeyOpcode(const std::string& key) {
+    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
+        if (row.name == key) return row.opcode;
+    }
+    return std::nullopt;
+}
+
+bool IsFrequencyOpcode(int opcode) {
+    return std::find(tarquel::kFrequencyOpcodes.begin(), tarquel::kFrequencyOpcodes.end(),
+                     opcode) != tarquel::kFrequencyOpcodes.end();
+}
+
+int HalValueOfKey(int opcode, const std::string& value) {
+    const int number = std::atoi(value.c_str());
+    return IsFrequencyOpcode(opcode) ? number / 1000 : number;
+}
+
+int DurationOf(const SceneElement& element) {
+    int ms = 0;
+    for (const SceneKey& key : element.keys) {
+        if (key.name == tarquel::keys::kDuration) ms = std::atoi(key.value.c_str());
+    }
+    return ms;
+}
+
+bool IsLongScene(const SceneCommand& command) {
+    return tarquel::IsLongTermScene(command.id) && DurationOf(command.elements.front()) == 0;
+}
+
+}  // namespace lab

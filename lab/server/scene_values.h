@@ -1,0 +1,26 @@
+// What the keys and values of a scene file stand for, by the loader's own tables.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "lab/server/scene_file.h"
+
+namespace lab {
+
+// The opcode of a tunable's key; nothing for a key that names none.
+std::optional<int> FindKeyOpcode(const std::string& key);
+
+// True for an opcode whose values are kHz in scene files and MHz in locks.
+bool IsFrequencyOpcode(int opcode);
+
+// A tunable's value as its lock gets it.
+int HalValueOfKey(int opcode, const std::string& value);
+
+// ms; 0 without the key: until released.
+int DurationOf(const SceneElement& element);
+
+// True for a command whose keys name limits by tag: the id of a long scene, and no duration.
+bool IsLongScene(const SceneCommand& command);
+
+}  // namespace lab
