@@ -28,6 +28,7 @@ constexpr char kFooter[] =
 
 struct Options {
     WhyQuestion question;
+    std::string scenario;
     std::string at;
     size_t history = 10;
     bool json = false;
@@ -43,7 +44,7 @@ int Run(const Options& options) {
                                      "5s)");
         }
     }
-    const WhyAnswer answer = AskWhy(question);
+    const WhyAnswer answer = AskWhy(LoadYamlFile(FindScenarioFile(options.scenario)), question);
     const Paint errors = Paint::ForTerminal(STDERR_FILENO);
     for (const std::string& problem : answer.problems) {
         std::cerr << errors(Colour::kYellow, problem) << "\n";
@@ -64,8 +65,7 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
         "why",
         "Plays a scenario up to a moment and tells who holds a node then, and why the others "
         "lost.");
-    why->add_option("scenario", options->question.scenario,
-                    "The scenario: a YAML file or a shipped name")
+    why->add_option("scenario", options->scenario, "The scenario: a YAML file or a shipped name")
         ->required()
         ->type_name("SCENARIO");
     why->add_option("node", options->question.node, "The node: path, short form, tag or key")

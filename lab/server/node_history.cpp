@@ -94,7 +94,7 @@ void NodeHistory::EndRequest() {
     } else if (const auto* command = std::get_if<DoCommand>(&request)) {
         OnCommand(*command);
     } else if (const auto* bits = std::get_if<SetStateBits>(&request)) {
-        mState = bits->state;
+        mConditions.SetState(bits->state);
     } else if (const auto* arrange = std::get_if<ArrangeNodes>(&request)) {
         OnArrange(*arrange);
     }
@@ -108,11 +108,7 @@ void NodeHistory::OnLimits(const SetLimits& request) {
     const std::string who = ClientLabel(request.clientId);
     for (const TagValue& pair : request.tags) {
         if (pair.tag == kControlTypeTag && !isGroup && result == 0) {
-            if (pair.value == 0) mIsCold = false;
-            if (pair.value == 4 || pair.value == 10) {
-                mIsCold = true;
-                mColdLine = mRequest.step.line;
-            }
+            mConditions.SetControlType(pair.value, mRequest.step.line);
         }
         if (!mTarget.HasTag(pair.tag)) continue;
         NodeAsk ask = TagAsk(NodeAsk::By::kClient, who, pair.tag, pair.value);
@@ -159,7 +155,7 @@ void NodeHistory::OnCommand(const DoCommand& request) {
     if (IsLongScene(*command)) return OnLongScene(request, *command);
     for (const SceneElement& element : command->elements) {
         if (IsOff(request)) {
-            const std::string skipped = WhySkipped(element);
+            const std::string skipped = mConditions.WhyPassedOver(element);
             for (NodeAsk& ask : mInForce) {
                 if (ask.who != command->Label() || skipped.empty()) continue;
                 ask.remark = fmt::format("its end{} was passed over: {}", AtLine(), skipped);
@@ -189,7 +185,7 @@ void NodeHistory::OnLongScene(const DoCommand& request, const SceneCommand& comm
         const int value = std::atoi(key.value.c_str());
         NodeAsk ask = TagAsk(NodeAsk::By::kScene, command.Label(), *tag, value);
         ask.isRemembered = true;
-        const std::string skipped = WhySkipped(element);
+        const std::string skipped = mConditions.WhyPassedOver(element);
         if (mRequest.outcome.result != 0) {
             AddEnded(ask, "refused: " + Errors());
         } else if (IsOn(request) && skipped.empty()) {
@@ -208,25 +204,10 @@ void NodeHistory::OnLongScene(const DoCommand& request, const SceneCommand& comm
     }
 }
 
-// Why the plug-in passes an element over; empty when it does not.
-std::string NodeHistory::WhySkipped(const SceneElement& element) const {
-    if (element.skip) return "its skip is 1";
-    if (DurationOf(element) < 0) return "its duration_ms is negative";
-    if (element.stateMask > 0 && (element.stateMask & mState) == 0) {
-        return fmt::format("its state_mask 0x{:x} shares no bit with the state 0x{:x}",
-                           static_cast<unsigned>(element.stateMask), static_cast<unsigned>(mState));
-    }
-    if (mIsCold) {
-        return fmt::format("at low temperature nothing boosts (control type of line {})",
-                           mColdLine);
-    }
-    return "";
-}
-
 std::string NodeHistory::WhyNoLock(const SceneElement& element) const {
     const std::string& told = mRequest.outcome.text;
     if (told.starts_with("failed: ")) return told.substr(std::strlen("failed: "));
-    const std::string skipped = WhySkipped(element);
+    const std::string skipped = mConditions.WhyPassedOver(element);
     if (!skipped.empty()) return skipped;
     return mErrors.empty() ? "its lock takes 32 pairs, and this one stands behind them" : Errors();
 }

@@ -14,6 +14,7 @@
 
 #include "lab/phone/phone.h"
 #include "lab/server/node_target.h"
+#include "lab/server/run_conditions.h"
 #include "lab/server/scenario.h"
 #include "lab/server/server.h"
 
@@ -111,7 +112,6 @@ class NodeHistory {
     bool IsTagLock(const LockAcquire& acquire) const;
     std::string LockHolder() const;
     std::string WhyReleased() const;
-    std::string WhySkipped(const SceneElement& element) const;
     std::string WhyNoLock(const SceneElement& element) const;
     std::string Errors() const;
     std::string AtLine() const;
@@ -134,9 +134,7 @@ class NodeHistory {
     std::map<int, TagLock> mTagLocks;
     std::set<int> mRefusedTags;
     std::optional<NodeAsk> mLastWrite;
-    int mState = 0;
-    int mColdLine = 0;  // of the request that switched boosts off
-    bool mIsCold = false;
+    RunConditions mConditions;
 };
 
 }  // namespace lab

@@ -102,14 +102,22 @@ class Finder {
         return nodes;
     }
 
+    // The nodes whose path ends with `name` or whose short form it is; where there is none, those
+    // whose short form begins with its first word and ends with its last: "gpu max_freq".
     std::vector<std::string> NodesOfPathEnd(const std::string& name) const {
         const std::string wanted = Slashed(name);
+        const std::string first = wanted.substr(0, wanted.find('/') + 1);
+        const std::string last = wanted.substr(first.empty() ? 0 : first.size() - 1);
         std::vector<std::string> nodes;
+        std::vector<std::string> similar;
         for (const std::string& path : mPaths) {
-            const bool isEnd = path.ends_with("/" + wanted);
-            if (isEnd || Slashed(ShortNode(path)) == wanted) AddDistinct(path, nodes);
+            const std::string shortName = Slashed(ShortNode(path));
+            if (path.ends_with("/" + wanted) || shortName == wanted) AddDistinct(path, nodes);
+            if (!first.empty() && shortName.starts_with(first) && shortName.ends_with(last)) {
+                AddDistinct(path, similar);
+            }
         }
-        return nodes;
+        return nodes.empty() ? similar : nodes;
     }
 
     std::string WholePath(const std::string& path) const {
@@ -123,10 +131,7 @@ class Finder {
     [[noreturn]] void FailMissing(const std::string& name) const {
         std::vector<std::string> known = TagNamesOf(LayoutOf(mDevice));
         for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) known.emplace_back(row.name);
-        for (const std::string& path : mPaths) {
-            known.push_back(ShortNode(path));
-            known.push_back(path.substr(path.rfind('/') + 1));
-        }
+        for (const std::string& path : mPaths) known.push_back(ShortNode(path));
         throw std::runtime_error(fmt::format(
             "'{}' names no node of {}{}; give a path, its end, a tag or a scene file's key "
             "('tarquel-lab nodes --device {}' lists them)",
@@ -146,11 +151,13 @@ class Finder {
 
     NodeTarget TargetOf(const std::string& path) const {
         NodeTarget target;
-        target.path = path;
         for (const std::string& other : mPaths) {
-            if (!IsByCpu(other) || !mKernel.IsSameNode(other, path)) continue;
-            if (!IsByCpu(target.path)) target.path = other;
-            if (other != target.path) target.sharedBy.push_back(other);
+            if (IsByCpu(other) && mKernel.IsSameNode(other, path)) target.sharedBy.push_back(other);
+        }
+        target.path = path;
+        if (!target.sharedBy.empty()) {
+            target.path = target.sharedBy.front();
+            target.sharedBy.erase(target.sharedBy.begin());
         }
         const auto isNode = [&](const std::string& other) {
             return other == path || mKernel.IsSameNode(other, path);

@@ -27,17 +27,6 @@ bool IsStricter(Bound bound, int64_t value, int64_t than) {
     return bound == Bound::kFloor ? value > than : value < than;
 }
 
-// The node at the other end of a range: of a minimum its maximum and the reverse. Empty when the
-// node is no end of a range.
-std::string OtherEnd(const std::string& path) {
-    const size_t leaf = path.rfind('/') + 1;
-    for (const auto& [part, other] : {std::pair("min", "max"), std::pair("max", "min")}) {
-        const size_t at = path.find(part, leaf);
-        if (at != std::string::npos) return std::string(path).replace(at, 3, other);
-    }
-    return "";
-}
-
 class Weigher {
   public:
     Weigher(const NodeTarget& target, const NodeHistory& history, Phone& phone, Layout layout)
@@ -141,7 +130,8 @@ class Weigher {
             return;
         }
         const Drive drive = mTarget.DriveOf(opcode, mKernel.Profile(), mKernel);
-        NoteRounding(*claim, drive, holder);
+        const std::string rounding = RoundingText(drive, claim->value, claim->nodeValue);
+        if (!rounding.empty()) holder.notes.push_back(rounding);
         if (claim->wins) return JudgeInKernel(*claim, holder);
         const PerfHal::Claim* lifter = claim->isInPlace ? nullptr : InPlaceClaim();
         if (lifter && drive.winner == Drive::Winner::kLowest) {
@@ -164,19 +154,6 @@ class Weigher {
                                          NodeValue(rival->nodeValue),
                                          isFloor ? "highest floor" : "lowest ceiling");
         }
-    }
-
-    void NoteRounding(const PerfHal::Claim& claim, const Drive& drive, Holder& holder) const {
-        if (drive.unit != Drive::Unit::kCpuMhz || claim.nodeValue / 1000 == claim.value) return;
-        const bool isBeyond =
-            (claim.nodeValue / 1000 < claim.value) == (drive.winner == Drive::Winner::kHighest);
-        holder.notes.push_back(
-            isBeyond
-                ? fmt::format("{} MHz is beyond the device's table: its end counts, {}",
-                              claim.value, NodeValue(claim.nodeValue))
-                : fmt::format("the device has no step of {} MHz: rounded {} to {}", claim.value,
-                              claim.nodeValue / 1000 > claim.value ? "up" : "down",
-                              NodeValue(claim.nodeValue)));
     }
 
     // Layer three: the HAL's value against what programs wrote, the other end and the hardware.
@@ -204,10 +181,9 @@ class Weigher {
                             isFloor ? "higher floor" : "lower ceiling");
         } else if (isFloor && !end.empty() && end[0] < wanted && now == end[0]) {
             holder.wins = false;
-            holder.verdict = fmt::format(
-                "floor above ceiling: {} is at {}, and a floor reads no more (ask "
-                "'why' of that node)",
-                ShortNode(other), mKernel.Value(other));
+            holder.verdict =
+                fmt::format("{}: {} is at {}, and a floor reads no more (ask 'why' of that node)",
+                            kFloorAboveCeiling, ShortNode(other), mKernel.Value(other));
         } else {
             holder.verdict = WhyItWins(claim);
             holder.notes.push_back(fmt::format("the kernel makes {} of {}: {}", mValue,
@@ -238,7 +214,7 @@ class Weigher {
             if (ask.by == By::kClient || ask.by == By::kScene) ++rivals;
         }
         const Drive drive = mTarget.DriveOf(claim.opcode, mKernel.Profile(), mKernel);
-        if (rivals < 2 || (rivals == 2 && mClaims.size() == 1)) return "nobody asks for more";
+        if (rivals < 2 || (rivals == 2 && mClaims.size() == 1)) return "nobody else asks";
         switch (drive.winner) {
             case Drive::Winner::kHighest:
                 return "the highest floor of those that ask";
@@ -301,6 +277,8 @@ class Weigher {
         if (lifter) {
             holder.verdict =
                 fmt::format("{} stands in its place while the lock lasts", NameOf(*lifter));
+        } else if (IsCutFloor()) {
+            holder.verdict = "the floor stands at the ceiling: see there";
         } else if (isAlone || isShown || IsWriteInForce(holders)) {
             holder.wins = true;
             holder.verdict = isAlone ? "no lock bears on the node" : "stricter than every lock";
@@ -312,6 +290,17 @@ class Weigher {
             holder.verdict = "a lock is stricter, or stands in its place";
         }
         holders.push_back(std::move(holder));
+    }
+
+    // True for a floor that reads its ceiling because more is asked than that.
+    bool IsCutFloor() const {
+        const std::string other = OtherEnd(mTarget.path);
+        const bool isFloor = mTarget.path.find("min", mTarget.path.rfind('/')) != std::string::npos;
+        if (!isFloor || other.empty() || mKernel.Value(other) != mValue || !mRequests) return false;
+        const std::vector<double> ceiling = Numbers(mValue);
+        return std::any_of(mClaims.begin(), mClaims.end(), [&](const PerfHal::Claim& claim) {
+            return !ceiling.empty() && static_cast<double>(claim.nodeValue) > ceiling[0];
+        });
     }
 
     static bool IsWriteInForce(const std::vector<Holder>& holders) {
@@ -386,31 +375,9 @@ class Weigher {
 
 }  // namespace
 
-NodeStory TellNodeStory(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                        Layout layout, const std::string& boot,
-                        const std::map<std::string, int>& status) {
-    NodeStory story;
-    const Kernel& kernel = phone.GetKernel();
-    story.target = target;
-    story.at = phone.GetClock().Now();
-    story.exists = kernel.Has(target.path);
-    story.value = kernel.Value(target.path);
-    story.boot = boot;
-    story.unit = NodeUnit(target.path);
-    story.status = status;
-    story.holders = Weigher(target, history, phone, layout).Weigh(boot);
-    story.ended.assign(history.Ended().rbegin(), history.Ended().rend());
-    return story;
-}
-
-std::string NodeStory::Because() const {
-    if (!exists) return "the scenario took the node away";
-    for (const Holder& holder : holders) {
-        if (holder.wins)
-            return fmt::format("held by {} ({})", holder.ask.who, holder.ask.ValueText());
-    }
-    return value == boot ? "as after boot: nothing that is asked for changes it"
-                         : "nobody holds it: it follows what else was asked of its neighbours";
+std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
+                                 Layout layout, const std::string& boot) {
+    return Weigher(target, history, phone, layout).Weigh(boot);
 }
 
 }  // namespace lab

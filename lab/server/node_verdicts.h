@@ -1,8 +1,6 @@
-// Why a node reads what it reads: who holds it, who of them counts, and by which rule the others
-// lost.
+// Who of those that hold a node counts, and by which rule the others lost.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -18,26 +16,12 @@ struct Holder {
     std::vector<std::string> notes;  // what was made of its value on the way
 };
 
-struct NodeStory {
-    NodeTarget target;
-    Time at{};
-    std::string value;  // as read at that time; of a node that is gone: empty
-    bool exists = false;
-    std::string boot;                   // as read after boot
-    std::string unit;                   // of both
-    std::vector<Holder> holders;        // those that win first, then the oldest first
-    std::vector<EndedAsk> ended;        // latest first
-    std::map<std::string, int> status;  // the performance switch and the thermal level
+// Everybody who asks for something now: those that win first, then the oldest first.
+//   boot  what the node read after boot; a write of that is nobody's word
+std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
+                                 Layout layout, const std::string& boot);
 
-    // "held by thermal (<= 1651.2 MHz)", or why nobody holds it.
-    std::string Because() const;
-};
-
-// Tells the story as it is now.
-//   boot    what the node read after boot
-//   status  as the plug-in reports it
-NodeStory TellNodeStory(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                        Layout layout, const std::string& boot,
-                        const std::map<std::string, int>& status);
+// The verdict on a floor that asks for more than the ceiling of its node begins with it.
+inline constexpr char kFloorAboveCeiling[] = "floor above ceiling";
 
 }  // namespace lab

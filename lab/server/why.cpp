@@ -40,13 +40,12 @@ std::optional<Time> ParseMoment(const std::string& text) {
     return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
-WhyAnswer AskWhy(const WhyQuestion& question) {
-    const YamlNode root = LoadYamlFile(FindScenarioFile(question.scenario));
-    const ScenarioHead head = ReadScenarioHead(root);
+WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
+    const ScenarioHead head = ReadScenarioHead(scenario);
     const std::string& asked = question.instead.device;
     const DeviceProfile device = LoadDeviceProfile(asked.empty() ? head.device : asked);
     SceneFile scenes = SceneFile::Load(ScenesOfScenario(question.instead, head, device));
-    const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
+    const std::vector<Step> steps = ReadScenarioSteps(scenario, scenes);
 
     Phone phone(device);
     for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);

@@ -7,13 +7,12 @@
 #include <string>
 
 #include "lab/server/inputs.h"
-#include "lab/server/node_verdicts.h"
+#include "lab/server/node_story.h"
 #include "lab/server/paint.h"
 
 namespace lab {
 
 struct WhyQuestion {
-    std::string scenario;    // a file or a shipped name
     std::string node;        // as FindNode takes it
     std::optional<Time> at;  // none: the scenario's end
     Instead instead;
@@ -29,9 +28,9 @@ struct WhyAnswer {
     std::vector<std::string> problems;
 };
 
-// Throws InputError for a file that cannot be used, std::runtime_error for a node that is not
-// there.
-WhyAnswer AskWhy(const WhyQuestion& question);
+// Plays `scenario` and answers. Throws InputError for a file that cannot be used,
+// std::runtime_error for a node that is not there.
+WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question);
 
 // "4000" and "4000ms" are milliseconds, as a scenario writes them; "4.000" and "4s" seconds, as a
 // timeline does. Nothing for anything else.

@@ -13,6 +13,8 @@ namespace {
 
 using By = NodeAsk::By;
 
+constexpr size_t kWidestRequest = 60;
+
 // The clusters' short names, "cpu4 to cpu6", of the CPUs that share a node.
 std::string SharedText(const NodeTarget& target) {
     if (target.sharedBy.empty()) return "";
@@ -40,7 +42,10 @@ std::string Lasts(const NodeAsk& ask, Time now) {
 }
 
 std::string Asked(const NodeAsk& ask) {
-    std::string text = fmt::format("asked by '{}'", ask.request);
+    // A group's words can fill a page; the line tells where to read on.
+    std::string request = ask.request;
+    if (request.size() > kWidestRequest) request = request.substr(0, kWidestRequest) + "...";
+    std::string text = fmt::format("asked by '{}'", request);
     if (ask.line) text += fmt::format(", line {}", ask.line);
     return text;
 }
