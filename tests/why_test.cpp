@@ -53,7 +53,7 @@ class WhyRule : public testing::TestWithParam<Rule> {};
 
 TEST_P(WhyRule, IsToldOfTheAskerWhomItBefell) {
     const Rule& rule = GetParam();
-    const nlohmann::json answer = WhyJson(Ask(rule.yaml, rule.node, rule.at));
+    const auto answer = nlohmann::json::parse(WhyJson(Ask(rule.yaml, rule.node, rule.at)));
     EXPECT_EQ(answer.at("value"), rule.value);
     const std::string words = WordsOf(answer, rule);
     EXPECT_NE(words.find(rule.part), std::string::npos) << "'" << words << "' in\n"
@@ -139,6 +139,20 @@ INSTANTIATE_TEST_SUITE_P(
              "- {limit: {client: eapa, tags: {big_min: 1766400}}}",
              "big_min", "", "1440000", "eapa", "loses", "3",
              "floor above ceiling: the plug-in cut it to the ceiling in force, 1440 MHz"},
+        Rule{"LockRefused",
+             "steps:\n- {hal: {refuse: 1}}\n- {limit: {client: power, tags: {big_max: 1440000}}}",
+             "big_max", "", "2496000", "power", "loses", "3",
+             "the HAL refused the lock that should carry it"},
+        Rule{"LockRefusedButWritten",
+             "steps:\n- {control: 2}\n- {hal: {refuse: 1}}\n"
+             "- {limit: {client: power, tags: {big_max: 1440000}}}",
+             "big_max", "", "1440000", "power", "counts", "4",
+             "by that write alone: the HAL refused the lock"},
+        Rule{"LiftedGroupLeavesOthers",
+             "steps:\n- {group: {client: power, duration_ms: 0, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: power, tags: {big_max: 0}}}\n"
+             "- {limit: {client: thermal, tags: {big_max: 1555200}}}",
+             "big_max", "", "1555200", "thermal", "counts", "4", "nobody else asks"},
         Rule{"RefusedRequest", "steps:\n- {limit: {client: power, tags: {big_max: -5}}}", "big_max",
              "", "2496000", "power", "over", "2", "refused: the plug-in says 'tarquel: invalid"},
         Rule{"SceneEndPassedOver", kStateMask, "big_max", "", "1555200", "call_limit (12294)",
@@ -168,6 +182,17 @@ INSTANTIATE_TEST_SUITE_P(
              "lifted for its time by game_fight (9220)'s lock"},
         Rule{"LifterCounts", kBreakthrough, "big_max", "200", "2227200", "game_fight (9220)",
              "counts", "4", "in place of all ceilings and writes"},
+        Rule{"TooHotToBreakThrough",
+             "steps:\n- {control: 8}\n"
+             "- {limit: {client: thermal, tags: {big_max: 1113600}}}\n- {do: app_start_hot}",
+             "big_min", "", "1113600", "app_start_hot (4227)", "loses", "4",
+             "its boost_limit_level ends at 2, and level 4 is in force"},
+        Rule{"BoostsUsedUp",
+             "steps:\n- {control: 6}\n"
+             "- {limit: {client: thermal, tags: {big_max: 1651200}}}\n"
+             "- repeat: 4\n  steps: [{after: 2100, do: game_fight}]",
+             "big_min", "", "1651200", "game_fight (9220)", "loses", "5",
+             "lifts no thermal limit: its boosts of this period are used up"},
         Rule{"LimitIsBack", kBreakthrough, "big_max", "", "1651200", "thermal", "counts", "3",
              "the plug-in also wrote it"},
         Rule{"GroupReplaced", kGroups, "ddr_bw_min", "", "547000", "camera's group", "over", "2",
@@ -238,8 +263,9 @@ INSTANTIATE_TEST_SUITE_P(
         Name{"big_cpu0_scaling_max_freq", kBigMax},
         Name{"sched_boost", "/proc/sys/walt/sched_boost"},
         Name{"cpu4 hispeed_load", "/sys/devices/system/cpu/cpu4/cpufreq/walt/hispeed_load"},
-        Name{"cpu4 hispeed_laod", "did you mean 'hispeed_load_cpu4'?"},
-        Name{"ddr max_freq", "'ddr max_freq' names 2 nodes of sm8450; say which: 'ddr bwmon max_freq'"},
+        Name{"cpu4 hispeed_laod", "did you mean 'cpu4 hispeed_load'?"},
+        Name{"ddr max_freq",
+             "'ddr max_freq' names 2 nodes of sm8450; say which: 'ddr bwmon max_freq'"},
         Name{"scaling_max_freq", "names 3 nodes of sm8450; say which: 'cpu0 scaling_max_freq', "},
         Name{"big_mx", "did you mean 'big_max'?"},
         Name{"/sys/devices/system/cpu/cpu4/cpufreq/scaling_max_frq", "did you mean '/sys/devices"},

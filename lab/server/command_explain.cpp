@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "lab/server/commands.h"
 #include "lab/server/inputs.h"
@@ -44,7 +43,7 @@ int Run(const Options& options) {
         ExplainScenes(scenes, options.command, options.device, options.library);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     if (options.json) {
-        std::cout << ExplanationJson(explanation).dump(2) << "\n";
+        std::cout << ExplanationJson(explanation) << "\n";
     } else if (options.command.empty()) {
         PrintSummary(std::cout, explanation, paint);
     } else {

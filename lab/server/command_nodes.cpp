@@ -3,7 +3,6 @@
 
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "lab/server/commands.h"
 #include "lab/server/tag_survey.h"
@@ -53,7 +52,7 @@ int Run(const Options& options) {
     const DeviceProfile device = LoadDeviceProfile(options.device);
     const std::vector<TagReport> tags = SurveyTags(device, options.library);
     if (options.json) {
-        std::cout << TagsJson(device, tags).dump(2) << "\n";
+        std::cout << TagsJson(device, tags) << "\n";
     } else {
         PrintTags(std::cout, tags, options.paths, Paint::ForTerminal(STDOUT_FILENO));
     }

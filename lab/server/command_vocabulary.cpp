@@ -3,7 +3,6 @@
 
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "lab/server/commands.h"
 #include "lab/server/vocabulary_list.h"
@@ -31,7 +30,7 @@ struct Options {
 int Run(const Options& options) {
     const VocabularyList list = ListVocabulary();
     if (options.json) {
-        std::cout << VocabularyJson(list).dump(2) << "\n";
+        std::cout << VocabularyJson(list) << "\n";
     } else if (options.markdown) {
         PrintVocabularyPage(std::cout, list);
     } else {

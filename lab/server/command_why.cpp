@@ -3,7 +3,6 @@
 
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "lab/server/commands.h"
 #include "lab/server/why.h"
@@ -50,7 +49,7 @@ int Run(const Options& options) {
         std::cerr << errors(Colour::kYellow, problem) << "\n";
     }
     if (options.json) {
-        std::cout << WhyJson(answer).dump(2) << "\n";
+        std::cout << WhyJson(answer) << "\n";
     } else {
         PrintWhy(std::cout, answer, options.history, Paint::ForTerminal(STDOUT_FILENO));
     }

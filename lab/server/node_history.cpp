@@ -263,6 +263,7 @@ void NodeHistory::OnPair(const LockAcquire& acquire, int opcode, int value) {
     ask.unit = resource.unit;
     ask.bound = resource.bound;
     ask.handle = acquire.returned;
+    ask.remark = WhyNoBreakthrough(opcode);
     if (acquire.durationMs > 0) ask.until = mNow + std::chrono::milliseconds(acquire.durationMs);
     if (acquire.returned < 1) {
         AddEnded(ask, fmt::format("the HAL refused the lock with {}", acquire.returned));
@@ -275,6 +276,23 @@ void NodeHistory::OnPair(const LockAcquire& acquire, int opcode, int value) {
         return;
     }
     mInForce.push_back(ask);
+}
+
+// Why the command's lock lifts none of the thermal limits on the node; empty when it does, or when
+// there are none.
+std::string NodeHistory::WhyNoBreakthrough(int opcode) const {
+    const auto* request = std::get_if<DoCommand>(&mRequest.step.request);
+    const SceneCommand* command = request ? mScenes.Find(request->cmdId) : nullptr;
+    if (!command || mTarget.path.find("/scaling_m") == std::string::npos) return "";
+    if (mRequest.outcome.text.find("boost count used up") != std::string::npos) {
+        return "lifts no thermal limit: its boosts of this period are used up";
+    }
+    for (const SceneElement& element : command->elements) {
+        for (const SceneKey& key : element.keys) {
+            if (FindKeyOpcode(key.name) == opcode) return mConditions.WhyNoBreakthrough(element);
+        }
+    }
+    return "";
 }
 
 std::string NodeHistory::LockHolder() const {

@@ -110,6 +110,7 @@ class NodeHistory {
     void AddEnded(const NodeAsk& ask, const std::string& how);
 
     bool IsTagLock(const LockAcquire& acquire) const;
+    std::string WhyNoBreakthrough(int opcode) const;
     std::string LockHolder() const;
     std::string WhyReleased() const;
     std::string WhyNoLock(const SceneElement& element) const;

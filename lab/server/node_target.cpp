@@ -131,7 +131,12 @@ class Finder {
     [[noreturn]] void FailMissing(const std::string& name) const {
         std::vector<std::string> known = TagNamesOf(LayoutOf(mDevice));
         for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) known.emplace_back(row.name);
-        for (const std::string& path : mPaths) known.push_back(ShortNode(path));
+        for (const std::string& path : mPaths) {
+            const std::string shortName = ShortNode(path);
+            known.push_back(shortName);
+            known.push_back(shortName.substr(0, shortName.find(' ') + 1) +
+                            path.substr(path.rfind('/') + 1));
+        }
         throw std::runtime_error(fmt::format(
             "'{}' names no node of {}{}; give a path, its end, a tag or a scene file's key "
             "('tarquel-lab nodes --device {}' lists them)",

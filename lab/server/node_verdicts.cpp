@@ -263,16 +263,20 @@ class Weigher {
             const bool isWord = holder.ask.by == By::kClient || holder.ask.by == By::kScene;
             return isWord && written == Numbers(std::to_string(holder.ask.value));
         };
+        const bool isAlone = mClaims.empty();
+        const bool isShown = written == Numbers(mValue) || write.text == mValue;
         for (Holder& holder : holders) {
             if (!isSame(holder)) continue;
             holder.notes.emplace_back("the plug-in also wrote it to the node itself");
+            if (isAlone && isShown && !holder.wins && written != Numbers(boot)) {
+                holder.wins = true;
+                holder.verdict = "by that write alone: " + holder.verdict;
+            }
             return;
         }
         if (written == Numbers(boot)) return;
         Holder holder;
         holder.ask = write;
-        const bool isAlone = mClaims.empty();
-        const bool isShown = written == Numbers(mValue) || write.text == mValue;
         const PerfHal::Claim* lifter = InPlaceClaim();
         if (lifter) {
             holder.verdict =

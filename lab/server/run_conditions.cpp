@@ -7,10 +7,43 @@
 namespace lab {
 
 void RunConditions::SetControlType(int type, int line) {
-    if (type == 0) mIsCold = false;
-    if (type != 4 && type != 10) return;
-    mIsCold = true;
-    mColdLine = line;
+    switch (type) {
+        case 0:
+            mIsCold = false;
+            mThermalLevel = 0;
+            break;
+        case 4:
+        case 10:
+            mIsCold = true;
+            mColdLine = line;
+            mThermalLevel = 0;
+            break;
+        case 2:
+        case 9:
+            mThermalLevel = 0;
+            break;
+        case 5:
+        case 6:
+        case 7:
+        case 8:
+            mThermalLevel = type - 4;
+            break;
+        default:
+            break;
+    }
+}
+
+std::string RunConditions::WhyNoBreakthrough(const SceneElement& element) const {
+    const int highest = BoostLimitLevelOf(element);
+    if (mThermalLevel < 1 || highest >= mThermalLevel) return "";
+    if (highest < 1) {
+        return fmt::format("lifts no thermal limit: it has no boost_limit_level for level {}",
+                           mThermalLevel);
+    }
+    return fmt::format(
+        "lifts no thermal limit: its boost_limit_level ends at {}, and level {} is "
+        "in force",
+        highest, mThermalLevel);
 }
 
 std::string RunConditions::WhyPassedOver(const SceneElement& element) const {

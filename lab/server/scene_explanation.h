@@ -2,7 +2,6 @@
 // its locks and writes make of the nodes of a phone that nobody else limits.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -96,6 +95,7 @@ void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholeP
                   const Paint& paint);
 void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint& paint);
 
-nlohmann::json ExplanationJson(const Explanation& explanation);
+// As JSON, with everything that there is to tell.
+std::string ExplanationJson(const Explanation& explanation);
 
 }  // namespace lab

@@ -241,7 +241,7 @@ void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint
     table.Print(out, "", paint);
 }
 
-nlohmann::json ExplanationJson(const Explanation& explanation) {
+std::string ExplanationJson(const Explanation& explanation) {
     nlohmann::json json = {{"file", explanation.file},
                            {"device", explanation.device},
                            {"device_assumed", explanation.isAssumed},
@@ -267,7 +267,7 @@ nlohmann::json ExplanationJson(const Explanation& explanation) {
         }
         json["commands"].push_back(std::move(entry));
     }
-    return json;
+    return json.dump(2);
 }
 
 }  // namespace lab

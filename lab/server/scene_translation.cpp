@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <set>
 
 #include "lab/server/resource_names.h"
@@ -32,9 +31,7 @@ std::string Hex(int opcode) {
 std::optional<int> NumberOf(const SceneCommand& command, std::string_view name) {
     std::optional<int> number;
     for (const SceneElement& element : command.elements) {
-        for (const SceneKey& key : element.keys) {
-            if (key.name == name) number = std::atoi(key.value.c_str());
-        }
+        if (const std::optional<int> found = FindNumber(element, name)) number = found;
     }
     return number;
 }

@@ -8,7 +8,6 @@
 #include "platform/command_ids.h"
 
 namespace lab {
-
 std::optional<int> FindKeyOpcode(const std::string& key) {
     for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
         if (row.name == key) return row.opcode;
@@ -26,12 +25,21 @@ int HalValueOfKey(int opcode, const std::string& value) {
     return IsFrequencyOpcode(opcode) ? number / 1000 : number;
 }
 
-int DurationOf(const SceneElement& element) {
-    int ms = 0;
-    for (const SceneKey& key : element.keys) {
-        if (key.name == tarquel::keys::kDuration) ms = std::atoi(key.value.c_str());
+std::optional<int> FindNumber(const SceneElement& element, std::string_view key) {
+    std::optional<int> number;
+    for (const SceneKey& each : element.keys) {
+        if (each.name == key) number = std::atoi(each.value.c_str());
     }
-    return ms;
+    return number;
+}
+
+int DurationOf(const SceneElement& element) {
+    return FindNumber(element, tarquel::keys::kDuration).value_or(0);
+}
+
+int BoostLimitLevelOf(const SceneElement& element) {
+    const std::optional<int> digits = FindNumber(element, tarquel::keys::kBoostLimitLevel);
+    return digits ? *digits & 0xF : -1;
 }
 
 bool IsLongScene(const SceneCommand& command) {

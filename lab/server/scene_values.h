@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "lab/server/scene_file.h"
 
@@ -17,8 +18,14 @@ bool IsFrequencyOpcode(int opcode);
 // A tunable's value as its lock gets it.
 int HalValueOfKey(int opcode, const std::string& value);
 
+// The number of a key that describes the element; of a repeated one the last counts.
+std::optional<int> FindNumber(const SceneElement& element, std::string_view key);
+
 // ms; 0 without the key: until released.
 int DurationOf(const SceneElement& element);
+
+// The highest thermal level under which the element breaks through; -1 without the key.
+int BoostLimitLevelOf(const SceneElement& element);
 
 // True for a command whose keys name limits by tag: the id of a long scene, and no duration.
 bool IsLongScene(const SceneCommand& command);

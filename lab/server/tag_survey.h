@@ -1,7 +1,6 @@
 // Every tag on a device: what the tables say of it, and what the running plug-in does with it.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -47,6 +46,7 @@ void PrintTags(std::ostream& out, const std::vector<TagReport>& tags, bool whole
 void PrintTagsSection(std::ostream& out, const DeviceProfile& device,
                       const std::vector<TagReport>& tags);
 
-nlohmann::json TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags);
+// As JSON, with everything that there is to tell.
+std::string TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags);
 
 }  // namespace lab

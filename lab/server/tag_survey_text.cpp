@@ -95,7 +95,7 @@ void PrintTagsSection(std::ostream& out, const DeviceProfile& device,
     MakeTable(tags, false, true).PrintMarkdown(out);
 }
 
-nlohmann::json TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags) {
+std::string TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags) {
     nlohmann::json json = {{"device", device.name}, {"tags", nlohmann::json::array()}};
     for (const TagReport& report : tags) {
         nlohmann::json entry = {{"tag", report.tag},
@@ -119,7 +119,7 @@ nlohmann::json TagsJson(const DeviceProfile& device, const std::vector<TagReport
         if (report.present) entry["present"] = *report.present;
         json["tags"].push_back(std::move(entry));
     }
-    return json;
+    return json.dump(2);
 }
 
 }  // namespace lab

@@ -220,7 +220,7 @@ void PrintVocabularyPage(std::ostream& out, const VocabularyList& list) {
     });
 }
 
-nlohmann::json VocabularyJson(const VocabularyList& list) {
+std::string VocabularyJson(const VocabularyList& list) {
     nlohmann::json json = {
         {"tunables", nlohmann::json::array()},        {"element", PlainJson(list.element)},
         {"cpu_info", PlainJson(list.cpuInfo)},        {"level", PlainJson(list.level)},
@@ -244,7 +244,7 @@ nlohmann::json VocabularyJson(const VocabularyList& list) {
         if (row.tagThreeClusters) entry["tag_three_clusters"] = *row.tagThreeClusters;
         json["long_scene"].push_back(std::move(entry));
     }
-    return json;
+    return json.dump(2);
 }
 
 }  // namespace lab

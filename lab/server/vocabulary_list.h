@@ -2,7 +2,6 @@
 // in which unit its value is.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -55,6 +54,7 @@ void PrintVocabulary(std::ostream& out, const VocabularyList& list, const Paint&
 // A page of documentation.
 void PrintVocabularyPage(std::ostream& out, const VocabularyList& list);
 
-nlohmann::json VocabularyJson(const VocabularyList& list);
+// As JSON, with everything that there is to tell.
+std::string VocabularyJson(const VocabularyList& list);
 
 }  // namespace lab

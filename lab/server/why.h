@@ -1,7 +1,6 @@
 // Replays a scenario up to a moment and tells why a node reads what it reads then.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -39,6 +38,7 @@ std::optional<Time> ParseMoment(const std::string& text);
 // The answer as text; of the asks that ended the latest `mostEnded`.
 void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, const Paint& paint);
 
-nlohmann::json WhyJson(const WhyAnswer& answer);
+// As JSON, with everything that there is to tell.
+std::string WhyJson(const WhyAnswer& answer);
 
 }  // namespace lab

@@ -135,7 +135,7 @@ void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, cons
     PrintEnded(out, story, mostEnded, paint);
 }
 
-nlohmann::json WhyJson(const WhyAnswer& answer) {
+std::string WhyJson(const WhyAnswer& answer) {
     const NodeStory& story = answer.story;
     nlohmann::json json = {{"node", story.target.path},
                            {"short", ShortNode(story.target.path)},
@@ -165,7 +165,7 @@ nlohmann::json WhyJson(const WhyAnswer& answer) {
         entry["how"] = ended.how;
         json["ended"].push_back(std::move(entry));
     }
-    return json;
+    return json.dump(2);
 }
 
 }  // namespace lab
