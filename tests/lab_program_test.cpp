@@ -155,6 +155,24 @@ TEST(LabProgram, AsksAScenarioOfTheUsersOwn) {
         << ran.errors;
 }
 
+TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
+    const File scenes("refused.xml",
+                      "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"
+                      "<big_cpu0_min_freq>1440000</big_cpu0_min_freq><bigg>1</bigg>\n"
+                      "</boost></command>\n</scenes>\n");
+    const File scenario("refused.yaml", "steps:\n- {do: bad}\n");
+    const Ran ran =
+        RunLab("why " + scenario.Path() + " 'cpu4 scaling_min_freq' --scenes " + scenes.Path());
+    EXPECT_EQ(ran.code, 0) << ran.errors;
+    EXPECT_NE(ran.out.find("bad (100)                    >= 1440 MHz    took no lock: the plug-in "
+                           "refused this command (" +
+                           scenes.Path() + ":2)"),
+              std::string::npos)
+        << ran.out;
+    EXPECT_NE(ran.errors.find(scenes.Path() + ":3:47: the plug-in says: "), std::string::npos)
+        << ran.errors;
+}
+
 TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
     const auto why =
         nlohmann::json::parse(RunLab("why shared_limits last_max --at 950 --json").out);

@@ -7,6 +7,7 @@
 
 #include "lab/server/inputs.h"
 #include "lab/server/scene_explanation.h"
+#include "lab/server/table.h"
 #include "lab/server/tag_survey.h"
 #include "lab/server/vocabulary_list.h"
 #include "lab/yaml/yaml_tree.h"
@@ -251,6 +252,75 @@ TEST(Explain, GivesEveryCommandALine) {
         EXPECT_NE(text.find(line), std::string::npos) << line << "in\n" << text;
     }
     EXPECT_NE(text.find("typo (102)        23    action"), std::string::npos) << text;
+}
+
+// An element with more tunables than a lock, and than an action, takes.
+TEST(Explain, TellsWhatALockHasNoRoomFor) {
+    std::string keys;
+    size_t count = 0;
+    for (const TunableKey& row : ListVocabulary().tunables) {
+        if (row.family != "task groups" || count == 37) continue;
+        keys += "<" + std::string(row.key) + ">1</" + std::string(row.key) + ">\n";
+        ++count;
+    }
+    SceneFile scenes =
+        SceneFile::Parse("<scenes><command id=\"9\"><a><duration_ms>5</duration_ms>\n" + keys +
+                             "</a></command></scenes>",
+                         "my.xml");
+    const Explanation explanation = ExplainScenes(scenes, "9", "sm8450", "");
+    const ExplainedElement& element = explanation.commands.at(0).elements.at(0);
+    ASSERT_EQ(element.pairs.size(), 35u);
+    EXPECT_EQ(count - element.pairs.size(), element.dropped.size());
+    ASSERT_FALSE(element.dropped.empty());
+    EXPECT_NE(element.dropped.back().find("is cut: an element takes 35 tunables"),
+              std::string::npos);
+    const auto isLeftOut = [](const ExplainedPair& pair) {
+        return !pair.notes.empty() && pair.notes.back().rfind("not in the lock: ", 0) == 0;
+    };
+    EXPECT_EQ(std::count_if(element.pairs.begin(), element.pairs.end(), isLeftOut), 3);
+    EXPECT_TRUE(isLeftOut(element.pairs.back()));
+    EXPECT_EQ(explanation.problems.size(), 1u);  // the file describes no clusters
+}
+
+TEST(Explain, PrintsACommandWithItsEffects) {
+    SceneFile scenes = SceneFile::Parse(kScenes, "my.xml");
+    std::ostringstream out;
+    PrintCommand(out, ExplainScenes(scenes, "boost", "", ""), false, Paint(false));
+    EXPECT_EQ(
+        out.str(),
+        "boost (100) my.xml:8, action, on sm4450\n"
+        "my.xml:14:3: the plug-in says: tarquel: multi-duration exist! we choose the first "
+        "value(1000000, 1344000)\n"
+        "  breaks through at most 3 in 9000 ms\n"
+        "\n"
+        "<boost> line 8, 700 ms\n"
+        "  code        key                   value        node                   reads then\n"
+        "  0x40800000  big_cpu0_min_freq     >= 1000 MHz  cpu6 scaling_min_freq  1190400 kHz  "
+        "the device has no step of 1000 MHz: rounded up to 1190400 kHz\n"
+        "  0x40804000  big_cpu0_max_freq     <= 1651 MHz  cpu6 scaling_max_freq  1651200 kHz\n"
+        "  0x41844000  cpu_llcc_bw_min_freq  >= 300 MHz   llcc bwmon min_freq                 "
+        "the device has no such node\n"
+        "  line 14: middle_cpu0_min_freq = 1344000 does not count: big_cpu0_min_freq in line "
+        "13 stands for the same and comes first\n"
+        "  breaks through thermal limits up to level 2\n"
+        "    thermal level  frequency level  for     scaling maxima                     its "
+        "own maxima\n"
+        "    1              5                700 ms  little 1804.8 MHz, big 2054.4 MHz  big "
+        "2054 MHz\n"
+        "    2              0                700 ms  little 1958.4 MHz, big 2208 MHz\n");
+}
+
+TEST(Tables, AlignCharactersAndLeaveEmptyColumnsOut) {
+    Table table({"name", "nothing", "value"});
+    table.Add({"é", "", "1"});
+    table.Add({"longer", "", "a|b"});
+    std::ostringstream text;
+    table.Print(text, "> ", Paint(false));
+    EXPECT_EQ(text.str(), "> name    value\n> é       1\n> longer  a|b\n");
+    std::ostringstream page;
+    table.PrintMarkdown(page);
+    EXPECT_EQ(page.str(),
+              "| name | nothing | value |\n|---|---|---|\n| é | | 1 |\n| longer | | a\\|b |\n");
 }
 
 TEST(Inputs, SuggestTheNearestShippedName) {

@@ -103,6 +103,14 @@ constexpr char kStateMask[] =
     "- {off: call_limit}\n"
     "- {on: call_limit}";
 
+constexpr char kInteractive[] =
+    "steps:\n"
+    "- {node: {/sys/devices/system/cpu/cpu0/cpufreq/interactive/go_hispeed_load: 99}}\n"
+    "- {node: {/sys/devices/system/cpu/cpu4/cpufreq/interactive/go_hispeed_load: 99}}\n"
+    "- {after: 5, inter: interactive_touch}";
+constexpr char kInteractiveNode[] =
+    "/sys/devices/system/cpu/cpu0/cpufreq/interactive/go_hispeed_load";
+
 constexpr char kWriteBack[] =
     "device: sm4450\n"
     "steps:\n"
@@ -159,6 +167,33 @@ INSTANTIATE_TEST_SUITE_P(
              "counts", "3", "its end (line 5) was passed over: its state_mask 0x2"},
         Rule{"SceneBeginPassedOver", kStateMask, "big_max", "", "1555200", "call_limit (12294)",
              "over", "6", "shares no bit with the state 0x0"},
+        Rule{"TimedGroupIsRemembered",
+             "steps:\n- {group: {client: power, duration_ms: 300, tags: {big_max: 1440000}}}\n"
+             "- {wait: 400}",
+             "big_max", "", "2496000", "power", "loses", "2",
+             "the plug-in remembers it, but no lock carries it"},
+        Rule{"CameraIsNotRemembered",
+             "steps:\n- {limit: {client: camera, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: power, tags: {big_max: 1651200}}}",
+             "big_max", "", "1651200", "camera", "over", "2",
+             "replaced by power's request (line 3)"},
+        Rule{"UnweighedOverRemembered",
+             "steps:\n- {limit: {client: power, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: camera, tags: {big_max: 1651200}}}",
+             "big_max", "", "1651200", "power", "loses", "2",
+             "'limit by camera: big_max <= 1651.2 MHz' (line 3) gave the tag's lock another value"},
+        Rule{"UnknownClient", "steps:\n- {limit: {client: 9, tags: {big_max: 1440000}}}", "big_max",
+             "", "2496000", "client 9", "over", "2", "refused: the plug-in gives no reason"},
+        Rule{"WrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",
+             "the plug-in's write", "counts", "4", "no lock bears on the node"},
+        Rule{"OverwrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",
+             "the scenario's node step", "over", "2",
+             "overwritten by 'inter interactive_touch (16385)' (line 4)"},
+        Rule{"NodeTakenAway",
+             "steps:\n- {node: {/proc/sys/walt/sched_boost: null}}\n"
+             "- {limit: {client: power, tags: {sched_boost: 1}}}",
+             "/proc/sys/walt/sched_boost", "", "", "power", "loses", "3",
+             "there is no node for the lock to reach"},
         Rule{"WriteWithoutLock", kWriteBack, "big_max", "", "691200", "the plug-in's write",
              "counts", "7", "the kernel makes 691200 of 0"}),
     [](const auto& test) { return std::string(test.param.name); });
@@ -213,6 +248,14 @@ INSTANTIATE_TEST_SUITE_P(
              "- {after: 10, do: scroll}",
              "hispeed_freq_cpu0", "20", "1171200", "power", "loses", "2",
              "scroll (4100)'s lock 2 asked later: the newest lock wins here"},
+        Rule{"Renewed", "steps:\n- {on: touch}\n- {after: 500, on: touch}", "big_min", "900",
+             "1113600", "touch (4098)", "counts", "2", "renewed at 0.500 s (line 3)"},
+        Rule{"SameAsAnother",
+             "steps:\n- {on: touch}\n- {limit: {client: power, tags: {big_min: 1113600}}}",
+             "big_min", "", "1113600", "power", "counts", "3",
+             "asks for the same as touch (4098)'s lock 1"},
+        Rule{"NeverRuns", "steps:\n- {do: app_update}", "little_min", "", "307200",
+             "app_update (4233)", "over", "2", "took no lock: its "},
         Rule{"RoundedDown", "steps:\n- {limit: {client: power, tags: {prime_max: 1344000}}}",
              "prime_max", "", "1286400", "power", "counts", "2",
              "the device has no step of 1344 MHz: rounded down to 1286400 kHz"},
@@ -295,6 +338,21 @@ TEST(Why, LetsTimePassBehindTheLastStepAndStopsWithinRepeats) {
     const WhyAnswer after = Ask("steps:\n- {do: touch}", "big_min", "60s");
     EXPECT_EQ(after.story.at, Time(std::chrono::seconds(60)));
     EXPECT_TRUE(after.story.holders.empty());
+}
+
+TEST(Why, SaysInOneSentenceWhyTheNodeReadsThat) {
+    const auto because = [](const char* yaml, const char* node, const char* at) {
+        return Ask(yaml, node, at).story.Because();
+    };
+    EXPECT_EQ(because(kTwoLocks, "big_min", "15"), "held by game_fight (9220) (>= 2112 MHz)");
+    EXPECT_EQ(because(kTwoLocks, "big_min", "30"),
+              "a floor asked for is above the ceiling, and reads the ceiling");
+    EXPECT_EQ(because(kTwoLocks, "big_min", ""), "as after boot");
+    EXPECT_EQ(because(kTwoLocks, "cpu4 scaling_cur_freq", "15"),
+              "nobody asks for it: it follows other nodes");
+    EXPECT_EQ(because("steps:\n- {node: {/proc/sys/walt/sched_boost: null}}",
+                      "/proc/sys/walt/sched_boost", ""),
+              "the scenario took the node away");
 }
 
 TEST(Why, PrintsWhoCountsAndWhoLostWithTheirSteps) {

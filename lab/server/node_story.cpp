@@ -28,7 +28,7 @@ NodeStory TellNodeStory(const NodeTarget& target, const NodeHistory& history, Ph
 std::string NodeStory::Because() const {
     if (!exists) return "the scenario took the node away";
     if (holders.empty()) {
-        return value == boot ? "as after boot" : "as the last write left it";
+        return value == boot ? "as after boot" : "nobody asks for it: it follows other nodes";
     }
     for (const Holder& holder : holders) {
         if (holder.wins)

@@ -126,7 +126,7 @@ class Weigher {
     void Judge(int handle, int opcode, Holder& holder) {
         const PerfHal::Claim* claim = FindClaim(handle, opcode);
         if (!claim) {
-            holder.verdict = "the HAL has no such lock any more";
+            holder.verdict = "there is no node for the lock to reach";
             return;
         }
         const Drive drive = mTarget.DriveOf(opcode, mKernel.Profile(), mKernel);

@@ -42,10 +42,11 @@ class Trial {
         mServer.Start();
     }
 
+    // Refusals that belong to no command.
     std::vector<std::string> Problems() const {
         std::vector<std::string> texts;
         for (const SceneProblem& problem : mServer.Problems()) {
-            texts.push_back(ProblemText(mScenes, problem));
+            if (problem.place.line == 0) texts.push_back(ProblemText(mScenes, problem));
         }
         return texts;
     }

@@ -76,8 +76,9 @@ struct ExplainedCommand {
 struct Explanation {
     std::string file;
     std::string device;
-    bool isAssumed = false;             // nobody named the device, and the file does not tell it
-    std::vector<std::string> problems;  // all that the plug-in refused in the file
+    bool isAssumed = false;  // nobody named the device, and the file does not tell it
+    std::vector<std::string>
+        problems;  // of the file as a whole: clusters, refusals without a place
     std::vector<ExplainedCommand> commands;
 };
 

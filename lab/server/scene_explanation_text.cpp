@@ -188,10 +188,18 @@ nlohmann::json ElementJson(const ExplainedElement& element) {
     return json;
 }
 
+void PrintProblems(std::ostream& out, const Explanation& explanation, const Paint& paint) {
+    for (const std::string& problem : explanation.problems) {
+        out << paint(Colour::kYellow, problem) << "\n";
+    }
+    if (!explanation.problems.empty()) out << "\n";
+}
+
 }  // namespace
 
 void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholePaths,
                   const Paint& paint) {
+    PrintProblems(out, explanation, paint);
     for (const ExplainedCommand& command : explanation.commands) {
         out << paint(Colour::kBold, command.label)
             << fmt::format(" {}:{}, {}, on {}{}\n", explanation.file, command.place.line,
@@ -225,6 +233,7 @@ void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint
     out << paint(Colour::kBold, explanation.file)
         << fmt::format(" on {}{}\n\n", explanation.device,
                        explanation.isAssumed ? " (assumed; --device names another)" : "");
+    PrintProblems(out, explanation, paint);
     Table table({"command", "line", "kind", "lasts", "tunables", "thermal", "remark"});
     for (const ExplainedCommand& command : explanation.commands) {
         size_t pairs = 0;

@@ -58,8 +58,10 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     NodeHistory history(target, device, scenes, phone.GetKernel());
     Library library(question.library);
     Server server(phone, library, scenes);
-    Runner runner(phone, server, ledger, device, scenes,
-                  [&history](const Event& event) { history.Observe(event); });
+    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
+        ledger.Observe(event);
+        history.Observe(event);
+    });
     runner.HeedRequests([&history](const Step& step, const Server::Outcome& outcome) {
         history.Heed(step, outcome);
     });

@@ -1,6 +1,7 @@
 // An answer to "why" as text and as JSON.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "lab/server/node_names.h"
@@ -50,7 +51,9 @@ std::string Asked(const NodeAsk& ask) {
     return text;
 }
 
-std::string WithUnit(const std::string& value, const std::string& unit) {
+// A node with several numbers separates them by tabs.
+std::string WithUnit(std::string value, const std::string& unit) {
+    std::replace(value.begin(), value.end(), '\t', ' ');
     return unit.empty() ? value : value + " " + unit;
 }
 
