@@ -160,7 +160,9 @@ TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
                       "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"
                       "<big_cpu0_min_freq>1440000</big_cpu0_min_freq><bigg>1</bigg>\n"
                       "</boost></command>\n</scenes>\n");
-    const File scenario("refused.yaml", "steps:\n- {do: bad}\n");
+    const File scenario("refused.yaml",
+                        "steps:\n- {do: bad}\n"
+                        "- {limit: {client: power, tags: {little_cores_min: 2}}}\n");
     const Ran ran =
         RunLab("why " + scenario.Path() + " 'cpu4 scaling_min_freq' --scenes " + scenes.Path());
     EXPECT_EQ(ran.code, 0) << ran.errors;
@@ -169,6 +171,10 @@ TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
                            scenes.Path() + ":2)"),
               std::string::npos)
         << ran.out;
+    const Ran cores =
+        RunLab("why " + scenario.Path() + " little_cores_min --scenes " + scenes.Path());
+    EXPECT_NE(cores.out.find("core isolation is off in qcom_cpu_info"), std::string::npos)
+        << cores.out;
     EXPECT_NE(ran.errors.find(scenes.Path() + ":3:47: the plug-in says: "), std::string::npos)
         << ran.errors;
 }

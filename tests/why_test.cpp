@@ -189,6 +189,16 @@ INSTANTIATE_TEST_SUITE_P(
         Rule{"OverwrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",
              "the scenario's node step", "over", "2",
              "overwritten by 'inter interactive_touch (16385)' (line 4)"},
+        Rule{"LiftedFloorKeepsItsLock",
+             "steps:\n- {limit: {client: power, tags: {big_min: 1113600}}}\n"
+             "- {limit: {client: power, tags: {big_min: 0}}}",
+             "big_min", "", "633600", "the plug-in's lock", "loses", "3",
+             "a lifted limit keeps its lock at the default"},
+        Rule{"FloorCutByALaterCeiling",
+             "steps:\n- {limit: {client: power, tags: {big_min: 1766400}}}\n"
+             "- {limit: {client: power, tags: {big_max: 1113600}}}",
+             "big_min", "", "1113600", "power", "loses", "2",
+             "the plug-in cut it to the ceiling in force, 1113 MHz"},
         Rule{"NodeTakenAway",
              "steps:\n- {node: {/proc/sys/walt/sched_boost: null}}\n"
              "- {limit: {client: power, tags: {sched_boost: 1}}}",

@@ -15,6 +15,10 @@ namespace {
 
 using By = NodeAsk::By;
 
+// The tags of online cores.
+constexpr int kFirstCoresTag = 61;
+constexpr int kLastCoresTag = 66;
+
 // The numbers of a node's text; "40.00" counts as 40.
 std::vector<double> Numbers(const std::string& text) {
     std::istringstream stream(text);
@@ -41,7 +45,7 @@ class Weigher {
     std::vector<Holder> Weigh(const std::string& boot) {
         std::vector<Holder> holders;
         for (const NodeAsk& ask : mHistory.InForce()) holders.push_back(WeighAsk(ask));
-        AddPluginLocks(holders);
+        AddPluginLocks(boot, holders);
         AddWrite(boot, holders);
         std::stable_sort(holders.begin(), holders.end(),
                          [](const Holder& a, const Holder& b) { return a.wins > b.wins; });
@@ -83,9 +87,8 @@ class Weigher {
         } else if (ask.bound == Bound::kFloor &&
                    lock->value < HalValue(ask.tag, static_cast<int>(ask.value))) {
             holder.held = fmt::format("lock {} of the tag", lock->handle);
-            holder.verdict =
-                fmt::format("floor above ceiling: the plug-in cut it to the ceiling in force, {}",
-                            LockValue(ask.opcode, lock->value));
+            holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
+                                         kFloorAboveCeiling, LockValue(ask.opcode, lock->value));
         } else {
             holder.verdict = fmt::format("'{}'{} gave the tag's lock another value since",
                                          lock->request, AtLine(lock->line));
@@ -97,14 +100,14 @@ class Weigher {
         const std::vector<double> now = Numbers(mValue);
         const bool isFree = ask.bound == Bound::kCeiling && !now.empty() &&
                             static_cast<double>(ask.value) >= now[0];
-        if (isFree && mClaims.empty()) {
+        if (ask.tag >= kFirstCoresTag && ask.tag <= kLastCoresTag) {
+            holder.verdict =
+                "core isolation is off in qcom_cpu_info: no lock on online cores is taken";
+        } else if (isFree && mClaims.empty()) {
             holder.verdict =
                 "no stricter than the hardware's own end: needs no lock, limits nothing";
         } else {
             holder.verdict = "the plug-in remembers it, but no lock carries it";
-        }
-        if (ask.tag >= 61 && ask.tag <= 66) {
-            holder.verdict += " (core isolation is off in qcom_cpu_info)";
         }
     }
 
@@ -228,7 +231,7 @@ class Weigher {
 
     // Locks of the plug-in that carry nobody's word: a lifted limit's default, a floor that went
     // down with its ceiling.
-    void AddPluginLocks(std::vector<Holder>& holders) {
+    void AddPluginLocks(const std::string& boot, std::vector<Holder>& holders) {
         for (const auto& [opcode, lock] : mHistory.TagLocks()) {
             const std::string held = fmt::format("lock {} of the tag", lock.handle);
             const bool isCarrier = std::any_of(holders.begin(), holders.end(),
@@ -246,10 +249,15 @@ class Weigher {
             holder.ask.unit = resource.unit;
             holder.ask.bound = resource.bound;
             holder.held = held;
-            holder.notes.push_back(
-                "nobody's word: a lifted limit's default, or a floor that went "
-                "down with its ceiling");
             Judge(lock.handle, opcode, holder);
+            if (mValue == boot) {
+                holder.wins = false;
+                holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
+            } else {
+                holder.notes.emplace_back(
+                    "nobody's word: a floor that went down with its ceiling, "
+                    "or a lifted limit's default");
+            }
             holders.push_back(std::move(holder));
         }
     }
@@ -283,7 +291,7 @@ class Weigher {
                 fmt::format("{} stands in its place while the lock lasts", NameOf(*lifter));
         } else if (IsCutFloor()) {
             holder.verdict = "the floor stands at the ceiling: see there";
-        } else if (isAlone || isShown || IsWriteInForce(holders)) {
+        } else if (isAlone || isShown || HasNoWinner(holders)) {
             holder.wins = true;
             holder.verdict = isAlone ? "no lock bears on the node" : "stricter than every lock";
             if (!isShown) {
@@ -307,7 +315,7 @@ class Weigher {
         });
     }
 
-    static bool IsWriteInForce(const std::vector<Holder>& holders) {
+    static bool HasNoWinner(const std::vector<Holder>& holders) {
         return std::none_of(holders.begin(), holders.end(),
                             [](const Holder& holder) { return holder.wins; });
     }
