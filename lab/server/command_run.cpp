@@ -2,11 +2,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "lab/server/commands.h"
+#include "lab/server/inputs.h"
 #include "lab/server/node_names.h"
 #include "lab/server/runner.h"
 #include "lab/server/timeline.h"
@@ -43,35 +43,6 @@ constexpr char kFooter[] =
     "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
     "Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),\n"
     "2 when a file or the usage is at fault.";
-
-// `name` as a path, or as the name of a shipped file of `folder`.
-std::string FindFile(const std::string& name, const std::string& folder,
-                     const std::string& extension) {
-    namespace fs = std::filesystem;
-    std::error_code ignored;
-    if (fs::is_regular_file(name, ignored)) return name;
-    const std::string shipped = DataFolder() + "/" + folder + "/" + name;
-    if (fs::is_regular_file(shipped, ignored)) return shipped;
-    if (fs::is_regular_file(shipped + extension, ignored)) return shipped + extension;
-    return name;
-}
-
-// A scene file that a scenario names: beside the scenario first.
-std::string FindScenes(const std::string& name, const std::string& scenarioFile) {
-    const std::filesystem::path beside = std::filesystem::path(scenarioFile).parent_path() / name;
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(beside, ignored)) return beside.string();
-    return FindFile(name, "scenes", ".xml");
-}
-
-std::string ScenesFor(const RunOptions& options, const ScenarioHead& head,
-                      const DeviceProfile& device) {
-    if (!options.scenes.empty()) return FindFile(options.scenes, "scenes", ".xml");
-    // A scenario's scenes are for its own device; another one brings its own.
-    const bool isOwnDevice = options.device.empty() || options.device == head.device;
-    if (head.scenes && isOwnDevice) return FindScenes(*head.scenes, head.file);
-    return FindFile(device.name, "scenes", ".xml");
-}
 
 void PrintHeld(const std::vector<PerfHal::Lock>& held, const Ledger& ledger, Time now,
                Layout layout, const Paint& paint) {
@@ -130,11 +101,12 @@ void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& pro
 }
 
 int Run(const RunOptions& options) {
-    const YamlNode root = LoadYamlFile(FindFile(options.scenario, "scenarios", ".yaml"));
+    const YamlNode root = LoadYamlFile(FindScenarioFile(options.scenario));
     const ScenarioHead head = ReadScenarioHead(root);
     const DeviceProfile device =
         LoadDeviceProfile(options.device.empty() ? head.device : options.device);
-    SceneFile scenes = SceneFile::Load(ScenesFor(options, head, device));
+    SceneFile scenes =
+        SceneFile::Load(ScenesOfScenario({options.device, options.scenes}, head, device));
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     const Layout layout = scenes.ClusterLayout();

@@ -13,8 +13,19 @@ namespace {
 
 constexpr int kHighestTag = 133;
 
-// Floors and ceilings that several requesters share: among those in force the strictest counts, and
-// 0 lifts one. Every other tag does what it was told last.
+double Seconds(Time time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+// Present frequencies follow everything and are nobody's; a policy's folder is another name of what
+// its CPUs have.
+bool IsUnwatched(const std::string& path) {
+    return path.find("cur_freq") != std::string::npos ||
+           path.find("/cpufreq/policy") != std::string::npos;
+}
+
+}  // namespace
+
 bool IsSharedLimit(int tag) {
     switch (tag) {
         case 0:
@@ -30,19 +41,6 @@ bool IsSharedLimit(int tag) {
             return false;
     }
 }
-
-double Seconds(Time time) {
-    return std::chrono::duration<double>(time).count();
-}
-
-// Present frequencies follow everything and are nobody's; a policy's folder is another name of what
-// its CPUs have.
-bool IsUnwatched(const std::string& path) {
-    return path.find("cur_freq") != std::string::npos ||
-           path.find("/cpufreq/policy") != std::string::npos;
-}
-
-}  // namespace
 
 Ledger::Ledger(const DeviceProfile& device, Layout layout, const Kernel& kernel)
     : mDevice(device), mLayout(layout), mKernel(kernel) {

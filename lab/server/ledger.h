@@ -22,6 +22,10 @@
 
 namespace lab {
 
+// Floors and ceilings that several requesters share: among those in force the strictest counts, and
+// 0 lifts one. Every other tag does what it was told last.
+bool IsSharedLimit(int tag);
+
 // One requester's word on a tag, as requested; it stands until the same requester says otherwise.
 struct Claim {
     std::string holder;  // "thermal", "scene 12290"

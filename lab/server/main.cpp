@@ -14,6 +14,10 @@ int main(int argc, char** argv) {
     int exitCode = lab::kFine;
     lab::AddRunCommand(app, exitCode);
     lab::AddCheckCommand(app, exitCode);
+    lab::AddWhyCommand(app, exitCode);
+    lab::AddExplainCommand(app, exitCode);
+    lab::AddNodesCommand(app, exitCode);
+    lab::AddVocabularyCommand(app, exitCode);
     const lab::Paint paint = lab::Paint::ForTerminal(2);
     try {
         app.parse(argc, argv);

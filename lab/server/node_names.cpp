@@ -1,6 +1,7 @@
 #include "lab/server/node_names.h"
 
 #include <string_view>
+#include <utility>
 
 #include "nodes/node_path_table.h"
 
@@ -108,6 +109,15 @@ std::string NodeUnit(const std::string& path) {
         return "%";
     }
     return Contains(path, "_ms") ? "ms" : "";
+}
+
+std::string OtherEnd(const std::string& path) {
+    const size_t leaf = path.rfind('/') + 1;
+    for (const auto& [part, other] : {std::pair("min", "max"), std::pair("max", "min")}) {
+        const size_t at = path.find(part, leaf);
+        if (at != std::string::npos) return std::string(path).replace(at, 3, other);
+    }
+    return "";
 }
 
 std::vector<std::string> TagNodes(int tag, const DeviceProfile& device) {

@@ -16,6 +16,10 @@ std::string ShortNode(const std::string& path);
 // The unit of what a node reads, "" when it has none.
 std::string NodeUnit(const std::string& path);
 
+// The node at the other end of a range: of a minimum its maximum and the reverse. Empty when the
+// name is no end of a range.
+std::string OtherEnd(const std::string& path);
+
 // The nodes of `tag` on a device whose clusters are those of the profile; several CPUs of a cluster
 // share one. Empty for a tag without nodes.
 std::vector<std::string> TagNodes(int tag, const DeviceProfile& device);

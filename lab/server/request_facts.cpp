@@ -20,11 +20,6 @@ bool IsCpuCeiling(int tag) {
     return tag == 1 || tag == 4 || tag == 7;
 }
 
-// The limits that the frequency manager arbitrates between clients.
-bool IsArbitrated(int tag) {
-    return IsCpuCeiling(tag) || tag == 10 || tag == 40 || tag == 41;
-}
-
 // A ceiling below the floor takes the floor's lock with it.
 void AddTagOpcodes(int tag, Layout layout, std::set<int>& opcodes) {
     opcodes.insert(FindTagOpcode(tag, layout).value_or(0));
@@ -47,6 +42,10 @@ void AddSceneFacts(const Action& first, bool isOn, int result, Layout layout, Re
 
 bool IsLongScene(const Action& first) {
     return first.cmdId >= kFirstLongScene && first.cmdId <= kLastLongScene && first.duration == 0;
+}
+
+bool IsArbitrated(int tag) {
+    return IsCpuCeiling(tag) || tag == 10 || tag == 40 || tag == 41;
 }
 
 RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemandMs, int result,

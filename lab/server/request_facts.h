@@ -10,6 +10,9 @@ namespace lab {
 // True for a command whose pairs are tags and limits instead of opcodes: a long-term scene.
 bool IsLongScene(const Action& first);
 
+// True for a tag on which the frequency manager keeps what each client asked for last.
+bool IsArbitrated(int tag);
+
 //   first             the chain as it is sent
 //   onDemandMs        what the server's on-demand durations say for the command
 //   result            of the request; a refused one claims nothing

@@ -37,6 +37,10 @@ constexpr auto kUnitRules = std::to_array<UnitRule>({
     {"fas_frame_freq",    Unit::kKhz},
     {"fas_rescue_freq_m", Unit::kKhz},
     {"fas_nojank_freq",   Unit::kKhz},
+    {"uclamp_enable",     Unit::kSwitch},
+    {"migrate_cost",      Unit::kNone},
+    {"migrate_ns",        Unit::kNone},
+    {"util_for_uclamp",   Unit::kNone},
     {"uclamp",            Unit::kPercent},
     {"percent",           Unit::kPercent},
     {"_pct",              Unit::kPercent},
@@ -108,6 +112,18 @@ Resource ResourceOf(int opcode, Layout layout) {
         if (facts) return {std::string(facts->name), facts->unit, facts->bound};
     }
     return {fmt::format("0x{:08X}", static_cast<unsigned>(opcode)), Unit::kNone, Bound::kExact};
+}
+
+std::string RoundingText(const Drive& drive, int value, int64_t nodeValue) {
+    const int64_t mhz = nodeValue / 1000;
+    if (drive.unit != Drive::Unit::kCpuMhz || mhz == value) return "";
+    const bool isFloor = drive.winner == Drive::Winner::kHighest;
+    if (isFloor == (mhz < value)) {
+        return fmt::format("{} MHz is beyond the device's table: its end counts, {} kHz", value,
+                           nodeValue);
+    }
+    return fmt::format("the device has no step of {} MHz: rounded {} to {} kHz", value,
+                       mhz > value ? "up" : "down", nodeValue);
 }
 
 }  // namespace lab

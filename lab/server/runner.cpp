@@ -44,12 +44,23 @@ void Runner::Play(const std::vector<Step>& steps) {
 }
 
 void Runner::PlayList(const std::vector<Step>& steps) {
-    for (const Step& step : steps) PlayStep(step);
+    for (const Step& step : steps) {
+        if (mEnd && mCursor > *mEnd) return;
+        PlayStep(step);
+    }
+}
+
+void Runner::PlayUntil(const std::vector<Step>& steps, Time end) {
+    mEnd = mOrigin + end;
+    Play(steps);
+    mPhone.GetClock().AdvanceTo(*mEnd);
+    HandOn();
 }
 
 void Runner::PlayStep(const Step& step) {
     const Time time = std::chrono::milliseconds(step.ms);
     mCursor = step.absolute ? mOrigin + time : mCursor + time;
+    if (mEnd && mCursor > *mEnd) return;
     mPhone.GetClock().AdvanceTo(mCursor);
     HandOn();
     if (!step.device.empty() && step.device != mDevice.name) return;
@@ -75,6 +86,7 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
     if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
     outcome.facts.text = step.text;
     outcome.facts.line = step.line;
+    if (mHeed) mHeed(step, outcome);
     mLedger.Announce(std::move(outcome.facts));
     mPhone.Events().Add(RequestEnd{outcome.text});
     HandOn();

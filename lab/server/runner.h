@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "lab/phone/phone.h"
@@ -24,6 +25,15 @@ class Runner {
     void Start(const ScenarioHead& head);
 
     void Play(const std::vector<Step>& steps);
+
+    // As Play, but only until `end`, counted from the scenario's start: what happens at that moment
+    // is the last. Time passes until then where the steps are over before.
+    void PlayUntil(const std::vector<Step>& steps, Time end);
+
+    // `heed` gets every request with what it came to, before its events are handed on.
+    void HeedRequests(std::function<void(const Step&, const Server::Outcome&)> heed) {
+        mHeed = std::move(heed);
+    }
 
     // Hands on what is left.
     void Finish();
@@ -62,8 +72,10 @@ class Runner {
     std::function<void(const Event&)> mObserve;
     std::string mFile;    // of the scenario
     int mLastResult = 0;  // of the last request that was no expectation
+    std::function<void(const Step&, const Server::Outcome&)> mHeed;
     Time mCursor{};
     Time mOrigin{};
+    std::optional<Time> mEnd;  // nothing happens after it
 };
 
 }  // namespace lab

@@ -78,6 +78,23 @@ bool Server::Has(int cmdId) const {
     return mChains.count(cmdId) > 0;
 }
 
+const Action* Server::FindChain(int cmdId) const {
+    const auto found = mChains.find(cmdId);
+    return found == mChains.end() ? nullptr : found->second.get();
+}
+
+ActionChain Server::Boosted(int cmdId) {
+    ActionChain chain = mLibrary.Copy(Chain(cmdId));
+    mAdapter->DoAddScalingInfo(*chain);
+    return chain;
+}
+
+std::optional<int> Server::Read(int tag) {
+    int value = INT32_MIN;
+    mAdapter->DoPerfGetConfig(1, &tag, &value);
+    return value == INT32_MIN ? std::nullopt : std::optional(value);
+}
+
 long Server::UptimeMs() const {
     const auto now = mPhone.GetClock().Now();
     return kUptimeAtStartMs +

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,16 @@ class Server {
 
     // True when the plug-in made an action of the command.
     bool Has(int cmdId) const;
+
+    // The chain that the plug-in made of the command, or null.
+    const Action* FindChain(int cmdId) const;
+
+    // The chain as the server would complete it under the thermal level in force, with the boost
+    // frequencies; no boost is counted. The command is one that Has() knows.
+    ActionChain Boosted(int cmdId);
+
+    // The present value of a tag, as the plug-in reads it; nothing for one that it cannot read.
+    std::optional<int> Read(int tag);
 
     // The thermal level and the performance switch, as the plug-in reports them.
     std::map<std::string, int> Status();

@@ -123,6 +123,30 @@ std::string WithUnit(int64_t value, Unit unit) {
     return std::to_string(value);
 }
 
+std::string_view UnitName(Unit unit) {
+    switch (unit) {
+        case Unit::kKhz:
+            return "kHz";
+        case Unit::kHz:
+            return "Hz";
+        case Unit::kMhz:
+            return "MHz";
+        case Unit::kPercent:
+            return "%";
+        case Unit::kMs:
+            return "ms";
+        case Unit::kCores:
+            return "cores";
+        case Unit::kLevel:
+            return "level";
+        case Unit::kSwitch:
+            return "0 or 1";
+        case Unit::kNone:
+            break;
+    }
+    return "";
+}
+
 std::string BoundText(Bound bound, int64_t value, Unit unit) {
     const char* sign = bound == Bound::kFloor ? ">= " : bound == Bound::kCeiling ? "<= " : "= ";
     return sign + WithUnit(value, unit);

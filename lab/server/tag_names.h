@@ -160,6 +160,9 @@ int HalValue(int tag, int value);
 // `value` as a reader wants it: kHz and Hz as MHz, the rest with its unit.
 std::string WithUnit(int64_t value, Unit unit);
 
+// "kHz", "%", "cores"; empty for none.
+std::string_view UnitName(Unit unit);
+
 // "1440 MHz" preceded by ">=", "<=" or "=".
 std::string BoundText(Bound bound, int64_t value, Unit unit);
 

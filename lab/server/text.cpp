@@ -56,6 +56,16 @@ std::string DidYouMean(const std::string& word, const std::vector<std::string>& 
     return best ? " (did you mean '" + *best + "'?)" : "";
 }
 
+std::string SecondsText(std::chrono::nanoseconds time) {
+    const int64_t ms = WholeMs(time);
+    const std::string thousandths = std::to_string(1000 + ms % 1000);
+    return std::to_string(ms / 1000) + "." + thousandths.substr(1);
+}
+
+int64_t WholeMs(std::chrono::nanoseconds time) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+}
+
 std::string Join(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;

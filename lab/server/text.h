@@ -1,6 +1,7 @@
 // Small text helpers that the readers and reports of the lab share.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +14,10 @@ std::optional<int64_t> ParseNumber(const std::string& text);
 
 // " (did you mean 'big_max'?)" when one of `known` is close to `word`, else nothing.
 std::string DidYouMean(const std::string& word, const std::vector<std::string>& known);
+
+// A moment in seconds with thousandths, "5.120"; a span in whole milliseconds.
+std::string SecondsText(std::chrono::nanoseconds time);
+int64_t WholeMs(std::chrono::nanoseconds time);
 
 // "a, b, c".
 std::string Join(const std::vector<std::string>& words);

@@ -1,0 +1,210 @@
+// The program as its users meet it: exit codes, what goes where, and help.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace lab {
+namespace {
+
+struct Ran {
+    int code = -1;
+    std::string out;     // standard output
+    std::string errors;  // standard error
+};
+
+std::string Read(const std::string& file) {
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+Ran RunLab(const std::string& arguments) {
+    const std::string errors = testing::TempDir() + std::to_string(getpid()) + ".err";
+    const std::string command = TARQUEL_LAB_PROGRAM " " + arguments + " 2>'" + errors + "'";
+    Ran ran;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return ran;
+    std::array<char, 4096> buffer{};
+    for (size_t count = 0; (count = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
+        ran.out.append(buffer.data(), count);
+    }
+    const int status = pclose(pipe);
+    ran.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ran.errors = Read(errors);
+    std::filesystem::remove(errors);
+    return ran;
+}
+
+// A file of the test's own, gone with it.
+class File {
+  public:
+    File(const std::string& name, const std::string& text)
+        : mPath(std::filesystem::path(testing::TempDir()) / (std::to_string(getpid()) + name)) {
+        std::ofstream(mPath) << text;
+    }
+    ~File() { std::filesystem::remove(mPath); }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    std::string Path() const { return mPath.string(); }
+
+  private:
+    const std::filesystem::path mPath;
+};
+
+struct Usage {
+    const char* name;
+    const char* arguments;
+    int code;
+    const char* out;  // parts; "" where nothing may stand
+    const char* errors;
+};
+
+void PrintTo(const Usage& usage, std::ostream* out) {
+    *out << usage.arguments;
+}
+
+class LabProgram : public testing::TestWithParam<Usage> {};
+
+TEST_P(LabProgram, AnswersOnOutputAndFailsOnError) {
+    const Usage& usage = GetParam();
+    const Ran ran = RunLab(usage.arguments);
+    EXPECT_EQ(ran.code, usage.code) << ran.errors;
+    EXPECT_EQ(ran.out.empty(), std::string(usage.out).empty()) << ran.out;
+    EXPECT_NE(ran.out.find(usage.out), std::string::npos) << ran.out;
+    EXPECT_EQ(ran.errors.empty(), std::string(usage.errors).empty()) << ran.errors;
+    EXPECT_NE(ran.errors.find(usage.errors), std::string::npos) << ran.errors;
+    EXPECT_EQ(ran.out.find('\033'), std::string::npos) << "coloured, though no terminal";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Help, LabProgram,
+    testing::Values(
+        Usage{"Why", "why --help", 0, "tarquel-lab why thermal_breakthrough big_max --at 5.200",
+              ""},
+        Usage{"Explain", "explain --help", 0, "tarquel-lab explain sm8450 game_fight", ""},
+        Usage{"Nodes", "nodes --help", 0, "tarquel-lab nodes --device sm4450", ""},
+        Usage{"Vocabulary", "vocabulary --help", 0, "tarquel-lab vocabulary | grep uclamp", ""}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(
+    Usage, LabProgram,
+    testing::Values(
+        Usage{"WhyAtTheEnd", "why shared_limits last_max", 0, "reads   2995200 kHz, as after boot",
+              ""},
+        Usage{"WhyOnAnotherDevice", "why shared_limits last_max --device sm4450 --at 700", 0,
+              "cpu6 scaling_max_freq on sm4450 at 0.700 s", ""},
+        Usage{"WhyWithoutHistory", "why shared_limits last_max --at 950 --history 0", 0,
+              "the lowest ceiling wins among the words on a tag", ""},
+        Usage{"WhyNoScenario", "why shared_limit last_max", 2, "", "did you mean 'shared_limits'?"},
+        Usage{"WhyNoNode", "why shared_limits lst_max", 2, "", "did you mean 'last_max'?"},
+        Usage{"WhyNoTime", "why shared_limits last_max --at soon", 2, "", "--at soon is no time"},
+        Usage{"WhyNoDevice", "why shared_limits last_max --device sm1", 2, "", "sm1"},
+        Usage{"WhyWithoutNode", "why shared_limits", 2, "", "node is required"},
+        Usage{"ExplainAll", "explain sm4450", 0, "game_fight (9220)", ""},
+        Usage{"ExplainPaths", "explain sm4450 game_fight --paths", 0,
+              "/sys/devices/system/cpu/cpu6/cpufreq/scaling_min_freq", ""},
+        Usage{"ExplainById", "explain sm4450 12288", 0, "power_save (12288)", ""},
+        Usage{"ExplainNoCommand", "explain sm4450 game_fihgt", 2, "", "did you mean 'game_fight'?"},
+        Usage{"ExplainNoFile", "explain nothing.xml", 2, "", "nothing.xml: there is no such file"},
+        Usage{"NodesNoDevice", "nodes --device nothing.yaml", 2, "", "nothing.yaml"},
+        Usage{"NodesPaths", "nodes --paths --device sm4450", 0,
+              "/sys/devices/system/cpu/cpu5/core_ctl/max_cpus (missing)", ""},
+        Usage{"VocabularyTwice", "vocabulary --json --markdown", 2, "", "excludes"},
+        Usage{"Nothing", "", 2, "", "subcommand is required"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(LabProgram, ExplainsWhatIsRefusedAndSaysSo) {
+    const File scenes("scenes.xml",
+                      "<scenes>\n"
+                      "<command id=\"100\" name=\"good\"><boost><duration_ms>5</duration_ms>\n"
+                      "  <big_cpu0_min_freq>1440000</big_cpu0_min_freq></boost></command>\n"
+                      "<command id=\"101\" name=\"bad\"><boost><duration_ms>5ms</duration_ms>\n"
+                      "  <big_cpu0_min_freq>1440000</big_cpu0_min_freq></boost></command>\n"
+                      "</scenes>\n");
+    EXPECT_EQ(RunLab("explain " + scenes.Path()).code, 1);
+    EXPECT_EQ(RunLab("explain " + scenes.Path() + " good --device sm4450").code, 0);
+    const Ran bad = RunLab("explain " + scenes.Path() + " bad --device sm4450");
+    EXPECT_EQ(bad.code, 1);
+    EXPECT_NE(bad.out.find(scenes.Path() + ":4:37: the plug-in says: tarquel: xml element is "
+                                           "invalid, cmdId is 101 element is duration_ms"),
+              std::string::npos)
+        << bad.out;
+
+    const File broken("broken.xml", "<scenes>\n<command id=\"1\">\n</scenes>\n");
+    const Ran ran = RunLab("explain " + broken.Path());
+    EXPECT_EQ(ran.code, 2);
+    EXPECT_NE(ran.errors.find(broken.Path() + ":3:"), std::string::npos) << ran.errors;
+}
+
+TEST(LabProgram, AsksAScenarioOfTheUsersOwn) {
+    const File scenario("mine.yaml",
+                        "steps:\n"
+                        "- {limit: {client: power, tags: {big_max: 1440000}}}\n"
+                        "- {after: 100, limt: {client: eapa}}\n");
+    const Ran ran = RunLab("why " + scenario.Path() + " big_max");
+    EXPECT_EQ(ran.code, 2);
+    EXPECT_NE(ran.errors.find(scenario.Path() + ":3:16: there is no step 'limt'"),
+              std::string::npos)
+        << ran.errors;
+}
+
+TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
+    const File scenes("refused.xml",
+                      "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"
+                      "<big_cpu0_min_freq>1440000</big_cpu0_min_freq><bigg>1</bigg>\n"
+                      "</boost></command>\n</scenes>\n");
+    const File scenario("refused.yaml",
+                        "steps:\n- {do: bad}\n"
+                        "- {limit: {client: power, tags: {little_cores_min: 2}}}\n");
+    const Ran ran =
+        RunLab("why " + scenario.Path() + " 'cpu4 scaling_min_freq' --scenes " + scenes.Path());
+    EXPECT_EQ(ran.code, 0) << ran.errors;
+    EXPECT_NE(ran.out.find("bad (100)                    >= 1440 MHz    took no lock: the plug-in "
+                           "refused this command (" +
+                           scenes.Path() + ":2)"),
+              std::string::npos)
+        << ran.out;
+    const Ran cores =
+        RunLab("why " + scenario.Path() + " little_cores_min --scenes " + scenes.Path());
+    EXPECT_NE(cores.out.find("core isolation is off in qcom_cpu_info"), std::string::npos)
+        << cores.out;
+    EXPECT_NE(ran.errors.find(scenes.Path() + ":3:47: the plug-in says: "), std::string::npos)
+        << ran.errors;
+}
+
+TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
+    const auto why =
+        nlohmann::json::parse(RunLab("why shared_limits last_max --at 950 --json").out);
+    EXPECT_EQ(why.at("at_ms"), 950);
+    EXPECT_EQ(why.at("holders").size(), 4u);
+    EXPECT_EQ(why.at("holders")[0].at("who"), "eapa");
+    EXPECT_EQ(why.at("ended")[0].at("how"), "replaced by the same client (line 16)");
+
+    const auto nodes = nlohmann::json::parse(RunLab("nodes --json").out);
+    const auto& big = nodes.at("tags").at(3);
+    EXPECT_EQ(big.at("names").at(0), "big_min");
+    EXPECT_EQ(big.at("nodes").size(), 3u);
+    EXPECT_EQ(big.at("settable"), true);
+
+    const auto scenes = nlohmann::json::parse(RunLab("explain sm8450 game_fight --json").out);
+    const auto& element = scenes.at("commands").at(0).at("elements").at(0);
+    EXPECT_EQ(element.at("duration_ms"), 2000);
+    EXPECT_EQ(element.at("pairs").at(0).at("nodes").at(0).at("reads"), "2112000");
+    EXPECT_EQ(element.at("thermal").size(), 4u);
+    EXPECT_EQ(element.at("thermal").at(1).at("ceilings").at("big_cpu0_scaling_max_freq"),
+              "2227.2 MHz");
+
+    const auto keys = nlohmann::json::parse(RunLab("vocabulary --json").out);
+    EXPECT_EQ(keys.at("tunables").at(0).at("key"), "power_collapse");
+    EXPECT_EQ(keys.at("long_scene").size(), 14u);
+}
+
+}  // namespace
+}  // namespace lab
