@@ -30,6 +30,7 @@ class Runner {
   private:
     void PlayStep(const Step& step);
     void Make(const Step& step);
+    RequestBegin BeginningOf(const Step& step) const;
     void Record(const Step& step, Server::Outcome outcome);
     void HandOn();
 
