@@ -106,7 +106,7 @@ class TraceWriter {
     void AddNames() {
         NameProcess(kServer, "policy server, " + mHead.device);
         NameLane(kServer, kRequestLane, "requests");
-        NameLane(kServer, kPluginLane, "plug-in");
+        if (!mHistory.Sections().empty()) NameLane(kServer, kPluginLane, "plug-in");
         if (!mHistory.Breakthroughs().empty()) {
             NameLane(kServer, kBreakthroughLane, "limit breakthrough");
         }
