@@ -26,7 +26,7 @@ const TIME_STEPS = [1e-6, 1e-5, 1e-4, 0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1
 function isDense(plot) {
     const {min, max} = plot.scales.x;
     const times = plot.data[0];
-    return (countUpTo(times, max) - countUpTo(times, min)) * 2 > plot.over.clientWidth;
+    return countUpTo(times, max) - countUpTo(times, min) > plot.over.clientWidth;
 }
 
 // Draws steps. However many changes fall on one column of pixels, it gets at most four points, so

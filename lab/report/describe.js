@@ -11,7 +11,8 @@ function timeText(t, digits = 3) {
 let runLength = 0;
 
 function spanText(seconds) {
-    if (seconds < 1) return `${Math.round(seconds * 1e6) / 1000} ms`;
+    if (seconds < 0.01) return `${Math.round(seconds * 1e6) / 1000} ms`;
+    if (seconds < 1) return `${Math.round(seconds * 1000)} ms`;
     if (seconds < 600) return `${Math.round(seconds * 1000) / 1000} s`;
     return `${Math.floor(seconds / 60)} min ${Math.round(seconds % 60)} s`;
 }

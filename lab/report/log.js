@@ -20,7 +20,8 @@ function makeEntries(run) {
     }
     for (const line of run.lines) {
         const kind = line.priority >= ANDROID_WARNING ? "error" : "debug";
-        add(line.t, line.request, kind, kind === "error" ? "!" : ".", line.tag ? `${line.tag}: ${line.text}` : line.text, {line});
+        const text = line.tag ? `${line.tag}: ${line.text}` : line.text;
+        add(line.t, line.request, kind, kind === "error" ? "!" : ".", text, {line});
     }
     for (const write of run.writes) {
         const unit = write.unit ? ` ${write.unit}` : "";
@@ -60,7 +61,10 @@ function describeEntry(run, entry) {
     const by = ["request", requestText(run, entry.request)];
     const at = ["time", timeText(entry.t)];
     if (line) return factList(line.text, [at, ["tag", line.tag], ["priority", String(line.priority)], by]);
-    if (write) return factList(`${write.node}, written by the plug-in`, [at, ["before", write.before], ["after", write.after], by]);
+    if (write) {
+        return factList(`${write.node}, written by the plug-in`,
+                        [at, ["before", write.before], ["after", write.after], by]);
+    }
     if (refusal) return factList(entry.text, [at, by, ...pairFacts(refusal.pairs, 40)]);
     if (lock) return factList(`lock ${lock.handle}`, lockFacts(run, lock, term ? term.since : lock.end, 40));
     return factList(entry.text, [at, ["request", requestText(run, breakthrough.request)]]);

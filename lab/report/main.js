@@ -137,7 +137,8 @@ function describeRun() {
     ].filter(Boolean).join(" · ");
     const findings = byId("findings");
     findings.className = run.findings.length ? "" : "none";
-    findings.firstElementChild.textContent = run.findings.length ? count(run.findings.length, "finding") : "no findings";
+    findings.firstElementChild.textContent =
+        run.findings.length ? count(run.findings.length, "finding") : "no findings";
     findings.lastElementChild.append(...run.findings.map((text) => {
         const item = document.createElement("li");
         item.textContent = text;
