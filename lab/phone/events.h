@@ -48,15 +48,28 @@ struct LockExpire {
     int handle = 0;
 };
 
+// A node and what a read of it gives.
+struct NodeValue {
+    std::string path;
+    std::string value;
+};
+
 // A read or write of a node through the phone's kernel.
 struct NodeAccess {
-    enum class Kind { kRead, kWrite } kind = Kind::kRead;
+    enum class Kind {
+        kRead,
+        kWrite,
+        kArrange,  // the scenario set it, past every rule; `after` is empty where it took it away
+    } kind = Kind::kRead;
     std::string path;       // as the plug-in named it
     std::string requested;  // text written; empty for a read, and where the HAL withdraws a request
     std::string before;     // value before a write, value for a read
     std::string after;      // what a read gives afterwards
     int error = 0;          // errno of a refused access, else 0
     bool byHal = false;     // the perf HAL did it, on behalf of a lock
+    // What a write has changed beside its own node: a ceiling that rises frees the floor that it
+    // held down, and the frequency follows both. Under the names that the kernel keeps them by.
+    std::vector<NodeValue> alsoChanged = {};
 };
 
 // What happened to the plug-in's POSIX timer.
@@ -75,7 +88,9 @@ struct JankRecord {
 // A request that the server sends, and its end. Events between the two belong to it.
 struct RequestBegin {
     std::string text;
-    int line = 0;  // of the scenario file; 0 when it is not from one
+    int line = 0;              // of the scenario file; 0 when it is not from one
+    std::string client = {};   // "thermal"; empty for a request that no client makes
+    std::string command = {};  // "touch", or its number; empty for one that names none
 };
 struct RequestEnd {
     std::string result;

@@ -114,6 +114,29 @@ class Kernel::Tree {
         if (!error) entry.onDisk = text;
     }
 
+    // The other nodes of a limit's folder, with what they show: a write to one end shows in them.
+    std::vector<NodeValue> Beside(const Entry& entry) const {
+        std::vector<NodeValue> beside;
+        if (entry.node->HalRequest() == nullptr) return beside;
+        const std::string folder = FolderOf(entry.names.front()) + "/";
+        for (auto next = mEntries.lower_bound(folder);
+             next != mEntries.end() && next->first.starts_with(folder); ++next) {
+            if (next->second.get() == &entry) continue;
+            beside.push_back({next->first, next->second->Shown()});
+        }
+        return beside;
+    }
+
+    // What `before` shows otherwise by now.
+    std::vector<NodeValue> ChangedSince(const std::vector<NodeValue>& before) const {
+        std::vector<NodeValue> changed;
+        for (const NodeValue& node : before) {
+            std::string now = Find(node.path)->Shown();
+            if (now != node.value) changed.push_back({node.path, std::move(now)});
+        }
+        return changed;
+    }
+
     int Store(Entry& entry, const std::string& text, Writer writer) {
         Node& node = *entry.node;
         std::optional<int64_t>* const halRequest =
@@ -141,8 +164,10 @@ class Kernel::Tree {
     }
 
     void Record(NodeAccess::Kind kind, const std::string& path, const std::string& requested,
-                const std::string& before, const std::string& after, int error, bool byHal) {
-        mRecorder.Add(NodeAccess{kind, path, requested, before, after, error, byHal});
+                const std::string& before, const std::string& after, int error, bool byHal,
+                std::vector<NodeValue> alsoChanged = {}) {
+        mRecorder.Add(
+            NodeAccess{kind, path, requested, before, after, error, byHal, std::move(alsoChanged)});
     }
 
     const DeviceProfile mProfile;
@@ -238,9 +263,11 @@ int Kernel::Write(const std::string& path, const std::string& text, Writer write
         return ENOENT;
     }
     const std::string before = entry->Shown();
+    const std::vector<NodeValue> beside = mTree->Beside(*entry);
     const int error = mTree->Store(*entry, text, writer);
     if (error == 0) entry->forced.reset();
-    mTree->Record(NodeAccess::Kind::kWrite, path, text, before, entry->Shown(), error, byHal);
+    mTree->Record(NodeAccess::Kind::kWrite, path, text, before, entry->Shown(), error, byHal,
+                  mTree->ChangedSince(beside));
     return error;
 }
 
@@ -249,6 +276,7 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
     Tree::Entry* const entry = mTree->Find(path);
     if (entry == nullptr) return;
     const std::string before = entry->Shown();
+    const std::vector<NodeValue> beside = mTree->Beside(*entry);
     std::optional<int64_t>* const halRequest =
         writer == Writer::kHal ? entry->node->HalRequest() : nullptr;
     std::string requested;
@@ -262,7 +290,8 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
         entry->programState.reset();
     }
     entry->forced.reset();
-    mTree->Record(NodeAccess::Kind::kWrite, path, requested, before, entry->Shown(), 0, true);
+    mTree->Record(NodeAccess::Kind::kWrite, path, requested, before, entry->Shown(), 0, true,
+                  mTree->ChangedSince(beside));
 }
 
 void Kernel::Force(const std::string& path, const std::string& text) {

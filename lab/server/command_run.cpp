@@ -1,13 +1,18 @@
-// tarquel-lab run: plays a scenario on a phone and prints its timeline.
+// tarquel-lab run: plays scenarios on a phone, prints their timelines and draws pictures of them.
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
+#include "lab/pictures/output_file.h"
+#include "lab/pictures/pictures.h"
 #include "lab/server/commands.h"
 #include "lab/server/inputs.h"
 #include "lab/server/node_names.h"
+#include "lab/server/progress.h"
+#include "lab/server/run_result.h"
 #include "lab/server/runner.h"
 #include "lab/server/timeline.h"
 
@@ -15,13 +20,18 @@ namespace lab {
 namespace {
 
 struct RunOptions {
-    std::string scenario;
+    std::vector<std::string> scenarios;
     std::string device;
     std::string scenes;
     std::string library;
+    std::string trace;
+    std::string report;
     bool verbose = false;
     bool quiet = false;
+    bool json = false;
     bool realtime = false;
+
+    bool HasPictures() const { return !trace.empty() || !report.empty(); }
 };
 
 constexpr char kFooter[] =
@@ -29,6 +39,8 @@ constexpr char kFooter[] =
     "  tarquel-lab run first_seconds\n"
     "  tarquel-lab run --device sm4450 thermal_breakthrough\n"
     "  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml\n"
+    "  tarquel-lab run --quiet tests/*.yaml              # a summary ends several\n"
+    "  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json\n"
     "\n"
     "A scenario says what the policy server is asked, and when:\n"
     "  device: sm8450\n"
@@ -42,66 +54,78 @@ constexpr char kFooter[] =
     "\n"
     "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
     "Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),\n"
-    "2 when a file or the usage is at fault.";
-
-void PrintHeld(const std::vector<PerfHal::Lock>& held, const Ledger& ledger, Time now,
-               Layout layout, const Paint& paint) {
-    if (held.empty()) {
-        std::cout << "No lock is held.\n";
-        return;
-    }
-    std::cout << paint(Colour::kBold, fmt::format("Locks still held: {}", held.size())) << "\n";
-    for (const PerfHal::Lock& lock : held) {
-        const RequestFacts* owner = ledger.Owner(lock.handle);
-        const std::string lasts =
-            lock.until
-                ? fmt::format(
-                      "for {} ms more",
-                      std::chrono::duration_cast<std::chrono::milliseconds>(*lock.until - now)
-                          .count())
-                : std::string("until released");
-        std::string asker = "nobody";
-        if (owner) {
-            asker =
-                owner->line ? fmt::format("{} (line {})", owner->text, owner->line) : owner->text;
-        }
-        std::cout << fmt::format("  lock {:<4} {}, taken by: {}\n", lock.handle, lasts, asker);
-        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
-            std::cout << "            "
-                      << Timeline::PairText(lock.list[i], lock.list[i + 1], layout)
-                      << (ledger.IsAtDefault(lock.list[i], lock.list[i + 1])
-                              ? ", the default: limits nothing\n"
-                              : "\n");
-        }
-    }
-}
-
-int PrintFindings(const std::vector<std::string>& findings, const Paint& paint) {
-    if (findings.empty()) {
-        std::cout << paint(Colour::kGreen,
-                           "Nothing leaked: every lock and every limit belongs to a request in "
-                           "force.")
-                  << "\n";
-        return kFine;
-    }
-    std::cout << paint(Colour::kRed, fmt::format("Findings: {}", findings.size())) << "\n";
-    for (const std::string& finding : findings) {
-        std::cout << paint(Colour::kRed, "  ! " + finding) << "\n";
-    }
-    return kFindings;
-}
+    "2 when a file or the usage is at fault; of several scenarios the worst.";
 
 // What the plug-in refused in the scene file, and where the file does not fit the device.
 void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& problems,
-                   const Paint& paint) {
+                   RunResult& result) {
+    const Paint paint = Paint::ForTerminal(STDERR_FILENO);
     std::cout << std::flush;
     for (const SceneProblem& problem : problems) {
-        std::cerr << paint(Colour::kYellow, ProblemText(scenes, problem)) << "\n";
+        result.problems.push_back(ProblemText(scenes, problem));
+        std::cerr << paint(Colour::kYellow, result.problems.back()) << "\n";
     }
 }
 
-int Run(const RunOptions& options) {
-    const YamlNode root = LoadYamlFile(FindScenarioFile(options.scenario));
+// How many requests the steps make, repetitions counted.
+size_t CountRequests(const std::vector<Step>& steps) {
+    size_t count = 0;
+    for (const Step& step : steps) {
+        if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
+            count += static_cast<size_t>(repeat->count) * CountRequests(repeat->steps);
+        } else if (!std::holds_alternative<Wait>(step.request)) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+// The pictures that the user asked for. Their files are opened before anything runs.
+class Pictures {
+  public:
+    explicit Pictures(const RunOptions& options) {
+        if (!options.trace.empty()) mTrace.emplace(options.trace);
+        if (!options.report.empty()) mReport.emplace(options.report);
+    }
+
+    void Begin(const DeviceProfile& device, const Kernel& kernel) {
+        if (!mTrace && !mReport) return;
+        mHistory.emplace(device);
+        for (const std::string& path : mHistory->FrequencyNodes()) {
+            mHistory->Start(path, kernel.Value(path));
+        }
+    }
+
+    void Observe(const Event& event) {
+        if (mHistory) mHistory->Observe(event);
+    }
+
+    void End(const RunResult& result, Layout layout, Time now) {
+        if (!mHistory) return;
+        mHistory->Finish(now);
+        const auto nameOf = [](const std::string& file) {
+            return std::filesystem::path(file).filename().string();
+        };
+        const std::string source = nameOf(result.scenario);
+        const PictureHead head{result.title.empty() ? source : result.title,
+                               "scenario " + source,
+                               result.device,
+                               nameOf(result.scenes),
+                               layout,
+                               result.findings};
+        if (mTrace) mTrace->Fill([&](std::ostream& out) { WriteTrace(*mHistory, head, out); });
+        if (mReport) mReport->Fill([&](std::ostream& out) { WriteReport(*mHistory, head, out); });
+    }
+
+  private:
+    std::optional<OutputFile> mTrace;
+    std::optional<OutputFile> mReport;
+    std::optional<History> mHistory;
+};
+
+// Plays one scenario; throws what makes it impossible.
+void RunScenario(const RunOptions& options, const std::string& name, RunResult& result) {
+    const YamlNode root = LoadYamlFile(FindScenarioFile(name));
     const ScenarioHead head = ReadScenarioHead(root);
     const DeviceProfile device =
         LoadDeviceProfile(options.device.empty() ? head.device : options.device);
@@ -110,34 +134,83 @@ int Run(const RunOptions& options) {
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     const Layout layout = scenes.ClusterLayout();
+    result.title = head.title;
+    result.device = device.name;
+    result.scenes = scenes.File();
+    result.scenario = head.file;
+    Pictures pictures(options);
 
     Phone::Options phoneOptions;
     phoneOptions.realtime = options.realtime;
     Phone phone(device, phoneOptions);
-    for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
+    for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
     Ledger ledger(device, layout, phone.GetKernel());
+    pictures.Begin(device, phone.GetKernel());
     Timeline timeline(std::cout, layout, {options.verbose, paint});
+    const bool hasTimeline = !options.quiet && !options.json;
+    std::optional<Progress> progress;
+    progress.emplace(std::filesystem::path(head.file).stem().string(), CountRequests(steps),
+                     !hasTimeline || isatty(STDOUT_FILENO) == 0);
     const auto observe = [&](const Event& event) {
         ledger.Observe(event);
-        if (!options.quiet) timeline.Observe(event);
+        pictures.Observe(event);
+        if (hasTimeline) timeline.Observe(event);
+        if (std::holds_alternative<RequestEnd>(event.what)) {
+            ++result.requests;
+            progress->Advance(event.at);
+        }
     };
 
-    std::cout << paint(Colour::kBold, head.title.empty() ? head.file : head.title) << "\n"
-              << fmt::format("device {}, scenes {}, scenario {}\n\n", device.name, scenes.File(),
-                             head.file);
-    PrintProblems(scenes, FindClusterProblems(scenes, device), Paint::ForTerminal(STDERR_FILENO));
+    if (!options.json) {
+        std::cout << paint(Colour::kBold, head.title.empty() ? head.file : head.title) << "\n"
+                  << fmt::format("device {}, scenes {}, scenario {}\n\n", device.name,
+                                 scenes.File(), head.file);
+    }
+    PrintProblems(scenes, FindClusterProblems(scenes, device), result);
     Library library(options.library);
     Server server(phone, library, scenes);
     Runner runner(phone, server, ledger, device, scenes, observe);
     runner.Start(head);
-    PrintProblems(scenes, server.Problems(), Paint::ForTerminal(STDERR_FILENO));
+    PrintProblems(scenes, server.Problems(), result);
     runner.Play(steps);
     runner.Finish();
+    progress.reset();
 
-    const std::vector<PerfHal::Lock> held = phone.Hal().Held();
-    std::cout << "\n";
-    PrintHeld(held, ledger, phone.GetClock().Now(), layout, paint);
-    return PrintFindings(ledger.Findings(phone.Hal()), paint);
+    const Time now = phone.GetClock().Now();
+    result.requests -= 1;  // the start
+    result.lastedMs = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    result.held = HeldLocks(phone.Hal(), ledger, now, layout);
+    result.findings = ledger.Findings(phone.Hal());
+    if (hasTimeline) std::cout << "\n";
+    if (!options.json) PrintEnd(result, paint, std::cout);
+    pictures.End(result, layout, now);
+}
+
+int Run(const RunOptions& options) {
+    const bool isOne = options.scenarios.size() == 1;
+    if (options.HasPictures() && !isOne) {
+        throw std::runtime_error(
+            "--trace and --report show one scenario; give one, or run them one by one");
+    }
+    std::vector<RunResult> results;
+    for (const std::string& name : options.scenarios) {
+        RunResult& result = results.emplace_back();
+        result.name = result.scenario = name;
+        try {
+            RunScenario(options, name, result);
+        } catch (const std::exception& error) {
+            result.error = error.what();
+            std::cout << std::flush;
+            std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+        }
+        if (!isOne && !options.json) std::cout << "\n";
+    }
+    if (options.json) {
+        PrintJson(results, std::cout);
+    } else if (!isOne) {
+        PrintSummary(results, Paint::ForTerminal(STDOUT_FILENO), std::cout);
+    }
+    return WorstExit(results);
 }
 
 }  // namespace
@@ -146,9 +219,9 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* run = app.add_subcommand(
         "run",
-        "Plays a scenario on a phone and prints its timeline, the locks still held, and "
-        "whatever leaked.");
-    run->add_option("scenario", options->scenario, "The scenario: a YAML file or a shipped name")
+        "Plays scenarios on a phone and prints their timelines, the locks still held, and "
+        "whatever leaked; draws pictures of a run.");
+    run->add_option("scenario", options->scenarios, "The scenarios: YAML files or shipped names")
         ->required()
         ->type_name("SCENARIO");
     run->add_option("--device", options->device,
@@ -156,6 +229,16 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
         ->type_name("NAME|FILE");
     run->add_option("--scenes", options->scenes, "The scene file instead of the device's")
         ->type_name("FILE");
+    run->add_option("--trace", options->trace,
+                    "Write a trace for ui.perfetto.dev or chrome://tracing; the plug-in's own "
+                    "sections are in it when the scenario says debug: on")
+        ->type_name("FILE.json");
+    run->add_option("--report", options->report,
+                    "Write a page that shows limits, locks and log on one time axis; needs no "
+                    "network")
+        ->type_name("FILE.html");
+    run->add_flag("--json", options->json,
+                  "Print findings and locks held as JSON, instead of the timeline");
     run->add_flag("-v,--verbose", options->verbose,
                   "Show info and debug lines, trace sections, node reads and whole paths too");
     run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");

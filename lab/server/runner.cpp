@@ -72,8 +72,25 @@ void Runner::PlayStep(const Step& step) {
 }
 
 void Runner::Make(const Step& step) {
-    mPhone.Events().Add(RequestBegin{step.text, step.line});
+    mPhone.Events().Add(BeginningOf(step));
     Record(step, std::visit([this](const auto& asked) { return Perform(asked); }, step.request));
+}
+
+RequestBegin Runner::BeginningOf(const Step& step) const {
+    RequestBegin begin;
+    begin.text = step.text;
+    begin.line = step.line;
+    std::visit(
+        [&](const auto& asked) {
+            if constexpr (requires { asked.clientId; }) begin.client = ClientLabel(asked.clientId);
+            if constexpr (requires { asked.cmdId; }) {
+                const SceneCommand* command = mScenes.Find(asked.cmdId);
+                begin.command =
+                    command && !command->name.empty() ? command->name : std::to_string(asked.cmdId);
+            }
+        },
+        step.request);
+    return begin;
 }
 
 void Runner::Record(const Step& step, Server::Outcome outcome) {
@@ -161,6 +178,11 @@ Server::Outcome Runner::Perform(const ArrangeNodes& asked) {
             kernel.Remove(path);
         }
         mLedger.Arrange(path, value);
+        NodeAccess arranged;
+        arranged.kind = NodeAccess::Kind::kArrange;
+        arranged.path = path;
+        arranged.after = value.value_or("");
+        mPhone.Events().Add(std::move(arranged));
     }
     return {};
 }

@@ -42,6 +42,7 @@ class Runner {
     void PlayList(const std::vector<Step>& steps);
     void PlayStep(const Step& step);
     void Make(const Step& step);
+    RequestBegin BeginningOf(const Step& step) const;
     void Record(const Step& step, Server::Outcome outcome);
     void HandOn();
 

@@ -235,6 +235,7 @@ void Timeline::ShowTakeOver(const std::vector<int>& list) {
 void Timeline::Show(const NodeAccess& access) {
     const std::string name = mOptions.verbose ? access.path : ShortNode(access.path);
     const std::string unit = NodeUnit(access.path);
+    if (access.kind == NodeAccess::Kind::kArrange) return;  // the step's own line tells it
     if (access.kind == NodeAccess::Kind::kRead) {
         if (!mOptions.verbose) return;
         Add({'.', "read", name,

@@ -1,0 +1,244 @@
+#include "lab/pictures/history.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "lab/hal/opcode_drives.h"
+#include "lab/server/text.h"
+
+namespace lab {
+namespace {
+
+constexpr int64_t kHzPerKhz = 1000;
+constexpr int64_t kKhzPerMhz = 1000;
+constexpr char kGpuFolder[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
+
+bool IsGpuNode(const std::string& path) {
+    return path.starts_with(kGpuFolder);
+}
+
+std::string WithoutNewline(std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+std::string ClusterLabel(const CpuCluster& cluster) {
+    std::string label = cluster.name + ", CPU";
+    if (cluster.firstCpu == cluster.lastCpu) return label + " " + std::to_string(cluster.firstCpu);
+    return label + "s " + std::to_string(cluster.firstCpu) + "-" + std::to_string(cluster.lastCpu);
+}
+
+}  // namespace
+
+const std::string& History::Request::Holder() const {
+    if (!command.empty()) return command;
+    return client.empty() ? text : client;
+}
+
+History::History(const DeviceProfile& device) : mDevice(device) {
+    constexpr const char* kCpuNames[] = {"scaling_min_freq", "scaling_max_freq",
+                                         "scaling_cur_freq"};
+    constexpr const char* kGpuNames[] = {"min_freq", "max_freq", "cur_freq"};
+    const std::string cpus = "/sys/devices/system/cpu/";
+    for (const CpuCluster& cluster : mDevice.clusters) {
+        std::vector<std::string> folders = {cpus + "cpufreq/policy" +
+                                            std::to_string(cluster.firstCpu) + "/"};
+        for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
+            folders.push_back(cpus + "cpu" + std::to_string(cpu) + "/cpufreq/");
+        }
+        Track track;
+        track.name = cluster.name;
+        track.label = ClusterLabel(cluster);
+        track.lowKhz = cluster.khz.front();
+        track.highKhz = cluster.khz.back();
+        AddTrack(std::move(track), folders, kCpuNames);
+    }
+    if (mDevice.gpuMhz.empty()) return;
+    Track gpu;
+    gpu.name = gpu.label = "gpu";
+    gpu.lowKhz = mDevice.gpuMhz.back() * kKhzPerMhz;
+    gpu.highKhz = mDevice.gpuMhz.front() * kKhzPerMhz;
+    AddTrack(std::move(gpu), {kGpuFolder}, kGpuNames);
+}
+
+void History::AddTrack(Track track, const std::vector<std::string>& folders,
+                       const char* const names[3]) {
+    for (const Series series : {Series::kFloor, Series::kCeiling, Series::kCurrent}) {
+        for (const std::string& folder : folders) {
+            mPlaces[folder + names[static_cast<size_t>(series)]] = {mTracks.size(), series};
+        }
+    }
+    track.floor.push_back({Time{}, track.lowKhz});
+    track.ceiling.push_back({Time{}, track.highKhz});
+    mTracks.push_back(std::move(track));
+}
+
+std::vector<std::string> History::FrequencyNodes() const {
+    std::vector<std::string> nodes;
+    std::vector<std::pair<size_t, Series>> told;
+    for (const auto& [path, place] : mPlaces) {
+        const std::pair<size_t, Series> key = {place.track, place.series};
+        if (std::find(told.begin(), told.end(), key) != told.end()) continue;
+        told.push_back(key);
+        nodes.push_back(path);
+    }
+    return nodes;
+}
+
+void History::Start(const std::string& path, const std::string& value) {
+    const auto place = mPlaces.find(path);
+    if (place == mPlaces.end()) return;
+    SeriesAt(place->second).clear();
+    SetPoint(path, value);
+}
+
+void History::Observe(const Event& event) {
+    mNow = event.at;
+    mEnd = std::max(mEnd, event.at);
+    std::visit([this](const auto& what) { Take(what); }, event.what);
+}
+
+void History::Finish(Time end) {
+    mEnd = mNow = std::max(mEnd, end);
+    for (const auto& [handle, index] : mHeld) mLocks[index].end = mEnd;
+    for (; mOpenSections > 0; --mOpenSections) mSections.push_back({mEnd, std::nullopt});
+    EndBreakthrough();
+}
+
+void History::Take(const LogLine& line) {
+    mLines.push_back(
+        {mNow, line.priority, line.tag.value_or(""), WithoutNewline(line.text), mRequest});
+}
+
+void History::Take(const JankRecord& record) {
+    mLines.push_back({mNow, record.priority, "jank",
+                      std::to_string(record.id) + " " + WithoutNewline(record.text), mRequest});
+}
+
+void History::Take(const TraceSection& section) {
+    if (section.begin) {
+        mSections.push_back({mNow, section.name});
+        ++mOpenSections;
+    } else if (mOpenSections > 0) {
+        mSections.push_back({mNow, std::nullopt});
+        --mOpenSections;
+    }
+}
+
+void History::Take(const LockAcquire& acquire) {
+    if (acquire.returned < 1) {
+        mRefusals.push_back({mNow, acquire.returned, acquire.list, mRequest});
+        return;
+    }
+    Term term{mNow, std::nullopt, acquire.list, mRequest};
+    if (acquire.durationMs > 0) term.until = mNow + std::chrono::milliseconds(acquire.durationMs);
+    const auto held = mHeld.find(acquire.returned);
+    if (held != mHeld.end()) {
+        mLocks[held->second].terms.push_back(std::move(term));
+        return;
+    }
+    mHeld[acquire.returned] = mLocks.size();
+    Lock lock;
+    lock.handle = acquire.returned;
+    lock.terms.push_back(std::move(term));
+    mLocks.push_back(std::move(lock));
+}
+
+void History::Take(const LockRelease& release) {
+    EndLock(release.handle, LockEnd::kReleased);
+}
+
+void History::Take(const LockExpire& expire) {
+    EndLock(expire.handle, LockEnd::kExpired);
+}
+
+void History::EndLock(int handle, LockEnd how) {
+    const auto held = mHeld.find(handle);
+    if (held == mHeld.end()) return;
+    mLocks[held->second].end = mNow;
+    mLocks[held->second].how = how;
+    mLocks[held->second].endRequest = mRequest;
+    mHeld.erase(held);
+}
+
+void History::Take(const NodeAccess& access) {
+    if (access.kind == NodeAccess::Kind::kRead) return;
+    if (access.kind == NodeAccess::Kind::kWrite) {
+        mWrites.push_back(
+            {mNow, access.path, access.before, access.after, access.error, access.byHal, mRequest});
+    }
+    if (access.error != 0) return;
+    SetPoint(access.path, access.after);
+    for (const NodeValue& node : access.alsoChanged) SetPoint(node.path, node.value);
+}
+
+void History::SetPoint(const std::string& path, const std::string& value) {
+    const auto place = mPlaces.find(path);
+    if (place == mPlaces.end()) return;
+    const std::optional<int64_t> number = ParseNumber(value);
+    if (!number) return;
+    const int64_t khz = IsGpuNode(path) ? *number / kHzPerKhz : *number;
+    std::vector<Point>& series = SeriesAt(place->second);
+    if (!series.empty() && series.back().at == mNow) series.pop_back();
+    if (!series.empty() && series.back().khz == khz) return;
+    series.push_back({mNow, khz});
+}
+
+std::vector<History::Point>& History::SeriesAt(const Place& place) {
+    Track& track = mTracks[place.track];
+    switch (place.series) {
+        case Series::kFloor:
+            return track.floor;
+        case Series::kCeiling:
+            return track.ceiling;
+        case Series::kCurrent:
+            break;
+    }
+    return track.current;
+}
+
+void History::Take(const TimerEvent& timer) {
+    if (timer.kind == TimerEvent::Kind::kCreate) return;
+    EndBreakthrough();
+    if (timer.kind != TimerEvent::Kind::kArm) return;
+    mBreakthroughs.push_back({mNow, mNow, timer.ms, mRequest});
+    mIsBreakthrough = true;
+}
+
+void History::EndBreakthrough() {
+    if (mIsBreakthrough) mBreakthroughs.back().end = mNow;
+    mIsBreakthrough = false;
+}
+
+void History::Take(const RequestBegin& begin) {
+    mRequest = mRequests.size();
+    mRequests.push_back({mNow, mNow, begin.text, "", begin.line, begin.client, begin.command});
+}
+
+void History::Take(const RequestEnd& end) {
+    if (mRequest == kNobody) return;
+    mRequests[mRequest].end = mNow;
+    mRequests[mRequest].result = end.result;
+    mRequest = kNobody;
+}
+
+std::string History::HolderOf(const Term& term) const {
+    return term.request == kNobody ? "the plug-in" : mRequests[term.request].Holder();
+}
+
+std::optional<History::Bearing> History::BearingOf(int opcode, int value) const {
+    for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
+        const auto place = mPlaces.find(drive.path);
+        if (place == mPlaces.end()) continue;
+        Bearing bearing;
+        bearing.track = place->second.track;
+        bearing.isFloor = place->second.series == Series::kFloor;
+        bearing.lifts = drive.writer == Kernel::Writer::kHalInPlace;
+        bearing.khz = ToNodeUnit(drive, value, mDevice);
+        if (IsGpuNode(drive.path)) bearing.khz /= kHzPerKhz;
+        return bearing;
+    }
+    return std::nullopt;
+}
+
+}  // namespace lab

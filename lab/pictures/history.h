@@ -1,0 +1,192 @@
+// A run as a model that pictures of it are drawn from: locks with their holders, frequencies over
+// time, requests, log lines. Built from the stream of events alone, so that it is the same whether
+// the events come from the lab's phone or from the log of a real one; nothing of it needs a Phone.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/phone/device_profile.h"
+#include "lab/phone/events.h"
+
+namespace lab {
+
+class History {
+  public:
+    // "No request": what happened by itself, or before the first one.
+    static constexpr size_t kNobody = static_cast<size_t>(-1);
+
+    struct Request {
+        Time begin{};
+        Time end{};
+        std::string text;     // "on touch (4098)"
+        std::string result;   // in words, perhaps of several lines; empty when there is none
+        int line = 0;         // of the scenario; 0: not from one
+        std::string client;   // "thermal"; may be empty
+        std::string command;  // "touch"; may be empty
+
+        // Who is behind it, for the name of a lane: the command, else the client, else the text.
+        const std::string& Holder() const;
+    };
+
+    // How a lock looked between its taking or a renewal and the next one.
+    struct Term {
+        Time since{};
+        std::optional<Time> until;  // when it is to run out; none: until released
+        std::vector<int> list;      // opcode, value, ...
+        size_t request = kNobody;   // index of the request that took or renewed it
+    };
+    enum class LockEnd { kHeld, kReleased, kExpired };
+    struct Lock {
+        int handle = 0;
+        std::vector<Term> terms;  // one at least
+        Time end{};               // when it ended; the end of the run while it is held
+        LockEnd how = LockEnd::kHeld;
+        size_t endRequest = kNobody;  // during which it ended
+
+        Time Since() const { return terms.front().since; }
+    };
+    struct Refusal {
+        Time at{};
+        int returned = 0;
+        std::vector<int> list;
+        size_t request = kNobody;
+    };
+
+    struct Line {
+        Time at{};
+        int priority = 0;  // Android's: 3 debug, 4 info, 6 error
+        std::string tag;
+        std::string text;  // without its newline
+        size_t request = kNobody;
+    };
+
+    // Begin or end of one of the plug-in's trace sections, in order. Ends follow their begins, and
+    // every one has its end.
+    struct SectionMark {
+        Time at{};
+        std::optional<std::string> begins;  // the name; none: the innermost one ends
+    };
+
+    struct Write {
+        Time at{};
+        std::string path;
+        std::string before;
+        std::string after;
+        int error = 0;
+        bool byHal = false;
+        size_t request = kNobody;
+    };
+
+    // From arming the limit breakthrough until it is over or disarmed.
+    struct Breakthrough {
+        Time since{};
+        Time end{};
+        int64_t ms = 0;  // as armed
+        size_t request = kNobody;
+    };
+
+    // A value that holds from `at` on.
+    struct Point {
+        Time at{};
+        int64_t khz = 0;
+    };
+    // The frequency of a CPU cluster or the GPU. `current` is empty when nobody told it.
+    struct Track {
+        std::string name;   // "big", "gpu"
+        std::string label;  // "big, CPUs 4-6"
+        int64_t lowKhz = 0;
+        int64_t highKhz = 0;
+        std::vector<Point> floor;
+        std::vector<Point> ceiling;
+        std::vector<Point> current;
+    };
+    // What a lock's opcode means for a track.
+    struct Bearing {
+        size_t track = 0;
+        bool isFloor = false;
+        bool lifts = false;  // sets the ceiling itself, above what others ask
+        int64_t khz = 0;
+    };
+
+    // Floors and ceilings begin at the ends of the device's tables.
+    explicit History(const DeviceProfile& device);
+
+    // What a node reads at the start, for frequency nodes that differ from their table's ends and
+    // for the current frequency; other nodes are ignored. Before the first event.
+    void Start(const std::string& path, const std::string& value);
+
+    // The frequency nodes, one path for each: what Start can be told.
+    std::vector<std::string> FrequencyNodes() const;
+
+    // Takes the events in order.
+    void Observe(const Event& event);
+
+    // Ends what is under way at `end` (not before the last event): call once, after the last event.
+    void Finish(Time end);
+
+    Time End() const { return mEnd; }
+    const std::vector<Request>& Requests() const { return mRequests; }
+    const std::vector<Lock>& Locks() const { return mLocks; }  // by the time they were taken
+    const std::vector<Refusal>& Refusals() const { return mRefusals; }
+    const std::vector<Line>& Lines() const { return mLines; }
+    const std::vector<SectionMark>& Sections() const { return mSections; }
+    const std::vector<Write>& Writes() const { return mWrites; }
+    const std::vector<Breakthrough>& Breakthroughs() const { return mBreakthroughs; }
+    const std::vector<Track>& Tracks() const { return mTracks; }
+    const DeviceProfile& Device() const { return mDevice; }
+
+    // The holder of a lock's term: of the request behind it, "the plug-in" for nobody's.
+    std::string HolderOf(const Term& term) const;
+
+    // What a pair of a lock's list bears on; nothing when it limits no track.
+    std::optional<Bearing> BearingOf(int opcode, int value) const;
+
+  private:
+    enum class Series { kFloor, kCeiling, kCurrent };
+    struct Place {
+        size_t track = 0;
+        Series series = Series::kFloor;
+    };
+
+    void Take(const LogLine& line);
+    void Take(const TraceSection& section);
+    void Take(const LockAcquire& acquire);
+    void Take(const LockRelease& release);
+    void Take(const LockExpire& expire);
+    void Take(const NodeAccess& access);
+    void Take(const TimerEvent& timer);
+    void Take(const JankRecord& record);
+    void Take(const RequestBegin& begin);
+    void Take(const RequestEnd& end);
+
+    void AddTrack(Track track, const std::vector<std::string>& folders, const char* const names[3]);
+    void EndLock(int handle, LockEnd how);
+    void EndBreakthrough();
+    void SetPoint(const std::string& path, const std::string& value);
+    std::vector<Point>& SeriesAt(const Place& place);
+
+    const DeviceProfile mDevice;
+    std::map<std::string, Place> mPlaces;  // by node, under all its names
+    Time mNow{};
+    Time mEnd{};
+    size_t mRequest = kNobody;    // under way
+    std::map<int, size_t> mHeld;  // handle -> index of its lock
+    size_t mOpenSections = 0;
+    bool mIsBreakthrough = false;  // the last one is under way
+
+    std::vector<Request> mRequests;
+    std::vector<Lock> mLocks;
+    std::vector<Refusal> mRefusals;
+    std::vector<Line> mLines;
+    std::vector<SectionMark> mSections;
+    std::vector<Write> mWrites;
+    std::vector<Breakthrough> mBreakthroughs;
+    std::vector<Track> mTracks;
+};
+
+}  // namespace lab

@@ -1,0 +1,369 @@
+// The model of a run, and the trace that is written from it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "lab/pictures/history.h"
+#include "lab/pictures/lanes.h"
+#include "lab/pictures/output_file.h"
+#include "lab/pictures/pictures.h"
+#include "lab/pictures/report_data.h"
+#include "lab/server/library.h"
+#include "lab/server/node_names.h"
+#include "lab/server/progress.h"
+#include "lab/server/runner.h"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Time At(int64_t ms) {
+    return std::chrono::milliseconds(ms);
+}
+
+const DeviceProfile& Device() {
+    static const DeviceProfile device = LoadDeviceProfile("sm8450");
+    return device;
+}
+
+History Observed(const std::vector<Event>& events, Time end) {
+    History history(Device());
+    for (const Event& event : events) history.Observe(event);
+    history.Finish(end);
+    return history;
+}
+
+LockAcquire Acquire(int requested, int durationMs, std::vector<int> list, int returned) {
+    return {requested, durationMs, std::move(list), returned};
+}
+
+// "0:633600 100:1324800"
+std::string Text(const std::vector<History::Point>& points) {
+    std::string text;
+    for (const History::Point& point : points) {
+        if (!text.empty()) text += " ";
+        text += std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(point.at) /
+                               std::chrono::milliseconds(1)) +
+                ":" + std::to_string(point.khz);
+    }
+    return text;
+}
+
+TEST(RunHistory, GivesLocksToTheRequestThatTookOrRenewedThem) {
+    const History history = Observed({{At(1), RequestBegin{"on a (1)", 3, "", "a"}},
+                                      {At(1), Acquire(0, 500, {0x40800000, 1324}, 1)},
+                                      {At(1), RequestEnd{"0"}},
+                                      {At(2), Acquire(0, 0, {0x40800000, 900}, 2)},
+                                      {At(200), RequestBegin{"limit by power: x", 4, "power"}},
+                                      {At(200), Acquire(1, 500, {0x40800000, 1500}, 1)},
+                                      {At(200), Acquire(0, 0, {0x40800000, 1}, -1)},
+                                      {At(200), RequestEnd{""}},
+                                      {At(700), LockExpire{1}},
+                                      {At(701), LockRelease{9, -1, false}}},
+                                     At(800));
+    ASSERT_EQ(history.Locks().size(), 2U);
+    const History::Lock& renewed = history.Locks()[0];
+    ASSERT_EQ(renewed.terms.size(), 2U);
+    EXPECT_EQ(history.HolderOf(renewed.terms[0]), "a");
+    EXPECT_EQ(renewed.terms[0].until, At(501));
+    EXPECT_EQ(history.HolderOf(renewed.terms[1]), "power");
+    EXPECT_EQ(LockEndText(renewed), "expired after 699 ms");
+    const History::Lock& lone = history.Locks()[1];
+    EXPECT_EQ(history.HolderOf(lone.terms[0]), "the plug-in");
+    EXPECT_EQ(TermText(lone.terms[0]), "until released");
+    EXPECT_EQ(lone.how, History::LockEnd::kHeld);
+    EXPECT_EQ(lone.end, At(800));
+    ASSERT_EQ(history.Refusals().size(), 1U);
+    EXPECT_EQ(history.Refusals()[0].request, 1U);
+}
+
+TEST(RunHistory, PutsOverlappingLocksOfOneHolderOnLanesBesideEachOther) {
+    const History history = Observed({{At(0), RequestBegin{"do a (1)", 3, "", "a"}},
+                                      {At(0), Acquire(0, 100, {1, 1}, 1)},
+                                      {At(0), Acquire(0, 300, {1, 1}, 2)},
+                                      {At(0), RequestEnd{"0"}},
+                                      {At(50), Acquire(0, 0, {1, 1}, 3)},
+                                      {At(100), LockExpire{1}},
+                                      {At(100), RequestBegin{"do a (1)", 4, "", "a"}},
+                                      {At(100), Acquire(0, 100, {1, 1}, 4)},
+                                      {At(100), RequestEnd{"0"}}},
+                                     At(120));
+    std::vector<std::string> lanes;
+    for (const Lane& lane : LanesOf(history)) {
+        std::string text = lane.name + ":";
+        for (const size_t lock : lane.locks) {
+            text += " " + std::to_string(history.Locks()[lock].handle);
+        }
+        lanes.push_back(text);
+    }
+    EXPECT_THAT(lanes, ElementsAre("a: 1 4", "a (2): 2", "the plug-in: 3"));
+}
+
+TEST(RunHistory, ClosesWhatIsOpenAndDropsEndsWithoutABegin) {
+    const History history = Observed({{At(0), TraceSection{false, ""}},
+                                      {At(1), TraceSection{true, "a"}},
+                                      {At(1), TraceSection{true, "b"}},
+                                      {At(2), TraceSection{false, ""}},
+                                      {At(3), TimerEvent{TimerEvent::Kind::kArm, 2000}},
+                                      {At(4), TimerEvent{TimerEvent::Kind::kArm, 500}},
+                                      {At(5), LogLine{6, std::nullopt, "a line\n"}}},
+                                     At(9));
+    ASSERT_EQ(history.Sections().size(), 4U);
+    EXPECT_EQ(history.Sections().front().begins, "a");
+    EXPECT_EQ(history.Sections().back().at, At(9));
+    ASSERT_EQ(history.Breakthroughs().size(), 2U);
+    EXPECT_EQ(history.Breakthroughs()[0].end, At(4));
+    EXPECT_EQ(history.Breakthroughs()[1].end, At(9));
+    EXPECT_EQ(history.Lines().at(0).text, "a line");
+}
+
+TEST(RunHistory, TellsWhatAnOpcodeLimits) {
+    const History history(Device());
+    const auto floor = history.BearingOf(0x40800000, 2111);
+    ASSERT_TRUE(floor);
+    EXPECT_EQ(history.Tracks()[floor->track].name, "big");
+    EXPECT_TRUE(floor->isFloor);
+    EXPECT_EQ(floor->khz, 2112000);
+    const auto lifted = history.BearingOf(0x40814000, 2227200);
+    ASSERT_TRUE(lifted);
+    EXPECT_TRUE(lifted->lifts);
+    EXPECT_EQ(lifted->khz, 2227200);
+    const auto gpu = history.BearingOf(*FindTagOpcode(9, Layout::kThreeClusters), 492);
+    ASSERT_TRUE(gpu);
+    EXPECT_EQ(history.Tracks()[gpu->track].name, "gpu");
+    EXPECT_EQ(gpu->khz, 492000);
+    EXPECT_FALSE(history.BearingOf(0x40C00000, 1));
+}
+
+// Plays steps on a phone of its own.
+struct Played {
+    explicit Played(const std::string& steps) : history(Device()) {
+        SceneFile scenes = SceneFile::Load(DataFolder() + "/scenes/sm8450.xml");
+        const YamlNode root = LoadYamlText("steps:\n" + steps, "my.yaml");
+        Phone phone(Device());
+        Ledger ledger(Device(), scenes.ClusterLayout(), phone.GetKernel());
+        for (const std::string& path : history.FrequencyNodes()) {
+            history.Start(path, phone.GetKernel().Value(path));
+        }
+        // At the end of a request the kernel and the model must agree.
+        const auto observe = [&](const Event& event) {
+            ledger.Observe(event);
+            history.Observe(event);
+            if (std::holds_alternative<RequestEnd>(event.what)) Compare(phone.GetKernel());
+        };
+        Library library("");
+        Server server(phone, library, scenes);
+        Runner runner(phone, server, ledger, Device(), scenes, observe);
+        runner.Start(ReadScenarioHead(root));
+        runner.Play(ReadScenarioSteps(root, scenes));
+        runner.Finish();
+        history.Finish(phone.GetClock().Now());
+    }
+
+    void Compare(const Kernel& kernel) {
+        for (const History::Track& track : history.Tracks()) {
+            if (track.name == "gpu") continue;
+            const std::string folder = "/sys/devices/system/cpu/cpu" +
+                                       std::to_string(Device().FindCluster(track.name)->firstCpu) +
+                                       "/cpufreq/";
+            const auto isSame = [&](const char* node, const std::vector<History::Point>& points) {
+                EXPECT_EQ(kernel.Value(folder + node), std::to_string(points.back().khz))
+                    << track.name << " " << node;
+            };
+            isSame("scaling_min_freq", track.floor);
+            isSame("scaling_max_freq", track.ceiling);
+            isSame("scaling_cur_freq", track.current);
+        }
+    }
+
+    History history;
+};
+
+constexpr char kBreakthrough[] =
+    "- {at: 50, debug: on}\n"
+    "- {at: 100, on: game_running}\n"
+    "- {at: 200, control: 6}\n"
+    "- {at: 300, limit: {client: thermal, tags: {big_max: 1651200}}}\n"
+    "- {at: 400, do: game_fight}\n"
+    "- {at: 3000, off: game_running}\n"
+    "- {at: 3100, node: {/sys/devices/system/cpu/cpu5/cpufreq/scaling_max_freq: 1113600}}\n"
+    "- {wait: 100}\n";
+
+TEST(RunHistory, FollowsTheKernelThroughLimitsThatFreeEachOther) {
+    const Played played(kBreakthrough);
+    const History::Track& big = played.history.Tracks()[1];
+    EXPECT_EQ(Text(big.ceiling), "0:2496000 300:1651200 400:2227200 2400:1651200 3100:1113600");
+    // The boost's floor shows as soon as its ceiling has made room for it.
+    EXPECT_EQ(Text(big.floor), "0:633600 100:1324800 400:2112000 2400:1324800 3000:633600");
+    EXPECT_EQ(Text(big.current), Text(big.floor));
+    EXPECT_EQ(played.history.Requests()[4].client, "thermal");
+    EXPECT_EQ(played.history.Requests()[5].command, "game_fight");
+    EXPECT_EQ(played.history.Breakthroughs().size(), 1U);
+}
+
+PictureHead Head() {
+    PictureHead head;
+    head.title = "A run";
+    head.device = "sm8450";
+    return head;
+}
+
+Json TraceOf(const History& history) {
+    std::ostringstream out;
+    WriteTrace(history, Head(), out);
+    return Json::parse(out.str());
+}
+
+using LaneKey = std::pair<int, int>;  // process, thread
+
+// What a viewer demands of each event.
+void CheckFields(const Json& event) {
+    const std::string phase = event.at("ph");
+    EXPECT_TRUE(event.at("pid").is_number_integer()) << event;
+    EXPECT_TRUE(event.at("tid").is_number_integer()) << event;
+    EXPECT_TRUE(event.at("ts").is_number()) << event;
+    EXPECT_GE(event.at("ts").get<double>(), 0) << event;
+    if (phase != "E") {
+        EXPECT_FALSE(event.at("name").get<std::string>().empty()) << event;
+    }
+    if (phase == "X") {
+        EXPECT_GE(event.at("dur").get<double>(), 0) << event;
+    }
+    if (phase == "i") {
+        EXPECT_EQ(event.at("s"), "t") << event;
+    }
+    if (phase == "C") {
+        EXPECT_TRUE(event.at("args").at("MHz").is_number()) << event;
+    }
+    EXPECT_THAT(phase, testing::AnyOf("M", "X", "B", "E", "i", "C"));
+}
+
+// Times never fall within a lane, begins and ends pair, spans of one lane do not overlap, and every
+// lane that something is drawn on has a name.
+void CheckTrace(const Json& trace) {
+    std::map<LaneKey, double> last;
+    std::map<LaneKey, double> busyUntil;
+    std::map<LaneKey, int> depth;
+    std::set<LaneKey> named;
+    std::set<int> namedProcesses;
+    for (const Json& event : trace.at("traceEvents")) {
+        CheckFields(event);
+        const std::string phase = event["ph"];
+        const LaneKey lane = {event["pid"], event["tid"]};
+        if (event.value("name", "") == "process_name") namedProcesses.insert(lane.first);
+        if (event.value("name", "") == "thread_name") named.insert(lane);
+        if (phase == "M") continue;
+        EXPECT_TRUE(namedProcesses.count(lane.first)) << event;
+        EXPECT_TRUE(phase == "C" || named.count(lane)) << event;
+        const double at = event["ts"];
+        EXPECT_GE(at, last[lane]) << event;
+        last[lane] = at;
+        if (phase == "B") ++depth[lane];
+        if (phase == "E") {
+            EXPECT_GE(--depth[lane], 0) << event;
+        }
+        if (phase != "X") continue;
+        EXPECT_GE(at, busyUntil[lane]) << event;
+        busyUntil[lane] = at + event["dur"].get<double>();
+    }
+    for (const auto& [lane, open] : depth) EXPECT_EQ(open, 0) << lane.first << "/" << lane.second;
+}
+
+TEST(RunTrace, KeepsTheFormatsRulesAndTellsTheRun) {
+    const Played played(kBreakthrough);
+    const Json trace = TraceOf(played.history);
+    CheckTrace(trace);
+    std::map<std::string, int> slices;
+    std::map<std::string, std::vector<double>> counters;
+    std::multiset<std::string> instants;
+    int sections = 0;
+    for (const Json& event : trace["traceEvents"]) {
+        const std::string phase = event["ph"];
+        if (phase == "X") ++slices[event["name"]];
+        if (phase == "C") counters[event["name"]].push_back(event["args"]["MHz"]);
+        if (phase == "i") instants.insert(event["name"]);
+        if (phase == "B") ++sections;
+    }
+    EXPECT_EQ(slices["game_fight"], 1);
+    EXPECT_EQ(slices["thermal"], 1);
+    EXPECT_EQ(slices["limit breakthrough, 2000 ms"], 1);
+    EXPECT_THAT(counters["big ceiling"], ElementsAre(2496, 1651.2, 2227.2, 1651.2, 1113.6, 1113.6));
+    EXPECT_EQ(counters.size(), 12U);
+    EXPECT_EQ(instants.count("do game_fight (9220)"), 1U);
+    EXPECT_GT(sections, 0);
+}
+
+TEST(RunTrace, StaysValidForOddTextsTimesAndRenewals) {
+    const History history =
+        Observed({{std::chrono::nanoseconds(1), TraceSection{true, ""}},
+                  {std::chrono::nanoseconds(1), TraceSection{true, "inner"}},
+                  {std::chrono::nanoseconds(1500), RequestBegin{"\"quoted\"\n", 0}},
+                  {std::chrono::nanoseconds(1500), Acquire(0, 0, {0x40800000, 1324}, 1)},
+                  {std::chrono::nanoseconds(1501), Acquire(1, 10, {0x40800000}, 1)},
+                  {std::chrono::nanoseconds(1501), LockExpire{1}},
+                  {std::chrono::nanoseconds(1501), Acquire(0, 0, {}, 1)},
+                  {std::chrono::nanoseconds(1502), LogLine{3, "tag", "bad \xff bytes"}},
+                  {std::chrono::nanoseconds(1503), LogLine{3, std::nullopt, ""}}},
+                 At(1));
+    const Json trace = TraceOf(history);
+    CheckTrace(trace);
+    EXPECT_THAT(trace.dump(), HasSubstr("\"ts\":1.501"));
+}
+
+TEST(RunReport, DataCannotEndTheScriptThatHoldsIt) {
+    const History history = Observed(
+        {{At(1), RequestBegin{"</script><!--", 0}}, {At(1), LogLine{4, "a", "<b>"}}}, At(2));
+    const std::string data = ReportData(history, Head());
+    EXPECT_EQ(data.find('<'), std::string::npos);
+    const Json parsed = Json::parse(data);
+    EXPECT_EQ(parsed["ticksPerSecond"], 1000);
+    EXPECT_EQ(parsed["texts"][parsed["requests"]["rows"][0][0].get<size_t>()], "</script><!--");
+}
+
+TEST(RunReport, TimesBetweenMillisecondsAreKept) {
+    const History history =
+        Observed({{std::chrono::microseconds(1500), RequestBegin{"a", 0}}}, At(2));
+    const Json parsed = Json::parse(ReportData(history, Head()));
+    EXPECT_EQ(parsed["ticksPerSecond"], 1000000);
+    EXPECT_EQ(parsed["requests"]["t"][0], 1500);
+}
+
+TEST(PictureFile, RefusesAtOnceAndKeepsAnOldFileUntilItIsFilled) {
+    try {
+        OutputFile file("/nowhere/a.json");
+        FAIL() << "opened";
+    } catch (const InputError& error) {
+        EXPECT_STREQ(error.what(), "/nowhere/a.json: cannot be written: No such file or directory");
+    }
+    OutputFile full("/dev/full");
+    EXPECT_THROW(full.Fill([](std::ostream& out) { out << "text"; }), InputError);
+
+    const std::string path = testing::TempDir() + "tarquel_picture_test.txt";
+    std::filesystem::remove(path);
+    { OutputFile unused(path); }
+    EXPECT_FALSE(std::filesystem::exists(path));
+    std::ofstream(path) << "a long old text";
+    { OutputFile unused(path); }
+    EXPECT_EQ(std::filesystem::file_size(path), 15U);
+    OutputFile(path).Fill([](std::ostream& out) { out << "new"; });
+    EXPECT_EQ(std::filesystem::file_size(path), 3U);
+    std::filesystem::remove(path);
+}
+
+TEST(ProgressBar, NeverPassesItsEnd) {
+    EXPECT_EQ(Progress::BarText("day", 5, 20, std::chrono::seconds(3725)),
+              "day [######..................]  25 %  5 of 20 requests, 1:02:05");
+    EXPECT_THAT(Progress::BarText("day", 21, 20, {}), HasSubstr("100 %  20 of 20"));
+}
+
+}  // namespace
+}  // namespace lab

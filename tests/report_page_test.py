@@ -1,0 +1,280 @@
+#!/usr/bin/env python3
+"""Looks at the report's page as a user does: in a headless Chromium, through its WebDriver.
+
+usage: report_page_test.py TARQUEL_LAB CHROMIUM CHROMEDRIVER
+"""
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import urllib.request
+
+LAB, CHROMIUM, CHROMEDRIVER = sys.argv[1:4]
+SECONDS_TO_START = 30
+
+CHROMIUM_ARGUMENTS = [
+    "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+    "--disable-background-networking", "--disable-component-update", "--disable-sync",
+    "--disable-dev-shm-usage",
+]
+
+# A text that would end the page's data if it were not escaped.
+NASTY = "</script><script>document.title='broken'</script><!-- & \\u2028"
+
+DAY = """
+title: A full day
+steps:
+  - repeat: 3500
+    steps:
+      - {after: 13000, on: touch}
+      - {after: 180, off: touch}
+      - {after: 1000, do: app_start_cold}
+      - {after: 1000, do: game_fight}
+      - {after: 5000, limit: {client: thermal, tags: {big_max: 1651200}}}
+      - {after: 4000, limit: {client: thermal, tags: {big_max: 0}}}
+"""
+
+
+class Browser:
+    """As much of the WebDriver protocol as the tests need."""
+
+    def __init__(self, folder):
+        # With port 0 the driver takes a free one and says which.
+        self.driver = subprocess.Popen([CHROMEDRIVER, "--port=0"], stdout=subprocess.PIPE,
+                                       stderr=subprocess.STDOUT, text=True)
+        for line in self.driver.stdout:
+            if "started successfully on port" in line:
+                self.base = "http://127.0.0.1:" + line.rstrip(".\n ").rsplit(" ", 1)[1]
+                break
+        else:
+            raise RuntimeError("chromedriver did not start")
+        profile = os.path.join(folder, "profile")
+        options = {
+            "browserName": "chrome",
+            "goog:loggingPrefs": {"browser": "ALL"},
+            "goog:chromeOptions": {
+                "binary": CHROMIUM,
+                "args": CHROMIUM_ARGUMENTS + ["--user-data-dir=" + profile],
+            },
+        }
+        answer = self.ask("POST", "/session", {"capabilities": {"alwaysMatch": options}})
+        self.base += "/session/" + answer["sessionId"]
+
+    def ask(self, method, path, body=None):
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self.base + path, data=data, method=method)
+        opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+        with opener.open(request, timeout=SECONDS_TO_START) as answer:
+            return json.load(answer)["value"]
+
+    def close(self):
+        try:
+            self.ask("DELETE", "")
+        finally:
+            self.driver.terminate()
+            self.driver.stdout.close()
+            self.driver.wait(10)
+
+    def size(self, width, height):
+        # A window's frame is part of it: the page gets what is asked for.
+        self.ask("POST", "/window/rect", {"width": width, "height": height})
+        frame = self.js("return [outerWidth - innerWidth, outerHeight - innerHeight]")
+        self.ask("POST", "/window/rect", {"width": width + frame[0], "height": height + frame[1]})
+
+    def load(self, file, fragment=""):
+        self.ask("POST", "/url", {"url": "about:blank"})
+        self.ask("POST", "/url", {"url": "file://" + file + fragment})
+        self.wait_for("return document.body.dataset.ready === 'true'")
+
+    def js(self, script, *arguments):
+        return self.ask("POST", "/execute/sync", {"script": script, "args": list(arguments)})
+
+    def wait_for(self, condition):
+        end = time.monotonic() + SECONDS_TO_START
+        while not self.js(condition):
+            if time.monotonic() > end:
+                raise AssertionError("never came true: " + condition)
+            time.sleep(0.05)
+
+    def console(self):
+        return [entry["message"] for entry in self.ask("POST", "/se/log", {"type": "browser"})]
+
+    def point(self, *steps):
+        """Moves and presses the pointer: (x, y), "down" or "up"."""
+        actions = []
+        for step in steps:
+            if isinstance(step, tuple):
+                x, y = (int(round(part)) for part in step)
+                actions.append({"type": "pointerMove", "x": x, "y": y, "duration": 20})
+            else:
+                actions.append({"type": "pointer" + step.capitalize(), "button": 0})
+        mouse = {"type": "pointer", "id": "mouse", "parameters": {"pointerType": "mouse"}}
+        self.ask("POST", "/actions", {"actions": [dict(mouse, actions=actions)]})
+
+    def click(self, selector):
+        x, y, width, height = self.box(selector)
+        self.point((x + width / 2, y + height / 2), "down", "up")
+
+    def box(self, selector):
+        return self.js("const box = document.querySelector(arguments[0]).getBoundingClientRect();"
+                       "return [box.x, box.y, box.width, box.height]", selector)
+
+    def texts(self, selector):
+        return self.js("return [...document.querySelectorAll(arguments[0])]"
+                       ".map((one) => one.textContent)", selector)
+
+    def text(self, selector):
+        return " ".join(self.texts(selector))
+
+
+class ReportPage(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="tarquel-report-")
+        cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
+        cls.report = cls.make_report("report", ["thermal_breakthrough"])
+        cls.browser = Browser(cls.folder)
+        cls.addClassCleanup(cls.browser.close)
+
+    @classmethod
+    def make_report(cls, name, arguments):
+        file = os.path.join(cls.folder, name + ".html")
+        subprocess.run([LAB, "run", "--quiet", *arguments, "--report", file], check=True,
+                       stdout=subprocess.DEVNULL)
+        return file
+
+    @classmethod
+    def write(cls, name, text):
+        file = os.path.join(cls.folder, name)
+        with open(file, "w", encoding="utf-8") as stream:
+            stream.write(text)
+        return file
+
+    def setUp(self):
+        self.browser.size(1280, 800)
+
+    def tearDown(self):
+        self.assertEqual(self.browser.console(), [])
+
+    def at(self, lane, t):
+        """Where time `t` is on a lane."""
+        x, _, width, _ = self.browser.box("#lanes .u-over")
+        _, y, _, height = self.browser.box(f"[data-who='{lane}']")
+        start, end = self.browser.js("const hash = new URLSearchParams(location.hash.slice(1));"
+                                     "return [hash.get('from'), hash.get('to')]")
+        start, end = float(start or 0), float(end or 18.14)
+        return x + width * (t - start) / (end - start), y + height / 2
+
+    def test_shows_charts_with_every_line_and_all_lanes(self):
+        self.browser.load(self.report)
+        self.assertEqual(self.browser.texts(".chart .name b"), ["little", "big", "prime", "gpu"])
+        self.assertEqual(self.browser.texts(".lane-name"),
+                         ["requests", "breakthrough", "game_running", "game_fight", "thermal"])
+        # Counts the pixels of each colour in the chart of the big cluster.
+        drawn = self.browser.js("""
+            const canvas = document.querySelectorAll(".chart canvas")[1];
+            const pixels = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height).data;
+            const style = getComputedStyle(document.documentElement);
+            return Object.fromEntries(arguments[0].map((name) => {
+                const wanted = style.getPropertyValue("--" + name).trim();
+                const [r, g, b] = [1, 3, 5].map((at) => parseInt(wanted.slice(at, at + 2), 16));
+                let found = 0;
+                for (let i = 0; i < pixels.length; i += 4) {
+                    if (pixels[i] === r && pixels[i + 1] === g && pixels[i + 2] === b) ++found;
+                }
+                return [name, found];
+            }));""", ["ceiling", "floor", "current"])
+        self.assertGreater(min(drawn.values()), 100, drawn)
+        self.assertIn("no findings", self.browser.text("#findings"))
+
+    def test_hover_tells_holder_request_and_time_left(self):
+        self.browser.load(self.report)
+        self.browser.point(self.at("command:game_fight", 6.12))
+        tip = self.browser.text("#tip")
+        for part in ("lock 4", "game_fight", "do game_fight (9220) (line", "time left", " of 2 s",
+                     "big_cpu0_min_freq >= 2112 MHz"):
+            self.assertIn(part, tip)
+        # Over a chart it tells the values and who asks for them.
+        x, y, width, height = self.browser.box(".chart:nth-child(2) .u-over")
+        self.browser.point((x + width * 6.12 / 18.14, y + height / 2))
+        tip = self.browser.text("#tip")
+        for part in ("big, CPUs 4-6", "2227.2 MHz", "lifts to 2227.2 MHz, game_fight",
+                     "≤ 1651.2 MHz, thermal, until released", "≥ 1324.8 MHz, game_running"):
+            self.assertIn(part, tip)
+        self.browser.point((5, 5))
+        self.assertTrue(self.browser.js("return document.getElementById('tip').hidden"))
+
+    def test_filters_by_hash_and_by_click(self):
+        self.browser.load(self.report, "#who=client:thermal")
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "thermal"])
+        rows = self.browser.texts(".row .text")
+        self.assertIn("limit by thermal: big_max <= 1651.2 MHz", rows)
+        self.assertNotIn("do game_fight (9220)", rows)
+        # The chip takes it out again; a lane's name puts it in.
+        self.browser.click("#chips button")
+        self.assertIn("do game_fight (9220)", self.browser.texts(".row .text"))
+        self.browser.click("[data-who='command:game_running']")
+        self.assertEqual(self.browser.js("return location.hash"), "#who=command:game_running")
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "game_running"])
+        self.assertIn("lock 1 of game_running  released", self.browser.texts(".row .text"))
+        # The search looks at texts.
+        self.browser.load(self.report, "#find=BREAKTHROUGH+FOR")
+        self.assertEqual(self.browser.texts(".row .text"), ["limit breakthrough for 2000 ms"] * 3)
+
+    def test_log_and_charts_mark_the_same_time(self):
+        self.browser.load(self.report)
+        self.browser.js("[...document.querySelectorAll('.row')].find("
+                        "(row) => row.textContent.includes('limit by thermal')).click()")
+        self.assertEqual(self.browser.js("return location.hash"), "#at=4.01")
+        self.assertFalse(self.browser.js("return document.getElementById('mark').hidden"))
+        self.assertIn("thermal", self.browser.text("#detail"))
+        # A click on a lock leads to its line in the log.
+        self.browser.point(self.at("command:game_fight", 10), "down", "up")
+        self.assertIn("lock 5", self.browser.text(".row[aria-selected=true]"))
+        self.assertEqual(self.browser.js("return location.hash"), "#at=9.12")
+
+    def test_zooms_by_dragging_and_back(self):
+        self.browser.load(self.report)
+        x, y, width, height = self.browser.box(".chart .u-over")
+        middle = y + height / 2
+        self.browser.point((x + width * 0.25, middle), "down", (x + width * 0.4, middle),
+                           (x + width * 0.5, middle), "up")
+        hash_of = "return Object.fromEntries(new URLSearchParams(location.hash.slice(1)))"
+        shown = self.browser.js(hash_of)
+        self.assertAlmostEqual(float(shown["from"]), 18.14 * 0.25, delta=0.1)
+        self.assertAlmostEqual(float(shown["to"]), 18.14 * 0.5, delta=0.1)
+        self.browser.click("#fit")
+        self.assertEqual(self.browser.js(hash_of), {})
+
+    def test_fits_a_narrow_window(self):
+        self.browser.size(420, 800)
+        self.browser.load(self.report)
+        wide, inner = self.browser.js("return [document.documentElement.scrollWidth, innerWidth]")
+        self.assertLessEqual(wide, inner)
+        self.assertGreater(self.browser.box(".chart .u-over")[2], 200)
+
+    def test_survives_texts_that_look_like_markup(self):
+        scenario = self.write("nasty.yaml", 'title: "%s"\nsteps:\n  - {at: 1, do: touch}\n' % NASTY)
+        self.browser.load(self.make_report("nasty", [scenario]))
+        self.assertEqual(self.browser.text("h1"), NASTY.replace("\\u2028", "\u2028"))
+        self.assertNotEqual(self.browser.js("return document.title"), "broken")
+
+    def test_a_full_day_stays_small_and_quick(self):
+        report = self.make_report("day", [self.write("day.yaml", DAY)])
+        self.assertLess(os.path.getsize(report), 4_000_000)
+        begin = time.monotonic()
+        self.browser.load(report)
+        self.assertIn("21000 requests", self.browser.text("#facts"))
+        self.browser.js("document.getElementById('rows').scrollTop = 1e6")
+        self.browser.click("[data-who='client:thermal']")
+        self.browser.click("#zoom-in")
+        self.assertLess(time.monotonic() - begin, 15)
+        self.assertLess(self.browser.js("return document.querySelectorAll('*').length"), 600)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
