@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 
+#include "lab/logcat/log_writer.h"
 #include "lab/server/commands.h"
 #include "lab/server/node_names.h"
 #include "lab/server/runner.h"
@@ -22,6 +24,8 @@ struct RunOptions {
     bool verbose = false;
     bool quiet = false;
     bool realtime = false;
+    std::string logcat;
+    bool debug = false;
 };
 
 constexpr char kFooter[] =
@@ -131,7 +135,8 @@ void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& pro
 
 int Run(const RunOptions& options) {
     const YamlNode root = LoadYamlFile(FindFile(options.scenario, "scenarios", ".yaml"));
-    const ScenarioHead head = ReadScenarioHead(root);
+    ScenarioHead head = ReadScenarioHead(root);
+    if (options.debug) head.debug = true;
     const DeviceProfile device =
         LoadDeviceProfile(options.device.empty() ? head.device : options.device);
     SceneFile scenes = SceneFile::Load(ScenesFor(options, head, device));
@@ -145,8 +150,15 @@ int Run(const RunOptions& options) {
     for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
     Ledger ledger(device, layout, phone.GetKernel());
     Timeline timeline(std::cout, layout, {options.verbose, paint});
+    std::optional<std::ofstream> logFile;
+    std::optional<LogcatWriter> log;
+    if (!options.logcat.empty()) {
+        logFile.emplace(options.logcat);
+        log.emplace(*logFile);
+    }
     const auto observe = [&](const Event& event) {
         ledger.Observe(event);
+        if (log) log->Observe(event);
         if (!options.quiet) timeline.Observe(event);
     };
 
@@ -161,6 +173,9 @@ int Run(const RunOptions& options) {
     PrintProblems(scenes, server.Problems(), Paint::ForTerminal(STDERR_FILENO));
     runner.Play(steps);
     runner.Finish();
+    if (logFile && !logFile->flush()) {
+        throw InputError(options.logcat, 0, 0, "the log cannot be written");
+    }
 
     const std::vector<PerfHal::Lock> held = phone.Hal().Held();
     std::cout << "\n";
@@ -189,6 +204,12 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
     run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");
     run->add_flag("--realtime", options->realtime,
                   "Use the machine's clock and timers instead of the virtual clock");
+    run->add_flag("--debug", options->debug,
+                  "Turn the plug-in's debug lines on from the start, as 'debug: on' does");
+    run->add_option(
+           "--logcat", options->logcat,
+           "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug")
+        ->type_name("FILE");
     run->add_option("--library", options->library,
                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
         ->type_name("FILE");

@@ -15,5 +15,7 @@ enum ExitCode : int {
 // Adds the command to `app`; when it is the one that the user gave, parsing runs it and leaves the
 // program's result in `exitCode`. What cannot run throws std::exception, InputError for a file.
 void AddRunCommand(CLI::App& app, int& exitCode);
+void AddLogcatCommand(CLI::App& app, int& exitCode);
+void AddRecordCommand(CLI::App& app, int& exitCode);
 
 }  // namespace lab

@@ -13,6 +13,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int exitCode = lab::kFine;
     lab::AddRunCommand(app, exitCode);
+    lab::AddLogcatCommand(app, exitCode);
+    lab::AddRecordCommand(app, exitCode);
     const lab::Paint paint = lab::Paint::ForTerminal(2);
     try {
         app.parse(argc, argv);

@@ -1,0 +1,76 @@
+#include "lab/server/inputs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "lab/server/text.h"
+#include "lab/yaml/yaml_tree.h"
+#include "loader/element_keys.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool IsFile(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension) {
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(DataFolder() + "/" + folder, ignored)) {
+        if (entry.path().extension() == extension) names.push_back(entry.path().stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string FindFile(const std::string& name, const std::string& folder,
+                     const std::string& extension, const std::string& what) {
+    if (IsFile(name)) return name;
+    const std::string shipped = DataFolder() + "/" + folder + "/" + name;
+    if (IsFile(shipped)) return shipped;
+    if (IsFile(shipped + extension)) return shipped + extension;
+    const std::vector<std::string> names = ShippedNames(folder, extension);
+    throw InputError(name, 0, 0,
+                     fmt::format("there is no such file, and no {} of this name ships with the "
+                                 "lab{}; give a path or one of: {}",
+                                 what, DidYouMean(name, names), Join(names)));
+}
+
+}  // namespace
+
+std::string FindScenarioFile(const std::string& name) {
+    return FindFile(name, "scenarios", ".yaml", "scenario");
+}
+
+std::string FindSceneFile(const std::string& name) {
+    return FindFile(name, "scenes", ".xml", "scene file");
+}
+
+std::string ScenesOfScenario(const Instead& instead, const ScenarioHead& head,
+                             const DeviceProfile& device) {
+    if (!instead.scenes.empty()) return FindSceneFile(instead.scenes);
+    const bool isOwnDevice = instead.device.empty() || instead.device == head.device;
+    if (!head.scenes || !isOwnDevice) return FindSceneFile(device.name);
+    const fs::path beside = fs::path(head.file).parent_path() / *head.scenes;
+    return IsFile(beside) ? beside.string() : FindSceneFile(*head.scenes);
+}
+
+SceneFile ScenesOfClusters(const DeviceProfile& device) {
+    namespace keys = tarquel::keys;
+    const std::string_view names[] = {keys::kLittleCpus, keys::kBigCpus, keys::kPrimeCpus};
+    std::string text = fmt::format("<scenes><command id=\"1\"><{}>", keys::kCpuInfo);
+    for (size_t i = 0; i < device.clusters.size() && i < std::size(names); ++i) {
+        const CpuCluster& cluster = device.clusters[i];
+        text += fmt::format("<{0}>{1}-{2}</{0}>", names[i], cluster.firstCpu, cluster.lastCpu);
+    }
+    text += fmt::format("<{0}>1</{0}></{1}></command></scenes>", keys::kIsolation, keys::kCpuInfo);
+    return SceneFile::Parse(text, "the clusters of " + device.name);
+}
+
+}  // namespace lab
