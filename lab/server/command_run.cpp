@@ -5,9 +5,10 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
-#include "lab/pictures/output_file.h"
-#include "lab/pictures/pictures.h"
+#include "lab/logcat/log_writer.h"
+#include "lab/pictures/picture_files.h"
 #include "lab/server/commands.h"
 #include "lab/server/inputs.h"
 #include "lab/server/node_names.h"
@@ -26,12 +27,15 @@ struct RunOptions {
     std::string library;
     std::string trace;
     std::string report;
+    std::string logcat;
     bool verbose = false;
     bool quiet = false;
     bool json = false;
     bool realtime = false;
+    bool debug = false;
 
-    bool HasPictures() const { return !trace.empty() || !report.empty(); }
+    // Files that show one run.
+    bool HasFiles() const { return !trace.empty() || !report.empty() || !logcat.empty(); }
 };
 
 constexpr char kFooter[] =
@@ -80,53 +84,24 @@ size_t CountRequests(const std::vector<Step>& steps) {
     return count;
 }
 
-// The pictures that the user asked for. Their files are opened before anything runs.
-class Pictures {
-  public:
-    explicit Pictures(const RunOptions& options) {
-        if (!options.trace.empty()) mTrace.emplace(options.trace);
-        if (!options.report.empty()) mReport.emplace(options.report);
-    }
-
-    void Begin(const DeviceProfile& device, const Kernel& kernel) {
-        if (!mTrace && !mReport) return;
-        mHistory.emplace(device);
-        for (const std::string& path : mHistory->FrequencyNodes()) {
-            mHistory->Start(path, kernel.Value(path));
-        }
-    }
-
-    void Observe(const Event& event) {
-        if (mHistory) mHistory->Observe(event);
-    }
-
-    void End(const RunResult& result, Layout layout, Time now) {
-        if (!mHistory) return;
-        mHistory->Finish(now);
-        const auto nameOf = [](const std::string& file) {
-            return std::filesystem::path(file).filename().string();
-        };
-        const std::string source = nameOf(result.scenario);
-        const PictureHead head{result.title.empty() ? source : result.title,
-                               "scenario " + source,
-                               result.device,
-                               nameOf(result.scenes),
-                               layout,
-                               result.findings};
-        if (mTrace) mTrace->Fill([&](std::ostream& out) { WriteTrace(*mHistory, head, out); });
-        if (mReport) mReport->Fill([&](std::ostream& out) { WriteReport(*mHistory, head, out); });
-    }
-
-  private:
-    std::optional<OutputFile> mTrace;
-    std::optional<OutputFile> mReport;
-    std::optional<History> mHistory;
-};
+PictureHead HeadOfPictures(const RunResult& result, Layout layout) {
+    const auto nameOf = [](const std::string& file) {
+        return std::filesystem::path(file).filename().string();
+    };
+    const std::string source = nameOf(result.scenario);
+    return {result.title.empty() ? source : result.title,
+            "scenario " + source,
+            result.device,
+            nameOf(result.scenes),
+            layout,
+            result.findings};
+}
 
 // Plays one scenario; throws what makes it impossible.
 void RunScenario(const RunOptions& options, const std::string& name, RunResult& result) {
     const YamlNode root = LoadYamlFile(FindScenarioFile(name));
-    const ScenarioHead head = ReadScenarioHead(root);
+    ScenarioHead head = ReadScenarioHead(root);
+    if (options.debug) head.debug = true;
     const DeviceProfile device =
         LoadDeviceProfile(options.device.empty() ? head.device : options.device);
     SceneFile scenes =
@@ -138,7 +113,11 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     result.device = device.name;
     result.scenes = scenes.File();
     result.scenario = head.file;
-    Pictures pictures(options);
+    PictureFiles pictures(options.trace, options.report);
+    std::optional<OutputFile> logFile;
+    if (!options.logcat.empty()) logFile.emplace(options.logcat);
+    std::ostringstream log;
+    LogcatWriter logWriter(log);
 
     Phone::Options phoneOptions;
     phoneOptions.realtime = options.realtime;
@@ -154,6 +133,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     const auto observe = [&](const Event& event) {
         ledger.Observe(event);
         pictures.Observe(event);
+        if (logFile) logWriter.Observe(event);
         if (hasTimeline) timeline.Observe(event);
         if (std::holds_alternative<RequestEnd>(event.what)) {
             ++result.requests;
@@ -183,14 +163,15 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     result.findings = ledger.Findings(phone.Hal());
     if (hasTimeline) std::cout << "\n";
     if (!options.json) PrintEnd(result, paint, std::cout);
-    pictures.End(result, layout, now);
+    pictures.End(now, [&] { return HeadOfPictures(result, layout); });
+    if (logFile) logFile->Fill([&](std::ostream& out) { out << log.str(); });
 }
 
 int Run(const RunOptions& options) {
     const bool isOne = options.scenarios.size() == 1;
-    if (options.HasPictures() && !isOne) {
+    if (options.HasFiles() && !isOne) {
         throw std::runtime_error(
-            "--trace and --report show one scenario; give one, or run them one by one");
+            "--trace, --report and --logcat show one scenario; give one, or run them one by one");
     }
     std::vector<RunResult> results;
     for (const std::string& name : options.scenarios) {
@@ -231,7 +212,7 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
         ->type_name("FILE");
     run->add_option("--trace", options->trace,
                     "Write a trace for ui.perfetto.dev or chrome://tracing; the plug-in's own "
-                    "sections are in it when the scenario says debug: on")
+                    "sections are in it with --debug")
         ->type_name("FILE.json");
     run->add_option("--report", options->report,
                     "Write a page that shows limits, locks and log on one time axis; needs no "
@@ -244,6 +225,12 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
     run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");
     run->add_flag("--realtime", options->realtime,
                   "Use the machine's clock and timers instead of the virtual clock");
+    run->add_flag("--debug", options->debug,
+                  "Turn the plug-in's debug lines on from the start, as 'debug: on' does");
+    run->add_option(
+           "--logcat", options->logcat,
+           "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug")
+        ->type_name("FILE");
     run->add_option("--library", options->library,
                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
         ->type_name("FILE");

@@ -20,5 +20,7 @@ void AddRunCommand(CLI::App& app, int& exitCode);
 void AddCheckCommand(CLI::App& app, int& exitCode);
 void AddVocabularyCommand(CLI::App& app, int& exitCode);
 void AddWhyCommand(CLI::App& app, int& exitCode);
+void AddLogcatCommand(CLI::App& app, int& exitCode);
+void AddRecordCommand(CLI::App& app, int& exitCode);
 
 }  // namespace lab

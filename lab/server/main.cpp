@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
     lab::AddExplainCommand(app, exitCode);
     lab::AddNodesCommand(app, exitCode);
     lab::AddVocabularyCommand(app, exitCode);
+    lab::AddLogcatCommand(app, exitCode);
+    lab::AddRecordCommand(app, exitCode);
     const lab::Paint paint = lab::Paint::ForTerminal(2);
     try {
         app.parse(argc, argv);

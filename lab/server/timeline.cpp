@@ -133,6 +133,11 @@ void Timeline::Show(const LockAcquire& acquire) {
 }
 
 void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
+    if (acquire.list.empty()) {
+        first.name = "not told by the log";
+        Add(first);
+        return;
+    }
     for (size_t i = 0; i + 1 < acquire.list.size(); i += 2) {
         const Resource resource = ResourceOf(acquire.list[i], mLayout);
         Fact fact = i == 0 ? first : Fact{};

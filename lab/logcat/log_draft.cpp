@@ -1,0 +1,311 @@
+#include "lab/logcat/log_draft.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "lab/server/node_names.h"
+#include "lab/server/scenario_writer.h"
+
+namespace lab {
+namespace {
+
+constexpr int kEventOn = 0;
+constexpr int kEventOff = -1;
+
+// A command whose locks are kept like an event's whatever the payload.
+constexpr int kKeptCommand = 5378;
+
+constexpr int kFirstLongScene = 12288;
+constexpr int kLastLongScene = 13568;
+
+constexpr int kHighestTag = 133;
+constexpr int kCameraClient = 4;
+
+// Lines of one request follow each other closely, even on a busy phone.
+constexpr Time kLongestPause = std::chrono::milliseconds(100);
+
+// The tags that several clients' limits are merged for: the log says whose such a limit is, unless
+// it is the camera's, which is not merged.
+bool IsMergedTag(int tag) {
+    return tag == 1 || tag == 4 || tag == 7 || tag == 10 || tag == 40 || tag == 41;
+}
+
+int64_t MsOf(Time at) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(at).count();
+}
+
+}  // namespace
+
+bool LogDraft::IsOver(Time now) const {
+    return kind != Kind::kNone && (now < last || now - last > kLongestPause);
+}
+
+DraftWriter::DraftWriter(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
+                         LogStory& story)
+    : mScenes(scenes), mLayout(scenes.ClusterLayout()), mLists(lists), mStory(story) {
+    for (int tag = 0; tag <= kHighestTag; ++tag) {
+        for (const std::string& path : TagNodes(tag, device)) mTagOfNode.emplace(path, tag);
+    }
+}
+
+void DraftWriter::Tell(const LogDraft& draft, const std::string& message) {
+    mStory.problems.push_back({draft.line, draft.line, message});
+}
+
+// The long scene that asks for just these tags and values; -1 when none or several do.
+int DraftWriter::FindScene(const std::vector<TagValue>& asked) const {
+    int found = -1;
+    for (const SceneCommand& command : mScenes.Commands()) {
+        if (command.id < kFirstLongScene || command.id > kLastLongScene) continue;
+        const auto& elements = mLists.Elements(command.id, 0, std::nullopt);
+        const bool isSame = !elements.empty() && elements[0].durationMs == 0 &&
+                            elements[0].list.size() == 2 * asked.size();
+        size_t same = 0;
+        while (isSame && same < asked.size() && elements[0].list[2 * same] == asked[same].tag &&
+               elements[0].list[2 * same + 1] == asked[same].value) {
+            ++same;
+        }
+        if (!isSame || same < asked.size()) continue;
+        if (found != -1) return -1;
+        found = command.id;
+    }
+    return found;
+}
+
+// The line that names a scene and says whether it begins or ends may be missing: by its limits it
+// is known all the same, and it ends when it has begun.
+void DraftWriter::CompleteScene(LogDraft& draft) {
+    if (draft.cmdId < 0) draft.cmdId = FindScene(draft.asked);
+    if (!draft.payloadCount) {
+        draft.payloadCount = 1;
+        draft.payload = mScenesOn.count(draft.cmdId) > 0 ? kEventOff : kEventOn;
+    }
+    if (draft.payload == kEventOn) mScenesOn.insert(draft.cmdId);
+    if (draft.payload == kEventOff) mScenesOn.erase(draft.cmdId);
+}
+
+LogRequest DraftWriter::Finish(LogDraft&& draft) {
+    if (draft.kind == LogDraft::Kind::kScene) CompleteScene(draft);
+    LogRequest request;
+    request.at = draft.at;
+    request.line = draft.line;
+    request.result = draft.remark;
+    YamlNode step;
+    std::string fallback;
+    switch (draft.kind) {
+        case LogDraft::Kind::kNone:
+            request.isRequest = false;
+            break;
+        case LogDraft::Kind::kCommand:
+        case LogDraft::Kind::kScene:
+            fallback = draft.cmdId < 0 ? "a command that the log does not name"
+                                       : fmt::format("command {}", draft.cmdId);
+            if (draft.cmdId < 0) break;
+            if (!mScenes.Find(draft.cmdId)) mStory.unknownCommands.insert(draft.cmdId);
+            step = CommandStep(draft);
+            break;
+        case LogDraft::Kind::kLimit:
+            request.isRequest = !draft.asked.empty() || !draft.set.empty() || draft.hasEffects;
+            fallback = "limits that the log does not name";
+            if (!draft.asked.empty() || !draft.set.empty()) step = LimitStep(draft);
+            break;
+        case LogDraft::Kind::kRead:
+            fallback = "get values of nodes";
+            step = ReadStep(draft, request.result);
+            break;
+        case LogDraft::Kind::kCeilings:
+            fallback = fmt::format("ceilings of command {}", draft.cmdId);
+            step = CeilingsStep(draft, request.result);
+            break;
+    }
+    const int client = draft.kind == LogDraft::Kind::kLimit ? ClientOf(draft) : 0;
+    if (client != 0) request.client = ClientLabel(client);
+    if (draft.cmdId >= 0) {
+        const SceneCommand* command = mScenes.Find(draft.cmdId);
+        request.command =
+            command && !command->name.empty() ? command->name : std::to_string(draft.cmdId);
+    }
+    request.text = fallback;
+    if (const std::optional<std::string> text = TextOf(step)) {
+        request.text = *text;
+        AddArrangements(draft, request);
+        request.steps.push_back(AtTime(MsOf(draft.at), step));
+        const bool isNameless = draft.kind == LogDraft::Kind::kLimit && ClientOf(draft) == 0;
+        const size_t by = isNameless ? request.text.find(" by ") : std::string::npos;
+        if (by != std::string::npos) {
+            const size_t end = request.text.find_first_of(": (", by + 4);
+            request.text.replace(by, std::min(end, request.text.size()) - by, " by some client");
+        }
+    }
+    request.effects = std::move(draft.effects);
+    return request;
+}
+
+std::optional<std::string> DraftWriter::TextOf(const YamlNode& step) const {
+    if (step.kind != YamlNode::Kind::kMap) return std::nullopt;
+    try {
+        return ReadScenarioSteps(MakeMap({{"steps", MakeList({step})}}), mScenes).front().text;
+    } catch (const InputError&) {
+        return std::nullopt;
+    }
+}
+
+YamlNode DraftWriter::CommandName(int cmdId) const {
+    const SceneCommand* command = mScenes.Find(cmdId);
+    return command && !command->name.empty() ? MakeScalar(command->name) : MakeScalar(cmdId);
+}
+
+YamlNode DraftWriter::CommandStep(const LogDraft& draft) {
+    const YamlNode name = CommandName(draft.cmdId);
+    std::vector<std::pair<std::string, YamlNode>> fields;
+    const bool isSingle = draft.payloadCount == 1 && draft.payload.has_value();
+    const bool isToldOn = isSingle && *draft.payload == kEventOn;
+    const bool isMeantOn = !draft.payloadCount && draft.isEvent && draft.cmdId != kKeptCommand;
+    if (draft.isReleased && draft.acquires == 0) {
+        return MakeMap({{"off", name}});
+    }
+    if (isSingle && *draft.payload == kEventOff) return MakeMap({{"off", name}});
+    if (isToldOn || isMeantOn) {
+        fields.emplace_back("on", name);
+    } else {
+        fields.emplace_back("do", name);
+        if (draft.payload && draft.payloadCount.value_or(0) > 0) {
+            std::vector<YamlNode> payload = {MakeScalar(*draft.payload)};
+            // The log has the first value alone; the plug-in looks at no other.
+            payload.resize(static_cast<size_t>(std::min(*draft.payloadCount, 64)), MakeScalar(0));
+            fields.emplace_back("payload", MakeList(std::move(payload)));
+        }
+    }
+    if (draft.hasMessage) {
+        fields.emplace_back(
+            "message", MakeScalar("targetPid=" +
+                                  (draft.taskId ? std::to_string(*draft.taskId) : std::string())));
+    }
+    return MakeMap(std::move(fields));
+}
+
+YamlNode DraftWriter::TagMap(const std::vector<TagValue>& tags) const {
+    std::vector<std::pair<std::string, YamlNode>> fields;
+    for (const TagValue& pair : tags) {
+        const TagFacts* facts = FindTagFacts(pair.tag, mLayout);
+        std::string name = facts ? std::string(facts->name) : std::to_string(pair.tag);
+        const auto isTaken = [&](const std::string& wanted) {
+            return std::any_of(fields.begin(), fields.end(),
+                               [&](const auto& field) { return field.first == wanted; });
+        };
+        // A tag that a request names twice needs two names, for a map has each once.
+        if (isTaken(name)) name = std::to_string(pair.tag);
+        if (isTaken(name)) name = fmt::format("0x{:x}", pair.tag);
+        if (!isTaken(name)) fields.emplace_back(name, MakeScalar(pair.value));
+    }
+    return MakeMap(std::move(fields));
+}
+
+// 0 when the log does not tell.
+int DraftWriter::ClientOf(const LogDraft& draft) const {
+    if (draft.client != 0 || mStory.detail != LogDetail::kFull) return draft.client;
+    // Every client's ceilings are merged with the others', in the log, but the camera's.
+    const bool hasMerged = std::any_of(draft.asked.begin(), draft.asked.end(),
+                                       [](const TagValue& pair) { return IsMergedTag(pair.tag); });
+    return hasMerged ? kCameraClient : 0;
+}
+
+YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
+    const std::vector<TagValue>& tags = draft.asked.empty() ? draft.set : draft.asked;
+    // Where the log does not tell the client, the plug-in treats all alike: any stands for it.
+    const int client = std::max(ClientOf(draft), 1);
+    const YamlNode name = MakeScalar(ClientLabel(client));
+    if (tags.front().tag == kGroupTag) {
+        std::vector<std::pair<std::string, YamlNode>> fields = {
+            {"client", name}, {"duration_ms", MakeScalar(std::max(tags.front().value, -1))}};
+        if (tags.size() > 1) {
+            fields.emplace_back("tags", TagMap({tags.begin() + 1, tags.end()}));
+        }
+        return MakeMap({{"group", MakeMap(std::move(fields))}});
+    }
+    if (tags.size() == 1 && tags.front().tag == kControlTypeTag && tags.front().value <= 10) {
+        std::vector<std::pair<std::string, YamlNode>> fields = {
+            {"control", MakeScalar(tags.front().value)}};
+        if (client != 2) fields.emplace_back("client", name);
+        return MakeMap(std::move(fields));
+    }
+    return MakeMap({{"limit", MakeMap({{"client", name}, {"tags", TagMap(tags)}})}});
+}
+
+std::optional<int> DraftWriter::TagOf(const std::string& path) const {
+    const auto found = mTagOfNode.find(path);
+    return found == mTagOfNode.end() ? std::nullopt : std::optional(found->second);
+}
+
+YamlNode DraftWriter::ReadStep(const LogDraft& draft, std::string& result) const {
+    std::vector<YamlNode> tags;
+    for (const auto& [path, value] : draft.reads) {
+        const std::optional<int> tag = TagOf(path);
+        const TagFacts* facts = tag ? FindTagFacts(*tag, mLayout) : nullptr;
+        const std::string name = facts ? std::string(facts->name) : ShortNode(path);
+        result += fmt::format("{:<32} {}\n", name,
+                              facts ? WithUnit(value, facts->unit) : std::to_string(value));
+        if (tag) tags.push_back(facts ? MakeScalar(name) : MakeScalar(*tag));
+    }
+    if (tags.empty()) return {};
+    return MakeMap({{"get", MakeList(std::move(tags))}});
+}
+
+YamlNode DraftWriter::CeilingsStep(const LogDraft& draft, std::string& result) const {
+    bool isRelease = false;
+    for (const auto& [tag, value] : draft.ceilings) {
+        const TagFacts* facts = FindTagFacts(tag, mLayout);
+        result += fmt::format("{:<32} {}\n", TagLabel(tag, mLayout),
+                              facts && value ? WithUnit(value, facts->unit) : "lifted");
+        isRelease = isRelease || value == 0;
+    }
+    std::vector<std::pair<std::string, YamlNode>> fields = {{"command", CommandName(draft.cmdId)}};
+    if (isRelease) fields.emplace_back("release", MakeScalar("true"));
+    return MakeMap({{"ceilings", MakeMap(std::move(fields))}});
+}
+
+// What befell the phone before the request, as its lines show.
+void DraftWriter::AddArrangements(const LogDraft& draft, LogRequest& request) {
+    const int64_t ms = MsOf(draft.at);
+    const auto arrange = [&](const std::string& field, YamlNode value) {
+        const YamlNode step = MakeMap({{field, std::move(value)}});
+        if (TextOf(step)) request.steps.push_back(AtTime(ms, step));
+    };
+    if (draft.kind == LogDraft::Kind::kCommand || draft.kind == LogDraft::Kind::kScene) {
+        AddState(draft, request);
+    }
+    if (draft.kind == LogDraft::Kind::kCommand && draft.acquires > 0) {
+        int& present = mOnDemandMs[draft.cmdId];
+        // Without the line that tells it, which only a switch turns on, the duration is as it was.
+        if (present != draft.onDemandMs && mStory.detail != LogDetail::kErrors) {
+            present = draft.onDemandMs;
+            arrange("on_demand", MakeMap({{CommandName(draft.cmdId).scalar, MakeScalar(present)}}));
+        }
+    }
+    if (draft.refusals > 0) {
+        arrange("hal", MakeMap({{"refuse", MakeScalar(draft.refusals)},
+                                {"result", MakeScalar(draft.refusal)}}));
+    }
+    if (draft.isRefusedLate) {
+        Tell(draft, "a lock is refused after another was granted; a scenario cannot say that");
+    }
+}
+
+// The state bits that elements with a state mask need, or lack.
+void DraftWriter::AddState(const LogDraft& draft, LogRequest& request) {
+    if (draft.isBoostless) return;
+    int state = mState;
+    for (const CommandLists::Element& element : mLists.Elements(draft.cmdId, 0, std::nullopt)) {
+        if (element.stateMask < 1) continue;
+        const bool hasRun =
+            draft.kind == LogDraft::Kind::kScene || draft.indices.count(element.index) > 0;
+        if (hasRun && (state & element.stateMask) == 0) state |= element.stateMask;
+        if (!hasRun) state &= ~element.stateMask;
+    }
+    if (state == mState) return;
+    mState = state;
+    request.steps.push_back(AtTime(MsOf(draft.at), MakeMap({{"state", MakeScalar(state)}})));
+}
+
+}  // namespace lab

@@ -1,0 +1,105 @@
+// A request that is being rebuilt from log lines, one for each thread.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lab/logcat/log_story.h"
+#include "lab/server/scenario.h"
+
+namespace lab {
+
+struct LogDraft {
+    enum class Kind : uint8_t {
+        kNone,
+        kCommand,   // an action chain
+        kScene,     // a long scene: tags to the frequency manager
+        kLimit,     // a client's limits or group; without tags the restoring of limits
+        kRead,      // values of nodes
+        kCeilings,  // the ceilings of a command
+    };
+
+    Kind kind = Kind::kNone;
+    Time at{};
+    Time last{};
+    int line = 0;
+    std::vector<Event> effects;
+    std::string remark;
+
+    // kCommand, kScene, kCeilings
+    int cmdId = -1;
+    std::optional<int> payload;       // its first value
+    std::optional<int> payloadCount;  // none: the log does not tell
+    bool isEvent = false;             // its locks are kept under a key
+    bool isReleased = false;          // it let an event's lock go
+    bool isBoostless = false;         // boosts were off
+    bool isDone = false;              // the line behind an action's effects has come
+    bool hasLock = false;
+    int pendingIndex = -1;  // of the element whose lines have come, when they tell it
+    int index = -1;         // of the last element
+    std::set<int> indices;  // of all elements that ran
+    std::optional<int> taskId;
+    bool hasMessage = false;
+    int onDemandMs = 0;
+    int acquires = 0;
+    int refusals = 0;
+    int refusal = 0;             // what the perf HAL returned
+    bool isRefusedLate = false;  // after a lock that it granted
+
+    // kLimit, kScene
+    int client = 0;               // 0: the log does not tell
+    std::vector<TagValue> asked;  // tags in order with the values asked for
+    std::vector<TagValue> set;    // with the values that were put in force
+    bool hasEffects = false;
+    bool isTimer = false;  // a breakthrough ended
+    std::vector<int> groupList;
+
+    std::vector<std::pair<std::string, int>> reads;  // kRead: path, value
+    std::vector<TagValue> ceilings;                  // kCeilings: 0 releases one
+
+    bool IsOver(Time now) const;
+};
+
+// Makes the step of a scenario, with text and result, of a finished draft.
+class DraftWriter {
+  public:
+    // Takes references to the last three, and tells problems to `story`.
+    DraftWriter(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
+                LogStory& story);
+
+    // The request that `draft` has become.
+    LogRequest Finish(LogDraft&& draft);
+
+    // What StepReader has to say about `step`; nothing when it is no valid step.
+    std::optional<std::string> TextOf(const YamlNode& step) const;
+
+  private:
+    int FindScene(const std::vector<TagValue>& asked) const;
+    void CompleteScene(LogDraft& draft);
+    YamlNode CommandStep(const LogDraft& draft);
+    YamlNode LimitStep(const LogDraft& draft) const;
+    YamlNode ReadStep(const LogDraft& draft, std::string& result) const;
+    YamlNode CeilingsStep(const LogDraft& draft, std::string& result) const;
+    int ClientOf(const LogDraft& draft) const;
+    YamlNode CommandName(int cmdId) const;
+    YamlNode TagMap(const std::vector<TagValue>& tags) const;
+    void AddArrangements(const LogDraft& draft, LogRequest& request);
+    void AddState(const LogDraft& draft, LogRequest& request);
+    std::optional<int> TagOf(const std::string& path) const;
+    void Tell(const LogDraft& draft, const std::string& message);
+
+    const SceneFile& mScenes;
+    const Layout mLayout;
+    CommandLists& mLists;
+    LogStory& mStory;
+    std::map<std::string, int> mTagOfNode;
+    std::map<int, int> mOnDemandMs;  // by command
+    std::set<int> mScenesOn;         // long scenes in force
+    int mState = 0;
+};
+
+}  // namespace lab

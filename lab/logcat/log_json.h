@@ -1,0 +1,17 @@
+// Events as JSON, for scripts.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "lab/phone/events.h"
+#include "lab/server/tag_names.h"
+
+namespace lab {
+
+// {"at_ms": 100.0, "event": "lock", "handle": 1, ...}; a member is left out where it has nothing to
+// say. The events are request, result, log, trace, lock, refused, release, expire, write, read,
+// timer and jank.
+nlohmann::ordered_json EventJson(const Event& event, Layout layout);
+
+}  // namespace lab

@@ -1,0 +1,57 @@
+// Reads a capture of a phone's log: finds the plug-in's lines among those of all programs.
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/logcat/log_header.h"
+#include "lab/logcat/message_forms.h"
+#include "lab/phone/clock.h"
+
+namespace lab {
+
+// A line of the plug-in.
+struct CapturedLine {
+    int line = 0;  // of the capture, 1-based
+    // Since the capture's earliest line; lines without a time have that of the line before.
+    Time at{};
+    int pid = 0;  // 0: not printed
+    int tid = 0;
+    int priority = 4;  // Android's: 3 debug, 4 info, 6 error
+    std::string text;  // printable: what is not is replaced
+    MessageMatch match;
+};
+
+// Something wrong with the capture, which was read all the same.
+struct LogProblem {
+    int line = 0;      // 0: the whole capture
+    int lastLine = 0;  // of a range; else as `line`
+    std::string message;
+};
+
+struct Capture {
+    std::string file;
+    std::vector<CapturedLine> lines;  // in the order of their times
+    std::vector<LogProblem> problems;
+    std::set<LogFormat> formats;
+    Time end{};                  // of its last line, since the earliest
+    std::string origin;          // the time that counts as 0, as printed; empty without times
+    size_t lineCount = 0;        // of the capture
+    size_t foreignCount = 0;     // log lines of other programs
+    size_t unreadableCount = 0;  // no log lines at all
+    bool hasUntimed = false;     // a line of the plug-in has no time of its own
+};
+
+// Reads all of `in`. Never fails: what cannot be read is counted or among the problems.
+//   file     the capture's name, for messages
+//   Threads  any
+Capture ReadCapture(std::istream& in, const std::string& file);
+
+// "FILE:LINE: message", or "FILE:FIRST-LAST: message".
+std::string ProblemText(const Capture& capture, const LogProblem& problem);
+
+}  // namespace lab

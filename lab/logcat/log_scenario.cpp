@@ -1,0 +1,40 @@
+#include "lab/logcat/log_scenario.h"
+
+#include "lab/server/scenario_writer.h"
+
+namespace lab {
+
+YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& options,
+                    std::vector<LogProblem>& leftOut) {
+    std::vector<YamlNode> steps;
+    int64_t lastMs = 0;
+    for (const LogRequest& request : session.Story().requests) {
+        if (request.isRestart) {
+            leftOut.push_back({request.line, request.line,
+                               "the policy server begins anew here; a scenario cannot say that"});
+        } else if (request.isRequest && request.steps.empty()) {
+            leftOut.push_back({request.line, request.line, "left out: " + request.text});
+        }
+        for (const YamlNode& step : request.steps) {
+            lastMs = step.Get("at").AsInt("ms", 0, INT64_MAX);
+            steps.push_back(step);
+        }
+    }
+    const int64_t endMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(session.Log().end).count();
+    if (endMs > lastMs) steps.push_back(MakeMap({{"wait", MakeScalar(endMs - lastMs)}}));
+
+    std::vector<std::pair<std::string, YamlNode>> fields = {
+        {"title", MakeScalar("Recorded from " + session.Log().file)},
+        {"device", MakeScalar(options.device.empty() ? session.Device().name : options.device)}};
+    if (!options.scenes.empty()) fields.emplace_back("scenes", MakeScalar(session.Scenes().File()));
+    if (session.Story().detail == LogDetail::kFull) {
+        fields.emplace_back("debug", MakeScalar("on"));
+    } else if (session.Story().detail == LogDetail::kVersion) {
+        fields.emplace_back("properties", MakeMap({{"ro.logsystem.usertype", MakeScalar("3")}}));
+    }
+    fields.emplace_back("steps", MakeList(std::move(steps)));
+    return MakeMap(std::move(fields));
+}
+
+}  // namespace lab

@@ -1,0 +1,62 @@
+// What the plug-in's log lines tell: which requests came, and what each of them did.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/logcat/command_lists.h"
+#include "lab/logcat/log_reader.h"
+#include "lab/phone/events.h"
+#include "lab/server/scene_file.h"
+#include "lab/yaml/yaml_tree.h"
+
+namespace lab {
+
+// A request, or something that happened without one.
+struct LogRequest {
+    Time at{};               // of its first line
+    int line = 0;            // of the capture
+    bool isRequest = true;   // false: a timer's doing, or lines that belong to no request
+    bool isRestart = false;  // the policy server began anew; what it held is gone
+    std::string text;        // in words, as `run` has it
+    std::string result;      // in words
+    std::string client;      // whose limits they are, "thermal"; empty where the log does not tell
+    std::string command;     // by name, else by id; empty where there is none
+    // The steps of a scenario that make it: what befalls the phone before, the request last. None
+    // when a scenario cannot say it.
+    std::vector<YamlNode> steps;
+    // What happened, with the times and handles of the log. A lock whose list is empty holds what
+    // the log does not tell.
+    std::vector<Event> effects;
+};
+
+// How much the plug-in's switches let it write.
+enum class LogDetail : uint8_t {
+    kErrors,   // both switches off
+    kVersion,  // a debug build (ro.logsystem.usertype): without what only SetDebug adds
+    kFull,     // SetDebug(true)
+};
+
+struct LogStory {
+    std::vector<LogRequest> requests;  // by time
+    std::vector<LogProblem> problems;  // contradictions and gaps
+    std::set<int> unknownCommands;     // that the scene file does not have
+    LogDetail detail = LogDetail::kErrors;
+};
+
+// Rebuilds the requests. Never fails: a line that fits nowhere stands for itself.
+//   device  tells which nodes belong to which tag
+//   scenes  names the commands; `lists` tells what they hold
+LogStory TellStory(const Capture& capture, const DeviceProfile& device, const SceneFile& scenes,
+                   CommandLists& lists);
+
+// The layout that the capture's own lines show; nothing when they fit both.
+std::optional<Layout> LayoutOf(const Capture& capture);
+
+// The shipped device whose clusters the capture's lines show; empty when they fit several or none.
+std::string DeviceOf(const Capture& capture);
+
+// How much of the plug-in's lines the capture has.
+LogDetail DetailOf(const Capture& capture);
+
+}  // namespace lab

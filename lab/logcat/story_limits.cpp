@@ -1,0 +1,164 @@
+// Lines that tell what became of limits.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "lab/logcat/story_teller.h"
+
+namespace lab {
+
+void StoryTeller::AddLimit() {
+    switch (mLine->match.message) {
+        case Message::kTimerRan:
+            return TimerOver(TimerEvent::Kind::kFire);
+        case Message::kTimerStopped:
+            return TimerOver(TimerEvent::Kind::kDisarm);
+        case Message::kClientTag: {
+            LogDraft& draft = Limit(true);
+            draft.client = Number(0);
+            return AddLine(draft);
+        }
+        case Message::kClientOthers:
+            return AddLine(Limit(true));
+        case Message::kClientPair:
+            return ClientPair();
+        case Message::kSetConfig:
+            return SetConfig();
+        case Message::kTagLock:
+            return TagLock();
+        case Message::kTagRelease:
+            return TagReleased();
+        case Message::kGroupTaken:
+            return GroupTaken(false);
+        case Message::kGroupRefused:
+            return GroupTaken(true);
+        case Message::kGroupPair: {
+            LogDraft& draft = Limit(false);
+            draft.groupList.push_back(Number(2));
+            draft.groupList.push_back(Number(3));
+            return AddLine(draft);
+        }
+        case Message::kControlType: {
+            const int type = Number(0);
+            LogDraft& draft = Limit(false);
+            if (draft.asked.empty()) draft.set.push_back({kControlTypeTag, type});
+            if (type == 0) mThermal = 0;
+            if (type >= 5 && type <= 8) mThermal = type - 4;
+            const bool isReleased = type == 2 || type == 9 || type == 4 || type == 10;
+            if (isReleased) {
+                mThermal = -1;
+                mBreakthroughEnd = Time{};
+                Effect(draft, TimerEvent{TimerEvent::Kind::kDisarm, 0});
+            }
+            return AddLine(draft);
+        }
+        case Message::kNoTagLock: {
+            LogDraft& draft = Limit(false);
+            if (!draft.set.empty()) LetGo(draft, mTagHandles[draft.set.back().tag]);
+            return AddLine(draft);
+        }
+        case Message::kWriteNode:
+            return Write(0);
+        default:
+            // With both switches off the errors stand alone: no request can be made of them.
+            if (mStory.detail == LogDetail::kErrors) {
+                return Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
+            }
+            return AddLine(Limit(false));
+    }
+}
+
+// The request whose limits the line at hand tells. `isFirst`: a line that comes before effects.
+LogDraft& StoryTeller::Limit(bool isFirst) {
+    LogDraft& draft = *mDraft;
+    if (draft.kind == Kind::kScene && !isFirst) {
+        draft.hasEffects = true;
+        return draft;
+    }
+    if (draft.kind != Kind::kLimit || (isFirst && (draft.hasEffects || draft.isTimer))) {
+        Begin(Kind::kLimit);
+    }
+    if (!isFirst) draft.hasEffects = true;
+    return draft;
+}
+
+void StoryTeller::ClientPair() {
+    const auto index = static_cast<size_t>(std::max(Number(0), 0));
+    if (index == 0 && mDraft->kind == Kind::kLimit && !mDraft->asked.empty()) Close(*mDraft);
+    LogDraft& draft = Limit(true);
+    if (index != draft.asked.size()) {
+        Tell(fmt::format("tag {} of a request stands here, but the {} before it {} missing", index,
+                         index - std::min(index, draft.asked.size()),
+                         index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
+    }
+    draft.asked.push_back({Number(1), Number(5)});
+    AddLine(draft);
+}
+
+void StoryTeller::SetConfig() {
+    const auto count = static_cast<size_t>(std::max(Number(0), 1));
+    // Without SetDebug these lines are all that tells where a request ends.
+    const bool isFull =
+        mDraft->kind == Kind::kLimit && mDraft->asked.empty() && mDraft->set.size() >= count;
+    if (isFull) Close(*mDraft);
+    mThermal = Number(4);
+    LogDraft& draft = Limit(false);
+    draft.set.push_back({Number(1), Number(2)});
+    AddLine(draft);
+}
+
+void StoryTeller::TagLock() {
+    LogDraft& draft = Limit(false);
+    int& handle = mTagHandles[Number(0)];
+    LetGo(draft, handle);
+    handle = Number(1);
+    Count(draft, handle);
+    Effect(draft, LockAcquire{0, 0, {Number(2), Number(3)}, handle});
+    AddLine(draft);
+}
+
+void StoryTeller::TagReleased() {
+    LogDraft& draft = Limit(false);
+    Effect(draft, LockRelease{Number(1), 0, true});
+    mTagHandles[Number(0)] = 0;
+    AddLine(draft);
+}
+
+void StoryTeller::GroupTaken(bool isRefused) {
+    LogDraft& draft = Limit(false);
+    const int handle = Number(isRefused ? 2 : 3);
+    if (isRefused) draft.client = Number(0);
+    LockAcquire acquire{0, Number(1), draft.groupList, handle};
+    // What the lock holds is told only in full: a line that is missing makes it unknown.
+    if (!isRefused && acquire.list.size() != static_cast<size_t>(std::max(Number(2), 0))) {
+        acquire.list.clear();
+    }
+    Count(draft, handle);
+    Effect(draft, std::move(acquire));
+    AddLine(draft);
+}
+
+void StoryTeller::TimerOver(TimerEvent::Kind kind) {
+    const bool isIts = mDraft->kind == Kind::kLimit && mDraft->asked.empty() && mDraft->set.empty();
+    LogDraft& draft = isIts ? *mDraft : Begin(Kind::kLimit);
+    draft.isTimer = true;
+    draft.hasEffects = false;
+    draft.effects.insert(draft.effects.begin(), {draft.at, TimerEvent{kind, 0}});
+    mBreakthroughEnd = Time{};
+    AddLine(draft);
+    Close(draft);
+}
+
+void StoryTeller::Write(int error) {
+    const bool isPart = mDraft->kind == Kind::kLimit || mDraft->kind == Kind::kScene;
+    const bool isRestoring = mDraft->kind == Kind::kLimit && mDraft->asked.empty() &&
+                             mDraft->set.empty() && !mDraft->hasEffects;
+    NodeAccess access{NodeAccess::Kind::kWrite, Word(0), "", "", "", error};
+    if (error == 0) access.requested = std::to_string(Number(1));
+    if (!isPart) return Stand(std::move(access));
+    LogDraft& draft = isRestoring ? *mDraft : Limit(false);
+    Effect(draft, std::move(access));
+    AddLine(draft);
+}
+
+}  // namespace lab

@@ -1,0 +1,165 @@
+#include "lab/logcat/story_teller.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace lab {
+namespace {
+
+constexpr int kThermalClient = 2;
+
+// How long one query of several values takes at most; the next one may come soon.
+constexpr Time kOneQuery = std::chrono::milliseconds(2);
+
+bool IsHeldLock(int handle) {
+    return handle != 0 && handle != -1;
+}
+
+}  // namespace
+
+void StoryTeller::Add(const CapturedLine& line) {
+    mLine = &line;
+    CheckRestart();
+    mDraft = &mDrafts[{line.pid, line.tid}];
+    if (mDraft->IsOver(line.at)) Close(*mDraft);
+    if (line.match.message == Message::kUnknown) {
+        Remark();
+    } else if (line.match.message <= Message::kEventCached) {
+        AddCommand();
+    } else if (line.match.message <= Message::kBadTag ||
+               line.match.message == Message::kWriteNode ||
+               line.match.message == Message::kLimitEffect) {
+        AddLimit();
+    } else {
+        AddQuery();
+    }
+}
+
+void StoryTeller::Finish() {
+    CloseAll();
+    std::stable_sort(mStory.requests.begin(), mStory.requests.end(),
+                     [](const LogRequest& a, const LogRequest& b) { return a.at < b.at; });
+}
+
+// Another process is another server, with an adapter that holds nothing.
+void StoryTeller::CheckRestart() {
+    if (mLine->pid == 0 || !mPids.insert(mLine->pid).second || mPids.size() == 1) return;
+    CloseAll();
+    mEventHandles.clear();
+    mTagHandles.clear();
+    mCommonHandle = 0;
+    mThermal = 0;
+    LogRequest restart;
+    restart.at = mLine->at;
+    restart.line = mLine->line;
+    restart.isRestart = true;
+    restart.text = fmt::format("the policy server begins anew, as process {}", mLine->pid);
+    mStory.requests.push_back(std::move(restart));
+}
+
+void StoryTeller::AddQuery() {
+    switch (mLine->match.message) {
+        case Message::kReadNode:
+            return Read(0);
+        case Message::kReadMissing:
+            return Read(ENOENT);
+        case Message::kWriteMissing:
+            return Write(ENOENT);
+        case Message::kInterOpen:
+            return Stand(NodeAccess{NodeAccess::Kind::kWrite, Word(0), "", "", "", Number(0)});
+        case Message::kInterWrite:
+            return Stand(NodeAccess{NodeAccess::Kind::kWrite, Word(1), Word(0), "", "", Number(0)});
+        case Message::kCeiling: {
+            const bool isNext = mDraft->kind == Kind::kCeilings && mDraft->cmdId == Number(0) &&
+                                mDraft->indices.insert(Number(1)).second;
+            LogDraft& draft = isNext ? *mDraft : Begin(Kind::kCeilings);
+            draft.indices.insert(Number(1));
+            draft.cmdId = Number(0);
+            draft.ceilings.push_back({Number(1), Number(2)});
+            return AddLine(draft);
+        }
+        default:
+            return Remark();
+    }
+}
+
+// A line that tells nothing by itself belongs to the request under way.
+void StoryTeller::Remark() {
+    if (mDraft->kind != Kind::kNone) return AddLine(*mDraft);
+    Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
+}
+
+LogDraft& StoryTeller::Begin(Kind kind) {
+    Close(*mDraft);
+    mDraft->kind = kind;
+    mDraft->at = mDraft->last = mLine->at;
+    mDraft->line = mLine->line;
+    return *mDraft;
+}
+
+void StoryTeller::AddLine(LogDraft& draft) {
+    draft.last = mLine->at;
+    Effect(draft, LogLine{mLine->priority, std::nullopt, mLine->text});
+}
+
+// Something that belongs to no request.
+void StoryTeller::Stand(What what) {
+    const bool isLine = std::holds_alternative<LogLine>(what);
+    LogRequest lone;
+    lone.at = mLine->at;
+    lone.line = mLine->line;
+    lone.isRequest = false;
+    lone.effects.push_back({mLine->at, std::move(what)});
+    if (!isLine) {
+        lone.effects.push_back({mLine->at, LogLine{mLine->priority, std::nullopt, mLine->text}});
+    }
+    mStory.requests.push_back(std::move(lone));
+}
+
+void StoryTeller::Close(LogDraft& draft) {
+    if (draft.kind == Kind::kNone) return;
+    const bool isRestored = draft.kind == Kind::kLimit && draft.asked.empty() &&
+                            draft.set.empty() && !draft.hasEffects && !draft.isTimer;
+    // Without SetDebug the restoring of limits has no line of its own.
+    if (isRestored && draft.client == kThermalClient && mStory.detail == LogDetail::kVersion) {
+        draft.effects.insert(draft.effects.begin(),
+                             {draft.at, TimerEvent{TimerEvent::Kind::kFire, 0}});
+    }
+    mStory.requests.push_back(mWriter.Finish(std::move(draft)));
+    draft = LogDraft{};
+}
+
+void StoryTeller::CloseAll() {
+    for (auto& [thread, draft] : mDrafts) Close(draft);
+}
+
+void StoryTeller::LetGo(LogDraft& draft, int& handle) {
+    if (IsHeldLock(handle)) Effect(draft, LockRelease{handle, 0, true});
+    handle = 0;
+}
+
+void StoryTeller::Count(LogDraft& draft, int handle) {
+    ++draft.acquires;
+    if (handle >= 1) return;
+    draft.isRefusedLate = draft.isRefusedLate || draft.acquires - 1 > draft.refusals;
+    if (!draft.isRefusedLate) ++draft.refusals;
+    draft.refusal = handle;
+}
+
+void StoryTeller::Read(int error) {
+    const bool isNext = mDraft->kind == Kind::kRead && mLine->at - mDraft->at <= kOneQuery &&
+                        std::none_of(mDraft->reads.begin(), mDraft->reads.end(),
+                                     [this](const auto& read) { return read.first == Word(0); });
+    LogDraft& draft = isNext ? *mDraft : Begin(Kind::kRead);
+    NodeAccess access{NodeAccess::Kind::kRead, Word(0), "", "", "", error};
+    if (error == 0) {
+        access.before = access.after = std::to_string(Number(1));
+        draft.reads.emplace_back(Word(0), Number(1));
+    }
+    Effect(draft, std::move(access));
+    AddLine(draft);
+}
+
+}  // namespace lab

@@ -1,0 +1,87 @@
+// Goes through the plug-in's log lines, one request under way for each thread.
+#pragma once
+
+#include <map>
+#include <set>
+#include <utility>
+
+#include "lab/logcat/log_draft.h"
+#include "lab/logcat/log_story.h"
+
+namespace lab {
+
+class StoryTeller {
+  public:
+    StoryTeller(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
+                LogStory& story)
+        : mWriter(device, scenes, lists, story), mLists(lists), mStory(story) {}
+
+    void Add(const CapturedLine& line);
+    void Finish();
+
+  private:
+    using Kind = LogDraft::Kind;
+    using Thread = std::pair<int, int>;
+
+    // The numbers of the line at hand.
+    int Number(size_t index) const { return static_cast<int>(mLine->match.numbers.at(index)); }
+    const std::string& Word(size_t index) const { return mLine->match.words.at(index); }
+
+    void AddCommand();
+    void AddLimit();
+    void AddQuery();
+
+    LogDraft& Begin(Kind kind);
+    LogDraft& Command(int cmdId, int index = -1);
+    LogDraft& Limit(bool isFirst);
+    void Close(LogDraft& draft);
+    void CloseAll();
+    void AddLine(LogDraft& draft);
+    void Remark();
+    void Stand(What what);
+    void Effect(LogDraft& draft, What what) { draft.effects.push_back({mLine->at, what}); }
+
+    void Boostless();
+    void EventKey(bool isCached);
+    void CommonLock();
+    void Acquired(bool isRefused);
+    void EventReleased();
+    void ActionDone(bool hasPayload);
+    void TagLock();
+    void TagReleased();
+    void GroupTaken(bool isRefused);
+    void TimerOver(TimerEvent::Kind kind);
+    void ClientPair();
+    void ScenePair();
+    void SetConfig();
+    void Write(int error);
+    void Read(int error);
+
+    void Count(LogDraft& draft, int handle);
+    void LetGo(LogDraft& draft, int& handle);
+    const CommandLists::Element* FindElement(const LogDraft& draft, int pairs, int durationMs,
+                                             bool isCompleted);
+    bool HasMoreElements(const LogDraft& draft, int index) const;
+    void StartBreakthrough(LogDraft& draft, const CommandLists::Element& element, int durationMs);
+    void CheckRestart();
+    void Tell(const std::string& message) {
+        mStory.problems.push_back({mLine->line, mLine->line, message});
+    }
+
+    DraftWriter mWriter;
+    CommandLists& mLists;
+    LogStory& mStory;
+    const CapturedLine* mLine = nullptr;
+    std::map<Thread, LogDraft> mDrafts;
+    LogDraft* mDraft = nullptr;  // of the thread at hand
+    std::set<int> mPids;
+    std::set<int> mTold;  // commands whose lists have been found not to fit
+
+    std::map<std::pair<int, int>, int> mEventHandles;  // by command and index
+    std::map<int, int> mTagHandles;
+    int mCommonHandle = 0;
+    int mThermal = 0;
+    Time mBreakthroughEnd{};
+};
+
+}  // namespace lab

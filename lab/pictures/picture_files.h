@@ -1,0 +1,35 @@
+// The pictures of a run that a user asked for, as files.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "lab/phone/kernel.h"
+#include "lab/pictures/history.h"
+#include "lab/pictures/output_file.h"
+#include "lab/pictures/pictures.h"
+
+namespace lab {
+
+class PictureFiles {
+  public:
+    // Opens the files at once; an empty path is a picture that nobody asked for. Throws InputError
+    // for a file that cannot be opened.
+    PictureFiles(const std::string& trace, const std::string& report);
+
+    // Before the first event: what the frequency nodes read after boot.
+    void Begin(const DeviceProfile& device, const Kernel& kernel);
+
+    void Observe(const Event& event);
+
+    // At the end: writes the files. `head` is asked for only when there is one to write.
+    void End(Time now, const std::function<PictureHead()>& head);
+
+  private:
+    std::optional<OutputFile> mTrace;
+    std::optional<OutputFile> mReport;
+    std::optional<History> mHistory;
+};
+
+}  // namespace lab

@@ -1,0 +1,64 @@
+// Plays scenarios and captures on the lab and keeps what happened, for tests of what they have in
+// common.
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "lab/logcat/log_json.h"
+#include "lab/logcat/log_player.h"
+#include "lab/logcat/log_session.h"
+#include "lab/logcat/log_writer.h"
+#include "lab/server/inputs.h"
+#include "lab/server/node_names.h"
+#include "lab/server/runner.h"
+
+namespace lab {
+
+// A scenario's run: its events as text, and the log that a phone would have written.
+struct LabRun {
+    std::vector<Event> events;
+    std::string log;
+};
+
+inline LabRun PlayScenario(const YamlNode& root, const std::string& deviceName, bool debug) {
+    ScenarioHead head = ReadScenarioHead(root);
+    head.debug = head.debug || debug;
+    const DeviceProfile device = LoadDeviceProfile(deviceName);
+    SceneFile scenes = SceneFile::Load(FindSceneFile(device.name));
+    const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
+    Phone phone(device);
+    for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
+    Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
+    Library library("");
+    Server server(phone, library, scenes);
+    LabRun run;
+    std::ostringstream log;
+    LogcatWriter writer(log);
+    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
+        run.events.push_back(event);
+        writer.Observe(event);
+    });
+    runner.Start(head);
+    runner.Play(steps);
+    runner.Finish();
+    run.log = log.str();
+    return run;
+}
+
+// The events as JSON lines; those that `isWanted` refuses and lines of the input left out.
+template <typename Filter>
+std::vector<std::string> EventTexts(const std::vector<Event>& events, Layout layout,
+                                    const Filter& isWanted) {
+    std::vector<std::string> texts;
+    for (const Event& event : events) {
+        if (!isWanted(event)) continue;
+        nlohmann::ordered_json json = EventJson(event, layout);
+        json.erase("line");
+        texts.push_back(json.dump());
+    }
+    return texts;
+}
+
+}  // namespace lab
