@@ -44,13 +44,8 @@ std::string NodeAsk::ValueText() const {
     return by == By::kWrite ? "= " + text : BoundText(bound, value, unit);
 }
 
-NodeHistory::NodeHistory(const NodeTarget& target, const DeviceProfile& device,
-                         const SceneFile& scenes, const Kernel& kernel)
-    : mTarget(target),
-      mDevice(device),
-      mScenes(scenes),
-      mKernel(kernel),
-      mLayout(scenes.ClusterLayout()) {}
+NodeHistory::NodeHistory(const NodeTarget& target, const SceneFile& scenes, const Kernel& kernel)
+    : mTarget(target), mScenes(scenes), mKernel(kernel), mLayout(scenes.ClusterLayout()) {}
 
 void NodeHistory::Heed(const Step& step, const Server::Outcome& outcome) {
     mHeeded.push_back({step, outcome});

@@ -57,8 +57,7 @@ struct EndedAsk {
 class NodeHistory {
   public:
     // Keeps references to all of them.
-    NodeHistory(const NodeTarget& target, const DeviceProfile& device, const SceneFile& scenes,
-                const Kernel& kernel);
+    NodeHistory(const NodeTarget& target, const SceneFile& scenes, const Kernel& kernel);
 
     // A request and what it came to; once for each, before its events.
     void Heed(const Step& step, const Server::Outcome& outcome);
@@ -118,7 +117,6 @@ class NodeHistory {
     std::string AtLine() const;
 
     const NodeTarget& mTarget;
-    const DeviceProfile& mDevice;
     const SceneFile& mScenes;
     const Kernel& mKernel;
     const Layout mLayout;

@@ -55,7 +55,7 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     const std::string boot = phone.GetKernel().Value(target.path);
 
     Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
-    NodeHistory history(target, device, scenes, phone.GetKernel());
+    NodeHistory history(target, scenes, phone.GetKernel());
     Library library(question.library);
     Server server(phone, library, scenes);
     Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
