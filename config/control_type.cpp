@@ -55,9 +55,8 @@ int ControlType::SetControlType(int type) {
 void ControlType::ReleaseThermal() {
     mControl.mPerf = 0;
     mControl.mThermal = kThermalReleased;
-    // Before the timer is disarmed, which would otherwise restore limits that are just being set.
-    mControl.mBreakThrough = false;
-    mTimer.SetTimer(0);
+    // Nothing is put back: the limits are just being set.
+    mTimer.Cancel();
 }
 
 void ControlType::WriteDefaultCeilings() {

@@ -44,7 +44,7 @@ extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
 
 int QcomFreqManager::DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs,
                                      const int* event) {
-    std::lock_guard lock(mMutex);
+    const RequestGate::Turn turn(mGate);
     if (clientId == kClientNobody) return 0;
     if (!IsClient(clientId) && event == nullptr) return -1;
     if (tagLen == 0 && clientId != kClientCamera) return 0;
@@ -128,6 +128,11 @@ int QcomFreqManager::GetSceneConfig(int tag) {
 
 int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
     return LimitMerge(GetSceneConfig(tag), value);
+}
+
+void QcomFreqManager::RunInTurn(const RequestGate::Job& job) {
+    const RequestGate::Turn turn(mGate);
+    job();
 }
 
 void QcomFreqManager::GetLastFreqLimitStrategy() {

@@ -167,8 +167,7 @@ void ActionExecutor::StartBreakthroughIfAllowed(const Action& action, int durati
     const int thermal = mControl.mThermal;
     if (thermal < 1 || action.boostLimitLevel < thermal || action.breakThrough == 0) return;
     if (durationMs != 0 && action.cmdId == kCmdRegularEventEnd) mTimer.SetTimer(0);
-    mTimer.SetTimer(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
-    mControl.mBreakThrough = true;
+    mTimer.Start(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
 }
 
 int ActionExecutor::OnDemandDuration(int cmdId, int durationMs, const int* payload) const {
@@ -196,8 +195,7 @@ bool ActionExecutor::BeginActionSection(int durationMs, const int* list, int len
         TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_buf error\n");
         return false;
     }
-    mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
-    return true;
+    return mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
 }
 
 void ActionExecutor::SavePerfVal(const QcomAction& action, const int* payload, int& duration,

@@ -81,6 +81,8 @@ int QcomPerfAdapter::SetDebug(bool on) {
         TARQUEL_LOGE("tarquel: mFreqManagerPtr failed!\n");
         return -1;
     }
+    // The two switches never part: one thread's answer stands in both.
+    std::lock_guard lock(mDebugMutex);
     mSwitches.mDebug = on;
     mFreqManagerPtr->SetDebug(on);
     return 0;

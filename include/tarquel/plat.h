@@ -44,8 +44,7 @@ class TarQuelPlat {
 };
 
 extern "C" {
-// The one platform object, created on the first call. The plug-in keeps ownership.
-// Takes no lock: the server calls it once, at start.
+// The one platform object, created on the first call. The plug-in keeps ownership. Threads: any.
 TARQUEL_API QcomPerfPlat* GetPlat();
 
 // A new loader; the caller owns it and deletes it through its virtual destructor.
