@@ -16,8 +16,8 @@ class QcomFreqManager;
 
 namespace tarquel {
 
-// While a breakthrough runs, the timer is armed or an expiry is on its way (unless the timer fails):
-// both change together under the timer's mutex.
+// While a breakthrough runs, the timer is armed or an expiry is on its way (unless the timer
+// fails): both change together under the timer's mutex.
 //
 // Threads: any; the timer facility calls back on a thread of its own. docs/threads.md has the order
 // of the locks.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "lab/phone/posix_timers.h"
+#include "lab/phone/real_timers.h"
 
 namespace lab {
 
@@ -49,6 +50,7 @@ Phone::Phone(const DeviceProfile& profile, const Options& options)
 
 Phone::~Phone() {
     gCurrent = nullptr;
+    if (mTimers == nullptr) WaitForTimerCallbacks();
     mClock->Stop();
     if (mHalLibrary != nullptr) dlclose(mHalLibrary);
 }

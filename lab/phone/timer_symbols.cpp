@@ -1,15 +1,14 @@
 // timer_create and its kin, as the plug-in finds them: with a phone on a virtual clock its timers
-// run on that clock; else they are the C library's, and a phone on the real clock records them.
+// run on that clock; else they are the machine's, and a phone on the real clock records them.
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <list>
-#include <mutex>
 
 #include "lab/phone/events.h"
 #include "lab/phone/phone.h"
 #include "lab/phone/posix_timers.h"
 #include "lab/phone/real_function.h"
+#include "lab/phone/real_timers.h"
 
 namespace {
 
@@ -27,27 +26,6 @@ PosixTimers* VirtualTimers() {
     return phone == nullptr ? nullptr : phone->VirtualTimers();
 }
 
-// A real timer's callback, to record its firing. Kept for good: the C library may start the
-// callback's thread after the timer was deleted.
-struct RealCallback {
-    void (*function)(sigval);
-    sigval value;
-};
-
-RealCallback* KeepCallback(const sigevent& notification) {
-    static std::mutex mutex;
-    static auto* const callbacks = new std::list<RealCallback>;
-    std::lock_guard<std::mutex> guard(mutex);
-    callbacks->push_back({notification.sigev_notify_function, notification.sigev_value});
-    return &callbacks->back();
-}
-
-void RecordAndCall(sigval value) {
-    const auto* const callback = static_cast<const RealCallback*>(value.sival_ptr);
-    Record(TimerEvent::Kind::kFire);
-    callback->function(callback->value);
-}
-
 // An id of virtual timers that are no more.
 int FailStale() {
     errno = EINVAL;
@@ -63,14 +41,9 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return real(clock, notification, id);
     if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(notification, id);
-    sigevent recording{};
-    if (notification != nullptr && notification->sigev_notify == SIGEV_THREAD) {
-        recording = *notification;
-        recording.sigev_notify_function = RecordAndCall;
-        recording.sigev_value.sival_ptr = KeepCallback(*notification);
-        notification = &recording;
-    }
-    const int result = real(clock, notification, id);
+    const bool isThread = notification != nullptr && notification->sigev_notify == SIGEV_THREAD;
+    const int result =
+        isThread ? lab::CreateRealTimer(clock, *notification, id) : real(clock, notification, id);
     if (result == 0) Record(TimerEvent::Kind::kCreate);
     return result;
 }
