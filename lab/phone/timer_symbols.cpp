@@ -26,10 +26,14 @@ PosixTimers* VirtualTimers() {
     return phone == nullptr ? nullptr : phone->VirtualTimers();
 }
 
+int Fail(int error) {
+    errno = error;
+    return -1;
+}
+
 // An id of virtual timers that are no more.
 int FailStale() {
-    errno = EINVAL;
-    return -1;
+    return Fail(EINVAL);
 }
 
 }  // namespace
@@ -40,6 +44,7 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
     static const auto real = lab::RealFunction<decltype(timer_create)>("timer_create");
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return real(clock, notification, id);
+    if (phone->GetFaults().TimerFailsToCreate()) return Fail(EAGAIN);
     if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(notification, id);
     const bool isThread = notification != nullptr && notification->sigev_notify == SIGEV_THREAD;
     const int result =
@@ -50,6 +55,8 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
 
 int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* former) noexcept {
     static const auto real = lab::RealFunction<decltype(timer_settime)>("timer_settime");
+    Phone* const phone = Phone::Current();
+    if (phone != nullptr && phone->GetFaults().TimerFailsToSet()) return Fail(EINVAL);
     if (PosixTimers::IsOurs(id)) {
         PosixTimers* const timers = VirtualTimers();
         return timers == nullptr ? FailStale() : timers->Set(id, flags, value, former);
