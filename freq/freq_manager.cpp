@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "freq/limit_merge.h"
+#include "platform/bad_caller.h"
 #include "platform/client_ids.h"
 #include "platform/command_ids.h"
 #include "platform/log.h"
@@ -39,6 +40,7 @@ bool TouchesThermalLimits(std::span<const int> tags) {
 }  // namespace
 
 extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
+    if (IsNullArgument(&adapter, "GetFreqManager")) return nullptr;
     return new QcomFreqManager(adapter);
 }
 

@@ -50,6 +50,6 @@ TARQUEL_API QcomPerfPlat* GetPlat();
 // A new loader; the caller owns it and deletes it through its virtual destructor.
 TARQUEL_API QcomPerfLoadXml* CreateTarQuelLoadXml();
 
-// A new frequency manager for `adapter` at every call; the caller owns it.
+// A new frequency manager for `adapter` at every call; the caller owns it. Null for a null adapter.
 TARQUEL_API QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter);
 }
