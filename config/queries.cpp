@@ -41,6 +41,7 @@ int Queries::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
 }
 
 int Queries::GetPerfEventStatus(std::map<std::string, int>& status) const {
+    std::lock_guard lock(mControl.mMutex);
     status["mPB_Prior"] = mControl.mPerf;
     status["mTB_Prior"] = mControl.mThermal;
     return 0;

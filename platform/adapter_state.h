@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 namespace tarquel {
 
@@ -18,6 +19,9 @@ struct DebugSwitches {
 
 // What the control type (tag 57), the state switch and the breakthrough timer decide.
 struct ControlState {
+    // Held while several of the first three change, and by who reads several: no one sees a state
+    // that was never in force.
+    mutable std::mutex mMutex;
     std::atomic<int32_t> mPerf{1};         // 1: the performance policy owns the limits
     std::atomic<int32_t> mThermal{0};      // thermal level 1 to 4; 0 none, -1 released
     std::atomic<int32_t> mEnableBoost{1};  // 0 disables every acquisition of an action
