@@ -132,7 +132,7 @@ int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
     return LimitMerge(GetSceneConfig(tag), value);
 }
 
-void QcomFreqManager::RunInTurn(const RequestGate::Job& job) {
+void QcomFreqManager::RunInTurn(const std::function<void()>& job) {
     const RequestGate::Turn turn(mGate);
     job();
 }

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <span>
 
 #include "freq/limit_table.h"
@@ -54,7 +55,7 @@ class QcomFreqManager {
 
     // Runs `job` while no request is under way. Waits for the one that is. Threads: any, but not
     // from within a request.
-    void RunInTurn(const tarquel::RequestGate::Job& job);
+    void RunInTurn(const std::function<void()>& job);
 
     // As RunInTurn, but never waits: the request under way runs `job` as it ends. `job` outlives
     // the manager. Threads: any.

@@ -2,14 +2,16 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <mutex>
 
 namespace tarquel {
 
 class RequestGate {
   public:
-    using Job = std::function<void()>;
+    struct Job {
+        void (*run)(void* owner) noexcept;
+        void* owner;
+    };
 
     // Holds the gate as long as it lives; waits for those before it.
     class Turn {
@@ -37,16 +39,17 @@ class RequestGate {
   private:
     // Whoever leaves the gate and whoever posts both look after they have made their own change, so
     // that one of them finds the gate free and a job there.
-    void RunPosted() {
+    void RunPosted() noexcept {
         while (HasPosted()) {
-            const std::unique_lock lock(mMutex, std::try_to_lock);
-            if (!lock) return;
-            if (const Job* job = mPosted.exchange(nullptr)) (*job)();
+            if (!mMutex.try_lock()) return;
+            if (const Job* job = mPosted.exchange(nullptr)) job->run(job->owner);
+            mMutex.unlock();
         }
     }
 
-    // A write in any case: only then does one of two that look at the same time see the other.
-    bool HasPosted() {
+    // Finding none is a write too: only then does one of two that look at the same time see the
+    // other.
+    bool HasPosted() noexcept {
         const Job* none = nullptr;
         return !mPosted.compare_exchange_strong(none, nullptr);
     }

@@ -5,10 +5,10 @@
 #include <time.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 
+#include "freq/request_gate.h"
 #include "nodes/scaling_writeback.h"
 #include "platform/adapter_state.h"
 
@@ -66,7 +66,8 @@ class BreakthroughTimer {
     ControlState& mControl;
     ScalingWriteback& mScaling;
     const std::unique_ptr<QcomFreqManager>& mFreqManager;
-    const std::function<void()> mEnd{[this] { EndExpired(); }};
+    const RequestGate::Job mEnd{
+        [](void* self) noexcept { static_cast<BreakthroughTimer*>(self)->EndExpired(); }, this};
     std::atomic<uint32_t> mExpired{0};  // number of the breakthrough whose time is up
 
     std::mutex mMutex;  // guards creating, arming, reading and deleting the timer, and what follows
