@@ -15,31 +15,27 @@ constexpr int kJankId = 361;
 }  // namespace
 
 int ControlType::SetControlType(int type) {
+    const int unchanged = mControl.mEnableBoost;
     switch (type) {
         case 0:
-            mControl.mPerf = 1;
-            mControl.mThermal = 0;
-            mControl.mEnableBoost = 1;
+            Enter(1, 0, 1);
             WriteDefaultCeilings();
             break;
         case 2:
         case 9:
-            ReleaseThermal();
+            ReleaseThermal(unchanged);
             break;
         case 4:
         case 10:
-            mControl.mEnableBoost = 0;
-            ReleaseThermal();
+            ReleaseThermal(0);
             break;
         case 5:
-            mControl.mPerf = 1;
-            mControl.mThermal = 1;
+            Enter(1, 1, unchanged);
             break;
         case 6:
         case 7:
         case 8:
-            mControl.mPerf = 0;
-            mControl.mThermal = type - 4;  // thermal level 2, 3, 4
+            Enter(0, type - 4, unchanged);  // thermal level 2, 3, 4
             break;
         default:
             break;
@@ -52,12 +48,17 @@ int ControlType::SetControlType(int type) {
     return 0;
 }
 
-void ControlType::ReleaseThermal() {
-    mControl.mPerf = 0;
-    mControl.mThermal = kThermalReleased;
-    // Before the timer is disarmed, which would otherwise restore limits that are just being set.
-    mControl.mBreakThrough = false;
-    mTimer.SetTimer(0);
+void ControlType::Enter(int perf, int thermal, int enableBoost) {
+    std::lock_guard lock(mControl.mMutex);
+    mControl.mPerf = perf;
+    mControl.mThermal = thermal;
+    mControl.mEnableBoost = enableBoost;
+}
+
+void ControlType::ReleaseThermal(int enableBoost) {
+    Enter(0, kThermalReleased, enableBoost);
+    // Nothing is put back: the limits are just being set.
+    mTimer.Cancel();
 }
 
 void ControlType::WriteDefaultCeilings() {

@@ -27,7 +27,8 @@ class ControlType {
     int SetControlType(int type);
 
   private:
-    void ReleaseThermal();
+    void Enter(int perf, int thermal, int enableBoost);
+    void ReleaseThermal(int enableBoost);
     void WriteDefaultCeilings();
 
     const DebugSwitches& mSwitches;

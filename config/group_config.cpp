@@ -130,8 +130,7 @@ bool GroupConfig::BeginGroupSection(int duration, std::span<const int> list) con
         TARQUEL_LOGE("tarQuel: DoGroupPerfSetConfig snprintf_s trace_buf error\n");
         return false;
     }
-    mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
-    return true;
+    return mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
 }
 
 }  // namespace tarquel

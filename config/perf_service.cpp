@@ -19,6 +19,7 @@ int PerfService::PerfServiceSetConfig(int tag, int value) {
         return -1;
     }
     const int halValue = ToHalValue(tag, value);
+    bool inSection = false;
     if (mTracer.IsOn()) {
         TextBuffer text{};
         if (snprintf_s(text.data(), text.size(), text.size() - 1,
@@ -26,10 +27,10 @@ int PerfService::PerfServiceSetConfig(int tag, int value) {
                        halValue) < 0) {
             TARQUEL_LOGE("tarQuel: PerfServiceSetConfig snprintf_s trace_buf error\n");
         }
-        mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+        inSection = mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
     }
     Replace(tag, *opcode, halValue);
-    mTracer.TarquelAtraceEnd();
+    if (inSection) mTracer.TarquelAtraceEnd();
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "config/queries.h"
 
 #include "nodes/scaling_writeback.h"
+#include "platform/bad_caller.h"
 #include "platform/client_ids.h"
 #include "platform/log.h"
 #include "platform/perf_list.h"
@@ -40,12 +41,14 @@ int Queries::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
 }
 
 int Queries::GetPerfEventStatus(std::map<std::string, int>& status) const {
+    std::lock_guard lock(mControl.mMutex);
     status["mPB_Prior"] = mControl.mPerf;
     status["mTB_Prior"] = mControl.mThermal;
     return 0;
 }
 
 int Queries::GetLimitTagValue(const Action& action, int release, int* tags, int* freqs) const {
+    if (IsCutShort(action)) return -1;
     const auto pairs = PerfPairs(action);
     int count = 0;
     for (size_t i = 0; i < pairs.size() && count <= kLastLimitEntry; i += 2) {

@@ -27,7 +27,7 @@ class Queries {
 
     // Lists the frequency ceilings among the pairs of `action`, 133 at most.
     //   release  not 0: all of them with the value 0; else those with a value of 1 or above
-    //   Returns  the number of entries written
+    //   Returns  the number of entries written; -1 for an action with fewer pairs than it claims
     int GetLimitTagValue(const Action& action, int release, int* tags, int* freqs) const;
 
   private:

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "freq/freq_manager.h"
+#include "platform/bad_caller.h"
 #include "platform/client_ids.h"
 
 using namespace tarquel;
@@ -28,6 +29,7 @@ constexpr auto kDumpLines = std::to_array<DumpLine>({
 }  // namespace
 
 void QcomFreqManager::DumpFreqList(android::String8& out) {
+    if (IsNullArgument(&out, "DumpFreqList")) return;
     out.appendFormat("PG set freq is:\n");
     PrintFreqList(Table(kClientPower), out);
     out.appendFormat("TC set freq is:\n");

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "freq/limit_merge.h"
+#include "platform/bad_caller.h"
 #include "platform/client_ids.h"
 #include "platform/command_ids.h"
 #include "platform/log.h"
@@ -39,12 +40,13 @@ bool TouchesThermalLimits(std::span<const int> tags) {
 }  // namespace
 
 extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
+    if (IsNullArgument(&adapter, "GetFreqManager")) return nullptr;
     return new QcomFreqManager(adapter);
 }
 
 int QcomFreqManager::DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs,
                                      const int* event) {
-    std::lock_guard lock(mMutex);
+    const RequestGate::Turn turn(mGate);
     if (clientId == kClientNobody) return 0;
     if (!IsClient(clientId) && event == nullptr) return -1;
     if (tagLen == 0 && clientId != kClientCamera) return 0;
@@ -128,6 +130,11 @@ int QcomFreqManager::GetSceneConfig(int tag) {
 
 int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
     return LimitMerge(GetSceneConfig(tag), value);
+}
+
+void QcomFreqManager::RunInTurn(const std::function<void()>& job) {
+    const RequestGate::Turn turn(mGate);
+    job();
 }
 
 void QcomFreqManager::GetLastFreqLimitStrategy() {

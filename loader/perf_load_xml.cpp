@@ -1,11 +1,11 @@
 #include "loader/perf_load_xml.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <string_view>
 
 #include "loader/element_keys.h"
+#include "platform/bad_caller.h"
 #include "platform/boost_info.h"
 #include "platform/chain.h"
 #include "platform/command_ids.h"
@@ -26,9 +26,12 @@ constexpr int kMinKhz = 1000;
 constexpr int kMaxKhz = 65534999;
 constexpr int kKhzPerMhz = 1000;
 
-// Keys and values that stand beside each other; a list that is longer has nothing to pair with.
-size_t PairCount(const RawXmlData& element) {
-    return std::min(element.keys.size(), element.values.size());
+// True, with a log line, for an element whose keys and values do not go in pairs.
+bool IsUneven(const RawXmlData& element) {
+    if (element.keys.size() == element.values.size()) return false;
+    TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", element.cmdId,
+                 element.name.c_str());
+    return true;
 }
 
 }  // namespace
@@ -53,21 +56,31 @@ void QcomPerfLoadXml::ChainDeleter::operator()(Action* head) const {
 }
 
 void QcomPerfLoadXml::DeleteAction(Action& head) {
+    if (tarquel::IsNullArgument(&head, "DeleteAction")) return;
+    if (tarquel::IsEndless(head)) {
+        TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", head.cmdId);
+        return;
+    }
     ChainDeleter()(&head);
 }
 
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
     std::map<int, Chain> chains;
+    if (tarquel::IsNullArgument(&commands, "ParserXml")) return new std::map<int, Action*>;
     for (const auto& [command, head] : commands) {
-        if (head == nullptr || head->next == nullptr) continue;
+        if (head == nullptr) {
+            TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is NULL", command);
+            continue;
+        }
+        if (head->next == nullptr || IsUneven(*head->next)) continue;
         RawXmlData& first = *head->next;
         if (first.name == keys::kCpuInfo) {
-            for (size_t i = 0; i < PairCount(first); ++i) {
+            for (size_t i = 0; i < first.keys.size(); ++i) {
                 ParserCpuInfo(first.keys[i], first.values[i]);
             }
             mVocabulary.TarquelOpcodeMapInit(hasPrimeCluster != 0);
         } else if (first.name.starts_with(keys::kFreqLevelInfo)) {
-            for (size_t i = 0; i < PairCount(first); ++i) {
+            for (size_t i = 0; i < first.keys.size(); ++i) {
                 const int level = std::stoi(first.name.substr(keys::kFreqLevelInfo.size()));
                 ParseFreqLevelInfo(first.keys[i], first.values[i], level);
             }
@@ -158,7 +171,8 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pai
     if (duration == nullptr || boostLimitLevel == nullptr) return -1;
     const int cmdId = element.cmdId;
     bool namesTags = false;
-    for (size_t i = 0; i < PairCount(element); ++i) {
+    if (IsUneven(element)) return -1;
+    for (size_t i = 0; i < element.keys.size(); ++i) {
         const std::string& key = element.keys[i];
         const std::string& value = element.values[i];
         const bool isHeadKey = keys::IsHeadKey(key);
@@ -196,6 +210,7 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pai
 }
 
 QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
+    if (tarquel::IsNullArgument(&element, "InterRawXmlToAction")) return nullptr;
     std::map<std::string, std::string> pairs;
     if (ObtainInterXmlValue(element, pairs) != 0) return nullptr;
     int duration = -1;
@@ -219,7 +234,8 @@ QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
 
 int QcomPerfLoadXml::ObtainInterXmlValue(RawXmlData& element,
                                          std::map<std::string, std::string>& pairs) {
-    for (size_t i = 0; i < PairCount(element); ++i) {
+    if (IsUneven(element)) return -1;
+    for (size_t i = 0; i < element.keys.size(); ++i) {
         const std::string& key = element.keys[i];
         if (!tarquel::IsInteractiveKey(key)) {
             TARQUEL_LOGE("inter xml is invalid, cmdId is %d element is %s", element.cmdId,

@@ -40,6 +40,8 @@ void NodeIo::WriteNode(const NodeList& paths, int value) const {
             TARQUEL_LOGE("tarquel: write node open %s error: no node/permission\n", path.c_str());
             continue;
         }
+        // The kernel judges a value when it gets it: unbuffered, so that the result tells.
+        std::setvbuf(file, nullptr, _IONBF, 0);
         const int result = std::fprintf(file, "%d", value);
         if (mSwitches.IsVerbose()) {
             TARQUEL_LOGI("tarquel: write node ret = %d, node = %s, config = %d\n", result,

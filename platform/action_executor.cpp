@@ -6,6 +6,7 @@
 #include <span>
 
 #include "freq/freq_manager.h"
+#include "platform/bad_caller.h"
 #include "platform/chain.h"
 #include "platform/command_ids.h"
 #include "platform/log.h"
@@ -103,8 +104,11 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
         }
         return 0;
     }
+    // The end of an event needs no list: whatever it holds, its lock is released.
+    const bool isScene = IsLongTermScene(cmdId) && action.duration == 0;
+    if ((isScene || !payload.Is(kEventOff)) && IsCutShort(action)) return -3;
     if (!payload.IsOnOrOff()) StartBreakthroughIfAllowed(action, action.duration);
-    if (IsLongTermScene(cmdId) && action.duration == 0) return DoOnOffAction(action, payload);
+    if (isScene) return DoOnOffAction(action, payload);
     if (payload.Is(kEventOff)) {
         mHandles.DoEventReleaseHandle(cmdId, index);
         return 1;
@@ -167,8 +171,7 @@ void ActionExecutor::StartBreakthroughIfAllowed(const Action& action, int durati
     const int thermal = mControl.mThermal;
     if (thermal < 1 || action.boostLimitLevel < thermal || action.breakThrough == 0) return;
     if (durationMs != 0 && action.cmdId == kCmdRegularEventEnd) mTimer.SetTimer(0);
-    mTimer.SetTimer(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
-    mControl.mBreakThrough = true;
+    mTimer.Start(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
 }
 
 int ActionExecutor::OnDemandDuration(int cmdId, int durationMs, const int* payload) const {
@@ -196,16 +199,20 @@ bool ActionExecutor::BeginActionSection(int durationMs, const int* list, int len
         TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_buf error\n");
         return false;
     }
-    mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
-    return true;
+    return mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
 }
 
 void ActionExecutor::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
                                  int* list, int& len) const {
+    if (len < 0 || (list == nullptr && len > 0)) {
+        TARQUEL_LOGE("tarquel: SavePerfVal invalid request, cmdId is %d, len is %d\n", action.cmdId,
+                     len);
+        return;
+    }
     duration = OnDemandDuration(action.cmdId, duration, payload);
     const auto held = static_cast<int64_t>(action.perfList.size());
     len = static_cast<int>(std::min<int64_t>({len, kMaxListInts, held}));
-    if (list != nullptr && len > 0) std::copy_n(action.perfList.begin(), len, list);
+    if (len > 0) std::copy_n(action.perfList.begin(), len, list);
 }
 
 int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) {

@@ -51,12 +51,13 @@ class ActionExecutor {
     // Asks the server for the duration of `action` and copies its pairs.
     //   duration  ms; replaced by what the server asks for when that is 1 or above
     //   len       in: ints wanted; out: ints copied into `list`, 64 at most
+    // A negative `len`, or a null `list` for some, is logged and changes nothing.
     void SavePerfVal(const QcomAction& action, const int* payload, int& duration, int* list,
                      int& len) const;
 
   private:
-    // 0 done (also when the HAL refused), 1 released, -2 no action, -3 no pairs, or what
-    // DoOnOffAction returned.
+    // 0 done (also when the HAL refused), 1 released, -2 no action, -3 no pairs or fewer than the
+    // action claims, or what DoOnOffAction returned.
     int PerfServiceAcq(const Action& action, int index, const Payload& payload);
 
     // Hands a long-term scene to the frequency manager. 0, -1 or the manager's error.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "platform/bad_caller.h"
 #include "platform/boost_info.h"
 #include "platform/chain.h"
 #include "platform/log.h"
@@ -51,7 +52,7 @@ bool IsRefused(const Action& first) {
 int BoostCompletion::DoAddTaskBoostInfo(Action& first, const std::string& msg) const {
     if (IsRefused(first)) return 0;
     for (Action* action = &first; action != nullptr; action = action->next) {
-        if (action->taskBoost == 0) continue;
+        if (action->taskBoost == 0 || IsCutShort(*action)) continue;
         int taskId = 0;
         if (sscanf_s(ParseProcessMsg(msg).c_str(), "targetPid=%d", &taskId) != 1) {
             TARQUEL_LOGE("tarquel: TarquelEvent get taskId failed\n");
@@ -97,7 +98,7 @@ int BoostCompletion::DoAddScalingInfo(Action& first) const {
     for (Action* action = &first; action != nullptr; action = action->next) {
         if (!IsThermalLevel(action->boostLimitLevel) || action->boostLimitLevel < thermal) continue;
         const int level = BoostLevel(*action, thermal);
-        if (level < 0) continue;
+        if (level < 0 || IsCutShort(*action)) continue;
         if (!rewritten) DoAddBoostFreqInfo(first, level);
         rewritten = true;
         AppendCeilings(*action, level);

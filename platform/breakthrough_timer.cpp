@@ -47,16 +47,36 @@ int BreakthroughTimer::DeleteTimer() {
     return -1;
 }
 
+void BreakthroughTimer::Start(int ms) {
+    std::lock_guard lock(mMutex);
+    // Before the timer is armed: an expiry finds what it is to end, however soon it comes.
+    if (++mLastNumber == 0) ++mLastNumber;
+    mControl.mBreakThrough = mLastNumber;
+    ArmUnlessLonger(std::min(ms, kLongestMs));
+}
+
+void BreakthroughTimer::Cancel() {
+    std::lock_guard lock(mMutex);
+    mControl.mBreakThrough = 0;
+    Arm(0);
+}
+
 int BreakthroughTimer::SetTimer(int ms) {
-    ms = std::min(ms, kLongestMs);
     int result = -1;
     {
         std::lock_guard lock(mMutex);
-        if (ms != 0 && ms <= RemainingMs()) return -1;
-        result = Arm(ms);
+        result = ms == 0 ? Arm(0) : ArmUnlessLonger(std::min(ms, kLongestMs));
     }
-    if (ms == 0) RestoreLimits("tarquel SetTimer End Temperature Control Breakthrough");
+    if (ms == 0 && mFreqManager != nullptr) {
+        mFreqManager->RunInTurn(
+            [this] { RestoreLimits("tarquel SetTimer End Temperature Control Breakthrough"); });
+    }
     return result;
+}
+
+// Called with the mutex held.
+int BreakthroughTimer::ArmUnlessLonger(int ms) {
+    return ms <= RemainingMs() ? -1 : Arm(ms);
 }
 
 // 0 when the timer is not armed, not there or cannot be read. Called with the mutex held.
@@ -85,13 +105,28 @@ int BreakthroughTimer::Arm(int ms) {
 }
 
 void BreakthroughTimer::Expire() {
-    RestoreLimits("tarquel TimerCallback End Temperature Control Breakthrough");
-    mControl.mBreakThrough = false;
+    const uint32_t running = mControl.mBreakThrough;
+    if (running == 0 || mFreqManager == nullptr) return;
+    // Never back: an earlier breakthrough's expiry may be late.
+    uint32_t expired = mExpired;
+    while (static_cast<int32_t>(running - expired) > 0 &&
+           !mExpired.compare_exchange_weak(expired, running)) {
+    }
+    mFreqManager->RunBetweenRequests(mEnd);
 }
 
+// Called in a turn of the frequency manager's. A breakthrough that began meanwhile goes on.
+void BreakthroughTimer::EndExpired() {
+    uint32_t expired = mExpired;
+    if (mControl.mBreakThrough != expired) return;
+    RestoreLimits("tarquel TimerCallback End Temperature Control Breakthrough");
+    mControl.mBreakThrough.compare_exchange_strong(expired, 0);
+}
+
+// Called in a turn of the frequency manager's.
 void BreakthroughTimer::RestoreLimits(const char* message) {
-    if (mControl.mPerf != 0 || !mControl.mBreakThrough) return;
-    if (mFreqManager != nullptr) mFreqManager->GetLastFreqLimitStrategy();
+    if (mControl.mPerf != 0 || mControl.mBreakThrough == 0) return;
+    mFreqManager->GetLastFreqLimitStrategy();
     mScaling.WriteAllScaling();
     if (mSwitches.IsDebug()) TARQUEL_LOGI("%s", message);
 }

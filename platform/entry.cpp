@@ -1,5 +1,6 @@
 // The library's entry points and the platform object.
 #include <cstddef>
+#include <mutex>
 #include <new>
 
 #include "platform/log.h"
@@ -15,13 +16,21 @@ class QcomPerfPlat::Holder {
     }
 
     QcomPerfPlat* Get() {
+        std::lock_guard lock(mMutex);
         if (mLive == nullptr) mLive = ::new (mStorage) QcomPerfPlat(*this);
         return mLive;
     }
 
-    void Forget() { mLive = nullptr; }
+    void Forget() {
+        std::lock_guard lock(mMutex);
+        mLive = nullptr;
+    }
+
+    // Guards which platform object there is, and which adapter it has.
+    std::mutex& Mutex() { return mMutex; }
 
   private:
+    std::mutex mMutex;
     alignas(QcomPerfPlat) std::byte mStorage[sizeof(QcomPerfPlat)];
     QcomPerfPlat* mLive = nullptr;
 };
@@ -43,6 +52,7 @@ QcomPerfPlat::~QcomPerfPlat() {
 }
 
 int QcomPerfPlat::Initialize() {
+    std::lock_guard lock(mHolder.Mutex());
     if (mAdapter != nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, "tarquel server",
                             "tarquel: server plat has been created, do not need initialize again");
@@ -53,5 +63,6 @@ int QcomPerfPlat::Initialize() {
 }
 
 PerfAdapter* QcomPerfPlat::GetAdapter() const {
+    std::lock_guard lock(mHolder.Mutex());
     return mAdapter.get();
 }

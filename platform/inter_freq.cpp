@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -20,9 +19,14 @@ int DoInterFreqAction(const QcomAction& action, const int* payload) {
     }
     if (payload[0] == kEventOff) return 0;
     if (action.tagLen < 1) return -1;
+    const auto pairs = static_cast<size_t>(action.tagLen);
+    if (pairs > action.interList.size() / 2) {
+        TARQUEL_LOGE("tarQuel: invalid scene list cmdId is %d, tagLen is %d\n", action.cmdId,
+                     action.tagLen);
+        return -1;
+    }
 
     int result = -1;
-    const size_t pairs = std::min(static_cast<size_t>(action.tagLen), action.interList.size() / 2);
     for (size_t i = 0; i < pairs; ++i) {
         const std::string& name = action.interList[2 * i];
         const std::string& value = action.interList[2 * i + 1];

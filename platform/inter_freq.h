@@ -7,8 +7,9 @@ namespace tarquel {
 
 // Writes the pairs of `action` in order.
 //   payload  one value; -1 ends the scene, which undoes nothing and returns 0
-//   Returns  0; -1 for a null payload, an action without pairs or one of which no pair names a
-//            node, and at the first pair that cannot be written (the rest is left out)
+//   Returns  0; -1 for a null payload, an action without pairs, with fewer than it claims or of
+//            which no pair names a node, and at the first pair that cannot be written (the rest is
+//            left out)
 int DoInterFreqAction(const QcomAction& action, const int* payload);
 
 // Writes the whole of `value` to `path` in one call, without a newline. 0, or -1 with a log line.

@@ -67,16 +67,17 @@ int PerfLockClient::CleanUp() {
 int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
     std::lock_guard lock(mMutex);
     if (sAcquire == nullptr) InitPerfLock();
+    bool inSection = false;
     if (mTracer.IsOn()) {
         TextBuffer text{};
         if (snprintf_s(text.data(), text.size(), text.size() - 1, "PerfLockAcq reqHandle=%d",
                        handle) < 0) {
             TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf error\n");
         }
-        mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+        inSection = mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
     }
     const int result = sAcquire != nullptr ? sAcquire(handle, duration, list, len) : kNoLock;
-    mTracer.TarquelAtraceEnd();
+    if (inSection) mTracer.TarquelAtraceEnd();
     TraceResult(result);
     return result;
 }
@@ -89,23 +90,25 @@ void PerfLockClient::TraceResult(int handle) const {
         0) {
         TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf_ret error\n");
     }
-    mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
-    mTracer.TarquelAtraceEnd();
+    if (mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()))) {
+        mTracer.TarquelAtraceEnd();
+    }
 }
 
 int PerfLockClient::PerfLockRel(int handle) {
     std::lock_guard lock(mMutex);
     if (sRelease == nullptr) InitPerfLock();
+    bool inSection = false;
     if (mTracer.IsOn()) {
         TextBuffer text{};
         if (snprintf_s(text.data(), text.size(), text.size() - 1, "PerfLockRel handle=%d", handle) <
             0) {
             TARQUEL_LOGE("tarQuel: PerfLockRel snprintf_s error\n");
         }
-        mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+        inSection = mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
     }
     const int result = sRelease != nullptr ? sRelease(handle) : 0;
-    mTracer.TarquelAtraceEnd();
+    if (inSection) mTracer.TarquelAtraceEnd();
     return result;
 }
 

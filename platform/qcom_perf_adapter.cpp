@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "nodes/default_limits.h"
+#include "platform/bad_caller.h"
 #include "platform/inter_freq.h"
 #include "platform/log.h"
 #include "tarquel/plat.h"
@@ -81,6 +82,8 @@ int QcomPerfAdapter::SetDebug(bool on) {
         TARQUEL_LOGE("tarquel: mFreqManagerPtr failed!\n");
         return -1;
     }
+    // The two switches never part: one thread's answer stands in both.
+    std::lock_guard lock(mDebugMutex);
     mSwitches.mDebug = on;
     mFreqManagerPtr->SetDebug(on);
     return 0;
@@ -92,14 +95,18 @@ int QcomPerfAdapter::SetState(int state) {
 }
 
 int QcomPerfAdapter::DoAction(const Action& first, unsigned int payloadNum, const int* payload) {
+    if (IsNullArgument(&first, "DoAction")) return -1;
     return mActions.DoAction(first, Payload(payloadNum, payload));
 }
 
 int QcomPerfAdapter::DoAddTaskBoostInfo(Action& first, std::string msg) {
+    if (IsNullArgument(&first, "DoAddTaskBoostInfo")) return 0;
+    if (IsNullArgument(&msg, "DoAddTaskBoostInfo")) return 0;
     return mCompletion.DoAddTaskBoostInfo(first, msg);
 }
 
 int QcomPerfAdapter::DoAddScalingInfo(Action& first) {
+    if (IsNullArgument(&first, "DoAddScalingInfo")) return 0;
     return mCompletion.DoAddScalingInfo(first);
 }
 
@@ -122,6 +129,7 @@ int QcomPerfAdapter::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
 }
 
 int QcomPerfAdapter::GetPerfEventStatus(std::map<std::string, int>& status) {
+    if (IsNullArgument(&status, "GetPerfEventStatus")) return -1;
     return mQueries.GetPerfEventStatus(status);
 }
 
@@ -130,7 +138,8 @@ int QcomPerfAdapter::DoSchedLevelAction(int, int, const int*, const int*) {
 }
 
 int QcomPerfAdapter::GetPerfTagValue(const Action& action, int release, int* tags, int* freqs) {
-    if (tags == nullptr || freqs == nullptr) return -1;
+    if (tags == nullptr || freqs == nullptr || IsNullArgument(&action, "GetPerfTagValue"))
+        return -1;
     return mQueries.GetLimitTagValue(action, release, tags, freqs);
 }
 
@@ -139,6 +148,7 @@ int QcomPerfAdapter::DoProbeAffinity(unsigned int, int) {
 }
 
 int QcomPerfAdapter::GetChipPlatformType(const Action&, int& type) {
+    if (IsNullArgument(&type, "GetChipPlatformType")) return -1;
     type = 0;
     return 0;
 }
@@ -152,11 +162,16 @@ bool QcomPerfAdapter::CanThermalBoost(int cmdId) {
 }
 
 int QcomPerfAdapter::DoInterFreqAction(const QcomAction& action, const int* payload) {
+    if (IsNullArgument(&action, "DoInterFreqAction")) return -1;
     return tarquel::DoInterFreqAction(action, payload);
 }
 
 void QcomPerfAdapter::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
                                   int* list, int& len) {
+    if (IsNullArgument(&action, "SavePerfVal") || IsNullArgument(&duration, "SavePerfVal") ||
+        IsNullArgument(&len, "SavePerfVal")) {
+        return;
+    }
     mActions.SavePerfVal(action, payload, duration, list, len);
 }
 

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "config/config_setter.h"
@@ -87,7 +88,9 @@ class QcomPerfAdapter : public PerfAdapter {
 
     static constexpr int busDcvsVariant = 1;
 
-    // Each room takes the ones above it by reference.
+    // Each room takes the ones above it by reference. What guards their state, and in which order
+    // locks are taken, is in docs/threads.md.
+    std::mutex mDebugMutex;  // makes switching the adapter and its manager one step
     tarquel::DebugSwitches mSwitches;
     tarquel::ControlState mControl;
     const tarquel::ClusterLayout mLayout;

@@ -11,11 +11,11 @@ class QcomPerfPlat : public TarQuelPlat {
     // Destroys the adapter first, then the server's side.
     ~QcomPerfPlat() override;
 
-    // Builds the one adapter. Always 0; a second call only logs.
+    // Builds the one adapter. Always 0; a second call only logs. Threads: any; so are the two
+    // below.
     TARQUEL_API int Initialize() override;
 
     // The one platform object, created on the first call; a destroyed one is created anew.
-    // Threads: none, as GetPlat.
     TARQUEL_API static QcomPerfPlat* GetInstance();
 
     // The adapter; null before Initialize.

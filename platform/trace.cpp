@@ -20,12 +20,14 @@ bool IsTagEnabled() {
 
 }  // namespace
 
-void Tracer::TarquelAtraceBegin(const char* name, unsigned long /*length*/) const {
-    if (IsOn() && IsTagEnabled()) atrace_begin_body(name);
+bool Tracer::TarquelAtraceBegin(const char* name, unsigned long /*length*/) const {
+    if (!IsOn() || !IsTagEnabled()) return false;
+    atrace_begin_body(name);
+    return true;
 }
 
 void Tracer::TarquelAtraceEnd() const {
-    if (IsOn() && IsTagEnabled()) atrace_end_body();
+    atrace_end_body();
 }
 
 bool FormatPerfList(std::span<const int> list, TextBuffer& text) {

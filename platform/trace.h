@@ -20,9 +20,11 @@ class Tracer {
     // True while section names are worth formatting: a debug switch is on.
     bool IsOn() const { return mSwitches.IsVerbose(); }
 
-    // Opens a section called `name`, closes the innermost one. Both do nothing while the switches
-    // are off or atrace's tag bit 0 is clear.
-    void TarquelAtraceBegin(const char* name, unsigned long length) const;
+    // Opens a section called `name`, unless the switches are off or atrace's tag bit 0 is clear.
+    // Returns true when it did: that section is to be closed, whatever the switches say by then.
+    bool TarquelAtraceBegin(const char* name, unsigned long length) const;
+
+    // Closes the innermost section.
     void TarquelAtraceEnd() const;
 
   private:

@@ -234,9 +234,6 @@ Phone::Options Realtime() {
 }
 
 TEST(RealtimePhone, UsesTheMachinesTimers) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "ThreadSanitizer does not know the threads of the C library's timers";
-#endif
     using Kind = TimerEvent::Kind;
     Phone phone(LoadDeviceProfile("sm4450"), Realtime());
     Alarm alarm;

@@ -47,12 +47,13 @@ struct Action {
 // This platform's action: opcode/value pairs in `perfList`, or name/value pairs in `interList`.
 struct QcomAction : Action {
     // Opcode form: copies `count` pairs from `pairs` (opcode, value, ...) into perfList.
-    //   count  pairs; 0 copies nothing; a negative count throws std::length_error
-    //   pairs  2 x count ints; null counts as zeroes
+    //   count  pairs; 0 copies nothing; a negative count, or one that no list has, throws
+    //          std::length_error
+    //   pairs  2 x count ints; null leaves the action without pairs, with a log line
     TARQUEL_API QcomAction(int cmdId, std::string name, int duration, int boostLimitLevel,
                            int count, int* pairs);
     // Interactive-governor form: assigns the first 2 x count strings of `strings` to interList;
-    // entries that `strings` does not have stay empty.
+    // entries that `strings` does not have stay empty. Throws as the opcode form.
     TARQUEL_API QcomAction(int cmdId, std::string name, int duration, int boostLimitLevel,
                            int count, std::vector<std::string> strings);
     TARQUEL_API ~QcomAction() override;

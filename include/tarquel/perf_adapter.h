@@ -1,7 +1,10 @@
 // The operations that the policy server calls on the platform's adapter.
 //
 // The order of the virtual operations is the ABI. The server may call them from several threads.
-// Unless an operation says otherwise, 0 is success and a negative result is a failure.
+// Unless an operation says otherwise, 0 is success and a negative result is a failure. A null
+// pointer where a record or an output belongs, a count that no request has and a list that is
+// shorter than it claims to be are refused: a log line, the operation's failure (its only result
+// where it has but one), nothing changed.
 #pragma once
 
 #include <map>
@@ -44,7 +47,7 @@ class PerfAdapter {
     // as it was. Always 0.
     virtual int DoPerfGetConfig(int tagLen, const int* tags, int* values) = 0;
 
-    // Sets "mPB_Prior" (performance mode) and "mTB_Prior" (thermal level) in `status`. Always 0.
+    // Sets "mPB_Prior" (performance mode) and "mTB_Prior" (thermal level) in `status`. 0.
     virtual int GetPerfEventStatus(std::map<std::string, int>& status) = 0;
 
     // No effect on this platform. Always 0.
@@ -53,13 +56,13 @@ class PerfAdapter {
     // Lists the frequency ceilings of an action.
     //   release      not 0: list them all with the value 0
     //   tags, freqs  room for 133 entries each
-    //   Returns      the number of entries written; -1 when an output is null
+    //   Returns      the number of entries written; -1 when an output is null or the list too short
     virtual int GetPerfTagValue(const Action& action, int release, int* tags, int* freqs) = 0;
 
     // No effect on this platform. Always 0.
     virtual int DoProbeAffinity(unsigned int mask, int pid) = 0;
 
-    // Sets `type` to 0. Always 0.
+    // Sets `type` to 0. 0.
     virtual int GetChipPlatformType(const Action& action, int& type) = 0;
 
     // Counts one boost of `cmdId` at time `now` (the unit of the configured period).

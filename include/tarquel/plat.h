@@ -44,13 +44,12 @@ class TarQuelPlat {
 };
 
 extern "C" {
-// The one platform object, created on the first call. The plug-in keeps ownership.
-// Takes no lock: the server calls it once, at start.
+// The one platform object, created on the first call. The plug-in keeps ownership. Threads: any.
 TARQUEL_API QcomPerfPlat* GetPlat();
 
 // A new loader; the caller owns it and deletes it through its virtual destructor.
 TARQUEL_API QcomPerfLoadXml* CreateTarQuelLoadXml();
 
-// A new frequency manager for `adapter` at every call; the caller owns it.
+// A new frequency manager for `adapter` at every call; the caller owns it. Null for a null adapter.
 TARQUEL_API QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter);
 }

@@ -14,6 +14,8 @@
 #include <optional>
 #include <string>
 
+#include "lab/phone/events.h"
+#include "lab/phone/faults.h"
 #include "lab/phone/kernel.h"
 #include "lab/phone/phone.h"
 #include "lab/phone/real_function.h"
@@ -21,6 +23,8 @@
 namespace {
 
 using lab::Kernel;
+using lab::NodeAccess;
+using lab::NodeFault;
 using lab::Phone;
 
 // The phone's kernel if it answers for `path`, else null.
@@ -29,10 +33,58 @@ Kernel* KernelFor(const char* path) {
     return phone != nullptr && Kernel::Owns(path) ? &phone->GetKernel() : nullptr;
 }
 
-// Hands `text` to the node at `path` of the phone that is alive. Returns 0 or the errno.
-int StoreTo(const std::string& path, const char* text, size_t length) {
+bool Has(const std::optional<NodeFault>& fault, NodeFault::Kind kind) {
+    return fault && fault->kind == kind;
+}
+
+// What the plug-in sees of an access that a fault keeps from the kernel. Returns `error`.
+int RecordFault(const std::string& path, NodeAccess::Kind kind, const std::string& text,
+                int error) {
+    Phone& phone = *Phone::Current();
+    const std::string value = phone.GetKernel().Value(path);
+    phone.Events().Add(NodeAccess{kind, path, text, value, value, error, false});
+    return error;
+}
+
+// Opens the node as the plug-in finds it. Returns 0 or the errno.
+int OpenNode(Kernel& kernel, const std::string& path, bool forWriting) {
+    const lab::Faults& faults = Phone::Current()->GetFaults();
+    const std::optional<NodeFault> fault = faults.OnNode(path);
+    const NodeAccess::Kind kind = forWriting ? NodeAccess::Kind::kWrite : NodeAccess::Kind::kRead;
+    if (Has(fault, NodeFault::Kind::kMissing)) return RecordFault(path, kind, "", ENOENT);
+    const NodeFault::Kind closed =
+        forWriting ? NodeFault::Kind::kUnwritable : NodeFault::Kind::kUnreadable;
+    if (Has(fault, closed)) return RecordFault(path, kind, "", EACCES);
+    if (Has(fault, NodeFault::Kind::kSlow)) faults.PassTime(fault->slowMs);
+    return kernel.Open(path, forWriting);
+}
+
+// The file to read a node from.
+std::string FileToRead(const Kernel& kernel, const std::string& path) {
+    const auto fault = Phone::Current()->GetFaults().OnNode(path);
+    return Has(fault, NodeFault::Kind::kShort) ? "/dev/null" : kernel.FileOf(path);
+}
+
+// Hands `text` to the node at `path` of the phone that is alive. Returns how much it took, or -1
+// with errno.
+ssize_t StoreTo(const std::string& path, const char* text, size_t length) {
     Kernel* const kernel = KernelFor(path.c_str());
-    return kernel == nullptr ? ENODEV : kernel->Write(path, std::string(text, length));
+    if (kernel == nullptr) {
+        errno = ENODEV;
+        return -1;
+    }
+    const std::string whole(text, length);
+    const auto fault = Phone::Current()->GetFaults().OnNode(path);
+    if (Has(fault, NodeFault::Kind::kShort)) {
+        errno = RecordFault(path, NodeAccess::Kind::kWrite, whole, EIO);
+        return static_cast<ssize_t>(length / 2);
+    }
+    const int error = Has(fault, NodeFault::Kind::kRefusing)
+                          ? RecordFault(path, NodeAccess::Kind::kWrite, whole, EINVAL)
+                          : kernel->Write(path, whole);
+    if (error == 0) return static_cast<ssize_t>(length);
+    errno = error;
+    return -1;
 }
 
 // The nodes that are open for writing by descriptor.
@@ -72,10 +124,8 @@ OpenNodes& Nodes() {
 }
 
 ssize_t WriteCookie(void* cookie, const char* text, size_t length) {
-    const int error = StoreTo(*static_cast<std::string*>(cookie), text, length);
-    if (error == 0) return static_cast<ssize_t>(length);
-    errno = error;
-    return 0;  // what a cookie stream takes for a failure
+    const ssize_t taken = StoreTo(*static_cast<std::string*>(cookie), text, length);
+    return taken < 0 ? 0 : taken;  // 0 is what a cookie stream takes for a failure
 }
 
 int CloseCookie(void* cookie) {
@@ -91,12 +141,12 @@ FILE* OpenStream(FopenFunction* real, const char* path, const char* mode) {
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, mode);
     const bool forWriting = std::strpbrk(mode, "wa+") != nullptr;
-    const int error = kernel->Open(path, forWriting);
+    const int error = OpenNode(*kernel, path, forWriting);
     if (error != 0) {
         errno = error;
         return nullptr;
     }
-    if (!forWriting) return real(kernel->FileOf(path).c_str(), mode);
+    if (!forWriting) return real(FileToRead(*kernel, path).c_str(), mode);
     auto* const name = new std::string(path);
     FILE* const stream = fopencookie(name, "w", {nullptr, WriteCookie, nullptr, CloseCookie});
     if (stream == nullptr) delete name;
@@ -109,14 +159,15 @@ int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, flags, mode);
     const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
-    const int error = kernel->Open(path, forWriting);
+    const int error = OpenNode(*kernel, path, forWriting);
     if (error != 0) {
         errno = error;
         return -1;
     }
     // The file keeps its text until the kernel has taken another.
     const int kept = flags & ~(O_TRUNC | O_CREAT | O_EXCL);
-    const int fd = real(kernel->FileOf(path).c_str(), kept);
+    const int fd =
+        real((forWriting ? kernel->FileOf(path) : FileToRead(*kernel, path)).c_str(), kept);
     if (fd >= 0 && forWriting) Nodes().Add(fd, path);
     return fd;
 }
@@ -157,10 +208,7 @@ ssize_t write(int fd, const void* data, size_t length) {
     static const auto real = lab::RealFunction<ssize_t(int, const void*, size_t)>("write");
     const std::optional<std::string> path = Nodes().Find(fd);
     if (!path) return real(fd, data, length);
-    const int error = StoreTo(*path, static_cast<const char*>(data), length);
-    if (error == 0) return static_cast<ssize_t>(length);
-    errno = error;
-    return -1;
+    return StoreTo(*path, static_cast<const char*>(data), length);
 }
 
 int close(int fd) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "lab/phone/posix_timers.h"
+#include "lab/phone/real_timers.h"
 
 namespace lab {
 
@@ -19,12 +20,12 @@ std::atomic<Phone*> gCurrent{nullptr};
 
 // Loads the HAL library from the folder that the program's build or installation has for it. Once
 // it is loaded, opening it by its bare name finds it, without any search path.
-void* LoadHalLibrary() {
+void* LoadHalLibrary(const std::string& variant) {
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
     const std::filesystem::path root = program.parent_path().parent_path();
     std::string tried;
     for (const char* const folder : {"lib", LAB_LIBRARY_FOLDER}) {
-        const std::string file = (root / folder / kHalLibrary).string();
+        const std::string file = (root / folder / variant / kHalLibrary).string();
         if (void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
         tried += "\n  ";
         tried += dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps it for each thread
@@ -39,18 +40,39 @@ Phone::Phone(const DeviceProfile& profile, const Options& options)
       mRecorder(*mClock),
       mKernel(profile, mRecorder),
       mHal(*mClock, mRecorder, mKernel),
+      mFaults(*mClock),
       mTraceEnabled(options.traceEnabled),
       mProperties(profile.properties) {
     if (!options.realtime) mTimers = std::make_unique<PosixTimers>(*mClock, mRecorder);
     mProperties.try_emplace("ro.vendor.extension_library", kHalLibrary);
-    if (options.hal) mHalLibrary = LoadHalLibrary();
+    if (options.hal) SetHalLibrary(HalLibrary::kWhole);
     gCurrent = this;
 }
 
 Phone::~Phone() {
     gCurrent = nullptr;
+    if (mTimers == nullptr) WaitForTimerCallbacks();
     mClock->Stop();
     if (mHalLibrary != nullptr) dlclose(mHalLibrary);
+}
+
+void Phone::SetHalLibrary(HalLibrary library) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    if (mHalLibrary != nullptr) dlclose(mHalLibrary);
+    mHalLibrary = nullptr;
+    switch (library) {
+        case HalLibrary::kWhole:
+            mHalLibrary = LoadHalLibrary("");
+            break;
+        case HalLibrary::kAbsent:
+            break;
+        case HalLibrary::kWithoutAcquire:
+            mHalLibrary = LoadHalLibrary("without_perf_lock_acq");
+            break;
+        case HalLibrary::kWithoutRelease:
+            mHalLibrary = LoadHalLibrary("without_perf_lock_rel");
+            break;
+    }
 }
 
 Phone* Phone::Current() {
@@ -68,6 +90,7 @@ void Phone::ClearProperty(const std::string& name) {
 }
 
 std::optional<std::string> Phone::Property(const std::string& name) const {
+    if (mFaults.IsHidden(name)) return std::nullopt;
     std::lock_guard<std::mutex> guard(mMutex);
     const auto found = mProperties.find(name);
     return found == mProperties.end() ? std::nullopt : std::optional(found->second);

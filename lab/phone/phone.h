@@ -17,6 +17,7 @@
 #include "lab/phone/clock.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
+#include "lab/phone/faults.h"
 #include "lab/phone/kernel.h"
 
 namespace lab {
@@ -49,6 +50,11 @@ class Phone {
     Recorder& Events() { return mRecorder; }
     Kernel& GetKernel() { return mKernel; }
     PerfHal& Hal() { return mHal; }
+    Faults& GetFaults() { return mFaults; }
+
+    // Changes which HAL library a plug-in finds that opens it from now on; one that has opened it
+    // keeps what it has. Throws std::runtime_error when the lab's own is not where it belongs.
+    void SetHalLibrary(HalLibrary library);
 
     // The timers that the plug-in gets; null on the real clock, where they are the machine's.
     PosixTimers* VirtualTimers() { return mTimers.get(); }
@@ -71,6 +77,7 @@ class Phone {
     Recorder mRecorder;
     Kernel mKernel;
     PerfHal mHal;
+    Faults mFaults;
     std::unique_ptr<PosixTimers> mTimers;
     void* mHalLibrary = nullptr;
     bool mTraceEnabled;

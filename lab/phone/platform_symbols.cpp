@@ -139,12 +139,16 @@ int __zqlog_jank_print(int priority, int id, const char* format, ...) {
 // Called by libqti-perfd-client.so.
 int LabPerfLockAcq(int handle, int durationMs, const int* list, int count) {
     Phone* const phone = Phone::Current();
-    return phone == nullptr ? -1 : phone->Hal().Acquire(handle, durationMs, list, count);
+    if (phone == nullptr) return -1;
+    phone->GetFaults().PassHalDelay();
+    return phone->Hal().Acquire(handle, durationMs, list, count);
 }
 
 int LabPerfLockRel(int handle) {
     Phone* const phone = Phone::Current();
-    return phone == nullptr ? -1 : phone->Hal().Release(handle);
+    if (phone == nullptr) return -1;
+    phone->GetFaults().PassHalDelay();
+    return phone->Hal().Release(handle);
 }
 
 }  // extern "C"

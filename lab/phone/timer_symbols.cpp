@@ -1,15 +1,14 @@
 // timer_create and its kin, as the plug-in finds them: with a phone on a virtual clock its timers
-// run on that clock; else they are the C library's, and a phone on the real clock records them.
+// run on that clock; else they are the machine's, and a phone on the real clock records them.
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <list>
-#include <mutex>
 
 #include "lab/phone/events.h"
 #include "lab/phone/phone.h"
 #include "lab/phone/posix_timers.h"
 #include "lab/phone/real_function.h"
+#include "lab/phone/real_timers.h"
 
 namespace {
 
@@ -27,31 +26,14 @@ PosixTimers* VirtualTimers() {
     return phone == nullptr ? nullptr : phone->VirtualTimers();
 }
 
-// A real timer's callback, to record its firing. Kept for good: the C library may start the
-// callback's thread after the timer was deleted.
-struct RealCallback {
-    void (*function)(sigval);
-    sigval value;
-};
-
-RealCallback* KeepCallback(const sigevent& notification) {
-    static std::mutex mutex;
-    static auto* const callbacks = new std::list<RealCallback>;
-    std::lock_guard<std::mutex> guard(mutex);
-    callbacks->push_back({notification.sigev_notify_function, notification.sigev_value});
-    return &callbacks->back();
-}
-
-void RecordAndCall(sigval value) {
-    const auto* const callback = static_cast<const RealCallback*>(value.sival_ptr);
-    Record(TimerEvent::Kind::kFire);
-    callback->function(callback->value);
+int Fail(int error) {
+    errno = error;
+    return -1;
 }
 
 // An id of virtual timers that are no more.
 int FailStale() {
-    errno = EINVAL;
-    return -1;
+    return Fail(EINVAL);
 }
 
 }  // namespace
@@ -62,21 +44,19 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
     static const auto real = lab::RealFunction<decltype(timer_create)>("timer_create");
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return real(clock, notification, id);
+    if (phone->GetFaults().TimerFailsToCreate()) return Fail(EAGAIN);
     if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(notification, id);
-    sigevent recording{};
-    if (notification != nullptr && notification->sigev_notify == SIGEV_THREAD) {
-        recording = *notification;
-        recording.sigev_notify_function = RecordAndCall;
-        recording.sigev_value.sival_ptr = KeepCallback(*notification);
-        notification = &recording;
-    }
-    const int result = real(clock, notification, id);
+    const bool isThread = notification != nullptr && notification->sigev_notify == SIGEV_THREAD;
+    const int result =
+        isThread ? lab::CreateRealTimer(clock, *notification, id) : real(clock, notification, id);
     if (result == 0) Record(TimerEvent::Kind::kCreate);
     return result;
 }
 
 int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* former) noexcept {
     static const auto real = lab::RealFunction<decltype(timer_settime)>("timer_settime");
+    Phone* const phone = Phone::Current();
+    if (phone != nullptr && phone->GetFaults().TimerFailsToSet()) return Fail(EINVAL);
     if (PosixTimers::IsOurs(id)) {
         PosixTimers* const timers = VirtualTimers();
         return timers == nullptr ? FailStale() : timers->Set(id, flags, value, former);

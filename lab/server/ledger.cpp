@@ -94,7 +94,7 @@ void Ledger::BeginRequest() {
     if (mAnnounced.empty()) return;
     mRequests[mRequest] = std::move(mAnnounced.front());
     mAnnounced.pop_front();
-    mRefusalsLeft += mRequests[mRequest].arrangedRefusals;
+    mRefusalsLeft = mRequests[mRequest].arrangedRefusals.value_or(mRefusalsLeft);
 }
 
 void Ledger::EndRequest() {

@@ -46,8 +46,8 @@ struct RequestFacts {
     std::vector<std::string> ended;  // names that end here
     std::vector<Claim> claims;       // in force afterwards
     std::set<int> groupTags;         // tags that a group's one lock holds
-    int arrangedRefusals = 0;        // locks that the HAL is told to refuse from here on
-    bool writesStay = false;         // its node writes are never undone, by design
+    std::optional<int> arrangedRefusals;  // locks that the HAL is told to refuse from here on
+    bool writesStay = false;              // its node writes are never undone, by design
 };
 
 class Ledger {

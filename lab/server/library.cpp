@@ -8,6 +8,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "lab/phone/real_timers.h"
+
 namespace lab {
 namespace {
 
@@ -64,6 +66,13 @@ Library::Library(const std::string& file) : mFile(file.empty() ? BesideProgram()
 }
 
 Library::~Library() {
+    if (mAdapter) {
+        auto* const platform = reinterpret_cast<TarQuelPlat*>(Find<void* (*)()>("GetPlat")());
+        platform->~TarQuelPlat();
+        // No callback begins any more in a plug-in without a timer; its code stays until the last
+        // one has left it.
+        WaitForTimerCallbacks();
+    }
     dlclose(mHandle);
 }
 

@@ -19,9 +19,10 @@ struct ActionDeleter {
 };
 using ActionChain = std::unique_ptr<Action, ActionDeleter>;
 
-// Opens the plug-in on construction and closes it on destruction, which destroys its platform
-// object and all of its process-wide state: the next Library starts afresh. What it hands out dies
-// with it. Not for several threads, except where PerfAdapter is.
+// Opens the plug-in on construction. On destruction it destroys the platform object, waits for what
+// timers still run in the plug-in, and closes it, which ends all of its process-wide state: the
+// next Library starts afresh. What it hands out dies with it. Not for several threads, except where
+// PerfAdapter is.
 class Library {
   public:
     // `file` empty: the one beside the program ("../lib/libtarquel_qcom.so").

@@ -16,6 +16,12 @@ Runner::Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile
 
 void Runner::Start(const ScenarioHead& head) {
     mFile = head.file;
+    if (!head.faultsText.empty()) {
+        Step faults;
+        faults.text = head.faultsText;
+        faults.request = head.faults;
+        Make(faults);
+    }
     const std::string text = fmt::format("start with {} commands", mScenes.Commands().size());
     mPhone.Events().Add(RequestBegin{text, 0});
     mServer.Start();
@@ -162,10 +168,12 @@ Server::Outcome Runner::Perform(const SetOnDemand& asked) {
     return {};
 }
 
-Server::Outcome Runner::Perform(const RefuseLocks& asked) {
-    mPhone.Hal().RefuseNext(asked.count, asked.result);
+Server::Outcome Runner::Perform(const ArrangeFaults& asked) {
+    Inject(asked, mScenes.ClusterLayout(), mDevice, mPhone);
     Server::Outcome outcome;
-    outcome.facts.arrangedRefusals = asked.count;
+    if (asked.hal || asked.liftsAll) {
+        outcome.facts.arrangedRefusals = asked.hal ? asked.hal->refusals : 0;
+    }
     return outcome;
 }
 

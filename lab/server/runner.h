@@ -54,7 +54,7 @@ class Runner {
     Server::Outcome Perform(const GetCeilings& asked);
     Server::Outcome Perform(const GetChipType& asked);
     Server::Outcome Perform(const SetOnDemand& asked);
-    Server::Outcome Perform(const RefuseLocks& asked);
+    Server::Outcome Perform(const ArrangeFaults& asked);
     Server::Outcome Perform(const ArrangeNodes& asked);
     Server::Outcome Perform(const ArrangeProperties& asked);
     Server::Outcome Perform(const Expect& asked);

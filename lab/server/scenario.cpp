@@ -44,8 +44,8 @@ int ReadClient(const YamlNode& node) {
 }
 
 ScenarioHead ReadScenarioHead(const YamlNode& root) {
-    root.ExpectFields("a scenario",
-                      {"title", "device", "scenes", "properties", "state", "debug", "steps"});
+    root.ExpectFields("a scenario", {"title", "device", "scenes", "properties", "state", "debug",
+                                     "faults", "steps"});
     ScenarioHead head;
     head.file = root.file;
     if (const YamlNode* node = root.Find("title")) head.title = node->AsText("a title");
@@ -58,6 +58,9 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
         head.state = static_cast<int>(node->AsInt("state bits", INT32_MIN, INT32_MAX));
     }
     if (const YamlNode* node = root.Find("debug")) head.debug = node->AsBool("on or off");
+    if (const YamlNode* node = root.Find("faults")) {
+        head.faults = ReadFaults(*node, head.faultsText);
+    }
     root.Get("steps").AsList("a list of steps");
     return head;
 }

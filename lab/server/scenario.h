@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "lab/server/fault_step.h"
 #include "lab/server/scene_file.h"
 #include "lab/server/tag_names.h"
 #include "lab/yaml/yaml_tree.h"
@@ -73,10 +74,6 @@ struct GetChipType {
 struct SetOnDemand {
     std::map<int, int> msOfCommand;
 };
-struct RefuseLocks {
-    int count = 0;
-    int result = 0;
-};
 struct ArrangeNodes {
     std::vector<std::pair<std::string, std::optional<std::string>>> nodes;  // none: taken away
 };
@@ -134,7 +131,7 @@ struct Repeat {
 
 using Request = std::variant<DoCommand, DoInteractive, SetLimits, GetValues, GetStatus, DumpLimits,
                              SetStateBits, SetDebugSwitch, CountBoost, AskBoost, GetCeilings,
-                             SetSchedLevel, ProbeAffinity, GetChipType, SetOnDemand, RefuseLocks,
+                             SetSchedLevel, ProbeAffinity, GetChipType, SetOnDemand, ArrangeFaults,
                              ArrangeNodes, ArrangeProperties, Wait, Expect, Repeat>;
 
 struct Step {
@@ -156,6 +153,8 @@ struct ScenarioHead {
     std::map<std::string, std::string> properties;  // beside the profile's
     int state = 0;
     bool debug = false;
+    ArrangeFaults faults;    // in force before the plug-in starts
+    std::string faultsText;  // in words; empty for none
 };
 
 // Reads the fields before the steps and refuses unknown ones. Throws InputError.

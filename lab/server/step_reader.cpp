@@ -59,6 +59,7 @@ const std::vector<StepReader::Kind>& StepReader::Kinds() {
         {"affinity", {}, &StepReader::ReadAffinity},
         {"chip_type", {}, &StepReader::ReadChipType},
         {"on_demand", {}, &StepReader::ReadOnDemand},
+        {"faults", {}, &StepReader::ReadFaultStep},
         {"hal", {}, &StepReader::ReadHal},
         {"node", {}, &StepReader::ReadNode},
         {"property", {}, &StepReader::ReadProperty},
@@ -235,14 +236,16 @@ Request StepReader::ReadOnDemand(const YamlNode&, const YamlNode& value, Step& m
     return arranged;
 }
 
-Request StepReader::ReadHal(const YamlNode&, const YamlNode& value, Step& made) {
-    AsMap(value, "a refusal: {refuse: 2, result: -1}", {"refuse", "result"});
-    const YamlNode* result = value.Find("result");
-    const RefuseLocks arranged{AsInt32(value.Get("refuse"), "how many locks to refuse", 0),
-                               result ? AsInt32(*result, "0 or -1", -1, 0) : -1};
-    made.text = fmt::format("the HAL will refuse {} lock{} with {}", arranged.count,
-                            arranged.count == 1 ? "" : "s", arranged.result);
+Request StepReader::ReadFaultStep(const YamlNode&, const YamlNode& value, Step& made) {
+    ArrangeFaults arranged = ReadFaults(value, made.text);
+    for (const auto& [name, fault] : arranged.nodes) {
+        if (name.scalar[0] != '/') ReadTag(name);
+    }
     return arranged;
+}
+
+Request StepReader::ReadHal(const YamlNode&, const YamlNode& value, Step& made) {
+    return ReadHalFaults(value, made.text);
 }
 
 Request StepReader::ReadNode(const YamlNode&, const YamlNode& value, Step& made) {

@@ -60,6 +60,7 @@ class StepReader {
     Request ReadAffinity(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadChipType(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadOnDemand(const YamlNode& step, const YamlNode& value, Step& made);
+    Request ReadFaultStep(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadHal(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadNode(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadProperty(const YamlNode& step, const YamlNode& value, Step& made);
