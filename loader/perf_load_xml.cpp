@@ -52,12 +52,17 @@ void QcomPerfLoadXml::ChainDeleter::operator()(Action* head) const {
     }
 }
 
+void QcomPerfLoadXml::ActionsDeleter::operator()(std::map<int, Action*>* actions) const {
+    for (const auto& [command, head] : *actions) ChainDeleter()(head);
+    delete actions;
+}
+
 void QcomPerfLoadXml::DeleteAction(Action& head) {
     ChainDeleter()(&head);
 }
 
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
-    std::map<int, Chain> chains;
+    std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
     for (const auto& [command, head] : commands) {
         if (head == nullptr || head->next == nullptr) continue;
         RawXmlData& first = *head->next;
@@ -75,16 +80,13 @@ std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& c
             chain->headValue0 = head->headValue0;
             chain->headValue1 = head->headValue1;
             chain->headValue2 = head->headValue2;
-            chains.emplace(command, std::move(chain));
+            // Commands come in ascending order: each goes to the end.
+            actions->emplace_hint(actions->end(), command, chain.get());
+            static_cast<void>(chain.release());
         }
     }
     mVocabulary.Clear();
-
-    auto result = std::make_unique<std::map<int, Action*>>();
-    for (const auto& [command, chain] : chains) result->emplace(command, chain.get());
-    // Nothing can fail any more: the chains change hands.
-    for (auto& [command, chain] : chains) static_cast<void>(chain.release());
-    return result.release();
+    return actions.release();
 }
 
 QcomPerfLoadXml::Chain QcomPerfLoadXml::IterActions(RawXmlData& first) {
@@ -133,7 +135,7 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
     if (memset_s(buffer.data(), sizeof(buffer), 0, sizeof(buffer)) != 0) return nullptr;
     int duration = 0;
     int boostLimitLevel = -1;
-    std::map<int, int> pairs;
+    CodeValues pairs;
     if (ObtainXmlValue(element, pairs, &duration, &boostLimitLevel) != 0) return nullptr;
 
     size_t used = 0;
@@ -153,37 +155,38 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
                                         static_cast<int>(used / 2), buffer.data());
 }
 
-int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
+int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int* duration,
                                     int* boostLimitLevel) {
     if (duration == nullptr || boostLimitLevel == nullptr) return -1;
     const int cmdId = element.cmdId;
     bool namesTags = false;
-    for (size_t i = 0; i < PairCount(element); ++i) {
+    const size_t count = PairCount(element);
+    for (size_t i = 0; i < count; ++i) {
         const std::string& key = element.keys[i];
         const std::string& value = element.values[i];
-        const bool isHeadKey = keys::IsHeadKey(key);
-        std::optional<int32_t> code;
-        if (!isHeadKey) {
-            code = namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
-            if (!code) {
-                TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId,
-                             key.c_str());
-                return -1;
-            }
-            if (const auto kept = pairs.find(*code); kept != pairs.end()) {
+        const std::optional<int32_t> code =
+            namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
+        int* kept = nullptr;
+        if (code) {
+            const auto [place, isNew] = pairs.Enter(*code);
+            if (!isNew) {
                 TARQUEL_LOGE("tarquel: multi-duration exist! we choose the first value(%d, %d)",
-                             kept->second, std::atoi(value.c_str()));
+                             *place, std::atoi(value.c_str()));
                 continue;
             }
+            kept = place;
+        } else if (!keys::IsHeadKey(key)) {
+            TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId, key.c_str());
+            return -1;
         }
-        if (!IsNumber(value)) {
+        int number = 0;
+        if (!IsNumber(value, number)) {
             TARQUEL_LOGE("tarquel: xml element is invalid, cmdId is %d element is %s", cmdId,
                          key.c_str());
             return -1;
         }
-        const int number = std::atoi(value.c_str());
-        if (code) {
-            pairs.emplace(*code, number);
+        if (kept != nullptr) {
+            *kept = number;
         } else if (key == keys::kDuration) {
             *duration = number;
             // Counts for the keys behind it: long-term scenes name tags, all others opcodes.
