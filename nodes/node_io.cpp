@@ -73,13 +73,17 @@ void NodeIo::WriteNode(const NodePaths& paths, int value) const {
         }
         std::array<char, 16> text;
         const char* const end = std::to_chars(text.begin(), text.end(), value).ptr;
-        const auto length = static_cast<size_t>(end - text.data());
+        const ssize_t length = end - text.data();
+        // The kernel judges the value when it gets it; as printing goes, all of it or a failure.
+        const bool isTaken = write(fd, text.data(), static_cast<size_t>(length)) == length;
+        const int result = isTaken ? static_cast<int>(length) : -1;
         if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: write node ret = %d, node = %s, config = %d\n",
-                         static_cast<int>(length), path, value);
+            TARQUEL_LOGI("tarquel: write node ret = %d, node = %s, config = %d\n", result, path,
+                         value);
         }
-        // Meant: a value that the kernel refuses is not reported; the log says what was asked.
-        [[maybe_unused]] const ssize_t written = write(fd, text.data(), length);
+        if (result <= 0) {
+            TARQUEL_LOGE("tarquel: fprintf failed, ret = %d, node = %s\n", result, path);
+        }
         close(fd);
         return;
     }
