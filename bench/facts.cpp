@@ -43,11 +43,14 @@ long long WarmAllocations(const Request& request) {
 }
 
 std::vector<Fact> MeasureMemory(Plugin& plugin) {
+    constexpr long long kMostAfterStart = 12 * 1024;
+    constexpr long long kMostForCommands = 400 * 1000;
     std::vector<Fact> facts;
     plugin.DescribeClusters();
     long long before = HeapBytesHeld();
     plugin.Initialize();
-    facts.push_back({"heap held after Initialize()", HeapBytesHeld() - before, "bytes"});
+    facts.push_back(
+        {"heap held after Initialize()", HeapBytesHeld() - before, "bytes", kMostAfterStart});
     facts.push_back({"library resident", MappedBytes("Rss"), "bytes"});
     facts.push_back({"library resident, the process's own", MappedBytes("Anonymous"), "bytes"});
 
@@ -55,13 +58,15 @@ std::vector<Fact> MeasureMemory(Plugin& plugin) {
     Configuration configuration(kCommands);
     before = HeapBytesHeld();
     ActionMap* const actions = plugin.Parse(configuration.Commands());
-    facts.push_back({"heap held by 1,000 commands of 8 keys", HeapBytesHeld() - before, "bytes"});
+    facts.push_back({"heap held by 1,000 commands of 8 keys", HeapBytesHeld() - before, "bytes",
+                     kMostForCommands});
     FreeActions(actions);
     return facts;
 }
 
 std::vector<Fact> DescribeLibraryFile() {
     constexpr long long kMostBytes = 150 * 1024;
+    constexpr long long kMostRelocations = 200;
     constexpr long long kCompilersOwn = 1;
     const ElfFile file(TARQUEL_PLUGIN);
     const auto sum = [&file](int64_t tag) {
@@ -72,7 +77,7 @@ std::vector<Fact> DescribeLibraryFile() {
     const auto size = static_cast<long long>(std::filesystem::file_size(TARQUEL_STRIPPED_PLUGIN));
     return {
         {"library file, stripped", size, "bytes", kMostBytes},
-        {"relative relocations", sum(DT_RELACOUNT), ""},
+        {"relative relocations", sum(DT_RELACOUNT), "", kMostRelocations},
         {"initialisers, the compiler's own included",
          sum(DT_INIT_ARRAYSZ) / static_cast<long long>(sizeof(void*)), "", kCompilersOwn},
     };

@@ -2,12 +2,20 @@
 // file.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "bench/requests.h"
-#include "bench/results.h"
 
 namespace bench {
+
+// A figure that does not depend on the machine's load.
+struct Fact {
+    std::string name;
+    long long value;
+    std::string unit;
+    long long most = -1;  // what it may be at most; -1 where nothing is asked
+};
 
 // What one run of `request` takes from the heap once it is warm: in its state, after several runs.
 long long WarmAllocations(const Request& request);

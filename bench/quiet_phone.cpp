@@ -37,6 +37,8 @@ constexpr size_t kPathMax = 512;
 std::array<char, kPathMax> sRoot{};
 size_t sRootLength = 0;
 
+thread_local long tOpens = 0;
+
 bool IsNode(const char* path) {
     return std::strncmp(path, "/sys/", 5) == 0 || std::strncmp(path, "/proc/sys/", 10) == 0 ||
            std::strncmp(path, "/dev/cpuctl/", 12) == 0;
@@ -104,6 +106,7 @@ QuietPhone::QuietPhone() {
     if (mHal == nullptr) throw std::runtime_error(std::string("no perf HAL: ") + dlerror());
     acquire = reinterpret_cast<decltype(acquire)>(dlsym(mHal, "perf_lock_acq"));
     release = reinterpret_cast<decltype(release)>(dlsym(mHal, "perf_lock_rel"));
+    mHalCalls = static_cast<std::atomic<long>*>(dlsym(mHal, "quiet_hal_calls"));
     std::memcpy(sRoot.data(), mRoot.data(), mRoot.size());
     sRootLength = mRoot.size();
 }
@@ -113,6 +116,10 @@ QuietPhone::~QuietPhone() {
     std::error_code ignored;
     std::filesystem::remove_all(mRoot, ignored);
     dlclose(mHal);
+}
+
+QuietPhone::Calls QuietPhone::CountCalls() const {
+    return {mHalCalls->load(), tOpens};
 }
 
 }  // namespace bench
@@ -178,6 +185,7 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
+    ++bench::tOpens;
     return openat(AT_FDCWD, bench::Place(path).Path(), flags, mode);
 }
 

@@ -6,6 +6,7 @@
 // goes the same way and pays the same.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 namespace bench {
@@ -24,6 +25,13 @@ class QuietPhone {
 
     const std::string& Root() const { return mRoot; }
 
+    // What was asked of the phone since it began, while one thread asked.
+    struct Calls {
+        long hal = 0;
+        long opens = 0;
+    };
+    Calls CountCalls() const;
+
     // The HAL's own functions, for floors.
     int (*acquire)(int handle, int durationMs, int* list, int count) = nullptr;
     int (*release)(int handle) = nullptr;
@@ -31,6 +39,7 @@ class QuietPhone {
   private:
     std::string mRoot;
     void* mHal = nullptr;
+    const std::atomic<long>* mHalCalls = nullptr;
 };
 
 // The name by which the plug-in opens the perf HAL.

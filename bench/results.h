@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/facts.h"
 #include "bench/requests.h"
 
 namespace bench {
@@ -21,14 +22,6 @@ struct Timing {
     double Ratio() const { return ns / floorNs; }
     bool HasTarget() const { return target.maxRatio > 0 || target.maxNsAboveFloor > 0; }
     bool MeetsTarget() const;
-};
-
-// A figure that does not depend on the machine's load.
-struct Fact {
-    std::string name;
-    long long value;
-    std::string unit;
-    long long most = -1;  // what it may be at most; -1 where nothing is asked
 };
 
 struct Results {
