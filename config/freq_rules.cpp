@@ -22,7 +22,7 @@ int FreqRules::UpdateMaxCpuFreq(int value, CPUFREQ& freq, int tagMin, int tagMax
         value = freq.cpuinfoMaxFreq;
         if (mSwitches.IsVerbose()) TARQUEL_LOGI("tarquel: reset setMaxCpuFreq = %d.\n", value);
     } else if (freq.mMinFreq > value) {
-        const NodeList* floorNode = mNodes.Find(tagMin);
+        const NodePaths* floorNode = mNodes.Find(tagMin);
         if (mControl.mPerf == 0 && floorNode != nullptr) mIo.WriteNode(*floorNode, value);
         freq.mMinFreq = value;
         mPerfService.PerfServiceSetConfig(tagMin, value);
@@ -31,7 +31,7 @@ int FreqRules::UpdateMaxCpuFreq(int value, CPUFREQ& freq, int tagMin, int tagMax
     freq.mMaxFreq = value;
     if (value != freq.cpuinfoMaxFreq) return value;
 
-    if (const NodeList* ceilingNode = mNodes.Find(tagMax)) {
+    if (const NodePaths* ceilingNode = mNodes.Find(tagMax)) {
         mIo.WriteNode(*ceilingNode, value);
         mScaling.MarkWritten(tagMax);
         if (mSwitches.IsVerbose()) {
@@ -55,7 +55,7 @@ int FreqRules::UpdateCpuMax(int tag, int value) {
 
 bool FreqRules::WriteUnlessOwned(int tag, int value) {
     if (value == kNoModification || mControl.mPerf != 0 || mControl.mBreakThrough) return false;
-    const NodeList* node = mNodes.Find(tag);
+    const NodePaths* node = mNodes.Find(tag);
     if (node == nullptr) {
         TARQUEL_LOGE("tarquel: tag = %d not in mCpuNodeMap\n", tag);
         return false;

@@ -69,7 +69,7 @@ TagValues GroupConfig::UpdateGroupTagMap(int tagLen, const int* tags, const int*
     TagValues group;
     for (int i = 1; i < tagLen; ++i) {
         if (isTimed || !IsCpuMaxTag(tags[i])) {
-            group.Set(tags[i], configs[i]);
+            *group.Enter(tags[i]).first = configs[i];
         } else if (tags[i] != kTagMiddleMax || mLayout.HasPrimeCluster()) {
             ApplyCpuMax(tagLen, tags[i], configs[i]);
         }

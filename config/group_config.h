@@ -9,13 +9,17 @@
 
 #include "config/freq_rules.h"
 #include "config/perf_service.h"
-#include "config/tag_values.h"
 #include "nodes/tag_opcodes.h"
 #include "platform/adapter_state.h"
+#include "platform/client_ids.h"
 #include "platform/perf_lock.h"
+#include "platform/sorted_pairs.h"
 #include "platform/trace.h"
 
 namespace tarquel {
+
+// The pairs of one group request: a value for each tag, as many as a request has.
+using TagValues = SortedPairs<kMaxTags>;
 
 // Threads: callers hold the frequency manager's mutex.
 class GroupConfig {

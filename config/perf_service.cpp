@@ -35,7 +35,8 @@ int PerfService::PerfServiceSetConfig(int tag, int value) {
 }
 
 void PerfService::Replace(int tag, uint32_t opcode, int value) {
-    DoHandleMapRelease(mConfigHandleMap, tag);
+    int& handle = mConfigHandleMap[tag];
+    Release(handle, tag);
     if (value == kNoModification) {
         if (mSwitches.IsVerbose()) {
             TARQUEL_LOGI("tarquel: default cpu_max_freq is 0xffffffff, no need to modify!\n");
@@ -43,7 +44,6 @@ void PerfService::Replace(int tag, uint32_t opcode, int value) {
         return;
     }
     std::array<int, 2> list{static_cast<int>(opcode), value};
-    int& handle = mConfigHandleMap[tag];
     handle = mPerfLock.PerfLockAcq(handle, 0, list.data(), static_cast<int>(list.size()));
     if (mSwitches.IsVerbose()) {
         TARQUEL_LOGI(
@@ -53,8 +53,7 @@ void PerfService::Replace(int tag, uint32_t opcode, int value) {
     }
 }
 
-void PerfService::DoHandleMapRelease(std::map<int, int>& handleMap, int key) {
-    int& handle = handleMap[key];
+void PerfService::Release(int& handle, int key) {
     if (IsHeldLock(handle)) {
         if (mSwitches.IsDebug()) {
             TARQUEL_LOGD("tarquel: DoHandleMapRelease tag = %d, PerfLockRel handle= %d\n", key,

@@ -43,9 +43,12 @@ class PerfService {
     int PerfServiceSetConfig(int tag, int value);
 
     // Releases the lock that `handleMap` records for `key`, if it holds one, and records 0.
-    void DoHandleMapRelease(std::map<int, int>& handleMap, int key);
+    void DoHandleMapRelease(std::map<int, int>& handleMap, int key) {
+        Release(handleMap[key], key);
+    }
 
   private:
+    void Release(int& handle, int key);
     void Replace(int tag, uint32_t opcode, int value);
 
     const DebugSwitches& mSwitches;

@@ -2,6 +2,7 @@
 // clusters, boost frequencies.
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 
 #include "loader/cpu_info.h"
 #include "loader/element_keys.h"
@@ -92,10 +93,22 @@ void QcomPerfLoadXml::ParseFreqLevelInfo(const std::string& key, const std::stri
 
 namespace tarquel {
 
-bool IsNumber(const std::string& text) {
+bool IsNumber(const std::string& text, int& number) {
     if (text.empty()) return false;
-    const size_t digits = text[0] == '-' ? 1 : 0;
-    return text.find_first_not_of("0123456789", digits) == std::string::npos;
+    std::string_view digits = text;
+    const bool isNegative = digits[0] == '-';
+    if (isNegative) digits.remove_prefix(1);
+    uint64_t value = 0;
+    for (const char c : digits) {
+        const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
+        if (digit > 9) return false;
+        value = value * 10 + digit;
+    }
+    // What becomes of a number that does not fit is atoi's business.
+    constexpr size_t kFits = 18;
+    number = digits.size() > kFits ? std::atoi(text.c_str())
+                                   : static_cast<int>(isNegative ? 0 - value : value);
+    return true;
 }
 
 std::array<int, 8> ParseBoostFreqLevelList(int value) {

@@ -1,5 +1,6 @@
 #include "loader/perf_load_xml.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <string_view>
@@ -26,12 +27,14 @@ constexpr int kMinKhz = 1000;
 constexpr int kMaxKhz = 65534999;
 constexpr int kKhzPerMhz = 1000;
 
-// True, with a log line, for an element whose keys and values do not go in pairs.
-bool IsUneven(const RawXmlData& element) {
-    if (element.keys.size() == element.values.size()) return false;
-    TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", element.cmdId,
-                 element.name.c_str());
-    return true;
+// Keys and values that stand beside each other. What has nothing to pair with is not read, with a
+// log line.
+size_t PairCount(const RawXmlData& element) {
+    if (element.keys.size() != element.values.size()) {
+        TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", element.cmdId,
+                     element.name.c_str());
+    }
+    return std::min(element.keys.size(), element.values.size());
 }
 
 }  // namespace
@@ -55,6 +58,11 @@ void QcomPerfLoadXml::ChainDeleter::operator()(Action* head) const {
     }
 }
 
+void QcomPerfLoadXml::ActionsDeleter::operator()(std::map<int, Action*>* actions) const {
+    for (const auto& [command, head] : *actions) ChainDeleter()(head);
+    delete actions;
+}
+
 void QcomPerfLoadXml::DeleteAction(Action& head) {
     if (tarquel::IsNullArgument(&head, "DeleteAction")) return;
     if (tarquel::IsEndless(head)) {
@@ -65,22 +73,24 @@ void QcomPerfLoadXml::DeleteAction(Action& head) {
 }
 
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
-    std::map<int, Chain> chains;
-    if (tarquel::IsNullArgument(&commands, "ParserXml")) return new std::map<int, Action*>;
+    std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
+    if (tarquel::IsNullArgument(&commands, "ParserXml")) return actions.release();
     for (const auto& [command, head] : commands) {
         if (head == nullptr) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is NULL", command);
             continue;
         }
-        if (head->next == nullptr || IsUneven(*head->next)) continue;
+        if (head->next == nullptr) continue;
         RawXmlData& first = *head->next;
         if (first.name == keys::kCpuInfo) {
-            for (size_t i = 0; i < first.keys.size(); ++i) {
+            const size_t count = PairCount(first);
+            for (size_t i = 0; i < count; ++i) {
                 ParserCpuInfo(first.keys[i], first.values[i]);
             }
             mVocabulary.TarquelOpcodeMapInit(hasPrimeCluster != 0);
         } else if (first.name.starts_with(keys::kFreqLevelInfo)) {
-            for (size_t i = 0; i < first.keys.size(); ++i) {
+            const size_t count = PairCount(first);
+            for (size_t i = 0; i < count; ++i) {
                 const int level = std::stoi(first.name.substr(keys::kFreqLevelInfo.size()));
                 ParseFreqLevelInfo(first.keys[i], first.values[i], level);
             }
@@ -88,16 +98,13 @@ std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& c
             chain->headValue0 = head->headValue0;
             chain->headValue1 = head->headValue1;
             chain->headValue2 = head->headValue2;
-            chains.emplace(command, std::move(chain));
+            // Commands come in ascending order: each goes to the end.
+            actions->emplace_hint(actions->end(), command, chain.get());
+            static_cast<void>(chain.release());
         }
     }
     mVocabulary.Clear();
-
-    auto result = std::make_unique<std::map<int, Action*>>();
-    for (const auto& [command, chain] : chains) result->emplace(command, chain.get());
-    // Nothing can fail any more: the chains change hands.
-    for (auto& [command, chain] : chains) static_cast<void>(chain.release());
-    return result.release();
+    return actions.release();
 }
 
 QcomPerfLoadXml::Chain QcomPerfLoadXml::IterActions(RawXmlData& first) {
@@ -146,7 +153,7 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
     if (memset_s(buffer.data(), sizeof(buffer), 0, sizeof(buffer)) != 0) return nullptr;
     int duration = 0;
     int boostLimitLevel = -1;
-    std::map<int, int> pairs;
+    CodeValues pairs;
     if (ObtainXmlValue(element, pairs, &duration, &boostLimitLevel) != 0) return nullptr;
 
     size_t used = 0;
@@ -166,38 +173,38 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
                                         static_cast<int>(used / 2), buffer.data());
 }
 
-int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
+int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int* duration,
                                     int* boostLimitLevel) {
     if (duration == nullptr || boostLimitLevel == nullptr) return -1;
     const int cmdId = element.cmdId;
     bool namesTags = false;
-    if (IsUneven(element)) return -1;
-    for (size_t i = 0; i < element.keys.size(); ++i) {
+    const size_t count = PairCount(element);
+    for (size_t i = 0; i < count; ++i) {
         const std::string& key = element.keys[i];
         const std::string& value = element.values[i];
-        const bool isHeadKey = keys::IsHeadKey(key);
-        std::optional<int32_t> code;
-        if (!isHeadKey) {
-            code = namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
-            if (!code) {
-                TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId,
-                             key.c_str());
-                return -1;
-            }
-            if (const auto kept = pairs.find(*code); kept != pairs.end()) {
+        const std::optional<int32_t> code =
+            namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
+        int* kept = nullptr;
+        if (code) {
+            const auto [place, isNew] = pairs.Enter(*code);
+            if (!isNew) {
                 TARQUEL_LOGE("tarquel: multi-duration exist! we choose the first value(%d, %d)",
-                             kept->second, std::atoi(value.c_str()));
+                             *place, std::atoi(value.c_str()));
                 continue;
             }
+            kept = place;
+        } else if (!keys::IsHeadKey(key)) {
+            TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId, key.c_str());
+            return -1;
         }
-        if (!IsNumber(value)) {
+        int number = 0;
+        if (!IsNumber(value, number)) {
             TARQUEL_LOGE("tarquel: xml element is invalid, cmdId is %d element is %s", cmdId,
                          key.c_str());
             return -1;
         }
-        const int number = std::atoi(value.c_str());
-        if (code) {
-            pairs.emplace(*code, number);
+        if (kept != nullptr) {
+            *kept = number;
         } else if (key == keys::kDuration) {
             *duration = number;
             // Counts for the keys behind it: long-term scenes name tags, all others opcodes.
@@ -234,8 +241,8 @@ QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
 
 int QcomPerfLoadXml::ObtainInterXmlValue(RawXmlData& element,
                                          std::map<std::string, std::string>& pairs) {
-    if (IsUneven(element)) return -1;
-    for (size_t i = 0; i < element.keys.size(); ++i) {
+    const size_t count = PairCount(element);
+    for (size_t i = 0; i < count; ++i) {
         const std::string& key = element.keys[i];
         if (!tarquel::IsInteractiveKey(key)) {
             TARQUEL_LOGE("inter xml is invalid, cmdId is %d element is %s", element.cmdId,

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "loader/vocabulary.h"
+#include "platform/sorted_pairs.h"
 #include "tarquel/action.h"
 #include "tarquel/api.h"
 #include "tarquel/raw_xml_data.h"
@@ -50,10 +51,17 @@ class QcomPerfLoadXml {
     };
     using Chain = std::unique_ptr<Action, ChainDeleter>;
 
+    // Frees all chains of a map and the map.
+    struct ActionsDeleter {
+        void operator()(std::map<int, Action*>* actions) const;
+    };
+
+    // The opcodes, or tags, of one element with their values.
+    using CodeValues = tarquel::SortedPairs<tarquel::Vocabulary::kMaxCodes>;
+
     Chain IterActions(RawXmlData& first);
     std::unique_ptr<QcomAction> RawXmlToAction(RawXmlData& element);
-    int ObtainXmlValue(RawXmlData& element, std::map<int, int>& pairs, int* duration,
-                       int* boostLimitLevel);
+    int ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int* duration, int* boostLimitLevel);
     void StoreHeadValue(RawXmlData& element, std::string_view key, int number,
                         int* boostLimitLevel);
     int ObtainInterXmlValue(RawXmlData& element, std::map<std::string, std::string>& pairs);
@@ -67,8 +75,9 @@ class QcomPerfLoadXml {
 
 namespace tarquel {
 
-// A non-empty text of decimal digits, of which the first character may be '-' instead.
-bool IsNumber(const std::string& text);
+// True for a non-empty text of decimal digits, of which the first character may be '-' instead;
+// `number` is then its value as atoi gives it.
+bool IsNumber(const std::string& text, int& number);
 
 // The eight nibbles of `value`, most significant first.
 std::array<int, 8> ParseBoostFreqLevelList(int value);

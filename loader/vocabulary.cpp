@@ -2,21 +2,30 @@
 
 #include <algorithm>
 
+#include "loader/element_keys.h"
+#include "loader/name_index.h"
 #include "loader/vocabulary_table.h"
 
 namespace tarquel {
 
 namespace {
 
-constexpr bool IsBefore(const OpcodeName& a, const OpcodeName& b) {
-    return a.name < b.name;
-}
+constexpr NameIndex<kOpcodeNames.size(), CountCharacters(kOpcodeNames)> kOpcodeIndex(kOpcodeNames);
 
-constexpr auto kOpcodesByName = [] {
-    auto rows = kOpcodeNames;
-    std::sort(rows.begin(), rows.end(), IsBefore);
-    return rows;
+// By the number of a key's row.
+constexpr auto kOpcodes = [] {
+    std::array<int32_t, kOpcodeNames.size()> opcodes{};
+    for (size_t row = 0; row < opcodes.size(); ++row) opcodes[row] = kOpcodeNames[row].opcode;
+    return opcodes;
 }();
+
+// A key that describes the command names no tunable.
+static_assert(std::none_of(kOpcodeNames.begin(), kOpcodeNames.end(),
+                           [](const OpcodeName& row) { return keys::IsHeadKey(row.name); }));
+static_assert(std::none_of(kTagNames.begin(), kTagNames.end(),
+                           [](const TagName& row) { return keys::IsHeadKey(row.name); }));
+
+static_assert(Vocabulary::kMaxCodes >= kOpcodeNames.size() + kTagNames.size());
 
 template <typename Row, size_t N>
 constexpr const Row* FindRow(const std::array<Row, N>& rows, std::string_view name) {
@@ -61,10 +70,9 @@ std::optional<int32_t> FindOpcodeInLayout(std::string_view key, int busLayout) {
         if (key == kOnlyInBusLayout1) return std::nullopt;
         if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return row->opcode;
     }
-    const auto found = std::lower_bound(kOpcodesByName.begin(), kOpcodesByName.end(),
-                                        OpcodeName{key, 0}, IsBefore);
-    if (found == kOpcodesByName.end() || found->name != key) return std::nullopt;
-    return found->opcode;
+    const int row = kOpcodeIndex.Find(key);
+    if (row < 0) return std::nullopt;
+    return kOpcodes[static_cast<size_t>(row)];
 }
 
 bool IsInteractiveKey(std::string_view key) {

@@ -3,6 +3,7 @@
 // The tables are constant; what changes while a configuration is read is which of them count.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -11,6 +12,9 @@ namespace tarquel {
 
 class Vocabulary {
   public:
+    // The opcodes and tags that keys can name, at most.
+    static constexpr size_t kMaxCodes = 258;
+
     // Puts the keys of the bus layout in force as names of opcodes.
     void OpcodeMapInit() { mOpcodesInForce = true; }
 

@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <climits>
 
-#include "nodes/node_table.h"
+#include "nodes/node_path_table.h"
 
 namespace tarquel {
 
 namespace {
 
 void GetDefaultCpuFreqValue(const CpuRange& cpus, const NodeIo& io, CPUFREQ& freq) {
-    const NodeList hardwareMax = ClusterNodes(cpus, kCpuinfoMaxSuffix);
-    const NodeList floor = ClusterNodes(cpus, kScalingMinSuffix);
-    const NodeList ceiling = ClusterNodes(cpus, kScalingMaxSuffix);
+    const NodePaths hardwareMax = NodePaths::OfCluster(cpus, kCpuinfoMaxSuffix);
+    const NodePaths floor = NodePaths::OfCluster(cpus, kScalingMinSuffix);
+    const NodePaths ceiling = NodePaths::OfCluster(cpus, kScalingMaxSuffix);
     io.ReadNode(hardwareMax, &freq.cpuinfoMaxFreq);
     // Meant: the default floor is scaling_min_freq as found, not cpuinfo_min_freq.
     io.ReadNode(floor, &freq.defaultMinFreq);
@@ -22,7 +22,7 @@ void GetDefaultCpuFreqValue(const CpuRange& cpus, const NodeIo& io, CPUFREQ& fre
 
 int ReadGpu(const NodeIo& io, const char* path) {
     int value = 0;
-    io.ReadNode({path}, &value);
+    io.ReadNode(NodePaths(path), &value);
     return value;
 }
 

@@ -2,15 +2,10 @@
 // opens is the one that counts. Nothing reports a failure to its caller; all of it is in the log.
 #pragma once
 
-#include <string>
-#include <vector>
-
+#include "nodes/node_paths.h"
 #include "platform/adapter_state.h"
 
 namespace tarquel {
-
-// Alternative paths of one tunable, in the order in which they are tried.
-using NodeList = std::vector<std::string>;
 
 // Keeps no state of its own: any thread may call.
 class NodeIo {
@@ -19,10 +14,10 @@ class NodeIo {
 
     // Reads a decimal integer into `*target`, which keeps its value when no path opens or the node
     // holds no number. A number beyond int saturates. A null target does nothing.
-    void ReadNode(const NodeList& paths, int* target) const;
+    void ReadNode(const NodePaths& paths, int* target) const;
 
     // Writes `value` as a bare decimal.
-    void WriteNode(const NodeList& paths, int value) const;
+    void WriteNode(const NodePaths& paths, int value) const;
 
   private:
     const DebugSwitches& mSwitches;

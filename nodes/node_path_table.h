@@ -18,7 +18,7 @@ struct ClusterNode {
 };
 
 // A tag with one fixed node. The per-cluster governor nodes name CPU 0, 4 and 7 literally: they do
-// not follow the device's clusters.
+// not follow the device's clusters. Paths end with a null character.
 struct FixedNode {
     enum class Layout : uint8_t { kAny, kThreeClusters };
 

@@ -7,12 +7,10 @@
 #include <array>
 #include <atomic>
 #include <span>
-#include <string_view>
 
 #include "loader/cluster_layout.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
 #include "nodes/node_path_table.h"
+#include "nodes/node_paths.h"
 #include "platform/adapter_state.h"
 
 namespace tarquel {
@@ -33,21 +31,21 @@ class NodeTable {
     void InitSchedutilHispeedClusterNode();
 
     // The paths of a tag that the table holds, or null. Threads: any.
-    const NodeList* Find(int tag) const;
+    const NodePaths* Find(int tag) const;
 
     // The paths of a tag. One that the table does not hold is entered with no path at all: reads
     // and writes of it do nothing, and Find finds it from then on. Threads: any.
-    const NodeList& Get(int tag);
+    const NodePaths& Get(int tag);
 
   private:
     // Tags above the highest one that any table names are held by nobody.
     static constexpr int kTags = 128;
     struct Entry {
-        NodeList paths;
+        NodePaths paths;
         std::atomic<bool> isHeld{false};
     };
 
-    void Assign(int tag, NodeList paths);
+    void Assign(int tag, const NodePaths& paths);
     void AddFixed(std::span<const FixedNode> rows);
     void AddPerCluster(std::span<const ClusterNode> rows);
 
@@ -55,13 +53,5 @@ class NodeTable {
     const ClusterLayout& mLayout;
     std::array<Entry, kTags> mCpuNodeMap;
 };
-
-// Appends the path of a CPU's node: prefix, CPU number, `suffix`. A path that cannot be formatted
-// is left out, with a log line.
-void GetCpuFreqNode(NodeList& paths, std::string_view suffix, int cpu);
-
-// The paths of `suffix` for every CPU of a cluster, ascending; none when its first CPU is above its
-// last, or when the range is wider than any device (with a log line).
-NodeList ClusterNodes(const CpuRange& cpus, std::string_view suffix);
 
 }  // namespace tarquel

@@ -1,9 +1,10 @@
 // Tag to perf-HAL opcode, on this device.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
 #include <optional>
+#include <set>
 
 #include "loader/cluster_layout.h"
 
@@ -11,6 +12,9 @@ namespace tarquel {
 
 class TagOpcodes {
   public:
+    static constexpr int kLastTag = 133;      // the highest one that has an opcode
+    static constexpr uint32_t kNoOpcode = 0;  // no resource of the HAL has it
+
     // `busDcvsVariant` 1 selects the opcodes of the newer bus monitors.
     void InitTagToOpcode(const ClusterLayout& layout, int busDcvsVariant);
 
@@ -19,10 +23,11 @@ class TagOpcodes {
 
     // The opcode of a tag; one that is not there is entered with opcode 0 and stays so.
     // Threads: callers hold the frequency manager's mutex.
-    uint32_t Get(int tag) { return mTagToOpcode[tag]; }
+    uint32_t Get(int tag);
 
   private:
-    std::map<int, uint32_t> mTagToOpcode;
+    std::array<uint32_t, kLastTag + 1> mTagToOpcode{};
+    std::set<int> mEntered;  // tags without an opcode that Get was asked for
 };
 
 }  // namespace tarquel

@@ -1,6 +1,7 @@
 // Translation of parsed scene elements into action chains.
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "tests/support/plugin_test.h"
@@ -47,6 +48,20 @@ TEST_F(LoaderTest, ElementBecomesPairsInAscendingOpcodeOrder) {
     EXPECT_THAT(action->perfList, ElementsAre(0x40408000, -5, 0x40800000, 1766, 0x40C00000, 3));
     EXPECT_THAT(Log(kError), IsEmpty());
     EXPECT_THAT(Log(kInfo), IsEmpty());
+}
+
+TEST_F(LoaderTest, NumbersBecomeWhatAtoiMakesOfThem) {
+    const std::vector<std::string> texts{"-",
+                                         "-2147483648",
+                                         "4294967297",
+                                         "00000000000000000000012",
+                                         "99999999999999999999",
+                                         "-99999999999999999999"};
+    for (const std::string& text : texts) {
+        const auto action = ParseOne(4353, {{"duration_ms", "1"}, {"sched_boost", text}});
+        ASSERT_NE(action, nullptr) << text;
+        EXPECT_EQ(action->perfList.at(1), std::atoi(text.c_str())) << text;
+    }
 }
 
 TEST_F(LoaderTest, HeaderGoesToTheHeadAndAttributesToEachAction) {

@@ -74,6 +74,11 @@ TEST_F(NodeTest, TextIsNoNumberAndAnotherNumberIsCutToInt) {
                                          "devfreq/max_freq\n"));
     EXPECT_THAT(Log(kInfo), ElementsAre("tarquel: read node ret = 0, node = " + kGpu +
                                         "devfreq/max_freq, config = -77\n"));
+    Forget();
+    GetPhone().GetKernel().Force(kGpu + "devfreq/max_freq", " \n");
+    EXPECT_EQ(Get(10), kUntouched);
+    EXPECT_THAT(Log(kError), ElementsAre("tarquel: fscanf_s failed, ret = -1, node = " + kGpu +
+                                         "devfreq/max_freq\n"));
     GetPhone().GetKernel().Force(kGpu + "devfreq/max_freq", "99999999999");
     EXPECT_EQ(Get(10), INT_MAX);
 }

@@ -1,0 +1,291 @@
+// Measures what the plug-in adds to the calls that it must make. ./dev bench builds and runs it.
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <time.h>
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/configuration.h"
+#include "bench/facts.h"
+#include "bench/plugin.h"
+#include "bench/quiet_phone.h"
+#include "bench/requests.h"
+#include "bench/results.h"
+
+namespace bench {
+
+namespace {
+
+constexpr char kFloorSuffix[] = ":floor";
+
+constexpr char kUsage[] =
+    R"(usage: tarquel-bench [--quick] [--json FILE] [--benchmark_OPTION...]
+
+Measures the built library on a phone that does nothing, each request beside the bare
+system calls and HAL calls that it is prescribed to make. Cases and floors run interleaved
+in random order; reported are medians of CPU time.
+
+  --quick      few and short repetitions: shows that everything runs, not how fast
+  --json FILE  writes the results as JSON, too
+
+Options of Google Benchmark choose cases, for example
+  tarquel-bench --benchmark_filter=DoAction
+)";
+
+double CpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// Runs `timed` once an iteration; only its CPU time counts, not what `after` takes.
+template <typename Timed, typename After>
+void RunTimed(benchmark::State& state, const Timed& timed, const After& after) {
+    for (auto _ : state) {
+        const double start = CpuSeconds();
+        auto made = timed();
+        state.SetIterationTime(CpuSeconds() - start);
+        after(made);
+    }
+}
+
+// A case as it stands in the table: the time of an iteration is that of `units` units.
+struct Row {
+    Timing timing;
+    double units = 1;
+};
+
+class Suite {
+  public:
+    Suite() : mFacts(MeasureMemory(mPlugin)) {
+        const std::vector<Fact> file = DescribeLibraryFile();
+        mFacts.insert(mFacts.end(), file.begin(), file.end());
+        mRequests = MakeRequests(mPlugin, mPhone);
+    }
+
+    void Register() {
+        for (const Request& request : mRequests) RegisterRequest(request);
+        for (const int commands : {100, 1000, 10000}) RegisterLoader(commands);
+        RegisterStart();
+        RegisterLoad();
+    }
+
+    // Takes the median of one benchmark, of `name` with its suffix.
+    void Take(const std::string& name, double ns) {
+        const size_t suffix = name.rfind(kFloorSuffix);
+        const bool isFloor = suffix != std::string::npos;
+        std::string key = name;
+        if (isFloor) key.erase(suffix, std::strlen(kFloorSuffix));
+        const auto found = mRows.find(key);
+        if (found == mRows.end()) return;
+        (isFloor ? found->second.timing.floorNs : found->second.timing.ns) =
+            ns / found->second.units;
+    }
+
+    Results Finish() const {
+        Results results;
+        for (const std::string& name : mOrder) {
+            const Timing& timing = mRows.at(name).timing;
+            if (timing.ns > 0 && timing.floorNs > 0) results.timings.push_back(timing);
+        }
+        results.facts = mFacts;
+        results.nodesFolder = mPhone.Root();
+        return results;
+    }
+
+  private:
+    void AddRow(const std::string& name, const std::string& unit, double units, Target target,
+                long long allocations) {
+        mOrder.push_back(name);
+        mRows[name] = {{name, unit, target, 0, 0, allocations}, units};
+    }
+
+    void RegisterRequest(const Request& request) {
+        AddRow(request.name, "request", 1, request.target, WarmAllocations(request));
+        const auto measure = [&request](benchmark::State& state) {
+            if (state.thread_index() == 0) request.enter();
+            for (auto _ : state) request.run();
+            if (state.thread_index() == 0) request.leave();
+        };
+        const auto floor = [&request](benchmark::State& state) {
+            for (auto _ : state) request.floor();
+        };
+        auto* const measured = benchmark::RegisterBenchmark(request.name.c_str(), measure);
+        auto* const bare =
+            benchmark::RegisterBenchmark((request.name + kFloorSuffix).c_str(), floor);
+        if (!request.isThreaded) return;
+        for (const int threads : {2, 4}) {
+            AddRow(request.name + "/threads:" + std::to_string(threads), "request", 1, {}, -1);
+        }
+        for (const int threads : {1, 2, 4}) {
+            measured->Threads(threads);
+            bare->Threads(threads);
+        }
+    }
+
+    void RegisterLoader(int commands) {
+        const std::string name = "BM_Loader_ParserXml/" + std::to_string(commands) + "_commands";
+        AddRow(name, "key", double{kKeysPerCommand} * commands, {0, 60}, -1);
+        const auto configuration = std::make_shared<Configuration>(commands);
+        RegisterTimed(
+            name, [this, configuration] { return mPlugin.Parse(configuration->Commands()); },
+            [](ActionMap* actions) { FreeActions(actions); });
+        RegisterTimed(
+            name + kFloorSuffix, [configuration] { return configuration->Sum(); },
+            [](unsigned sum) { benchmark::DoNotOptimize(sum); });
+    }
+
+    void RegisterStart() {
+        const auto openHal = [] {
+            void* const hal = dlopen(kHalName, RTLD_NOW);
+            benchmark::DoNotOptimize(dlsym(hal, "perf_lock_acq"));
+            benchmark::DoNotOptimize(dlsym(hal, "perf_lock_rel"));
+            return hal;
+        };
+        const auto close = [](void* library) { dlclose(library); };
+
+        const std::string initialize = "BM_Platform_Initialize/one_adapter";
+        AddRow(initialize, "start", 1, {1.3, 0}, -1);
+        RegisterTimed(
+            initialize,
+            [this] {
+                mPlugin.Initialize();
+                return 0;
+            },
+            [this](int) { mPlugin.Shutdown(); }, [this] { mPlugin.Shutdown(); },
+            [this] { mPlugin.Initialize(); });
+        RegisterTimed(
+            initialize + kFloorSuffix,
+            [openHal] {
+                void* const hal = openHal();
+                ReadDefaultNodes();
+                return hal;
+            },
+            close);
+    }
+
+    // Loads copies of the libraries: the plug-in itself is in use.
+    void RegisterLoad() {
+        const auto registerLoad = [this](const std::string& name, const std::string& library) {
+            const std::string copy = mPhone.Root() + "/" + name.substr(name.rfind('/') + 1);
+            std::filesystem::copy_file(library, copy);
+            RegisterTimed(
+                name, [copy] { return dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL); },
+                [](void* loaded) { dlclose(loaded); });
+        };
+        const std::string name = "BM_Platform_Load/library";
+        AddRow(name, "load", 1, {}, -1);
+        registerLoad(name, TARQUEL_PLUGIN);
+        registerLoad(name + kFloorSuffix, TARQUEL_EMPTY_LIBRARY);
+    }
+
+    template <typename Timed, typename After>
+    void RegisterTimed(
+        const std::string& name, const Timed& timed, const After& after,
+        const std::function<void()>& enter = [] {}, const std::function<void()>& leave = [] {}) {
+        const auto run = [=](benchmark::State& state) {
+            enter();
+            RunTimed(state, timed, after);
+            leave();
+        };
+        benchmark::RegisterBenchmark(name.c_str(), run)->UseManualTime();
+    }
+
+    QuietPhone mPhone;
+    Plugin mPlugin;
+    std::vector<Fact> mFacts;
+    std::vector<Request> mRequests;
+    std::vector<std::string> mOrder;
+    std::map<std::string, Row> mRows;
+};
+
+// Hands the medians to the suite.
+class MedianReporter : public benchmark::BenchmarkReporter {
+  public:
+    explicit MedianReporter(Suite& suite) : mSuite(suite) {}
+
+    bool ReportContext(const Context& context) override {
+        mMachine = std::to_string(context.cpu_info.num_cpus) + " CPUs of " +
+                   std::to_string(static_cast<int>(context.cpu_info.cycles_per_second / 1e6)) +
+                   " MHz";
+        return true;
+    }
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
+            const bool isManual = !run.run_name.time_type.empty();
+            std::string name = run.run_name.function_name;
+            if (run.threads > 1) name += "/" + run.run_name.threads;
+            mSuite.Take(name, isManual ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
+        }
+    }
+
+    const std::string& Machine() const { return mMachine; }
+
+  private:
+    Suite& mSuite;
+    std::string mMachine;
+};
+
+int Main(int argc, char** argv) {
+    std::string json;
+    bool isQuick = false;
+    std::vector<std::string> options{argv[0]};
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (option == "--help" || option == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (option == "--quick") {
+            isQuick = true;
+        } else if (option == "--json" && i + 1 < argc) {
+            json = argv[++i];
+        } else {
+            options.push_back(option);
+        }
+    }
+    for (const char* const option :
+         {"--benchmark_enable_random_interleaving=true",
+          isQuick ? "--benchmark_repetitions=3" : "--benchmark_repetitions=51",
+          isQuick ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.005"}) {
+        options.insert(options.begin() + 1, option);
+    }
+    std::vector<char*> arguments;
+    for (std::string& option : options) arguments.push_back(option.data());
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
+
+    Suite suite;
+    suite.Register();
+    MedianReporter reporter(suite);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    Results results = suite.Finish();
+    results.machine = reporter.Machine();
+    Print(results);
+    if (!json.empty()) WriteJson(results, json);
+    return 0;
+}
+
+}  // namespace
+
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    try {
+        return bench::Main(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarquel-bench: %s\n", error.what());
+        return 2;
+    }
+}
