@@ -1,4 +1,9 @@
 # The Android platform libraries: android::log, android::cutils, android::utils.
+if(ANDROID)
+    include(AndroidNdk)
+    return()
+endif()
+
 # As Debian packages them: headers under /usr/include/android, libraries in a folder of their own
 # that programs must name as a run path. Both are looked for below the root path when
 # cross-compiling.

@@ -2,7 +2,8 @@
 # unpacks. Programs run under qemu's user emulation, with the libraries of the same folder.
 get_filename_component(sysroot ${CMAKE_CURRENT_LIST_DIR}/../build/aarch64-sysroot ABSOLUTE)
 if(NOT EXISTS ${sysroot}/packages.txt)
-    message(FATAL_ERROR "${sysroot} is not there: run scripts/aarch64-sysroot (or ./dev test aarch64)")
+    message(FATAL_ERROR
+        "${sysroot} is not there: run scripts/aarch64-sysroot (or ./dev test aarch64)")
 endif()
 
 set(CMAKE_SYSTEM_NAME Linux)
