@@ -260,7 +260,7 @@ const Attack kAttacks[] = {
     {"ManagerNull",           [](T& t) { return t.Call<void*>("GetFreqManager", nullptr) != nullptr; },       0, kNull},
     {"DumpNull",              [](T& t) { return t.Dump(); },                                                  0, kNull},
     {"InterElementNull",      [](T& t) { return t.Inter(nullptr) != nullptr; },                               0, kNull},
-    {"InterElementUneven",    [](T& t) { RawXmlData e; e.cmdId = 4353; e.keys = {"hispeed_freq_l"}; return t.Inter(&e) != nullptr; }, 1, kXml},
+    {"InterElementUneven",    [](T& t) { RawXmlData e; e.cmdId = 4353; e.keys = {"hispeed_freq_l"}; t.Delete(static_cast<Action*>(t.Inter(&e))); return 1; }, 1, kXml},
     {"ElementLacksAValue",    [](T& t) { return t.Loaded("boost", {"duration_ms", "sched_boost"}, {"5"}); },  1, kXml},
     {"ElementLacksAKey",      [](T& t) { return t.Loaded("boost", {"duration_ms"}, {"5", "1"}); },            1, kXml},
     {"ClustersLackAValue",    [](T& t) { return t.Loaded("qcom_cpu_info", {"isolation", "big_cpu_num"}, {"0"}); }, 0, kXml},

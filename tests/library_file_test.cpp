@@ -1,140 +1,136 @@
-// The library as a file: what it exports, and how it is linked.
-#include <elf.h>
+// The library as a file: what it exports and takes from others, and how it is linked. Both the
+// built and the installed file are looked at; TARQUEL_LIBRARY_FILE in the environment names another
+// one, such as one that was built for Android.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <set>
+#include <algorithm>
+#include <cstdlib>
 
-#include "tests/support/plugin_test.h"
+#include "tests/support/elf_file.h"
 
 namespace {
 
-// A 64-bit ELF file, read whole.
-class ElfFile {
-  public:
-    explicit ElfFile(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        mBytes.assign(std::istreambuf_iterator<char>(file), {});
-    }
+std::vector<std::string> LibraryFiles() {
+    if (const char* other = std::getenv("TARQUEL_LIBRARY_FILE")) return {other};
+    return {TARQUEL_BUILT_LIBRARY, TARQUEL_INSTALLED_LIBRARY};
+}
 
-    Elf64_Ehdr Header() const { return At<Elf64_Ehdr>(0); }
-
-    std::vector<Elf64_Phdr> Segments() const {
-        return Table<Elf64_Phdr>(Header().e_phoff, Header().e_phnum);
-    }
-
-    std::vector<Elf64_Shdr> Sections(uint32_t type) const {
-        std::vector<Elf64_Shdr> found;
-        for (const auto& section : Table<Elf64_Shdr>(Header().e_shoff, Header().e_shnum)) {
-            if (section.sh_type == type) found.push_back(section);
-        }
-        return found;
-    }
-
-    std::set<std::string> DefinedSymbols() const {
-        std::set<std::string> names;
-        const auto sections = Table<Elf64_Shdr>(Header().e_shoff, Header().e_shnum);
-        for (const Elf64_Shdr& section : Sections(SHT_DYNSYM)) {
-            const Elf64_Shdr& strings = sections[section.sh_link];
-            for (const auto& symbol :
-                 Table<Elf64_Sym>(section.sh_offset, section.sh_size / sizeof(Elf64_Sym))) {
-                if (symbol.st_shndx == SHN_UNDEF) continue;
-                names.insert(mBytes.data() + strings.sh_offset + symbol.st_name);
-            }
-        }
-        return names;
-    }
-
-    // The values of a dynamic tag.
-    std::vector<uint64_t> Dynamic(int64_t tag) const {
-        std::vector<uint64_t> values;
-        for (const Elf64_Shdr& section : Sections(SHT_DYNAMIC)) {
-            for (const auto& entry :
-                 Table<Elf64_Dyn>(section.sh_offset, section.sh_size / sizeof(Elf64_Dyn))) {
-                if (entry.d_tag == tag) values.push_back(entry.d_un.d_val);
-            }
-        }
-        return values;
-    }
-
-  private:
-    template <typename T>
-    T At(size_t offset) const {
-        T value;
-        std::memcpy(&value, mBytes.data() + offset, sizeof(T));
-        return value;
-    }
-
-    template <typename T>
-    std::vector<T> Table(size_t offset, size_t count) const {
-        std::vector<T> rows(count);
-        std::memcpy(rows.data(), mBytes.data() + offset, count * sizeof(T));
-        return rows;
-    }
-
-    std::vector<char> mBytes;
-};
-
-class LibraryFile : public PluginTest {
+class LibraryFile : public testing::TestWithParam<std::string> {
   protected:
-    void SetUp() override { Boot(); }
-    ElfFile File() const { return ElfFile(GetLibrary().File()); }
+    void SetUp() override { ASSERT_TRUE(mFile.IsSharedLibrary()) << GetParam(); }
+
+    const ElfFile mFile{GetParam()};
 };
 
-// The lines of exports.txt.
-std::vector<std::string> ListedExports() {
-    std::ifstream list(TARQUEL_EXPORTS_LIST);
+std::string WhichFile(const testing::TestParamInfo<std::string>& info) {
+    if (info.param == TARQUEL_BUILT_LIBRARY) return "Built";
+    return info.param == TARQUEL_INSTALLED_LIBRARY ? "Installed" : "Named";
+}
+
+INSTANTIATE_TEST_SUITE_P(, LibraryFile, testing::ValuesIn(LibraryFiles()), WhichFile);
+
+// The lines of a list in the tests' folder, less its comments.
+std::vector<std::string> Listed(const std::string& name) {
+    std::ifstream list(TARQUEL_TESTS_FOLDER "/" + name);
     std::vector<std::string> names;
     for (std::string line; std::getline(list, line);) {
+        line.erase(std::min(line.find(" #"), line.size()));
         if (!line.empty() && line[0] != '#') names.push_back(line);
     }
     return names;
 }
 
+// A * at the end of a listed name stands for anything.
+bool Matches(const std::string& listed, const std::string& name) {
+    const size_t star = listed.find('*');
+    return star == std::string::npos ? name == listed : name.compare(0, star, listed, 0, star) == 0;
+}
+
 }  // namespace
 
-TEST_F(LibraryFile, ExportsWhatTheServerFindsAndNothingElse) {
-    std::set<std::string> exported = File().DefinedSymbols();
-    for (const std::string& wanted : ListedExports()) {
-        // A trailing * stands for parameter types of the standard library.
-        const size_t star = wanted.find('*');
-        const std::string prefix = wanted.substr(0, star);
-        const auto found = exported.lower_bound(prefix);
-        ASSERT_NE(found, exported.end()) << wanted;
-        const bool matches =
-            star == std::string::npos ? *found == wanted : found->compare(0, star, prefix) == 0;
-        EXPECT_TRUE(matches) << wanted << " is missing";
+TEST_P(LibraryFile, ExportsWhatTheServerFindsAndNothingElse) {
+    std::set<std::string> exported = mFile.DefinedSymbols();
+    for (const std::string& wanted : Listed("exports.txt")) {
+        const auto found =
+            std::find_if(exported.begin(), exported.end(),
+                         [&wanted](const std::string& name) { return Matches(wanted, name); });
+        ASSERT_NE(found, exported.end()) << wanted << " is missing";
         exported.erase(found);
     }
     EXPECT_TRUE(exported.empty()) << "not in exports.txt: " << *exported.begin();
 }
 
-// A sanitizer registers every source's globals when the library is loaded.
+// Sanitizers add symbols of their own, and register every source's globals at load time.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(LibraryFile, RunsNoCodeOfItsOwnWhenItIsLoaded) {
+TEST_P(LibraryFile, TakesFromOthersWhatAPhoneHas) {
+    const std::vector<std::string> listed = Listed("imports.txt");
+    for (const std::string& name : mFile.UndefinedSymbols()) {
+        const bool isListed =
+            std::any_of(listed.begin(), listed.end(),
+                        [&name](const std::string& row) { return Matches(row, name); });
+        EXPECT_TRUE(isListed) << name << " is not in imports.txt; add it if Android has it";
+    }
+}
+
+TEST_P(LibraryFile, RunsNoCodeOfItsOwnWhenItIsLoaded) {
     constexpr size_t kCompilersOwn = 1;
-    for (const Elf64_Shdr& section : File().Sections(SHT_INIT_ARRAY)) {
+    for (const Elf64_Shdr& section : mFile.Sections(SHT_INIT_ARRAY)) {
         EXPECT_LE(section.sh_size / sizeof(void*), kCompilersOwn);
+    }
+}
+
+TEST_P(LibraryFile, NeedsThePlatformAndTheStandardLibraryAlone) {
+    const std::vector<std::string> allowed{"liblog.so*",    "libcutils.so*", "libutils.so*",
+                                           "libc.so*",      "libm.so*",      "libdl.so*",
+                                           "libstdc++.so*", "libc++.so*",    "libc++abi.so*",
+                                           "libgcc_s.so*",  "libunwind.so*", "ld-linux-*"};
+    for (const std::string& needed : mFile.DynamicStrings(DT_NEEDED)) {
+        EXPECT_TRUE(std::any_of(allowed.begin(), allowed.end(), [&needed](const std::string& row) {
+            return Matches(row, needed);
+        })) << needed;
     }
 }
 #endif
 
-TEST_F(LibraryFile, IsLinkedAgainstTampering) {
-    const ElfFile file = File();
-    bool hasRelro = false;
-    for (const Elf64_Phdr& segment : file.Segments()) {
-        if (segment.p_type == PT_GNU_RELRO) hasRelro = true;
-        if (segment.p_type == PT_GNU_STACK) {
-            EXPECT_EQ(segment.p_flags & PF_X, 0u);
-        }
-        const bool isWritableCode = (segment.p_flags & (PF_W | PF_X)) == (PF_W | PF_X);
-        EXPECT_FALSE(segment.p_type == PT_LOAD && isWritableCode);
+TEST_P(LibraryFile, IsFoundByItsNameAlone) {
+    EXPECT_EQ(mFile.DynamicStrings(DT_SONAME), std::vector<std::string>{"libtarquel_qcom.so"});
+    EXPECT_TRUE(mFile.DynamicStrings(DT_RPATH).empty());
+    // In the build folder a run path leads to the platform's libraries of this machine.
+    if (GetParam() == TARQUEL_BUILT_LIBRARY) return;
+    EXPECT_TRUE(mFile.DynamicStrings(DT_RUNPATH).empty());
+}
+
+TEST_P(LibraryFile, HasNoMemoryThatIsBothWritableAndExecutable) {
+    bool saysStack = false;
+    for (const Elf64_Phdr& segment : mFile.Segments()) {
+        const bool isLoaded = segment.p_type == PT_LOAD || segment.p_type == PT_GNU_STACK;
+        const bool isBoth = (segment.p_flags & (PF_W | PF_X)) == (PF_W | PF_X);
+        EXPECT_FALSE(isLoaded && isBoth) << "segment type " << segment.p_type;
+        if (segment.p_type == PT_GNU_STACK) saysStack = true;
     }
-    EXPECT_TRUE(hasRelro);
-    const auto flags = file.Dynamic(DT_FLAGS_1);
-    ASSERT_EQ(flags.size(), 1u);
-    EXPECT_NE(flags[0] & DF_1_NOW, 0u);
-    EXPECT_TRUE(file.Dynamic(DT_TEXTREL).empty());
+    EXPECT_TRUE(saysStack) << "without PT_GNU_STACK the stack is executable";
+    // Relocations in code would make it writable for a while.
+    EXPECT_TRUE(mFile.Dynamic(DT_TEXTREL).empty());
+    EXPECT_EQ(mFile.DynamicFlags(DT_FLAGS) & DF_TEXTREL, 0u);
+}
+
+TEST_P(LibraryFile, BindsAtLoadTimeAndLocksItsTables) {
+    const bool bindsNow = (mFile.DynamicFlags(DT_FLAGS) & DF_BIND_NOW) != 0 ||
+                          (mFile.DynamicFlags(DT_FLAGS_1) & DF_1_NOW) != 0;
+    EXPECT_TRUE(bindsNow);
+    // What the loader makes read-only afterwards: the offset table and the dynamic section.
+    const auto segments = mFile.Segments();
+    const auto locked = std::find_if(segments.begin(), segments.end(), [](const Elf64_Phdr& each) {
+        return each.p_type == PT_GNU_RELRO;
+    });
+    ASSERT_NE(locked, segments.end());
+    const auto isLocked = [&locked](uint64_t address) {
+        return address >= locked->p_vaddr && address < locked->p_vaddr + locked->p_memsz;
+    };
+    EXPECT_TRUE(isLocked(mFile.Sections(SHT_DYNAMIC).at(0).sh_addr));
+    for (const uint64_t offsetTable : mFile.Dynamic(DT_PLTGOT)) EXPECT_TRUE(isLocked(offsetTable));
+}
+
+TEST_P(LibraryFile, GuardsItsStackFrames) {
+    EXPECT_EQ(mFile.UndefinedSymbols().count("__stack_chk_fail"), 1u);
 }
