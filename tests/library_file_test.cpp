@@ -10,24 +10,30 @@
 
 namespace {
 
-std::vector<std::string> LibraryFiles() {
-    if (const char* other = std::getenv("TARQUEL_LIBRARY_FILE")) return {other};
-    return {TARQUEL_BUILT_LIBRARY, TARQUEL_INSTALLED_LIBRARY};
-}
-
-class LibraryFile : public testing::TestWithParam<std::string> {
-  protected:
-    void SetUp() override { ASSERT_TRUE(mFile.IsSharedLibrary()) << GetParam(); }
-
-    const ElfFile mFile{GetParam()};
+struct Library {
+    const char* name;
+    std::string path;
 };
 
-std::string WhichFile(const testing::TestParamInfo<std::string>& info) {
-    if (info.param == TARQUEL_BUILT_LIBRARY) return "Built";
-    return info.param == TARQUEL_INSTALLED_LIBRARY ? "Installed" : "Named";
+std::vector<Library> Libraries() {
+    if (const char* other = std::getenv("TARQUEL_LIBRARY_FILE")) return {{"Named", other}};
+    return {{"Built", TARQUEL_BUILT_LIBRARY}, {"Installed", TARQUEL_INSTALLED_LIBRARY}};
 }
 
-INSTANTIATE_TEST_SUITE_P(, LibraryFile, testing::ValuesIn(LibraryFiles()), WhichFile);
+// What a test's name ends with.
+void PrintTo(const Library& library, std::ostream* text) {
+    *text << library.name;
+}
+
+class LibraryFile : public testing::TestWithParam<Library> {
+  protected:
+    void SetUp() override { ASSERT_TRUE(mFile.IsSharedLibrary()) << GetParam().path; }
+
+    const ElfFile mFile{GetParam().path};
+};
+
+INSTANTIATE_TEST_SUITE_P(, LibraryFile, testing::ValuesIn(Libraries()),
+                         testing::PrintToStringParamName());
 
 // The lines of a list in the tests' folder, less its comments.
 std::vector<std::string> Listed(const std::string& name) {
@@ -96,7 +102,7 @@ TEST_P(LibraryFile, IsFoundByItsNameAlone) {
     EXPECT_EQ(mFile.DynamicStrings(DT_SONAME), std::vector<std::string>{"libtarquel_qcom.so"});
     EXPECT_TRUE(mFile.DynamicStrings(DT_RPATH).empty());
     // In the build folder a run path leads to the platform's libraries of this machine.
-    if (GetParam() == TARQUEL_BUILT_LIBRARY) return;
+    if (GetParam().path == TARQUEL_BUILT_LIBRARY) return;
     EXPECT_TRUE(mFile.DynamicStrings(DT_RUNPATH).empty());
 }
 
