@@ -14,7 +14,7 @@ namespace tarquel {
 inline bool IsNullArgument(const void* address, const char* operation) {
     __asm__("" : "+r"(address));
     if (address != nullptr) return false;
-    TARQUEL_LOGE("tarquel: %s invalid request, argument is NULL!\n", operation);
+    TARQUEL_LOGE("tarquel: invalid request, argument is NULL in %s!\n", operation);
     return true;
 }
 

@@ -187,7 +187,7 @@ const char* const kSilent = nullptr;
 constexpr int kTags[] = {1, 7};
 constexpr int kValues[] = {1171200, 1843200};
 
-const char* const kNull = "argument is NULL!\n";
+const char* const kNull = "argument is NULL in ";
 const char* const kList = "tarquel: action list is invalid, cmdId is 4353, tagLen is ";
 const char* const kRequest = "invalid request";
 const char* const kEndless = "action chain is endless";
