@@ -1,9 +1,14 @@
 # What every target of the project is compiled with.
 #   TARQUEL_SANITIZE  "", "address" (with undefined) or "thread"
 #   TARQUEL_LIBCXX    ON: libc++ instead of libstdc++ (Clang only), as on Android
+#   TARQUEL_UNITY     ON: a shorter whole build
 set(TARQUEL_SANITIZE "" CACHE STRING "Sanitizer: address, thread or none")
 set_property(CACHE TARQUEL_SANITIZE PROPERTY STRINGS "" address thread)
 option(TARQUEL_LIBCXX "Build with libc++" OFF)
+
+# Several sources of the lab are compiled as one: their headers cost more than they do. Off, a change
+# costs its own file alone.
+option(TARQUEL_UNITY "Compile several sources of the lab as one" OFF)
 
 find_package(Threads REQUIRED)
 
@@ -37,10 +42,15 @@ endif()
 add_library(project_options INTERFACE)
 target_link_libraries(project_options INTERFACE project_checks project_stdlib)
 
-# What runs beside the library and not on a phone: built for a short build rather than a fast run.
-# These options stand behind the build type's, and so win over them.
+# What runs beside the library and not on a phone: built for a short build rather than a fast run,
+# all the more where optimising takes long. These options stand behind the build type's, and so win
+# over them.
 add_library(project_lab_options INTERFACE)
-target_compile_options(project_lab_options INTERFACE -O1 -g1)
+if(TARQUEL_SANITIZE STREQUAL "address" OR TARQUEL_LIBCXX)
+    target_compile_options(project_lab_options INTERFACE -O0 -g1)
+else()
+    target_compile_options(project_lab_options INTERFACE -O1 -g1)
+endif()
 target_link_libraries(project_lab_options INTERFACE project_options)
 add_library(project_test_options INTERFACE)
 target_compile_options(project_test_options INTERFACE -O0 -g1)

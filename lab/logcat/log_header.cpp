@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <array>
 
+#include "lab/server/text.h"
+
 namespace lab {
 namespace {
 
 constexpr int64_t kUsPerSecond = 1'000'000;
 constexpr int64_t kUsPerMinute = 60 * kUsPerSecond;
 constexpr std::string_view kPriorities = "VDIWEFAS";
-
-bool IsDigit(char letter) {
-    return letter >= '0' && letter <= '9';
-}
 
 bool IsPriority(char letter) {
     return kPriorities.find(letter) != kPriorities.npos;

@@ -6,6 +6,8 @@
 #include <map>
 #include <unordered_map>
 
+#include "lab/server/text.h"
+
 namespace lab {
 namespace {
 
@@ -68,10 +70,6 @@ int PriorityNumber(char letter) {
 
 bool NamesPlugin(std::string_view line) {
     return line.find("tarquel: ") != line.npos || line.find("tarQuel: ") != line.npos;
-}
-
-bool IsDigit(char letter) {
-    return letter >= '0' && letter <= '9';
 }
 
 bool BeginsAsDate(std::string_view line) {

@@ -12,7 +12,6 @@ namespace lab {
 
 namespace {
 
-constexpr int kAndroidError = 6;
 
 // The CPUs through which the plug-in reaches its clusters' limits: the first ones that are online.
 std::set<int> LimitedCpus(const Capture& capture) {

@@ -15,6 +15,8 @@
 
 namespace lab {
 
+inline constexpr int kAndroidError = 6;  // the log priority of what went wrong
+
 // A line of the Android log.
 struct LogLine {
     int priority = 0;                // Android's: 3 debug, 4 info, 6 error

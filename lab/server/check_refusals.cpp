@@ -16,7 +16,6 @@
 namespace lab {
 namespace {
 
-constexpr int kAndroidError = 6;
 constexpr char kPlugInSays[] = "the plug-in says: ";
 
 // Has the loader read commands, and listens to what it logs.

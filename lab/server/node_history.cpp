@@ -15,8 +15,6 @@
 namespace lab {
 namespace {
 
-constexpr int kAndroidError = 6;
-
 // What a report can use of a day's replay.
 constexpr size_t kMostEnded = 200;
 

@@ -21,7 +21,6 @@ namespace {
 
 using Kind = ExplainedCommand::Kind;
 
-constexpr int kAndroidError = 6;
 constexpr int kThermalClient = 2;
 constexpr int kHighestThermalLevel = 4;
 constexpr int kControlOfLevelZero = 4;  // control type 5 is thermal level 1, and so on

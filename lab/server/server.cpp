@@ -11,7 +11,6 @@
 namespace lab {
 namespace {
 
-constexpr int kAndroidError = 6;
 constexpr int kMostCeilings = 133;
 
 // A phone has been up for a while when its policy server starts; boosts are counted by this clock,

@@ -22,4 +22,9 @@ int64_t WholeMs(std::chrono::nanoseconds time);
 // "a, b, c".
 std::string Join(const std::vector<std::string>& words);
 
+// True for 0 to 9, whatever the locale.
+inline bool IsDigit(char letter) {
+    return letter >= '0' && letter <= '9';
+}
+
 }  // namespace lab

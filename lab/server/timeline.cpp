@@ -11,8 +11,6 @@
 namespace lab {
 namespace {
 
-constexpr int kAndroidError = 6;
-
 // Columns: names of resources, or whole paths.
 constexpr int kNameWidth = 32;
 constexpr int kWidestName = 60;
