@@ -12,7 +12,6 @@ namespace lab {
 
 namespace {
 
-
 // The CPUs through which the plug-in reaches its clusters' limits: the first ones that are online.
 std::set<int> LimitedCpus(const Capture& capture) {
     constexpr std::string_view kPrefix = "/sys/devices/system/cpu/cpu";
