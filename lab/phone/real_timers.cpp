@@ -51,7 +51,9 @@ class Dispatcher {
     // Signals come in their order: behind a signal of its own, whatever was under way has begun.
     void WaitUntilIdle() {
         std::unique_lock<std::mutex> lock(mMutex);
-        if (pthread_sigqueue(mHandle, Signal(), sigval{}) == 0) ++mTurnsAsked;
+        sigval nobody;
+        nobody.sival_ptr = nullptr;  // all of it: braces alone fill the int, which is shorter
+        if (pthread_sigqueue(mHandle, Signal(), nobody) == 0) ++mTurnsAsked;
         const int turn = mTurnsAsked;
         mChanged.wait(lock, [this, turn] { return mTurnsCome >= turn && mRunning == 0; });
     }
