@@ -1,10 +1,12 @@
 # What every target of the project is compiled with.
 #   TARQUEL_SANITIZE  "", "address" (with undefined) or "thread"
+#   TARQUEL_FUZZ      ON: instrumented for libFuzzer, and the fuzz targets are built (Clang only)
 #   TARQUEL_LIBCXX    ON: libc++ instead of libstdc++ (Clang only), as on Android
 #   TARQUEL_UNITY     ON: a shorter whole build
 set(TARQUEL_SANITIZE "" CACHE STRING "Sanitizer: address, thread or none")
 set_property(CACHE TARQUEL_SANITIZE PROPERTY STRINGS "" address thread)
 option(TARQUEL_LIBCXX "Build with libc++" OFF)
+option(TARQUEL_FUZZ "Build the fuzz targets" OFF)
 
 # Several sources of the lab are compiled as one: their headers cost more than they do. Off, a change
 # costs its own file alone.
@@ -33,6 +35,9 @@ elseif(TARQUEL_SANITIZE STREQUAL "thread")
     set(sanitizers -fsanitize=thread -fno-omit-frame-pointer)
 elseif(NOT TARQUEL_SANITIZE STREQUAL "")
     message(FATAL_ERROR "TARQUEL_SANITIZE is '${TARQUEL_SANITIZE}'; use address or thread")
+endif()
+if(TARQUEL_FUZZ)
+    list(APPEND sanitizers -fsanitize=fuzzer-no-link)
 endif()
 if(sanitizers)
     target_compile_options(project_checks INTERFACE ${sanitizers})

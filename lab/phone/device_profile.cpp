@@ -111,7 +111,16 @@ BusMonitor ReadBus(const YamlNode& node, const std::vector<BusMonitor>& earlier)
     return bus;
 }
 
-DeviceProfile ReadProfile(const YamlNode& root) {
+}  // namespace
+
+const CpuCluster* DeviceProfile::FindCluster(const std::string& clusterName) const {
+    for (const CpuCluster& cluster : clusters) {
+        if (cluster.name == clusterName) return &cluster;
+    }
+    return nullptr;
+}
+
+DeviceProfile ReadDeviceProfile(const YamlNode& root) {
     root.ExpectFields("a device profile",
                       {"name", "description", "clusters", "gpu", "buses", "properties"});
     DeviceProfile profile;
@@ -137,18 +146,9 @@ DeviceProfile ReadProfile(const YamlNode& root) {
     return profile;
 }
 
-}  // namespace
-
-const CpuCluster* DeviceProfile::FindCluster(const std::string& clusterName) const {
-    for (const CpuCluster& cluster : clusters) {
-        if (cluster.name == clusterName) return &cluster;
-    }
-    return nullptr;
-}
-
 DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
     if (nameOrFile.find_first_of("/.") != std::string::npos) {
-        return ReadProfile(LoadYamlFile(nameOrFile));
+        return ReadDeviceProfile(LoadYamlFile(nameOrFile));
     }
     const std::vector<std::string> names = DeviceProfileNames();
     if (std::find(names.begin(), names.end(), nameOrFile) == names.end()) {
@@ -157,7 +157,7 @@ DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
         throw InputError(nameOrFile, 0, 0,
                          "no such device; give one of " + list + " or the path of a profile");
     }
-    return ReadProfile(LoadYamlFile(DataFolder() + "/devices/" + nameOrFile + ".yaml"));
+    return ReadDeviceProfile(LoadYamlFile(DataFolder() + "/devices/" + nameOrFile + ".yaml"));
 }
 
 std::string DataFolder() {

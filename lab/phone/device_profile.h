@@ -41,6 +41,11 @@ struct DeviceProfile {
     const CpuCluster* FindCluster(const std::string& name) const;
 };
 
+class YamlNode;
+
+// Reads a profile from its document. Throws InputError with file, line and column.
+DeviceProfile ReadDeviceProfile(const YamlNode& root);
+
 // Reads a profile: `nameOrFile` is the name of one that ships with the lab ("sm8450") or the path
 // of a YAML file. Throws InputError (lab/yaml/yaml_tree.h) with file, line and column.
 DeviceProfile LoadDeviceProfile(const std::string& nameOrFile);

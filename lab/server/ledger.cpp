@@ -24,6 +24,11 @@ bool IsUnwatched(const std::string& path) {
            path.find("/cpufreq/policy") != std::string::npos;
 }
 
+// Shifts of the load: a 0 is no value of theirs and leaves the last one in force.
+bool IgnoresZero(int tag) {
+    return tag >= 105 && tag <= 107;
+}
+
 }  // namespace
 
 bool IsSharedLimit(int tag) {
@@ -77,9 +82,9 @@ void Ledger::Observe(const Event& event) {
     } else if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
         OnAcquire(*acquire, event.at);
     } else if (const auto* release = std::get_if<LockRelease>(&event.what)) {
-        mOwners.erase(release->handle);
+        Forget(release->handle);
     } else if (const auto* expire = std::get_if<LockExpire>(&event.what)) {
-        mOwners.erase(expire->handle);
+        Forget(expire->handle);
     } else if (const auto* access = std::get_if<NodeAccess>(&event.what)) {
         if (access->kind == NodeAccess::Kind::kWrite && access->error == 0) {
             mWrites[access->path] = {mRequest, access->byHal};
@@ -87,10 +92,17 @@ void Ledger::Observe(const Event& event) {
     }
 }
 
+void Ledger::Forget(int handle) {
+    mOwners.erase(handle);
+    mTagOfLock.erase(handle);
+}
+
 void Ledger::BeginRequest() {
     ++mRequest;
     mInRequest = true;
     mTookLock = false;
+    mTookUntimedLock = false;
+    mLockedTags.clear();
     if (mAnnounced.empty()) return;
     mRequests[mRequest] = std::move(mAnnounced.front());
     mAnnounced.pop_front();
@@ -102,10 +114,12 @@ void Ledger::EndRequest() {
     const RequestFacts& facts = mRequests[mRequest];
     for (const std::string& name : facts.ended) mStanding.erase(name);
     if (!facts.standing.empty() && mTookLock) {
-        if (facts.replaces) mStanding[facts.standing].clear();
+        // What has a time limit replaces nothing.
+        if (facts.replaces && mTookUntimedLock) mStanding[facts.standing].clear();
         mStanding[facts.standing].insert(mRequest);
     }
     for (const Claim& claim : facts.claims) {
+        if (claim.value == 0 && IgnoresZero(claim.tag)) continue;
         mClaims[{claim.holder, claim.tag}] = claim.value;
         mLastWord[claim.tag] = claim.value;
     }
@@ -122,6 +136,7 @@ void Ledger::EndRequest() {
 
 void Ledger::OnAcquire(const LockAcquire& acquire, Time at) {
     mTookLock = true;
+    mTookUntimedLock = mTookUntimedLock || acquire.durationMs == 0;
     const RequestFacts& facts = mRequests[mRequest];
     if (acquire.returned < 1) {
         if (mRefusalsLeft > 0) {
@@ -137,7 +152,10 @@ void Ledger::OnAcquire(const LockAcquire& acquire, Time at) {
     mOwners[acquire.returned] = mRequest;
     CheckAsked(acquire, at);
     if (acquire.durationMs == 0 && IsTagLock(facts, acquire.list)) {
-        mTagHandles[TagOfLock(facts, acquire.list[0])] = acquire.returned;
+        const int tag = TagOf(facts, acquire.list);
+        mTagOfLock[acquire.returned] = tag;
+        mLockedTags.insert(tag);
+        mTagHandles[tag] = acquire.returned;
     }
 }
 
@@ -166,11 +184,20 @@ bool Ledger::IsTagLock(const RequestFacts& owner, const std::vector<int>& list) 
     return true;
 }
 
-int Ledger::TagOfLock(const RequestFacts& owner, int opcode) const {
+// The tag that a lock of the request under way belongs to. Some tags share an opcode: then it is
+// the one with this value, at best one that has no lock yet.
+int Ledger::TagOf(const RequestFacts& owner, const std::vector<int>& list) const {
+    std::optional<int> found;
+    int best = -1;
     for (const Claim& claim : owner.claims) {
-        if (FindTagOpcode(claim.tag, mLayout) == opcode) return claim.tag;
+        if (FindTagOpcode(claim.tag, mLayout) != list[0]) continue;
+        const int fit = (HalValue(claim.tag, claim.value) == list[1] ? 2 : 0) +
+                        (mLockedTags.count(claim.tag) ? 0 : 1);
+        if (fit <= best) continue;
+        best = fit;
+        found = claim.tag;
     }
-    return FindOpcodeTag(opcode, mLayout).value_or(-1);
+    return found ? *found : FindOpcodeTag(list[0], mLayout).value_or(-1);
 }
 
 const RequestFacts* Ledger::Owner(int handle) const {
@@ -205,8 +232,11 @@ std::vector<std::string> Ledger::Findings(const PerfHal& hal) const {
 std::string Ledger::WhyLeaked(const PerfHal::Lock& lock) const {
     const auto owner = mOwners.find(lock.handle);
     if (owner == mOwners.end()) return "no request took it";
+    // A tag without an opcode, which a group made known, has a lock that drives nothing.
+    if (lock.list.size() == 2 && lock.list[0] == 0) return "";
     const RequestFacts& facts = mRequests.at(owner->second);
-    if (IsTagLock(facts, lock.list)) return WhyTagLeaked(lock, TagOfLock(facts, lock.list[0]));
+    const auto tag = mTagOfLock.find(lock.handle);
+    if (tag != mTagOfLock.end()) return WhyTagLeaked(lock, tag->second);
     const auto standing = mStanding.find(facts.standing);
     if (standing != mStanding.end() && standing->second.count(owner->second)) return "";
     return Asker(owner->second) + ", which took it, is over";
@@ -267,8 +297,11 @@ bool Ledger::IsAtDefault(int opcode, int value) const {
     if (!tag || !IsSharedLimit(*tag)) return false;
     const std::optional<int> boot = BootValue(*tag);
     if (!boot) return false;
-    return FindTagFacts(*tag, mLayout)->bound == lab::Bound::kCeiling ? value >= *boot
-                                                                      : value <= *boot;
+    // To the HAL a negative frequency is the highest one.
+    const auto asked = static_cast<uint32_t>(value);
+    const auto limit = static_cast<uint32_t>(*boot);
+    return FindTagFacts(*tag, mLayout)->bound == lab::Bound::kCeiling ? asked >= limit
+                                                                      : asked <= limit;
 }
 
 bool Ledger::IsAsked(int tag) const {
@@ -284,19 +317,23 @@ bool Ledger::IsExplained(const std::string& path, const PerfHal& hal) const {
         if (request != mRequests.end() && request->second.writesStay) return true;
     }
     if (!hal.ClaimsOn(path).empty()) return true;
-    const auto tags = mTagsOfNode.find(path);
-    if (tags == mTagsOfNode.end()) return false;
-    for (int tag : tags->second) {
-        if (IsAsked(tag)) return true;
-        // A ceiling below the floor pulls the effective floor down with it.
-        const int ceiling = tag + 1;
-        if (!IsSharedLimit(tag) || !IsSharedLimit(ceiling)) continue;
-        if (IsAsked(ceiling)) return true;
-        for (const std::string& node : TagNodes(ceiling, mDevice)) {
-            if (!hal.ClaimsOn(node).empty()) return true;
-        }
-    }
-    return false;
+    // Two tags may reach one node under the names of different CPUs.
+    return std::any_of(mTagsOfNode.begin(), mTagsOfNode.end(), [&](const auto& entry) {
+        const bool isNode = entry.first == path || mKernel.IsSameNode(entry.first, path);
+        return isNode && std::any_of(entry.second.begin(), entry.second.end(),
+                                     [&](int tag) { return IsExplainedBy(tag, hal); });
+    });
+}
+
+bool Ledger::IsExplainedBy(int tag, const PerfHal& hal) const {
+    if (IsAsked(tag)) return true;
+    // A ceiling below the floor pulls the effective floor down with it.
+    const int ceiling = tag + 1;
+    if (!IsSharedLimit(tag) || !IsSharedLimit(ceiling)) return false;
+    if (IsAsked(ceiling)) return true;
+    const std::vector<std::string> nodes = TagNodes(ceiling, mDevice);
+    return std::any_of(nodes.begin(), nodes.end(),
+                       [&hal](const auto& node) { return !hal.ClaimsOn(node).empty(); });
 }
 
 const Ledger::Write* Ledger::FindWrite(const std::string& path) const {

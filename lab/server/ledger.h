@@ -84,13 +84,15 @@ class Ledger {
 
     void OnAcquire(const LockAcquire& acquire, Time at);
     void CheckAsked(const LockAcquire& acquire, Time at);
+    void Forget(int handle);
     void BeginRequest();
     void EndRequest();
     bool IsTagLock(const RequestFacts& owner, const std::vector<int>& list) const;
-    int TagOfLock(const RequestFacts& owner, int opcode) const;
+    int TagOf(const RequestFacts& owner, const std::vector<int>& list) const;
     std::string WhyLeaked(const PerfHal::Lock& lock) const;
     std::string WhyTagLeaked(const PerfHal::Lock& lock, int tag) const;
     bool IsExplained(const std::string& path, const PerfHal& hal) const;
+    bool IsExplainedBy(int tag, const PerfHal& hal) const;
     bool IsAsked(int tag) const;
     std::optional<int> Bound(int tag) const;
     std::optional<int> BootValue(int tag) const;
@@ -109,12 +111,15 @@ class Ledger {
     size_t mRequest = 0;                       // the one under way or the last one; 0: the start
     bool mInRequest = false;
     bool mTookLock = false;
+    bool mTookUntimedLock = false;
+    std::set<int> mLockedTags;  // that got a lock of their own in this request
 
     std::map<int, size_t> mOwners;                       // handle -> request
     std::map<std::string, std::set<size_t>> mStanding;   // name -> requests
     std::map<std::pair<std::string, int>, int> mClaims;  // holder, tag -> value
     std::map<int, int> mLastWord;                        // tag -> value asked last
     std::map<int, int> mTagHandles;                      // tag -> its newest lock
+    std::map<int, int> mTagOfLock;                       // handle of a tag's lock -> tag
     std::map<std::string, Write> mWrites;                // node -> its last write
     int mRefusalsLeft = 0;
     std::vector<std::string> mFindings;

@@ -110,6 +110,12 @@ PerfAdapter& Library::Initialize() {
     return *mAdapter;
 }
 
+PerfAdapter& Library::Restart() {
+    mAdapter = nullptr;
+    reinterpret_cast<TarQuelPlat*>(Find<QcomPerfPlat* (*)()>("GetPlat")())->~TarQuelPlat();
+    return Initialize();
+}
+
 ActionChain Library::Copy(const Action& first) const {
     using Constructor = void (*)(void*, int, std::string, int, int, int, int*);
     const auto construct = Find<Constructor>(kNewAction);

@@ -46,6 +46,10 @@ class Library {
     // the cluster layout from them. Throws std::runtime_error when there is none afterwards.
     PerfAdapter& Initialize();
 
+    // As Initialize, after the platform that there is has been destroyed: the plug-in starts afresh
+    // but for the clusters, boost frequencies and counts that the scenes gave.
+    PerfAdapter& Restart();
+
     // A chain of its own with the same actions, for a request that completes it.
     ActionChain Copy(const Action& first) const;
 

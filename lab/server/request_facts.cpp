@@ -94,8 +94,10 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     if (isGroup && duration < 0) facts.ended.push_back("group");
     // The camera's words are kept only as a group's.
     const bool isKept = request.clientId != 4 || (isGroup && duration == 0);
-    for (const TagValue& pair : request.tags) {
-        if (pair.tag == kGroupTag || pair.tag == kControlTypeTag) continue;
+    for (size_t i = 0; i < request.tags.size(); ++i) {
+        const TagValue& pair = request.tags[i];
+        // A group's first tag is its marker; behind it every tag is one that its lock holds.
+        if (isGroup ? i == 0 : pair.tag == kControlTypeTag) continue;
         AddTagOpcodes(pair.tag, layout, facts.opcodes);
         const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeiling(pair.tag));
         if (!hasOwnLock) facts.groupTags.insert(pair.tag);

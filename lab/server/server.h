@@ -32,6 +32,9 @@ class Server {
     // cannot read the file at all.
     void Start();
 
+    // Ends the plug-in's adapter and builds a new one, with the scenes read by Start.
+    PerfAdapter& Restart() { return *(mAdapter = &mLibrary.Restart()); }
+
     const std::vector<SceneProblem>& Problems() const { return mProblems; }
 
     // True when the plug-in made an action of the command.

@@ -23,7 +23,14 @@ class Forwarder : public YAML::EventHandler {
   public:
     explicit Forwarder(const LabYamlSink& sink) : mSink(sink) {}
 
+    // A character that begins nothing, such as a comma, is a document without content to yaml-cpp,
+    // and the next one too: it never passes it.
     void OnDocumentStart(const YAML::Mark& mark) override {
+        if (mHasBegun && mark.pos == mLastStart) {
+            throw YAML::ParserException(mark, "this character begins nothing here");
+        }
+        mHasBegun = true;
+        mLastStart = mark.pos;
         mSink.document(mSink.context, Line(mark), Column(mark));
     }
     void OnDocumentEnd() override {}
@@ -57,6 +64,8 @@ class Forwarder : public YAML::EventHandler {
     }
 
     const LabYamlSink& mSink;
+    bool mHasBegun = false;
+    int mLastStart = 0;
 };
 
 }  // namespace
