@@ -6,7 +6,7 @@
 #include <array>
 
 #include "fuzz/finding.h"
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 #include "lab/server/request_facts.h"
 
 namespace fuzz {

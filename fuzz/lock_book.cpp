@@ -2,13 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 #include "nodes/inter_path_table.h"
 
 namespace fuzz {
 namespace {
-
-constexpr int kHighestTag = 133;
 
 // A group may hold every tag that a request can name.
 constexpr size_t kMostListInts = 2 * 1024;
@@ -21,7 +19,7 @@ constexpr size_t kMostHandles = size_t{8} << 20;
 
 LockBook::LockBook(const lab::DeviceProfile& device) {
     mStates.reserve(kMostHandles);
-    for (int tag = 0; tag <= kHighestTag; ++tag) {
+    for (int tag = 0; tag <= lab::kHighestTag; ++tag) {
         for (std::string& path : lab::TagNodes(tag, device)) mKnownNodes.insert(std::move(path));
     }
     for (const tarquel::InterPath& row : tarquel::kInterPaths) mKnownNodes.insert(row.path);

@@ -6,14 +6,13 @@
 #include <array>
 #include <climits>
 
-#include "lab/server/node_names.h"
-#include "lab/server/scene_problems.h"
+#include "lab/names/node_names.h"
+#include "lab/scenes/scene_problems.h"
 #include "loader/vocabulary_table.h"
 
 namespace fuzz {
 namespace {
 
-constexpr int kHighestTag = 133;
 constexpr size_t kMostTags = 6;
 
 constexpr auto kSharedLimits = std::to_array<int>({0, 1, 3, 4, 6, 7, 9, 10});
@@ -106,7 +105,7 @@ struct Describer {
 const std::vector<int>& AllTags() {
     static const std::vector<int> tags = [] {
         std::vector<int> all(kOddTags.begin(), kOddTags.end());
-        for (int tag = 0; tag <= kHighestTag; ++tag) all.push_back(tag);
+        for (int tag = 0; tag <= lab::kHighestTag; ++tag) all.push_back(tag);
         return all;
     }();
     return tags;
@@ -123,7 +122,7 @@ RequestMaker::RequestMaker(const lab::DeviceProfile& device, const lab::SceneFil
         if (lab::IsDescription(command.elements.front())) continue;
         (command.interactive ? mInteractive : mCommands).push_back(command.id);
     }
-    for (int tag = 0; tag <= kHighestTag; ++tag) {
+    for (int tag = 0; tag <= lab::kHighestTag; ++tag) {
         for (const std::string& path : lab::TagNodes(tag, device)) mNodes.push_back(path);
     }
 }
@@ -176,7 +175,7 @@ lab::Request RequestMaker::DrawCommand(Source& source) const {
 int RequestMaker::DrawTag(Source& source) const {
     if (source.Chance(60)) return source.Pick(kSharedLimits);
     if (source.Chance(10)) return source.Pick(kSpecialTags);
-    return source.Chance(10) ? source.Pick(kOddTags) : source.Between(0, kHighestTag);
+    return source.Chance(10) ? source.Pick(kOddTags) : source.Between(0, lab::kHighestTag);
 }
 
 int RequestMaker::DrawValue(Source& source, int tag) const {

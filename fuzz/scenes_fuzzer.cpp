@@ -5,8 +5,8 @@
 
 #include "fuzz/finding.h"
 #include "lab/phone/phone.h"
+#include "lab/scenes/scene_problems.h"
 #include "lab/server/library.h"
-#include "lab/server/scene_problems.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // once the fault is lifted.
 #include <gmock/gmock.h>
 
+#include "lab/names/tag_names.h"
 #include "lab/server/fault_step.h"
-#include "lab/server/tag_names.h"
 #include "tests/support/plugin_test.h"
 
 using lab::HalLibrary;

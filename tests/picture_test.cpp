@@ -9,14 +9,14 @@
 #include <set>
 #include <sstream>
 
+#include "lab/names/node_names.h"
 #include "lab/pictures/history.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
 #include "lab/pictures/report_data.h"
+#include "lab/program/progress.h"
 #include "lab/server/library.h"
-#include "lab/server/node_names.h"
-#include "lab/server/progress.h"
 #include "lab/server/runner.h"
 
 namespace lab {

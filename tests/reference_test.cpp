@@ -5,11 +5,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "lab/ask/scene_explanation.h"
+#include "lab/ask/tag_survey.h"
+#include "lab/ask/vocabulary_list.h"
+#include "lab/names/table.h"
 #include "lab/server/inputs.h"
-#include "lab/server/scene_explanation.h"
-#include "lab/server/table.h"
-#include "lab/server/tag_survey.h"
-#include "lab/server/vocabulary_list.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {

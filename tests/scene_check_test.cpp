@@ -1,4 +1,4 @@
-#include "lab/server/scene_check.h"
+#include "lab/check/scene_check.h"
 
 #include <gtest/gtest.h>
 

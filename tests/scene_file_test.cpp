@@ -1,8 +1,8 @@
-#include "lab/server/scene_file.h"
+#include "lab/scenes/scene_file.h"
 
 #include <gtest/gtest.h>
 
-#include "lab/server/scene_problems.h"
+#include "lab/scenes/scene_problems.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {

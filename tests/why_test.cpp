@@ -1,4 +1,4 @@
-#include "lab/server/why.h"
+#include "lab/ask/why.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lab/server/tag_names.h"
+#include "lab/names/tag_names.h"
 
 namespace lab {
 namespace {

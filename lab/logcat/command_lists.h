@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "lab/phone/phone.h"
+#include "lab/scenes/scene_file.h"
 #include "lab/server/library.h"
-#include "lab/server/scene_file.h"
 
 namespace lab {
 

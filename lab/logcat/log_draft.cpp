@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 #include "lab/server/scenario_writer.h"
 
 namespace lab {
@@ -19,7 +19,6 @@ constexpr int kKeptCommand = 5378;
 constexpr int kFirstLongScene = 12288;
 constexpr int kLastLongScene = 13568;
 
-constexpr int kHighestTag = 133;
 constexpr int kCameraClient = 4;
 
 // Lines of one request follow each other closely, even on a busy phone.

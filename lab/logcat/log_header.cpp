@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "lab/server/text.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "lab/server/resource_names.h"
+#include "lab/names/resource_names.h"
 
 namespace lab {
 namespace {

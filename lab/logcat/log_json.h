@@ -4,8 +4,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "lab/names/tag_names.h"
 #include "lab/phone/events.h"
-#include "lab/server/tag_names.h"
 
 namespace lab {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <unordered_map>
 
-#include "lab/server/text.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {

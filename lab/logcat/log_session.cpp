@@ -9,8 +9,8 @@
 #include <iostream>
 #include <system_error>
 
+#include "lab/names/text.h"
 #include "lab/server/inputs.h"
-#include "lab/server/text.h"
 
 namespace lab {
 namespace {

@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "lab/logcat/story_teller.h"
-#include "lab/server/node_names.h"
-#include "lab/server/text.h"
+#include "lab/names/node_names.h"
+#include "lab/names/text.h"
 
 namespace lab {
 

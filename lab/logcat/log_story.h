@@ -7,7 +7,7 @@
 #include "lab/logcat/command_lists.h"
 #include "lab/logcat/log_reader.h"
 #include "lab/phone/events.h"
-#include "lab/server/scene_file.h"
+#include "lab/scenes/scene_file.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {

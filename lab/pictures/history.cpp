@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "lab/hal/opcode_drives.h"
-#include "lab/server/text.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {

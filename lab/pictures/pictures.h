@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/names/tag_names.h"
 #include "lab/pictures/history.h"
-#include "lab/server/tag_names.h"
 
 namespace lab {
 

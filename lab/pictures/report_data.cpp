@@ -4,8 +4,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "lab/names/node_names.h"
 #include "lab/pictures/lanes.h"
-#include "lab/server/node_names.h"
 #include "lab/server/timeline.h"
 
 namespace lab {

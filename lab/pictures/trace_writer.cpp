@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "lab/names/node_names.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/pictures.h"
-#include "lab/server/node_names.h"
 #include "lab/server/timeline.h"
 
 namespace lab {

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "lab/server/node_names.h"
-#include "lab/server/resource_names.h"
-#include "lab/server/text.h"
+#include "lab/names/node_names.h"
+#include "lab/names/resource_names.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {

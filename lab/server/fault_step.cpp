@@ -5,14 +5,14 @@
 #include <array>
 #include <string_view>
 
+#include "lab/names/node_names.h"
+#include "lab/names/text.h"
 #include "lab/phone/phone.h"
-#include "lab/server/node_names.h"
-#include "lab/server/text.h"
 
 namespace lab {
 namespace {
 
-constexpr int kLongestMs = 60'000;
+constexpr int kSlowestMs = 60'000;
 constexpr int kMostRefusals = 1'000'000;
 
 // A word of the vocabulary and what it stands for.
@@ -53,7 +53,7 @@ bool IsNone(const YamlNode& node) {
 
 // {slow_ms: 40}
 int ReadSlow(const YamlNode& node) {
-    return static_cast<int>(node.Get("slow_ms").AsInt("ms that it takes", 1, kLongestMs));
+    return static_cast<int>(node.Get("slow_ms").AsInt("ms that it takes", 1, kSlowestMs));
 }
 
 void Say(std::string& text, const std::string& fault) {

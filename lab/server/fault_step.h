@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "lab/names/tag_names.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/faults.h"
-#include "lab/server/tag_names.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "lab/server/text.h"
+#include "lab/names/text.h"
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 

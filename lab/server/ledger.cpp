@@ -4,14 +4,12 @@
 
 #include <algorithm>
 
-#include "lab/server/node_names.h"
-#include "lab/server/resource_names.h"
-#include "lab/server/text.h"
+#include "lab/names/node_names.h"
+#include "lab/names/resource_names.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {
-
-constexpr int kHighestTag = 133;
 
 double Seconds(Time time) {
     return std::chrono::duration<double>(time).count();

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "lab/hal/perf_hal.h"
+#include "lab/names/tag_names.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
 #include "lab/phone/kernel.h"
-#include "lab/server/tag_names.h"
 
 namespace lab {
 

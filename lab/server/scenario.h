@@ -10,12 +10,16 @@
 #include <variant>
 #include <vector>
 
+#include "lab/names/tag_names.h"
+#include "lab/scenes/scene_file.h"
 #include "lab/server/fault_step.h"
-#include "lab/server/scene_file.h"
-#include "lab/server/tag_names.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
+
+// More is a slip: ten years of a scenario, and what one `repeat` may ask for.
+inline constexpr int64_t kLongestMs = 10LL * 366 * 24 * 3600 * 1000;
+inline constexpr int64_t kMostRounds = 100'000'000;
 
 // A tag and the value asked for it.
 struct TagValue {

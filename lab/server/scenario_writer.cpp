@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
+#include "lab/server/scenario.h"
+
 namespace lab {
 namespace {
 
-constexpr int64_t kLongestMs = 10LL * 366 * 24 * 3600 * 1000;  // as a scenario's steps allow
-constexpr int64_t kMostRounds = 100'000'000;
 constexpr size_t kMostSteps = 1'000'000;
 
 bool IsPlainLetter(char letter) {

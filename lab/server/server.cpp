@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 #include "lab/server/request_facts.h"
 
 namespace lab {

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "lab/phone/phone.h"
+#include "lab/scenes/scene_file.h"
+#include "lab/scenes/scene_problems.h"
 #include "lab/server/ledger.h"
 #include "lab/server/library.h"
 #include "lab/server/scenario.h"
-#include "lab/server/scene_file.h"
-#include "lab/server/scene_problems.h"
 
 namespace lab {
 

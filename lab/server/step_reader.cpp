@@ -4,13 +4,10 @@
 
 #include <algorithm>
 
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 
 namespace lab {
 namespace {
-
-constexpr int64_t kLongestMs = 10LL * 366 * 24 * 3600 * 1000;  // ten years: longer is a slip
-constexpr int64_t kMostRounds = 100'000'000;
 
 const std::vector<std::string> kCommonFields = {"at", "after", "returns", "device"};
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/names/text.h"
 #include "lab/server/scenario.h"
-#include "lab/server/text.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {

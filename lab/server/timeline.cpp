@@ -6,7 +6,7 @@
 #include <cstring>
 #include <sstream>
 
-#include "lab/server/node_names.h"
+#include "lab/names/node_names.h"
 
 namespace lab {
 namespace {

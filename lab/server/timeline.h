@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "lab/names/paint.h"
+#include "lab/names/resource_names.h"
 #include "lab/phone/events.h"
-#include "lab/server/paint.h"
-#include "lab/server/resource_names.h"
 
 namespace lab {
 

@@ -10,8 +10,8 @@
 #include "lab/logcat/log_player.h"
 #include "lab/logcat/log_session.h"
 #include "lab/logcat/log_writer.h"
+#include "lab/names/node_names.h"
 #include "lab/server/inputs.h"
-#include "lab/server/node_names.h"
 #include "lab/server/runner.h"
 
 namespace lab {

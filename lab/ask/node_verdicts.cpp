@@ -1,0 +1,395 @@
+#include "lab/ask/node_verdicts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "lab/names/node_names.h"
+#include "lab/names/resource_names.h"
+#include "lab/names/text.h"
+#include "lab/server/ledger.h"
+
+namespace lab {
+namespace {
+
+using By = NodeAsk::By;
+
+// The tags of online cores.
+constexpr int kFirstCoresTag = 61;
+constexpr int kLastCoresTag = 66;
+
+// The numbers of a node's text; "40.00" counts as 40.
+std::vector<double> Numbers(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<double> numbers;
+    for (double number = 0; stream >> number;) numbers.push_back(number);
+    return numbers;
+}
+
+bool IsStricter(Bound bound, int64_t value, int64_t than) {
+    return bound == Bound::kFloor ? value > than : value < than;
+}
+
+class Weigher {
+  public:
+    Weigher(const NodeTarget& target, const NodeHistory& history, Phone& phone, Layout layout)
+        : mTarget(target),
+          mHistory(history),
+          mKernel(phone.GetKernel()),
+          mLayout(layout),
+          mClaims(phone.Hal().ClaimsOn(target.path)),
+          mRequests(mKernel.RequestsOn(target.path)),
+          mValue(mKernel.Value(target.path)) {}
+
+    std::vector<Holder> Weigh(const std::string& boot) {
+        std::vector<Holder> holders;
+        for (const NodeAsk& ask : mHistory.InForce()) holders.push_back(WeighAsk(ask));
+        AddPluginLocks(boot, holders);
+        AddWrite(boot, holders);
+        std::stable_sort(holders.begin(), holders.end(),
+                         [](const Holder& a, const Holder& b) { return a.wins > b.wins; });
+        return holders;
+    }
+
+  private:
+    Holder WeighAsk(const NodeAsk& ask) {
+        Holder holder;
+        holder.ask = ask;
+        if (ask.by == By::kLock) {
+            holder.held = fmt::format("lock {}", ask.handle);
+            Judge(ask.handle, ask.opcode, holder);
+        } else {
+            WeighTagAsk(holder);
+        }
+        return holder;
+    }
+
+    // Layer one: words on a tag against each other, then the lock that carries one of them.
+    void WeighTagAsk(Holder& holder) {
+        const NodeAsk& ask = holder.ask;
+        const NodeHistory::TagLock* lock = mHistory.FindTagLock(ask.opcode);
+        if (lock && lock->value == HalValue(ask.tag, static_cast<int>(ask.value))) {
+            holder.held = fmt::format("lock {} of the tag", lock->handle);
+            Judge(lock->handle, ask.opcode, holder);
+            return;
+        }
+        holder.held = "no lock";
+        if (const NodeAsk* rival = StricterWord(ask)) {
+            holder.verdict =
+                fmt::format("{} asks for {}: the {} wins among the words on a tag", rival->who,
+                            rival->ValueText(),
+                            ask.bound == Bound::kFloor ? "highest floor" : "lowest ceiling");
+        } else if (mHistory.IsTagLockRefused(ask.opcode)) {
+            holder.verdict = "the HAL refused the lock that should carry it";
+        } else if (!lock) {
+            WithoutLock(holder);
+        } else if (ask.bound == Bound::kFloor &&
+                   lock->value < HalValue(ask.tag, static_cast<int>(ask.value))) {
+            holder.held = fmt::format("lock {} of the tag", lock->handle);
+            holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
+                                         kFloorAboveCeiling, LockValue(ask.opcode, lock->value));
+        } else {
+            holder.verdict = fmt::format("'{}'{} gave the tag's lock another value since",
+                                         lock->request, AtLine(lock->line));
+        }
+    }
+
+    void WithoutLock(Holder& holder) const {
+        const NodeAsk& ask = holder.ask;
+        const std::vector<double> now = Numbers(mValue);
+        const bool isFree = ask.bound == Bound::kCeiling && !now.empty() &&
+                            static_cast<double>(ask.value) >= now[0];
+        if (ask.tag >= kFirstCoresTag && ask.tag <= kLastCoresTag) {
+            holder.verdict =
+                "core isolation is off in qcom_cpu_info: no lock on online cores is taken";
+        } else if (isFree && mClaims.empty()) {
+            holder.verdict =
+                "no stricter than the hardware's own end: needs no lock, limits nothing";
+        } else {
+            holder.verdict = "the plug-in remembers it, but no lock carries it";
+        }
+    }
+
+    // The strictest other word that the frequency manager weighs against `ask`.
+    const NodeAsk* StricterWord(const NodeAsk& ask) const {
+        const NodeAsk* strictest = nullptr;
+        if (!ask.isRemembered || !IsSharedLimit(ask.tag)) return nullptr;
+        for (const NodeAsk& other : mHistory.InForce()) {
+            if (other.tag != ask.tag || !other.isRemembered || other.value == 0) continue;
+            if (!IsStricter(ask.bound, other.value, ask.value)) continue;
+            if (!strictest || IsStricter(ask.bound, other.value, strictest->value)) {
+                strictest = &other;
+            }
+        }
+        return strictest;
+    }
+
+    // Layer two: locks against each other.
+    void Judge(int handle, int opcode, Holder& holder) {
+        const PerfHal::Claim* claim = FindClaim(handle, opcode);
+        if (!claim) {
+            holder.verdict = "there is no node for the lock to reach";
+            return;
+        }
+        const Drive drive = mTarget.DriveOf(opcode, mKernel.Profile(), mKernel);
+        const std::string rounding = RoundingText(drive, claim->value, claim->nodeValue);
+        if (!rounding.empty()) holder.notes.push_back(rounding);
+        if (claim->wins) return JudgeInKernel(*claim, holder);
+        const PerfHal::Claim* lifter = claim->isInPlace ? nullptr : InPlaceClaim();
+        if (lifter && drive.winner == Drive::Winner::kLowest) {
+            holder.verdict = fmt::format(
+                "lifted for its time by {}: a scaling maximum stands in place of all ceilings",
+                NameOf(*lifter));
+            return;
+        }
+        const PerfHal::Claim* rival = WinnerBeside(*claim);
+        if (!rival) {
+            holder.verdict = "another lock counts";
+        } else if (rival->nodeValue == claim->nodeValue) {
+            holder.verdict = "asks for the same as " + NameOf(*rival);
+            JudgeInKernel(*claim, holder);
+        } else if (drive.winner == Drive::Winner::kNewest) {
+            holder.verdict = NameOf(*rival) + " asked later: the newest lock wins here";
+        } else {
+            const bool isFloor = drive.winner == Drive::Winner::kHighest;
+            holder.verdict = fmt::format("{} has {}: the {} wins among locks", NameOf(*rival),
+                                         NodeValue(rival->nodeValue),
+                                         isFloor ? "highest floor" : "lowest ceiling");
+        }
+    }
+
+    // Layer three: the HAL's value against what programs wrote, the other end and the hardware.
+    void JudgeInKernel(const PerfHal::Claim& claim, Holder& holder) const {
+        const std::vector<double> shown = Numbers(mValue);
+        const size_t entry = claim.entry.value_or(0);
+        const double wanted = static_cast<double>(claim.nodeValue);
+        const bool isShown = entry < shown.size() && shown[entry] == wanted;
+        holder.wins = true;
+        if (isShown) {
+            if (holder.verdict.empty()) holder.verdict = WhyItWins(claim);
+            return;
+        }
+        const bool isFloor = holder.ask.bound == Bound::kFloor;
+        const std::string other = OtherEnd(mTarget.path);
+        const bool hasOther = !other.empty() && mKernel.Has(other);
+        const std::vector<double> end =
+            hasOther ? Numbers(mKernel.Value(other)) : std::vector<double>();
+        const double now = shown.empty() ? 0 : shown[0];
+        if (mRequests && !claim.isInPlace && IsWrittenStricter(claim, isFloor)) {
+            holder.wins = false;
+            holder.verdict =
+                fmt::format("{} of {} is {}: the {} of lock and write counts", WriteName(),
+                            NodeValue(mRequests->program), isFloor ? "higher" : "lower",
+                            isFloor ? "higher floor" : "lower ceiling");
+        } else if (isFloor && !end.empty() && end[0] < wanted && now == end[0]) {
+            holder.wins = false;
+            holder.verdict =
+                fmt::format("{}: {} is at {}, and a floor reads no more (ask 'why' of that node)",
+                            kFloorAboveCeiling, ShortNode(other), mKernel.Value(other));
+        } else {
+            holder.verdict = WhyItWins(claim);
+            holder.notes.push_back(fmt::format("the kernel makes {} of {}: {}", mValue,
+                                               NodeValue(claim.nodeValue),
+                                               ClampReason(other, end)));
+        }
+    }
+
+    std::string ClampReason(const std::string& other, const std::vector<double>& end) const {
+        if (!end.empty() && !mRequests && !mTarget.path.ends_with("_cpus")) {
+            return fmt::format("the node stays between the hardware's end and {} at {}",
+                               ShortNode(other), mKernel.Value(other));
+        }
+        return "it clamps to what the hardware has";
+    }
+
+    bool IsWrittenStricter(const PerfHal::Claim& claim, bool isFloor) const {
+        if (mRequests->inPlace) return false;
+        return isFloor ? mRequests->program > claim.nodeValue
+                       : mRequests->program < claim.nodeValue;
+    }
+
+    std::string WhyItWins(const PerfHal::Claim& claim) const {
+        if (claim.isInPlace) return "in place of all ceilings and writes while its lock lasts";
+        size_t rivals = 0;
+        for (const PerfHal::Claim& other : mClaims) rivals += other.entry == claim.entry ? 1 : 0;
+        for (const NodeAsk& ask : mHistory.InForce()) {
+            if (ask.by == By::kClient || ask.by == By::kScene) ++rivals;
+        }
+        const Drive drive = mTarget.DriveOf(claim.opcode, mKernel.Profile(), mKernel);
+        if (rivals < 2 || (rivals == 2 && mClaims.size() == 1)) return "nobody else asks";
+        switch (drive.winner) {
+            case Drive::Winner::kHighest:
+                return "the highest floor of those that ask";
+            case Drive::Winner::kLowest:
+                return "the lowest ceiling of those that ask";
+            case Drive::Winner::kNewest:
+                break;
+        }
+        return "the newest lock";
+    }
+
+    // Locks of the plug-in that carry nobody's word: a lifted limit's default, a floor that went
+    // down with its ceiling.
+    void AddPluginLocks(const std::string& boot, std::vector<Holder>& holders) {
+        for (const auto& [opcode, lock] : mHistory.TagLocks()) {
+            const std::string held = fmt::format("lock {} of the tag", lock.handle);
+            const bool isCarrier = std::any_of(holders.begin(), holders.end(),
+                                               [&](const Holder& h) { return h.held == held; });
+            if (isCarrier) continue;
+            Holder holder;
+            holder.ask.who = "the plug-in's lock";
+            holder.ask.request = lock.request;
+            holder.ask.line = lock.line;
+            holder.ask.since = lock.since;
+            holder.ask.opcode = opcode;
+            holder.ask.value = lock.value;
+            holder.ask.handle = lock.handle;
+            const Resource resource = ResourceOf(opcode, mLayout);
+            holder.ask.unit = resource.unit;
+            holder.ask.bound = resource.bound;
+            holder.held = held;
+            Judge(lock.handle, opcode, holder);
+            if (mValue == boot) {
+                holder.wins = false;
+                holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
+            } else {
+                holder.notes.emplace_back(
+                    "nobody's word: a floor that went down with its ceiling, "
+                    "or a lifted limit's default");
+            }
+            holders.push_back(std::move(holder));
+        }
+    }
+
+    // A write that says something else than the locks and differs from the value after boot.
+    void AddWrite(const std::string& boot, std::vector<Holder>& holders) const {
+        if (!mHistory.LastWrite()) return;
+        const NodeAsk& write = *mHistory.LastWrite();
+        const std::vector<double> written = Numbers(write.text);
+        const auto isSame = [&](const Holder& holder) {
+            const bool isWord = holder.ask.by == By::kClient || holder.ask.by == By::kScene;
+            return isWord && written == Numbers(std::to_string(holder.ask.value));
+        };
+        const bool isAlone = mClaims.empty();
+        const bool isShown = written == Numbers(mValue) || write.text == mValue;
+        for (Holder& holder : holders) {
+            if (!isSame(holder)) continue;
+            holder.notes.emplace_back("the plug-in also wrote it to the node itself");
+            if (isAlone && isShown && !holder.wins && written != Numbers(boot)) {
+                holder.wins = true;
+                holder.verdict = "by that write alone: " + holder.verdict;
+            }
+            return;
+        }
+        if (written == Numbers(boot)) return;
+        Holder holder;
+        holder.ask = write;
+        const PerfHal::Claim* lifter = InPlaceClaim();
+        if (lifter) {
+            holder.verdict =
+                fmt::format("{} stands in its place while the lock lasts", NameOf(*lifter));
+        } else if (IsCutFloor()) {
+            holder.verdict = "the floor stands at the ceiling: see there";
+        } else if (isAlone || isShown || HasNoWinner(holders)) {
+            holder.wins = true;
+            holder.verdict = isAlone ? "no lock bears on the node" : "stricter than every lock";
+            if (!isShown) {
+                holder.notes.push_back(
+                    fmt::format("the kernel makes {} of {}", mValue, write.text));
+            }
+        } else {
+            holder.verdict = "a lock is stricter, or stands in its place";
+        }
+        holders.push_back(std::move(holder));
+    }
+
+    // True for a floor that reads its ceiling because more is asked than that.
+    bool IsCutFloor() const {
+        const std::string other = OtherEnd(mTarget.path);
+        const bool isFloor = mTarget.path.find("min", mTarget.path.rfind('/')) != std::string::npos;
+        if (!isFloor || other.empty() || mKernel.Value(other) != mValue || !mRequests) return false;
+        const std::vector<double> ceiling = Numbers(mValue);
+        return std::any_of(mClaims.begin(), mClaims.end(), [&](const PerfHal::Claim& claim) {
+            return !ceiling.empty() && static_cast<double>(claim.nodeValue) > ceiling[0];
+        });
+    }
+
+    static bool HasNoWinner(const std::vector<Holder>& holders) {
+        return std::none_of(holders.begin(), holders.end(),
+                            [](const Holder& holder) { return holder.wins; });
+    }
+
+    const PerfHal::Claim* FindClaim(int handle, int opcode) const {
+        for (const PerfHal::Claim& claim : mClaims) {
+            if (claim.handle == handle && claim.opcode == opcode) return &claim;
+        }
+        return nullptr;
+    }
+
+    const PerfHal::Claim* InPlaceClaim() const {
+        for (const PerfHal::Claim& claim : mClaims) {
+            if (claim.isInPlace && claim.wins) return &claim;
+        }
+        return nullptr;
+    }
+
+    // The claim that counts where `claim` does not.
+    const PerfHal::Claim* WinnerBeside(const PerfHal::Claim& claim) const {
+        for (const PerfHal::Claim& other : mClaims) {
+            const bool isRival = other.entry == claim.entry && other.isInPlace == claim.isInPlace;
+            if (isRival && other.wins) return &other;
+        }
+        return nullptr;
+    }
+
+    // "game_fight (9220)" with its lock.
+    std::string NameOf(const PerfHal::Claim& claim) const {
+        for (const NodeAsk& ask : mHistory.InForce()) {
+            if (ask.by == By::kLock && ask.handle == claim.handle) {
+                return fmt::format("{}'s lock {}", ask.who, claim.handle);
+            }
+        }
+        for (const NodeAsk& ask : mHistory.InForce()) {
+            if (ask.by == By::kLock || ask.opcode != claim.opcode) continue;
+            if (HalValue(ask.tag, static_cast<int>(ask.value)) == claim.value) {
+                return fmt::format("{}'s lock {}", ask.who, claim.handle);
+            }
+        }
+        return fmt::format("lock {}", claim.handle);
+    }
+
+    std::string WriteName() const {
+        if (!mHistory.LastWrite()) return "what a program wrote";
+        const NodeAsk& write = *mHistory.LastWrite();
+        return fmt::format("{} during '{}'{}", write.who, write.request, AtLine(write.line));
+    }
+
+    std::string NodeValue(int64_t value) const {
+        const std::string unit = NodeUnit(mTarget.path);
+        return unit.empty() ? std::to_string(value) : fmt::format("{} {}", value, unit);
+    }
+
+    std::string LockValue(int opcode, int value) const {
+        return WithUnit(value, ResourceOf(opcode, mLayout).unit);
+    }
+
+    static std::string AtLine(int line) { return line ? fmt::format(" (line {})", line) : ""; }
+
+    const NodeTarget& mTarget;
+    const NodeHistory& mHistory;
+    const Kernel& mKernel;
+    const Layout mLayout;
+    const std::vector<PerfHal::Claim> mClaims;
+    const std::optional<Kernel::LimitRequests> mRequests;
+    const std::string mValue;
+};
+
+}  // namespace
+
+std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
+                                 Layout layout, const std::string& boot) {
+    return Weigher(target, history, phone, layout).Weigh(boot);
+}
+
+}  // namespace lab

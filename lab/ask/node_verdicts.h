@@ -1,0 +1,27 @@
+// Who of those that hold a node counts, and by which rule the others lost.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/ask/node_history.h"
+
+namespace lab {
+
+struct Holder {
+    NodeAsk ask;
+    bool wins = false;
+    std::string held;                // "lock 4", "lock 3 of the tag"; empty for a write
+    std::string verdict;             // the rule by which it wins or loses
+    std::vector<std::string> notes;  // what was made of its value on the way
+};
+
+// Everybody who asks for something now: those that win first, then the oldest first.
+//   boot  what the node read after boot; a write of that is nobody's word
+std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
+                                 Layout layout, const std::string& boot);
+
+// The verdict on a floor that asks for more than the ceiling of its node begins with it.
+inline constexpr char kFloorAboveCeiling[] = "floor above ceiling";
+
+}  // namespace lab

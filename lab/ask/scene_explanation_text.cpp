@@ -1,0 +1,282 @@
+// What a scene file's commands do, as text and as JSON.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "lab/ask/scene_explanation.h"
+#include "lab/names/node_names.h"
+#include "lab/names/table.h"
+#include "lab/names/text.h"
+
+namespace lab {
+namespace {
+
+using Kind = ExplainedCommand::Kind;
+
+const char* KindText(Kind kind) {
+    switch (kind) {
+        case Kind::kAction:
+            return "action";
+        case Kind::kLongScene:
+            return "long scene";
+        case Kind::kInteractive:
+            return "interactive governor";
+        case Kind::kDescription:
+            break;
+    }
+    return "describes the device";
+}
+
+std::string Lasts(const ExplainedElement& element, Kind kind) {
+    if (kind == Kind::kDescription) return "";
+    if (kind == Kind::kInteractive) return "never undone";
+    if (element.durationMs < 0 || element.skip) return "never runs";
+    if (element.durationMs > 0) return fmt::format("{} ms", element.durationMs);
+    return kind == Kind::kLongScene ? "while its event lasts" : "until released";
+}
+
+std::string CountText(const ExplainedCommand& command) {
+    if (!command.countLimit && !command.periodMs) return "";
+    if (!command.countLimit) return "a period without boost_count_limit: not limited";
+    if (!command.periodMs) return "a count without boost_period: not limited";
+    return fmt::format("at most {} in {} ms", *command.countLimit, *command.periodMs);
+}
+
+Table PairTable(const ExplainedElement& element, bool wholePaths) {
+    Table table({"code", "key", "value", "node", "reads then", ""});
+    for (const ExplainedPair& pair : element.pairs) {
+        std::string nodes;
+        std::string reads;
+        std::vector<std::string> notes = pair.notes;
+        for (const ExplainedPair::Node& node : pair.nodes) {
+            const std::string comma = nodes.empty() ? "" : ", ";
+            nodes += comma + (wholePaths ? node.path : ShortNode(node.path));
+            if (!node.exists) {
+                notes.emplace_back("the device has no such node");
+                continue;
+            }
+            const std::string unit = NodeUnit(node.path);
+            reads += (reads.empty() ? "" : ", ") + node.reads;
+            if (!unit.empty() && !node.reads.empty()) reads += " " + unit;
+        }
+        table.Add({pair.code, pair.key, pair.value, nodes, reads, Join(notes)});
+    }
+    return table;
+}
+
+// "big 2227.2 MHz, prime 2841.6 MHz": a lift's names differ in the cluster alone.
+std::string CeilingsText(const std::vector<ThermalLift::Ceiling>& ceilings) {
+    std::vector<std::string> parts;
+    for (const ThermalLift::Ceiling& ceiling : ceilings) {
+        parts.push_back(ceiling.name.substr(0, ceiling.name.find("_cpu0_")) + " " + ceiling.value);
+    }
+    return Join(parts);
+}
+
+void PrintLifts(std::ostream& out, const ExplainedElement& element, const Paint& paint) {
+    if (element.lifts.empty()) return;
+    out << fmt::format("  breaks through thermal limits up to level {}\n", element.boostLimitLevel);
+    Table table({"thermal level", "frequency level", "for", "scaling maxima", "its own maxima"});
+    for (const ThermalLift& lift : element.lifts) {
+        const std::string ceilings = CeilingsText(lift.ceilings);
+        table.Add({std::to_string(lift.thermalLevel),
+                   lift.frequencyLevel ? std::to_string(*lift.frequencyLevel) : "none",
+                   fmt::format("{} ms", lift.forMs),
+                   ceilings.empty() ? "none: it only keeps new thermal writes away" : ceilings,
+                   CeilingsText(lift.rewritten)});
+    }
+    table.Print(out, "    ", paint);
+}
+
+void PrintElement(std::ostream& out, const ExplainedCommand& command,
+                  const ExplainedElement& element, bool wholePaths, const Paint& paint) {
+    out << "\n"
+        << paint(Colour::kCyan, fmt::format("<{}>", element.name))
+        << fmt::format(" line {}", element.place.line);
+    const std::string lasts = Lasts(element, command.kind);
+    if (!lasts.empty()) out << ", " << lasts;
+    out << "\n";
+    if (element.skip) out << "  skip is 1\n";
+    if (element.stateMask > 0) {
+        out << fmt::format("  runs only while the state shares a bit with 0x{:x}\n",
+                           static_cast<unsigned>(element.stateMask));
+    }
+    if (element.taskBoost) out << "  sched_task_boost takes the task id of the request's message\n";
+    if (element.offDelayTime != 0 || element.offDelayPerc != 0) {
+        out << fmt::format("  off delay: time {}, percent {} (kept for the server)\n",
+                           element.offDelayTime, element.offDelayPerc);
+    }
+    if (!element.pairs.empty()) PairTable(element, wholePaths).Print(out, "  ", paint);
+    for (const std::string& dropped : element.dropped) {
+        out << "  " << paint(Colour::kYellow, dropped) << "\n";
+    }
+    PrintLifts(out, element, paint);
+}
+
+// "1500 ms", or those of a chain: "500 ms, 200 ms".
+std::string LastsText(const ExplainedCommand& command) {
+    std::vector<std::string> parts;
+    for (const ExplainedElement& element : command.elements) {
+        const std::string lasts = Lasts(element, command.kind);
+        if (!lasts.empty()) parts.push_back(lasts);
+    }
+    return Join(parts);
+}
+
+std::string SummaryRemark(const ExplainedCommand& command) {
+    std::vector<std::string> parts;
+    if (!command.isAccepted) {
+        return "refused" + (command.problems.empty() ? "" : ": " + command.problems.front());
+    }
+    for (const ExplainedElement& element : command.elements) {
+        if (element.stateMask > 0) {
+            parts.push_back(fmt::format("state 0x{:x}", static_cast<unsigned>(element.stateMask)));
+        }
+        if (element.taskBoost) parts.emplace_back("task boost");
+        if (!element.dropped.empty()) {
+            parts.push_back(
+                fmt::format("{} of its keys count for nothing", element.dropped.size()));
+        }
+    }
+    const std::string count = CountText(command);
+    if (!count.empty()) parts.push_back("breaks through " + count);
+    return Join(parts);
+}
+
+nlohmann::json CeilingsJson(const std::vector<ThermalLift::Ceiling>& ceilings) {
+    nlohmann::json json = nlohmann::json::object();
+    for (const ThermalLift::Ceiling& ceiling : ceilings) json[ceiling.name] = ceiling.value;
+    return json;
+}
+
+nlohmann::json ElementJson(const ExplainedElement& element) {
+    nlohmann::json json = {{"name", element.name},
+                           {"line", element.place.line},
+                           {"column", element.place.column},
+                           {"duration_ms", element.durationMs},
+                           {"skip", element.skip},
+                           {"state_mask", element.stateMask},
+                           {"task_boost", element.taskBoost},
+                           {"off_delay_time", element.offDelayTime},
+                           {"off_delay_perc", element.offDelayPerc},
+                           {"boost_limit_level", element.boostLimitLevel},
+                           {"pairs", nlohmann::json::array()},
+                           {"dropped", element.dropped},
+                           {"thermal", nlohmann::json::array()}};
+    for (const ExplainedPair& pair : element.pairs) {
+        nlohmann::json entry = {{"key", pair.key},
+                                {"code", pair.code},
+                                {"value", pair.value},
+                                {"notes", pair.notes},
+                                {"nodes", nlohmann::json::array()}};
+        for (const ExplainedPair::Node& node : pair.nodes) {
+            entry["nodes"].push_back(
+                {{"path", node.path}, {"exists", node.exists}, {"reads", node.reads}});
+        }
+        json["pairs"].push_back(std::move(entry));
+    }
+    for (const ThermalLift& lift : element.lifts) {
+        nlohmann::json entry = {{"thermal_level", lift.thermalLevel},
+                                {"frequency_level", nullptr},
+                                {"for_ms", lift.forMs},
+                                {"ceilings", CeilingsJson(lift.ceilings)},
+                                {"rewritten", CeilingsJson(lift.rewritten)}};
+        if (lift.frequencyLevel) entry["frequency_level"] = *lift.frequencyLevel;
+        json["thermal"].push_back(std::move(entry));
+    }
+    return json;
+}
+
+void PrintProblems(std::ostream& out, const Explanation& explanation, const Paint& paint) {
+    for (const std::string& problem : explanation.problems) {
+        out << paint(Colour::kYellow, problem) << "\n";
+    }
+    if (!explanation.problems.empty()) out << "\n";
+}
+
+}  // namespace
+
+void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholePaths,
+                  const Paint& paint) {
+    PrintProblems(out, explanation, paint);
+    for (const ExplainedCommand& command : explanation.commands) {
+        out << paint(Colour::kBold, command.label)
+            << fmt::format(" {}:{}, {}, on {}{}\n", explanation.file, command.place.line,
+                           KindText(command.kind), explanation.device,
+                           explanation.isAssumed ? " (assumed; --device names another)" : "");
+        for (const std::string& problem : command.problems) {
+            out << paint(Colour::kRed, problem) << "\n";
+        }
+        if (!command.isAccepted) {
+            out << "The plug-in refuses the command: nothing of it ever runs.\n";
+            continue;
+        }
+        if (const std::string count = CountText(command); !count.empty()) {
+            out << "  breaks through " << count << "\n";
+        }
+        if (std::any_of(std::begin(command.headers), std::end(command.headers),
+                        [](int header) { return header != -1; })) {
+            out << fmt::format("  headers {}, {}, {}\n", command.headers[0], command.headers[1],
+                               command.headers[2]);
+        }
+        for (const ExplainedElement& element : command.elements) {
+            PrintElement(out, command, element, wholePaths, paint);
+        }
+        for (const std::string& line : command.said) {
+            out << paint(Colour::kRed, "  the plug-in says: " + line) << "\n";
+        }
+    }
+}
+
+void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint& paint) {
+    out << paint(Colour::kBold, explanation.file)
+        << fmt::format(" on {}{}\n\n", explanation.device,
+                       explanation.isAssumed ? " (assumed; --device names another)" : "");
+    PrintProblems(out, explanation, paint);
+    Table table({"command", "line", "kind", "lasts", "tunables", "thermal", "remark"});
+    for (const ExplainedCommand& command : explanation.commands) {
+        size_t pairs = 0;
+        int highest = 0;
+        for (const ExplainedElement& element : command.elements) {
+            pairs += element.pairs.size();
+            highest = std::max(highest, element.boostLimitLevel);
+        }
+        const bool hasTunables = command.isAccepted && command.kind != Kind::kDescription;
+        table.Add({command.label, std::to_string(command.place.line), KindText(command.kind),
+                   LastsText(command), hasTunables ? std::to_string(pairs) : "",
+                   highest > 0 ? fmt::format("up to {}", highest) : "", SummaryRemark(command)});
+    }
+    table.Print(out, "", paint);
+}
+
+std::string ExplanationJson(const Explanation& explanation) {
+    nlohmann::json json = {{"file", explanation.file},
+                           {"device", explanation.device},
+                           {"device_assumed", explanation.isAssumed},
+                           {"problems", explanation.problems},
+                           {"commands", nlohmann::json::array()}};
+    for (const ExplainedCommand& command : explanation.commands) {
+        nlohmann::json entry = {{"id", command.id},
+                                {"label", command.label},
+                                {"line", command.place.line},
+                                {"column", command.place.column},
+                                {"kind", KindText(command.kind)},
+                                {"accepted", command.isAccepted},
+                                {"problems", command.problems},
+                                {"headers", command.headers},
+                                {"boost_count_limit", nullptr},
+                                {"boost_period_ms", nullptr},
+                                {"said", command.said},
+                                {"elements", nlohmann::json::array()}};
+        if (command.countLimit) entry["boost_count_limit"] = *command.countLimit;
+        if (command.periodMs) entry["boost_period_ms"] = *command.periodMs;
+        for (const ExplainedElement& element : command.elements) {
+            entry["elements"].push_back(ElementJson(element));
+        }
+        json["commands"].push_back(std::move(entry));
+    }
+    return json.dump(2);
+}
+
+}  // namespace lab

@@ -1,0 +1,88 @@
+#include "lab/ask/why.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "lab/names/node_names.h"
+#include "lab/names/text.h"
+#include "lab/server/runner.h"
+
+namespace lab {
+namespace {
+
+// A day and more: far behind the end of any scenario that a run can take.
+constexpr double kLatestSeconds = 1e7;
+
+// The nodes that steps create, among them those of repeats.
+void AddArranged(const std::vector<Step>& steps, std::vector<std::string>& paths) {
+    for (const Step& step : steps) {
+        if (const auto* arrange = std::get_if<ArrangeNodes>(&step.request)) {
+            for (const auto& [path, value] : arrange->nodes) {
+                if (value) paths.push_back(path);
+            }
+        } else if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
+            AddArranged(repeat->steps, paths);
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<Time> ParseMoment(const std::string& text) {
+    if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    const std::string unit = end;
+    const bool isSeconds = unit == "s" || (unit.empty() && text.find('.') != text.npos);
+    if (!unit.empty() && unit != "s" && unit != "ms") return std::nullopt;
+    const double seconds = isSeconds ? number : number / 1000;
+    if (!(seconds >= 0) || seconds > kLatestSeconds) return std::nullopt;
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
+WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
+    const ScenarioHead head = ReadScenarioHead(scenario);
+    const std::string& asked = question.instead.device;
+    const DeviceProfile device = LoadDeviceProfile(asked.empty() ? head.device : asked);
+    SceneFile scenes = SceneFile::Load(ScenesOfScenario(question.instead, head, device));
+    const std::vector<Step> steps = ReadScenarioSteps(scenario, scenes);
+
+    Phone phone(device);
+    for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
+    std::vector<std::string> arranged;
+    AddArranged(steps, arranged);
+    const NodeTarget target = FindNode(question.node, device, phone.GetKernel(), arranged);
+    const std::string boot = phone.GetKernel().Value(target.path);
+
+    Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
+    NodeHistory history(target, scenes, phone.GetKernel());
+    Library library(question.library);
+    Server server(phone, library, scenes);
+    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
+        ledger.Observe(event);
+        history.Observe(event);
+    });
+    runner.HeedRequests([&history](const Step& step, const Server::Outcome& outcome) {
+        history.Heed(step, outcome);
+    });
+    runner.Start(head);
+    if (question.at) {
+        runner.PlayUntil(steps, *question.at);
+    } else {
+        runner.Play(steps);
+    }
+    runner.Finish();
+
+    WhyAnswer answer;
+    answer.story =
+        TellNodeStory(target, history, phone, scenes.ClusterLayout(), boot, server.Status());
+    answer.device = device.name;
+    answer.scenario = head.title.empty() ? head.file : head.title;
+    answer.scenes = scenes.File();
+    for (const SceneProblem& problem : server.Problems()) {
+        answer.problems.push_back(ProblemText(scenes, problem));
+    }
+    return answer;
+}
+
+}  // namespace lab

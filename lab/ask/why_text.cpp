@@ -1,0 +1,174 @@
+// An answer to "why" as text and as JSON.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "lab/ask/why.h"
+#include "lab/names/node_names.h"
+#include "lab/names/resource_names.h"
+#include "lab/names/text.h"
+
+namespace lab {
+namespace {
+
+using By = NodeAsk::By;
+
+constexpr size_t kWidestRequest = 60;
+
+// The clusters' short names, "cpu4 to cpu6", of the CPUs that share a node.
+std::string SharedText(const NodeTarget& target) {
+    if (target.sharedBy.empty()) return "";
+    const auto cpuOf = [](const std::string& path) {
+        const std::string name = ShortNode(path);
+        return name.substr(0, name.find(' '));
+    };
+    return fmt::format(" (one node of {} to {})", cpuOf(target.path),
+                       cpuOf(target.sharedBy.back()));
+}
+
+std::string Lasts(const NodeAsk& ask, Time now) {
+    if (ask.until) return fmt::format("{} ms left", WholeMs(*ask.until - now));
+    switch (ask.by) {
+        case By::kClient:
+            return "until its client says otherwise";
+        case By::kScene:
+            return "until its event ends";
+        case By::kLock:
+            return "until released";
+        case By::kWrite:
+            break;
+    }
+    return "until written again";
+}
+
+std::string Asked(const NodeAsk& ask) {
+    // A group's words can fill a page; the line tells where to read on.
+    std::string request = ask.request;
+    if (request.size() > kWidestRequest) request = request.substr(0, kWidestRequest) + "...";
+    std::string text = fmt::format("asked by '{}'", request);
+    if (ask.line) text += fmt::format(", line {}", ask.line);
+    return text;
+}
+
+// A node with several numbers separates them by tabs.
+std::string WithUnit(std::string value, const std::string& unit) {
+    std::replace(value.begin(), value.end(), '\t', ' ');
+    return unit.empty() ? value : value + " " + unit;
+}
+
+void PrintHolder(std::ostream& out, const Holder& holder, Time now, const Paint& paint) {
+    const std::string word = holder.wins ? "counts" : "loses";
+    out << "  " << paint(holder.wins ? Colour::kGreen : Colour::kYellow, fmt::format("{:<7}", word))
+        << fmt::format(" {:<28} {:<14} since {} s, {}\n", holder.ask.who, holder.ask.ValueText(),
+                       SecondsText(holder.ask.since), Lasts(holder.ask, now));
+    out << fmt::format("          {}\n", holder.verdict);
+    for (const std::string& note : holder.notes) out << fmt::format("          {}\n", note);
+    if (!holder.ask.remark.empty()) out << fmt::format("          {}\n", holder.ask.remark);
+    out << paint(Colour::kDim, fmt::format("          {}{}{}", holder.held,
+                                           holder.held.empty() ? "" : "; ", Asked(holder.ask)))
+        << "\n";
+}
+
+void PrintEnded(std::ostream& out, const NodeStory& story, size_t most, const Paint& paint) {
+    if (story.ended.empty() || most == 0) return;
+    out << "\n" << paint(Colour::kBold, "Asked before, and over") << "\n";
+    for (size_t i = 0; i < std::min(most, story.ended.size()); ++i) {
+        const EndedAsk& ended = story.ended[i];
+        out << fmt::format("  {:>9} s  {:<28} {:<14} {}\n", SecondsText(ended.at), ended.ask.who,
+                           ended.ask.ValueText(), ended.how);
+        out << paint(Colour::kDim,
+                     fmt::format("               {}{}",
+                                 ended.ask.since == ended.at
+                                     ? ""
+                                     : fmt::format("since {} s; ", SecondsText(ended.ask.since)),
+                                 Asked(ended.ask)))
+            << "\n";
+    }
+    if (story.ended.size() > most) {
+        out << fmt::format("  and {} earlier; --history {} shows them\n", story.ended.size() - most,
+                           story.ended.size());
+    }
+}
+
+nlohmann::json AskJson(const NodeAsk& ask) {
+    static constexpr const char* kKinds[] = {"client", "scene", "lock", "write"};
+    nlohmann::json json = {{"by", kKinds[static_cast<size_t>(ask.by)]},
+                           {"who", ask.who},
+                           {"asked", ask.ValueText()},
+                           {"request", ask.request},
+                           {"line", ask.line},
+                           {"since_ms", WholeMs(ask.since)}};
+    if (ask.by != By::kWrite) {
+        json["value"] = ask.value;
+        json["opcode"] = fmt::format("0x{:08X}", static_cast<unsigned>(ask.opcode));
+    }
+    if (ask.tag >= 0) json["tag"] = ask.tag;
+    if (ask.handle > 0) json["lock"] = ask.handle;
+    if (ask.until) json["until_ms"] = WholeMs(*ask.until);
+    if (!ask.remark.empty()) json["remark"] = ask.remark;
+    return json;
+}
+
+}  // namespace
+
+void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, const Paint& paint) {
+    const NodeStory& story = answer.story;
+    const NodeTarget& target = story.target;
+    out << paint(Colour::kBold, fmt::format("{} on {} at {} s", ShortNode(target.path),
+                                            answer.device, SecondsText(story.at)))
+        << "\n"
+        << fmt::format("  {}{}\n  {}\n\n", target.path, SharedText(target), answer.scenario);
+    out << fmt::format("  reads   {}, {}\n",
+                       WithUnit(story.exists ? story.value : "nothing", story.unit),
+                       story.Because());
+    out << fmt::format("  boot    {}\n", WithUnit(story.boot.empty() ? "no such node" : story.boot,
+                                                  story.boot.empty() ? "" : story.unit));
+    const auto thermal = story.status.find("mTB_Prior");
+    if (thermal != story.status.end() && thermal->second > 0) {
+        out << fmt::format("  thermal level {} in force\n", thermal->second);
+    }
+    out << "\n";
+    if (story.holders.empty()) {
+        out << "  Nobody asks for anything now.\n";
+    } else {
+        out << paint(Colour::kBold, "Who asks now") << "\n";
+        for (const Holder& holder : story.holders) PrintHolder(out, holder, story.at, paint);
+    }
+    PrintEnded(out, story, mostEnded, paint);
+}
+
+std::string WhyJson(const WhyAnswer& answer) {
+    const NodeStory& story = answer.story;
+    nlohmann::json json = {{"node", story.target.path},
+                           {"short", ShortNode(story.target.path)},
+                           {"device", answer.device},
+                           {"scenario", answer.scenario},
+                           {"scenes", answer.scenes},
+                           {"at_ms", WholeMs(story.at)},
+                           {"value", story.value},
+                           {"boot", story.boot},
+                           {"unit", story.unit},
+                           {"because", story.Because()},
+                           {"tags", story.target.tags},
+                           {"status", story.status},
+                           {"holders", nlohmann::json::array()},
+                           {"ended", nlohmann::json::array()}};
+    for (const Holder& holder : story.holders) {
+        nlohmann::json entry = AskJson(holder.ask);
+        entry["counts"] = holder.wins;
+        entry["held"] = holder.held;
+        entry["verdict"] = holder.verdict;
+        entry["notes"] = holder.notes;
+        json["holders"].push_back(std::move(entry));
+    }
+    for (const EndedAsk& ended : story.ended) {
+        nlohmann::json entry = AskJson(ended.ask);
+        entry["ended_ms"] = WholeMs(ended.at);
+        entry["how"] = ended.how;
+        json["ended"].push_back(std::move(entry));
+    }
+    return json.dump(2);
+}
+
+}  // namespace lab

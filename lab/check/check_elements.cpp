@@ -1,0 +1,273 @@
+// How the keys of an element stand together, and the attributes around them.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "freq/scene_limits.h"
+#include "lab/check/scene_rules.h"
+#include "lab/names/text.h"
+#include "loader/element_keys.h"
+#include "nodes/inter_path_table.h"
+#include "platform/command_ids.h"
+
+namespace lab {
+namespace {
+
+namespace keys = tarquel::keys;
+using Kind = KeyMeaning::Kind;
+
+constexpr const char kTaskBoostKey[] = "sched_task_boost";
+
+std::string NamesOf(const std::vector<const KeyMeaning*>& pairs, size_t from) {
+    std::vector<std::string> names;
+    for (size_t i = from; i < pairs.size(); ++i) names.push_back(pairs[i]->key->name);
+    return Join(names);
+}
+
+// Of a head key that is repeated the last counts, and levels pile up.
+void CheckRepeatedHead(RuleContext& context, const ElementMeaning& element, const KeyMeaning& key) {
+    const SceneKey& first = *element.keys[key.first].key;
+    const bool isLevel = key.key->name == keys::kBoostLimitLevel;
+    context.Add(Severity::kWarning, "repeated-key", element, key.key->place,
+                fmt::format("{} stands here a second time, the first is in line {}; {}",
+                            key.key->name, first.place.line,
+                            isLevel ? "the thermal level of the last counts, but the frequency "
+                                      "levels of the first"
+                                    : "the last one counts"),
+                "keep one of them");
+}
+
+void CheckRepeats(RuleContext& context, const ElementMeaning& element) {
+    for (size_t i = 0; i < element.keys.size(); ++i) {
+        const KeyMeaning& key = element.keys[i];
+        if (key.first == i) continue;
+        if (key.kind == Kind::kHead) {
+            CheckRepeatedHead(context, element, key);
+            continue;
+        }
+        const SceneKey& first = *element.keys[key.first].key;
+        const std::string twins =
+            first.name == key.key->name
+                ? key.key->name + " stands here a second time"
+                : fmt::format("{} and {} are two names of opcode 0x{:08X}", first.name,
+                              key.key->name, static_cast<unsigned>(key.code));
+        context.Add(Severity::kWarning, "repeated-key", element, key.key->place,
+                    fmt::format("{}; the first counts, {} in line {}: this {} is dropped", twins,
+                                first.value, first.place.line, key.key->value),
+                    "keep one of them");
+    }
+}
+
+void CheckCount(RuleContext& context, const ElementMeaning& element) {
+    const std::vector<const KeyMeaning*> pairs = element.Pairs();
+    if (pairs.size() > kMostPairs) {
+        const KeyMeaning* firstCut = pairs[kMostPairs];
+        context.Add(Severity::kWarning, "too-many-keys", element, firstCut->key->place,
+                    fmt::format("{} tunables, but an element keeps {}, those with the smallest "
+                                "opcodes; cut: {}",
+                                pairs.size(), kMostPairs, NamesOf(pairs, kMostPairs)),
+                    "move some of them to a second element");
+    }
+    if (element.isLongScene) return;
+    const size_t kept = std::min(pairs.size(), kMostPairs);
+    if (kept > kMostLockPairs) {
+        const std::vector<const KeyMeaning*> inList(pairs.begin(),
+                                                    pairs.begin() + static_cast<ptrdiff_t>(kept));
+        context.Add(Severity::kWarning, "too-many-keys", element, pairs[kMostLockPairs]->key->place,
+                    fmt::format("{} tunables are kept, but a lock takes {}; never locked: {}", kept,
+                                kMostLockPairs, NamesOf(inList, kMostLockPairs)),
+                    "move some of them to a second element");
+    }
+    const KeyMeaning* level = element.FindHead(keys::kBoostLimitLevel);
+    const size_t ceilings = context.device.clusters.size();
+    if (level && level->number.value_or(0) > 0 && kept <= kMostLockPairs &&
+        kept + ceilings > kMostLockPairs) {
+        context.Add(Severity::kWarning, "too-many-keys", element, level->key->place,
+                    fmt::format("{} tunables leave no room for the {} ceilings that a "
+                                "breakthrough appends: a lock takes {}",
+                                kept, ceilings, kMostLockPairs),
+                    "move some of them to a second element");
+    }
+}
+
+// A long scene whose keys stand before its duration: they are read as opcodes, not as tags.
+void CheckOrder(RuleContext& context, const ElementMeaning& element) {
+    if (!element.isLongScene) return;
+    const KeyMeaning* duration = element.FindHead(keys::kDuration);
+    for (const KeyMeaning& key : element.keys) {
+        if (key.kind != Kind::kOpcode) continue;
+        context.Add(
+            Severity::kError, "duration-order", element, key.key->place,
+            duration
+                ? fmt::format("{} stands before the duration_ms in line {}, so it is read as an "
+                              "HAL resource; every request of this long scene fails",
+                              key.key->name, duration->key->place.line)
+                : fmt::format("there is no duration_ms before {}, so it is read as an HAL "
+                              "resource; every request of this long scene fails",
+                              key.key->name),
+            duration ? "put duration_ms first" : "begin with <duration_ms>0</duration_ms>");
+    }
+}
+
+void CheckLongScene(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning& key : element.keys) {
+        if (key.kind != Kind::kTag) continue;
+        if (!tarquel::IsSceneTag(key.code)) {
+            context.Add(Severity::kError, "scene-key", element, key.key->place,
+                        key.key->name + " is understood, but refused whenever the scene runs",
+                        "a long scene limits CPU and GPU frequencies alone");
+        } else if (key.number.value_or(1) == 0) {
+            context.Add(Severity::kWarning, "scene-key", element, key.key->place,
+                        key.key->name + " is 0, which asks for nothing", "remove it");
+        } else if (key.number.value_or(1) < 0) {
+            context.Add(Severity::kError, "scene-key", element, key.key->place,
+                        fmt::format("{} is {}; every request of this long scene fails",
+                                    key.key->name, key.key->value),
+                        "a limit is a frequency above 0");
+        }
+    }
+    if (const KeyMeaning* level = element.FindHead(keys::kBoostLimitLevel)) {
+        context.Add(Severity::kWarning, "scene-key", element, level->key->place,
+                    "a long scene boosts nothing: boost_limit_level has no effect here",
+                    "remove it");
+    }
+}
+
+void CheckDuration(RuleContext& context, const ElementMeaning& element) {
+    const int id = element.command->id;
+    const KeyMeaning* duration = element.FindHead(keys::kDuration);
+    if (!duration || !duration->number) return;
+    if (element.durationMs < 0) {
+        context.Add(Severity::kWarning, "never-runs", element, duration->key->place,
+                    fmt::format("duration_ms is {}: this element never runs", element.durationMs),
+                    "give it a time, or skip=\"1\" to switch it off");
+    }
+    if (element.durationMs < 1) return;
+    if (tarquel::IsLongTermScene(id) && id != tarquel::kCmdQuietOnSuccess) {
+        context.Add(
+            Severity::kWarning, "event-duration", element, duration->key->place,
+            fmt::format("ids 12288 to 13568 are long scenes, which last until their event ends; "
+                        "with duration_ms {} this is a boost like any other, whose keys name HAL "
+                        "resources and do not compete with other limits",
+                        element.durationMs),
+            "write 0, or give the command an id outside that range");
+    }
+    if (id == tarquel::kCmdRegularEvent) {
+        context.Add(Severity::kWarning, "event-duration", element, duration->key->place,
+                    fmt::format("this command is an event, ended by {}; with duration_ms {} its "
+                                "lock may be gone before",
+                                tarquel::kCmdRegularEventEnd, element.durationMs),
+                    "write 0");
+    }
+}
+
+void CheckUse(RuleContext& context, const ElementMeaning& element) {
+    const bool isUnknown =
+        std::any_of(element.keys.begin(), element.keys.end(),
+                    [](const KeyMeaning& key) { return key.kind == Kind::kUnknown; });
+    if (!isUnknown && element.Pairs().empty() && element.durationMs >= 0) {
+        context.Add(Severity::kWarning, "no-tunable", element, element.element->place,
+                    element.isLongScene
+                        ? "this long scene limits nothing"
+                        : "this element holds no tunable; every request of it fails",
+                    "add one, or remove the element");
+    }
+    if (element.element->stateMask < 0) {
+        context.Add(Severity::kWarning, "state-mask", element, element.element->place,
+                    fmt::format("a state_mask of {} is never tested: the element always runs",
+                                element.element->stateMask),
+                    "name the bits as a number above 0");
+    }
+    const KeyMeaning* task = element.FindCode(OpcodeOfKey(kTaskBoostKey).value_or(0));
+    if (element.element->taskBoost && !task) {
+        context.Add(Severity::kWarning, "task-boost", element, element.element->place,
+                    "task_boost=\"1\", but there is no key that takes the task's id",
+                    fmt::format("add <{0}>0</{0}>", kTaskBoostKey));
+    }
+    if (task && !element.element->taskBoost && task->number.value_or(1) == 0) {
+        context.Add(Severity::kWarning, "task-boost", element, task->key->place,
+                    "no task's id comes here: the command has no task_boost=\"1\"",
+                    "add the attribute, or write the id");
+    }
+}
+
+// What the loader takes for a number and reads as another.
+void CheckNumbers(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning& key : element.keys) {
+        if (key.number || !IsLoaderNumber(key.key->value)) continue;
+        if (key.key->value == "-") {
+            context.Add(Severity::kError, "number", element, key.key->place,
+                        key.key->name + " is '-', which the plug-in reads as 0", "write a number");
+        } else {
+            context.Add(Severity::kError, "number", element, key.key->place,
+                        fmt::format("{} = {} does not fit into 32 bits; the plug-in reads some "
+                                    "other number",
+                                    key.key->name, key.key->value),
+                        "write a number from -2147483648 to 2147483647");
+        }
+    }
+}
+
+}  // namespace
+
+void RuleContext::Add(Severity severity, const char* rule, Place place, std::string where,
+                      std::string message, std::string advice) {
+    findings.push_back(
+        {severity, rule, place, std::move(where), std::move(message), std::move(advice), ""});
+}
+
+void RuleContext::Add(Severity severity, const char* rule, const ElementMeaning& element,
+                      Place place, std::string message, std::string advice) {
+    Add(severity, rule, place, WhereOf(*element.command, *element.element), std::move(message),
+        std::move(advice));
+}
+
+void CheckElement(RuleContext& context, const ElementMeaning& element) {
+    CheckNumbers(context, element);
+    CheckRepeats(context, element);
+    CheckCount(context, element);
+    CheckOrder(context, element);
+    CheckDuration(context, element);
+    CheckUse(context, element);
+    if (element.isLongScene) CheckLongScene(context, element);
+}
+
+void CheckInteractive(RuleContext& context, const SceneCommand& command) {
+    const SceneElement& element = command.elements.front();
+    std::map<std::string, const SceneKey*> seen;
+    for (const SceneKey& key : element.keys) {
+        const auto [first, isNew] = seen.emplace(key.name, &key);
+        if (!isNew) {
+            context.Add(Severity::kWarning, "repeated-key", key.place, WhereOf(command, element),
+                        fmt::format("{} stands here a second time; the first counts, {} in line "
+                                    "{}",
+                                    key.name, first->second->value, first->second->place.line),
+                        "keep one of them");
+        }
+        if (key.value.empty()) {
+            context.Add(Severity::kError, "number", key.place, WhereOf(command, element),
+                        key.name + " has no value; writing it fails", "write one");
+        }
+    }
+    const bool hasNodes =
+        std::any_of(element.keys.begin(), element.keys.end(), [&context](const SceneKey& key) {
+            const char* path = tarquel::FindInterPath(key.name);
+            return path && context.phone.GetKernel().Has(path);
+        });
+    const bool namesNodes = std::any_of(
+        element.keys.begin(), element.keys.end(),
+        [](const SceneKey& key) { return tarquel::FindInterPath(key.name) != nullptr; });
+    if (!namesNodes) {
+        context.Add(Severity::kWarning, "no-tunable", element.place, WhereOf(command, element),
+                    "this element names no node of the governor; every request of it fails",
+                    "add one, such as hispeed_freq_l");
+    } else if (!hasNodes) {
+        context.Add(Severity::kNote, "node-missing", element.place, WhereOf(command, element),
+                    context.device.name +
+                        "'s kernel has no interactive governor: writing its "
+                        "nodes fails there",
+                    "");
+    }
+}
+
+}  // namespace lab

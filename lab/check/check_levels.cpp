@@ -1,0 +1,240 @@
+// Frequency levels and how a command reaches them under a thermal level; how often it may boost.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "lab/check/scene_rules.h"
+#include "lab/names/text.h"
+#include "lab/scenes/scene_problems.h"
+#include "loader/element_keys.h"
+
+namespace lab {
+namespace {
+
+namespace keys = tarquel::keys;
+
+constexpr int kThermalLevels = 4;
+constexpr int kHighestLevel = 9;
+
+// The eight hexadecimal digits of "boost_limit_level": 0, a level for each thermal one, 0, 0, and
+// the highest thermal level.
+std::array<int, 8> DigitsOf(int value) {
+    std::array<int, 8> digits{};
+    auto rest = static_cast<uint32_t>(value);
+    for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit) {
+        *digit = static_cast<int>(rest & 0xF);
+        rest >>= 4;
+    }
+    return digits;
+}
+
+bool IsPlausible(const std::array<int, 8>& digits) {
+    return digits[0] == 0 && digits[5] == 0 && digits[6] == 0 && digits[7] <= kThermalLevels;
+}
+
+std::vector<std::string> CeilingKeys(const DeviceProfile& device) {
+    std::vector<std::string> names = {std::string(keys::kLittleMaxFreq),
+                                      std::string(keys::kBigMaxFreq)};
+    if (device.clusters.size() >= 3) names.emplace_back(keys::kPrimeMaxFreq);
+    return names;
+}
+
+std::optional<int> LevelOf(const SceneElement& element) {
+    const std::string digits =
+        element.name.substr(std::min(element.name.size(), keys::kFreqLevelInfo.size()));
+    const std::optional<int64_t> level = ParseNumber(digits);
+    if (!level || *level < 0 || *level > kHighestLevel) return std::nullopt;
+    return static_cast<int>(*level);
+}
+
+}  // namespace
+
+LevelRules::LevelRules(RuleContext& context) : mContext(context) {
+    for (const SceneCommand& command : context.scenes.Commands()) {
+        const SceneElement& element = command.elements.front();
+        if (!element.name.starts_with(keys::kFreqLevelInfo)) continue;
+        const std::optional<int> number = LevelOf(element);
+        if (!number) continue;
+        Level& level = mLevels[*number];
+        if (level.place.line != 0) {
+            context.Add(Severity::kWarning, "level-repeated", element.place,
+                        WhereOf(command, element),
+                        fmt::format("level {} is described a second time, first in line {}; of "
+                                    "each frequency the command with the higher id counts",
+                                    *number, level.place.line),
+                        "keep one of them");
+        }
+        level.place = element.place;
+        for (const SceneKey& key : element.keys) {
+            if (!key.value.empty()) level.keys.insert(key.name);
+        }
+    }
+}
+
+void LevelRules::CheckDescribed() {
+    for (const auto& [number, level] : mLevels) {
+        std::vector<std::string> missing;
+        for (const std::string& key : CeilingKeys(mContext.device)) {
+            if (!level.keys.count(key)) missing.push_back(key);
+        }
+        if (missing.empty()) continue;
+        mContext.Add(Severity::kWarning, "level-incomplete", level.place, "",
+                     fmt::format("level {} has no {}: the whole level counts as missing, and a "
+                                 "breakthrough at it lifts every ceiling to the hardware's",
+                                 number, Join(missing)),
+                     "give it a frequency for every cluster");
+    }
+}
+
+void LevelRules::CheckCommand(const std::vector<ElementMeaning>& elements) {
+    for (const ElementMeaning& element : elements) {
+        const KeyMeaning* key = element.FindHead(keys::kBoostLimitLevel);
+        if (key && key->number && !element.isLongScene) CheckLimitLevel(element, *key);
+    }
+    CheckCounts(elements);
+}
+
+void LevelRules::CheckLimitLevel(const ElementMeaning& element, const KeyMeaning& key) {
+    const std::array<int, 8> digits = DigitsOf(*key.number);
+    const int highest = digits[7];
+    if (!IsPlausible(digits)) {
+        const std::string& text = key.key->value;
+        int asHex = 0;
+        const bool isHex =
+            std::from_chars(text.data(), text.data() + text.size(), asHex, 16).ec == std::errc() &&
+            IsPlausible(DigitsOf(asHex));
+        mContext.Add(
+            Severity::kWarning, "boost-level", element, key.key->place,
+            fmt::format("boost_limit_level {} is {:08X} in hexadecimal, which is not of the form "
+                        "0ABCD00E with E from 0 to 4{}",
+                        *key.number, static_cast<unsigned>(*key.number),
+                        highest > kThermalLevels
+                            ? "; above 4 it breaks through without raising a ceiling"
+                            : ""),
+            isHex ? fmt::format("it looks like the hexadecimal digits; in decimal these are {}",
+                                asHex)
+                  : "19087364, 01234004 in hexadecimal, is levels 1 to 4 up to thermal level 4");
+        return;
+    }
+    if (highest == 0) {
+        mContext.Add(Severity::kNote, "boost-level", element, key.key->place,
+                     fmt::format("boost_limit_level {} boosts under no thermal level: its last "
+                                 "hexadecimal digit is 0",
+                                 *key.number),
+                     "");
+    }
+    // The frequency levels that are missing, and those that there cannot be, with the thermal
+    // levels that reach them.
+    std::vector<std::string> missing;
+    std::vector<std::string> unreachable;
+    for (int thermal = 1; thermal <= highest; ++thermal) {
+        const int level = digits[static_cast<size_t>(thermal)];
+        if (mLevels.count(level)) continue;
+        (level > kHighestLevel ? unreachable : missing)
+            .push_back(fmt::format("{} (under thermal level {})", level, thermal));
+    }
+    if (!missing.empty()) {
+        mContext.Add(Severity::kWarning, "level-missing", element, key.key->place,
+                     fmt::format("no <freq_level_infoN> describes the frequency level{} {}: the "
+                                 "ceilings rise to the hardware's",
+                                 missing.size() > 1 ? "s" : "", Join(missing)),
+                     "describe what is missing, or name other levels");
+    }
+    if (!unreachable.empty()) {
+        mContext.Add(
+            Severity::kWarning, "boost-level", element, key.key->place,
+            fmt::format("there is no frequency level {}: no ceiling rises then", Join(unreachable)),
+            "name levels from 0 to 9");
+    }
+}
+
+void LevelRules::CheckCounts(const std::vector<ElementMeaning>& elements) {
+    const KeyMeaning* limit = nullptr;
+    const KeyMeaning* period = nullptr;
+    const ElementMeaning* owner = nullptr;
+    bool boosts = false;
+    for (const ElementMeaning& element : elements) {
+        boosts = boosts || element.FindHead(keys::kBoostLimitLevel) != nullptr;
+        for (const auto& [name, kept] :
+             {std::pair{keys::kBoostCountLimit, &limit}, std::pair{keys::kBoostPeriod, &period}}) {
+            const KeyMeaning* key = element.FindHead(name);
+            if (!key) continue;
+            if (*kept && (*kept)->number != key->number) {
+                mContext.Add(Severity::kWarning, "count-limit", element, key->key->place,
+                             fmt::format("{} is {} here and {} in line {}; the last one counts for "
+                                         "the whole command",
+                                         key->key->name, key->key->value, (*kept)->key->value,
+                                         (*kept)->key->place.line),
+                             "give it in one element");
+            }
+            *kept = key;
+            owner = &element;
+        }
+    }
+    if (!owner) return;
+    if (!limit || !period) {
+        const KeyMeaning& lone = limit ? *limit : *period;
+        const std::string_view other = limit ? keys::kBoostPeriod : keys::kBoostCountLimit;
+        mContext.Add(Severity::kWarning, "count-limit", *owner, lone.key->place,
+                     fmt::format("{} without {} bounds nothing", lone.key->name, other),
+                     fmt::format("add {}, or remove this", other));
+        return;
+    }
+    for (const KeyMeaning* key : {limit, period}) {
+        if (key->number.value_or(1) >= 1) continue;
+        mContext.Add(Severity::kWarning, "count-limit", *owner, key->key->place,
+                     fmt::format("{} is {}: nothing is bounded", key->key->name, key->key->value),
+                     "write a number above 0, or remove both keys");
+    }
+    if (!boosts) {
+        mContext.Add(Severity::kWarning, "count-limit", *owner, limit->key->place,
+                     "boosts are bounded, but the command has no boost_limit_level and never "
+                     "breaks through",
+                     "add one, or remove both keys");
+    }
+}
+
+void CheckDescriptions(RuleContext& context) {
+    for (const SceneProblem& problem : FindClusterProblems(context.scenes, context.device)) {
+        context.Add(Severity::kWarning, "clusters", problem.place, "", problem.message,
+                    "describe the clusters of the device, or name another with --device");
+    }
+    const std::vector<std::string> cpuKeys = {
+        std::string(keys::kLittleCpus), std::string(keys::kBigCpus), std::string(keys::kPrimeCpus),
+        std::string(keys::kIsolation)};
+    const std::vector<std::string> levelKeys = {std::string(keys::kLittleMaxFreq),
+                                                std::string(keys::kBigMaxFreq),
+                                                std::string(keys::kPrimeMaxFreq)};
+    for (const SceneCommand& command : context.scenes.Commands()) {
+        const bool describes = IsDescription(command.elements.front());
+        for (size_t i = 0; i < command.elements.size(); ++i) {
+            const SceneElement& element = command.elements[i];
+            const std::string where = WhereOf(command, element);
+            if (i > 0 && describes) {
+                context.Add(Severity::kWarning, "description", element.place, where,
+                            "the first element of this command describes the device; this one is "
+                            "passed over",
+                            "give it a command of its own");
+            } else if (i > 0 && IsDescription(element)) {
+                context.Add(Severity::kError, "description", element.place, where,
+                            "<" + element.name +
+                                "> describes the device only as the first "
+                                "element of its command; here it is an action",
+                            "give it a command of its own");
+            }
+            if (i > 0 || !describes) continue;
+            const std::vector<std::string>& known =
+                element.name == keys::kCpuInfo ? cpuKeys : levelKeys;
+            for (const SceneKey& key : element.keys) {
+                if (std::find(known.begin(), known.end(), key.name) != known.end()) continue;
+                context.Add(Severity::kWarning, "description", key.place, where,
+                            "the plug-in passes over " + key.name + DidYouMean(key.name, known),
+                            "it knows " + Join(known));
+            }
+        }
+    }
+}
+
+}  // namespace lab

@@ -1,0 +1,319 @@
+// What a device makes of the values of a scene file.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "lab/check/scene_rules.h"
+#include "lab/check/step_table.h"
+#include "lab/hal/opcode_drives.h"
+#include "lab/names/node_names.h"
+#include "lab/names/resource_names.h"
+#include "lab/scenes/scene_problems.h"
+#include "loader/element_keys.h"
+#include "loader/vocabulary_table.h"
+#include "platform/client_ids.h"
+
+namespace lab {
+namespace {
+
+constexpr int kKhzPerMhz = 1000;
+constexpr int kHighestKhz = 65534999;
+constexpr int64_t kHzPerMhz = 1'000'000;
+
+bool IsFrequencyOpcode(int code) {
+    const auto& opcodes = tarquel::kFrequencyOpcodes;
+    return std::find(opcodes.begin(), opcodes.end(), code) != opcodes.end();
+}
+
+bool IsFloorName(const std::string& name) {
+    return name.find("min_freq") != std::string::npos;
+}
+
+// A frequency of a scene file, in the unit that its key takes; so are the steps beside it.
+struct Frequency {
+    const ElementMeaning* element;
+    const SceneKey* key;
+    int64_t value;
+    const char* unit;
+    bool isFloor;
+    std::optional<int64_t> becomes;  // the step that it gets, where the HAL's way is its own
+};
+
+// The factor by which the value misses the table, as when MHz stand where kHz belong; 0 for none.
+double UnitSlip(const StepTable& table, int64_t value) {
+    for (const double factor : {1e3, 1e6, 1e-3, 1e-6}) {
+        const double meant = static_cast<double>(value) * factor;
+        if (meant >= static_cast<double>(table.steps.front()) &&
+            meant <= static_cast<double>(table.steps.back())) {
+            return factor;
+        }
+    }
+    return 0;
+}
+
+void CheckOutOfTable(RuleContext& context, const Frequency& frequency, const StepTable& table) {
+    const bool isAbove = frequency.value > table.steps.back();
+    const int64_t end = isAbove ? table.steps.back() : table.steps.front();
+    const bool limitsNothing = isAbove != frequency.isFloor;
+    const double slip = UnitSlip(table, frequency.value);
+    context.Add(
+        Severity::kWarning, "frequency-range", *frequency.element, frequency.key->place,
+        fmt::format("{} = {} {} is {} of {}, {}: it {}", frequency.key->name, frequency.value,
+                    frequency.unit, isAbove ? "above the top" : "below the bottom", table.owner,
+                    end, limitsNothing ? "limits nothing" : "becomes that"),
+        slip != 0
+            ? fmt::format("this key takes {}; did you mean {:.0f}?", frequency.unit,
+                          static_cast<double>(frequency.value) * slip)
+            : fmt::format("write a step from {} to {}", table.steps.front(), table.steps.back()));
+}
+
+void CheckStep(RuleContext& context, const Frequency& frequency, const StepTable& table) {
+    if (table.Has(frequency.value)) return;
+    if (frequency.value < table.steps.front() || frequency.value > table.steps.back()) {
+        CheckOutOfTable(context, frequency, table);
+        return;
+    }
+    const int64_t below = table.AtMost(frequency.value);
+    const int64_t above = table.AtLeast(frequency.value);
+    context.Add(Severity::kWarning, "frequency-step", *frequency.element, frequency.key->place,
+                fmt::format("{} = {} {} is no step of {}: this {} becomes {}", frequency.key->name,
+                            frequency.value, frequency.unit, table.owner,
+                            frequency.isFloor ? "floor" : "ceiling",
+                            frequency.becomes.value_or(frequency.isFloor ? above : below)),
+                fmt::format("write a step; beside it are {} and {}", below, above));
+}
+
+// The device with the clusters that it has not: what an opcode would drive there.
+bool IsKnownResource(int opcode, const DeviceProfile& device) {
+    DeviceProfile other = device;
+    if (other.clusters.size() >= 3) {
+        other.clusters.pop_back();
+    } else {
+        CpuCluster prime = other.clusters.back();
+        prime.name = "prime";
+        prime.firstCpu = prime.lastCpu = other.clusters.back().lastCpu + 1;
+        other.clusters.push_back(prime);
+    }
+    return !DrivesOf(static_cast<uint32_t>(opcode), other).empty();
+}
+
+void CheckFrequency(RuleContext& context, const ElementMeaning& element, const KeyMeaning& pair,
+                    const Drive& drive) {
+    const std::optional<StepTable> table = StepsOf(drive, context.device);
+    if (!table) return;
+    Frequency frequency{&element, pair.key, *pair.number, "kHz", IsFloorName(pair.key->name), {}};
+    if (drive.unit == Drive::Unit::kGpuMhz) frequency.unit = "MHz";
+    if (IsFrequencyOpcode(pair.code)) {
+        // What the loader refuses for its number CheckRefusals tells.
+        if (*pair.number < kKhzPerMhz || *pair.number > kHighestKhz) return;
+        frequency.becomes = ToNodeUnit(drive, *pair.number / kKhzPerMhz, context.device);
+    }
+    CheckStep(context, frequency, *table);
+}
+
+// Checks the value of a resource whose range its nature tells, where the phone's kernel has no node
+// to ask. False when nothing is known of it.
+bool CheckNature(RuleContext& context, const ElementMeaning& element, const KeyMeaning& pair) {
+    const Resource resource = ResourceOf(pair.code, context.layout);
+    const std::string& name = pair.key->name;
+    int64_t high = -1;
+    if (resource.unit == Unit::kSwitch) high = 1;
+    if (name.find("uclamp_m") != std::string::npos) high = 100;
+    if (name.find("power_level") != std::string::npos) {
+        high = static_cast<int64_t>(context.device.gpuMhz.size()) - 1;
+    }
+    if (high >= 0 && (*pair.number < 0 || *pair.number > high)) {
+        context.Add(Severity::kWarning, "value-range", element, pair.key->place,
+                    fmt::format("{} is {}, and takes 0 to {}", name, *pair.number, high),
+                    fmt::format("write a number from 0 to {}", high));
+    }
+    return high >= 0;
+}
+
+// A clamp of 100 percent reads "max".
+bool IsSameNumber(const std::string& a, const std::string& b) {
+    const auto number = [](const std::string& text) {
+        return text == "max" ? 100.0 : std::strtod(text.c_str(), nullptr);
+    };
+    return number(a) == number(b);
+}
+
+// What the kernel did with the HAL's write of a node that holds no frequency.
+void CheckWrite(RuleContext& context, const ElementMeaning& element, const KeyMeaning& pair,
+                const Drive& drive, const std::vector<NodeAccess>& writes) {
+    const auto write = std::find_if(writes.rbegin(), writes.rend(), [&](const NodeAccess& access) {
+        return access.path == drive.path;
+    });
+    if (write == writes.rend()) {
+        if (*pair.number >= 0) return;
+        context.Add(Severity::kWarning, "value-range", element, pair.key->place,
+                    fmt::format("{} is {}: a lock does not write it", pair.key->name, *pair.number),
+                    "write a number above 0");
+    } else if (write->error != 0) {
+        context.Add(Severity::kWarning, "value-range", element, pair.key->place,
+                    fmt::format("{} = {}: the kernel refuses to write '{}' to {} ({})",
+                                pair.key->name, *pair.number, write->requested,
+                                ShortNode(drive.path), std::strerror(write->error)),
+                    drive.path.ends_with("migrate")
+                        ? "the kernel keeps up at or above down, each from 1 to 100, and a lock "
+                          "writes up first, while down is as it was: mind what down is after boot"
+                        : "write what the node takes");
+    } else if (!drive.entry && !drive.isCounted && !IsSameNumber(write->requested, write->after)) {
+        context.Add(Severity::kWarning, "value-range", element, pair.key->place,
+                    fmt::format("{} = {}: the kernel makes {} of it in {}", pair.key->name,
+                                *pair.number, write->after, ShortNode(drive.path)),
+                    fmt::format("write {}", write->after));
+    }
+}
+
+// Lets the idle phone's HAL take the element's lock, and lets it go again.
+std::vector<NodeAccess> TryLock(Phone& phone, const std::vector<const KeyMeaning*>& pairs) {
+    std::vector<int> list;
+    for (const KeyMeaning* pair : pairs) {
+        const int value = *pair->number;
+        list.push_back(pair->code);
+        list.push_back(IsFrequencyOpcode(pair->code) ? value / kKhzPerMhz : value);
+    }
+    phone.Events().Clear();
+    const int handle = phone.Hal().Acquire(0, 0, list.data(), static_cast<int>(list.size()));
+    std::vector<NodeAccess> writes;
+    for (const NodeAccess& access : phone.Events().All<NodeAccess>()) {
+        if (access.byHal && access.kind == NodeAccess::Kind::kWrite) writes.push_back(access);
+    }
+    if (handle > 0) phone.Hal().Release(handle);
+    phone.Events().Clear();
+    return writes;
+}
+
+// A tunable without a node on the device: because the device lacks it, or because the lab's phone
+// does, which is no fault of the file.
+void CheckMissing(RuleContext& context, const ElementMeaning& element, const KeyMeaning& pair,
+                  const std::vector<Drive>& drives, bool isValueKnown) {
+    const std::string& name = pair.key->name;
+    if (drives.empty() && !IsKnownResource(pair.code, context.device)) {
+        if (!isValueKnown) context.unchecked.insert(name);
+        return;
+    }
+    context.Add(Severity::kWarning, "node-missing", element, pair.key->place,
+                drives.empty() ? fmt::format("{} has no effect: {} has {} clusters", name,
+                                             context.device.name, context.device.clusters.size())
+                               : fmt::format("{} has no effect: {} has no node {}", name,
+                                             context.device.name, ShortNode(drives.front().path)),
+                "remove it from this device's scenes");
+}
+
+void CheckLockValues(RuleContext& context, const ElementMeaning& element) {
+    std::vector<const KeyMeaning*> pairs = element.Pairs();
+    std::erase_if(pairs, [](const KeyMeaning* pair) { return !pair->number; });
+    const std::vector<NodeAccess> writes = TryLock(context.phone, pairs);
+    for (const KeyMeaning* pair : pairs) {
+        const std::vector<Drive> drives =
+            DrivesOf(static_cast<uint32_t>(pair->code), context.device);
+        const auto present = std::find_if(drives.begin(), drives.end(), [&](const Drive& drive) {
+            return context.phone.GetKernel().Has(drive.path);
+        });
+        if (present == drives.end()) {
+            const bool isKnown = CheckNature(context, element, *pair);
+            CheckMissing(context, element, *pair, drives, isKnown);
+        } else if (StepsOf(*present, context.device)) {
+            CheckFrequency(context, element, *pair, *present);
+        } else {
+            CheckWrite(context, element, *pair, *present, writes);
+        }
+    }
+}
+
+std::string ClusterOfTag(int tag, Layout layout) {
+    if (tag <= tarquel::kTagLittleMax) return "little";
+    if (tag == tarquel::kTagLastMin || tag == tarquel::kTagLastMax) {
+        return layout == Layout::kThreeClusters ? "prime" : "big";
+    }
+    return "big";
+}
+
+void CheckSceneValues(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning* pair : element.Pairs()) {
+        if (pair->kind != KeyMeaning::Kind::kTag || pair->number.value_or(0) <= 0) continue;
+        const bool isFloor = IsFloorName(pair->key->name);
+        if (pair->code == tarquel::kTagGpuMin || pair->code == tarquel::kTagGpuMax) {
+            StepTable table = GpuSteps(context.device);
+            for (int64_t& step : table.steps) step *= kHzPerMhz;
+            CheckStep(context, {&element, pair->key, *pair->number, "Hz", isFloor, {}}, table);
+        } else if (pair->key->name.find("_freq") != std::string::npos) {
+            const auto table =
+                ClusterSteps(context.device, ClusterOfTag(pair->code, context.layout));
+            if (!table) continue;
+            CheckStep(context, {&element, pair->key, *pair->number, "kHz", isFloor, {}}, *table);
+        }
+    }
+}
+
+// The ceilings of a frequency level.
+void CheckLevelValues(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning& key : element.keys) {
+        const std::string& name = key.key->name;
+        if (!key.number) {
+            // An empty value is the plug-in's to refuse.
+            if (key.key->value.empty() || key.kind == KeyMeaning::Kind::kUnknown) continue;
+            context.Add(Severity::kError, "number", element, key.key->place,
+                        fmt::format("{} = {} is no number; the plug-in takes what it begins with, "
+                                    "or 0",
+                                    name, key.key->value),
+                        "write a frequency in kHz");
+            continue;
+        }
+        for (const char* cluster : {"little", "big", "prime"}) {
+            if (name != std::string(cluster) + "_cpu0_max_freq") continue;
+            const auto table = ClusterSteps(context.device, cluster);
+            if (!table) continue;
+            CheckStep(context, {&element, key.key, *key.number, "kHz", false, {}}, *table);
+        }
+    }
+}
+
+// Floors and ceilings of one resource whose names differ in "min" and "max" alone.
+void CheckBounds(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning* floor : element.Pairs()) {
+        const std::string& name = floor->key->name;
+        const size_t at = name.find("min");
+        // Of the GPU's levels the lower number is the faster one.
+        const bool isLevel = name.find("power_level") != std::string::npos;
+        if (at == std::string::npos || !floor->number || isLevel) continue;
+        std::string partner = name;
+        partner.replace(at, 3, "max");
+        const KeyMeaning* ceiling = nullptr;
+        for (const KeyMeaning* pair : element.Pairs()) {
+            if (pair->key->name == partner ||
+                (pair->kind == KeyMeaning::Kind::kOpcode && floor->kind == pair->kind &&
+                 OpcodeOfKey(partner) == pair->code)) {
+                ceiling = pair;
+            }
+        }
+        if (!ceiling || !ceiling->number || *ceiling->number >= *floor->number) continue;
+        context.Add(Severity::kWarning, "min-above-max", element, floor->key->place,
+                    fmt::format("{} is {}, above {} in line {}, {}: the lower one counts", name,
+                                *floor->number, ceiling->key->name, ceiling->key->place.line,
+                                *ceiling->number),
+                    "lower the floor, or raise the ceiling");
+    }
+}
+
+}  // namespace
+
+void CheckValues(RuleContext& context, const ElementMeaning& element) {
+    const std::string& name = element.element->name;
+    if (name.starts_with(tarquel::keys::kFreqLevelInfo)) {
+        CheckLevelValues(context, element);
+        return;
+    }
+    if (name == tarquel::keys::kCpuInfo) return;
+    CheckBounds(context, element);
+    if (element.isLongScene) {
+        CheckSceneValues(context, element);
+    } else {
+        CheckLockValues(context, element);
+    }
+}
+
+}  // namespace lab

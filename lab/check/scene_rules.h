@@ -1,0 +1,72 @@
+// The rules of `check`, a file for each job. Each looks at what it is about and adds what it finds.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/check/scene_check.h"
+#include "lab/phone/device_profile.h"
+#include "lab/phone/phone.h"
+#include "lab/scenes/scene_file.h"
+#include "lab/scenes/scene_meaning.h"
+#include "lab/server/library.h"
+
+namespace lab {
+
+// What the rules look at, and where their findings go.
+struct RuleContext {
+    const SceneFile& scenes;
+    const DeviceProfile& device;
+    Layout layout;
+    Phone& phone;  // idle; of the device
+    std::vector<Finding> findings;
+    std::set<std::string> unchecked;  // keys whose nodes the lab does not know
+
+    void Add(Severity severity, const char* rule, Place place, std::string where,
+             std::string message, std::string advice);
+    void Add(Severity severity, const char* rule, const ElementMeaning& element, Place place,
+             std::string message, std::string advice);
+};
+
+// What the loader of the plug-in refuses: each key of which it says so, not the first alone.
+void CheckRefusals(RuleContext& context, Library& library);
+
+// The clusters and frequency levels that the file describes.
+void CheckDescriptions(RuleContext& context);
+
+// How the keys of an element stand together: repeated, too many, in the wrong order, of no use.
+void CheckElement(RuleContext& context, const ElementMeaning& element);
+
+// What the device makes of the values: steps of its tables, nodes that it lacks, ranges.
+void CheckValues(RuleContext& context, const ElementMeaning& element);
+
+// An element of the interactive governor.
+void CheckInteractive(RuleContext& context, const SceneCommand& command);
+
+// Which levels "boost_limit_level" reaches, and how often a command may boost.
+class LevelRules {
+  public:
+    explicit LevelRules(RuleContext& context);
+
+    // The levels that a file describes, each once.
+    void CheckDescribed();
+
+    // The levels and counts of a command's elements.
+    void CheckCommand(const std::vector<ElementMeaning>& elements);
+
+  private:
+    struct Level {
+        Place place;
+        std::set<std::string> keys;
+    };
+
+    void CheckLimitLevel(const ElementMeaning& element, const KeyMeaning& key);
+    void CheckCounts(const std::vector<ElementMeaning>& elements);
+
+    RuleContext& mContext;
+    std::map<int, Level> mLevels;
+};
+
+}  // namespace lab

@@ -1,0 +1,79 @@
+#include "lab/names/text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <numeric>
+
+namespace lab {
+namespace {
+
+size_t EditDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+        }
+    }
+    return row[b.size()];
+}
+
+}  // namespace
+
+std::optional<int64_t> ParseNumber(const std::string& text) {
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    const bool negative = begin != end && *begin == '-';
+    if (negative) ++begin;
+    int base = 10;
+    if (end - begin > 2 && begin[0] == '0' && (begin[1] == 'x' || begin[1] == 'X')) {
+        base = 16;
+        begin += 2;
+    }
+    if (begin == end || *begin == '-') return std::nullopt;
+    int64_t value = 0;
+    const auto [stop, error] = std::from_chars(begin, end, value, base);
+    if (error != std::errc() || stop != end) return std::nullopt;
+    return negative ? -value : value;
+}
+
+std::string DidYouMean(const std::string& word, const std::vector<std::string>& known) {
+    const std::string* best = nullptr;
+    size_t bestDistance = std::max<size_t>(word.size() / 3, 1) + 1;
+    for (const std::string& candidate : known) {
+        // A name cut short counts as close too.
+        const size_t distance = std::min(EditDistance(word, candidate),
+                                         EditDistance(word, candidate.substr(0, word.size())) + 1);
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = &candidate;
+        }
+    }
+    return best ? " (did you mean '" + *best + "'?)" : "";
+}
+
+std::string SecondsText(std::chrono::nanoseconds time) {
+    const int64_t ms = WholeMs(time);
+    const std::string thousandths = std::to_string(1000 + ms % 1000);
+    return std::to_string(ms / 1000) + "." + thousandths.substr(1);
+}
+
+int64_t WholeMs(std::chrono::nanoseconds time) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+}
+
+std::string Join(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
+std::string Counted(size_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+}  // namespace lab

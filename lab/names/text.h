@@ -1,0 +1,33 @@
+// Small text helpers that the readers and reports of the lab share.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// The whole of `text` as a number, decimal or 0x..., with an optional minus sign.
+std::optional<int64_t> ParseNumber(const std::string& text);
+
+// " (did you mean 'big_max'?)" when one of `known` is close to `word`, else nothing.
+std::string DidYouMean(const std::string& word, const std::vector<std::string>& known);
+
+// A moment in seconds with thousandths, "5.120"; a span in whole milliseconds.
+std::string SecondsText(std::chrono::nanoseconds time);
+int64_t WholeMs(std::chrono::nanoseconds time);
+
+// "a, b, c".
+std::string Join(const std::vector<std::string>& words);
+
+// "1 lock", "2 locks".
+std::string Counted(size_t count, const std::string& noun);
+
+// True for 0 to 9, whatever the locale.
+inline bool IsDigit(char letter) {
+    return letter >= '0' && letter <= '9';
+}
+
+}  // namespace lab

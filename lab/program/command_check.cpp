@@ -1,0 +1,191 @@
+// tarquel-lab check: every mistake of scene files.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "lab/check/scene_check.h"
+#include "lab/names/paint.h"
+#include "lab/names/text.h"
+#include "lab/program/commands.h"
+#include "lab/yaml/yaml_tree.h"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    std::string device;
+    std::string library;
+    bool strict = false;
+    bool json = false;
+};
+
+constexpr char kCheckFooter[] =
+    "SCENES are XML files, as docs/scene-files.md describes them:\n"
+    "  tarquel-lab check my_scenes.xml\n"
+    "  tarquel-lab check --device sm4450 --strict lab/data/scenes/sm4450.xml\n"
+    "  tarquel-lab check --device my_phone.yaml --json *.xml\n"
+    "\n"
+    "Errors are what the plug-in or an XML parser refuses and what is sure to fail, warnings what\n"
+    "is accepted without doing what it seems to say, notes what is worth knowing. Each has its\n"
+    "FILE:LINE:COLUMN and, in brackets, the name of its rule; docs/scene-files.md lists the "
+    "rules.\n"
+    "\n"
+    "Without --device the file's name or its clusters tell the device.\n"
+    "Returns 0 without errors, 1 for errors (with --strict for warnings too), 2 when a file "
+    "cannot\n"
+    "be read, the device is unknown or the usage is at fault.";
+
+const char* NameOf(Severity severity) {
+    switch (severity) {
+        case Severity::kNote:
+            return "note";
+        case Severity::kWarning:
+            return "warning";
+        case Severity::kError:
+            return "error";
+    }
+    return "";
+}
+
+Colour ColourOf(Severity severity) {
+    if (severity == Severity::kError) return Colour::kRed;
+    return severity == Severity::kWarning ? Colour::kYellow : Colour::kCyan;
+}
+
+void PrintFinding(const std::string& file, const Finding& finding, const Paint& paint) {
+    const std::string place =
+        finding.place.line == 0
+            ? file
+            : fmt::format("{}:{}:{}", file, finding.place.line, finding.place.column);
+    std::cout << paint(Colour::kBold, place + ":") << " "
+              << paint(ColourOf(finding.severity), std::string(NameOf(finding.severity)) + ":")
+              << " " << finding.message << " " << paint(Colour::kDim, "[" + finding.rule + "]")
+              << "\n";
+    if (!finding.where.empty()) std::cout << "    in " << finding.where << "\n";
+    if (!finding.plugin.empty()) std::cout << "    plug-in: " << finding.plugin << "\n";
+    if (!finding.advice.empty()) std::cout << "    to do: " << finding.advice << "\n";
+}
+
+std::string CountsText(size_t errors, size_t warnings, size_t notes) {
+    return Counted(errors, "error") + ", " + Counted(warnings, "warning") + ", " +
+           Counted(notes, "note");
+}
+
+void PrintCheck(const SceneCheck& check, const Paint& paint) {
+    for (const Finding& finding : check.findings) PrintFinding(check.file, finding, paint);
+    if (!check.unchecked.empty()) {
+        std::cout << paint(
+                         Colour::kDim,
+                         fmt::format("{}: the phone of the lab has no nodes for {}, so nothing is "
+                                     "said of their values: {}",
+                                     check.file, Counted(check.unchecked.size(), "tunable"),
+                                     Join(check.unchecked)))
+                  << "\n";
+    }
+    const size_t errors = check.Count(Severity::kError);
+    const size_t warnings = check.Count(Severity::kWarning);
+    const Colour colour = errors ? Colour::kRed : warnings ? Colour::kYellow : Colour::kGreen;
+    std::cout << check.file << ": "
+              << paint(colour, CountsText(errors, warnings, check.Count(Severity::kNote)))
+              << (check.commands == 0
+                      ? "; no command could be read\n"
+                      : fmt::format(" in {} with {}, for {} ({})\n",
+                                    Counted(check.commands, "command"), Counted(check.keys, "key"),
+                                    check.device, check.whyDevice));
+}
+
+Json ToJson(const SceneCheck& check) {
+    Json findings = Json::array();
+    for (const Finding& finding : check.findings) {
+        findings.push_back({{"severity", NameOf(finding.severity)},
+                            {"rule", finding.rule},
+                            {"line", finding.place.line},
+                            {"column", finding.place.column},
+                            {"where", finding.where},
+                            {"message", finding.message},
+                            {"plugin", finding.plugin},
+                            {"advice", finding.advice}});
+    }
+    return {{"file", check.file},
+            {"device", check.device},
+            {"commands", check.commands},
+            {"keys", check.keys},
+            {"errors", check.Count(Severity::kError)},
+            {"warnings", check.Count(Severity::kWarning)},
+            {"notes", check.Count(Severity::kNote)},
+            {"unchecked", check.unchecked},
+            {"findings", findings}};
+}
+
+// The checks of all files that can be read. The faults of the others go to stderr.
+int Check(const CheckOptions& options) {
+    const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
+    if (!options.device.empty()) LoadDeviceProfile(options.device);
+    size_t counts[3] = {};
+    bool isUnreadable = false;
+    Json files = Json::array();
+    for (const std::string& file : options.files) {
+        try {
+            const SceneCheck check = CheckSceneFile(file, options.device, options.library);
+            for (const Severity severity :
+                 {Severity::kNote, Severity::kWarning, Severity::kError}) {
+                counts[static_cast<size_t>(severity)] += check.Count(severity);
+            }
+            if (options.json) {
+                files.push_back(ToJson(check));
+            } else {
+                PrintCheck(check, paint);
+            }
+        } catch (const InputError& error) {
+            std::cout << std::flush;
+            std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+            isUnreadable = true;
+        }
+    }
+    const auto [notes, warnings, errors] = counts;
+    if (options.json) {
+        // What is no UTF-8 in a file may be quoted in a message.
+        std::cout << Json{{"files", files},
+                          {"errors", errors},
+                          {"warnings", warnings},
+                          {"notes", notes}}
+                         .dump(2, ' ', false, Json::error_handler_t::replace)
+                  << "\n";
+    } else if (options.files.size() > 1) {
+        std::cout << fmt::format("{}: {}\n", Counted(options.files.size(), "file"),
+                                 CountsText(errors, warnings, notes));
+    }
+    if (isUnreadable) return kCannotRun;
+    return errors > 0 || (options.strict && warnings > 0) ? kFindings : kFine;
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* check = app.add_subcommand(
+        "check",
+        "Finds every mistake of scene files: of form, what the plug-in refuses, and what it "
+        "accepts though its author would regret it.");
+    check->add_option("scenes", options->files, "The scene files")->required()->type_name("SCENES");
+    check
+        ->add_option("--device", options->device,
+                     "The device that runs them: a shipped name or a YAML file")
+        ->type_name("NAME|FILE");
+    check->add_flag("--strict", options->strict, "Return 1 for warnings too");
+    check->add_flag("--json", options->json, "Print the findings as JSON");
+    check
+        ->add_option("--library", options->library,
+                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    check->footer(kCheckFooter);
+    check->callback([options, &exitCode] { exitCode = Check(*options); });
+}
+
+}  // namespace lab

@@ -1,0 +1,288 @@
+// tarquel-lab logcat: reads a capture of a phone's log and prints its timeline.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "lab/logcat/log_json.h"
+#include "lab/logcat/log_player.h"
+#include "lab/logcat/log_session.h"
+#include "lab/pictures/picture_files.h"
+#include "lab/program/commands.h"
+#include "lab/server/timeline.h"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct LogcatOptions {
+    LogSession::Options session;
+    std::string trace;
+    std::string report;
+    bool json = false;
+    bool verbose = false;
+};
+
+constexpr size_t kMostProblems = 20;
+
+constexpr char kLogcatFooter[] =
+    "CAPTURE is what logcat printed (-v threadtime, time, brief, tag or long; year, UTC, usec, "
+    "uid\n"
+    "and the like are understood), the name of a capture that ships with the lab, or - for "
+    "standard\n"
+    "input:\n"
+    "  adb logcat -d | tarquel-lab logcat -\n"
+    "  tarquel-lab logcat evening.txt --device my_phone.yaml --scenes my_scenes.xml\n"
+    "\n"
+    "Requests, locks and the plug-in's node writes are the log's. What a command's lock holds "
+    "comes\n"
+    "from the scene file, what the perf HAL makes of the locks from the lab's device: name the\n"
+    "phone's own. With the plug-in's debug lines switched off a log tells of errors only; the "
+    "report\n"
+    "says how to turn them on.\n"
+    "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
+    "Returns 0 when all is well, 1 for findings (damaged lines, a refused lock, a log that tells\n"
+    "nothing), 2 when a file or the usage is at fault.";
+
+class LogcatReport {
+  public:
+    LogcatReport(LogSession& session, const LogcatOptions& options)
+        : mSession(session),
+          mOptions(options),
+          mLayout(session.Scenes().ClusterLayout()),
+          mPaint(Paint::ForTerminal(STDOUT_FILENO)),
+          mTimeline(std::cout, mLayout, {options.verbose, mPaint}),
+          mPictures(options.trace, options.report),
+          mPlayer(session.GetPhone(), [this](const Event& event) { Observe(event); }) {}
+
+    int Print() {
+        if (!mOptions.json) PrintHead();
+        mPictures.Begin(mSession.Device(), mSession.GetPhone().GetKernel());
+        mPlayer.Play(mSession.Story().requests, mSession.Log().end);
+        if (mOptions.json) {
+            PrintJson();
+        } else if (!mSession.Log().lines.empty()) {
+            PrintEnd();
+        }
+        mPictures.End(mSession.GetPhone().GetClock().Now(), [this] { return HeadOfPictures(); });
+        const bool tellsNothing =
+            mSession.Log().lines.empty() || mSession.Story().detail == LogDetail::kErrors;
+        return tellsNothing || mRefused > 0 || !mSession.Problems().empty() ? kFindings : kFine;
+    }
+
+  private:
+    void Observe(const Event& event) {
+        const auto* acquire = std::get_if<LockAcquire>(&event.what);
+        if (acquire && acquire->returned < 1) ++mRefused;
+        mPictures.Observe(event);
+        if (mOptions.json) {
+            mEvents.push_back(EventJson(event, mLayout));
+            return;
+        }
+        Event shown = event;
+        auto* begin = std::get_if<RequestBegin>(&shown.what);
+        // Without times the line is what tells a reader where he is.
+        if (begin && mSession.Log().origin.empty()) {
+            begin->text += fmt::format(" (line {})", begin->line);
+        }
+        mTimeline.Observe(shown);
+    }
+
+    PictureHead HeadOfPictures() const {
+        const auto nameOf = [](const std::string& file) {
+            return std::filesystem::path(file).filename().string();
+        };
+        const std::string source = nameOf(mSession.Log().file);
+        return {source,
+                "capture " + source,
+                mSession.Device().name,
+                nameOf(mSession.Scenes().File()),
+                mLayout,
+                Notes()};
+    }
+
+    std::string FormatsText() const {
+        std::string text;
+        for (LogFormat format : mSession.Log().formats) {
+            text += std::string(text.empty() ? "" : " and ") + FormatName(format);
+        }
+        return text;
+    }
+
+    std::string TimesText() const {
+        const Capture& log = mSession.Log();
+        if (log.lines.empty()) return "";
+        if (log.origin.empty()) {
+            return fmt::format(
+                "The {} format has no times: the lines are taken in their order, and "
+                "no lock is seen to expire.",
+                FormatsText());
+        }
+        return fmt::format(
+            "Times count from {}{}.", log.origin,
+            log.hasUntimed ? "; lines without a time have that of the line before" : "");
+    }
+
+    void PrintHead() {
+        const Capture& log = mSession.Log();
+        std::cout << mPaint(Colour::kBold, log.file) << "\n"
+                  << fmt::format(
+                         "device {}{}, scenes {}\n", mSession.Device().name,
+                         mSession.IsDeviceGuessed() ? " (a guess: name it with --device)" : "",
+                         mSession.Scenes().File())
+                  << fmt::format("{} of {} lines are the plug-in's{}\n", log.lines.size(),
+                                 log.lineCount,
+                                 log.formats.empty() ? "" : ", format " + FormatsText());
+        if (const std::string times = TimesText(); !times.empty()) std::cout << times << "\n";
+        if (const std::string advice = mSession.DetailAdvice(); !advice.empty()) {
+            std::cout << mPaint(Colour::kYellow, advice) << "\n";
+        }
+        std::cout << "\n" << std::flush;
+        PrintProblems();
+    }
+
+    void PrintProblems() {
+        const Paint paint = Paint::ForTerminal(STDERR_FILENO);
+        const std::vector<LogProblem> problems = mSession.Problems();
+        const size_t shown = mOptions.verbose ? problems.size() : kMostProblems;
+        for (size_t i = 0; i < problems.size() && i < shown; ++i) {
+            std::cerr << paint(Colour::kYellow, ProblemText(mSession.Log(), problems[i])) << "\n";
+        }
+        if (problems.size() > shown) {
+            std::cerr << paint(Colour::kYellow,
+                               fmt::format("... and {} more; --verbose shows them all",
+                                           problems.size() - shown))
+                      << "\n";
+        }
+    }
+
+    void PrintEnd() {
+        const Time now = mSession.GetPhone().GetClock().Now();
+        const std::vector<LogPlayer::Held> locks = mPlayer.Locks();
+        std::cout << "\n";
+        if (locks.empty()) std::cout << "No lock is held at the end of the log.\n";
+        if (!locks.empty()) {
+            std::cout << mPaint(Colour::kBold,
+                                fmt::format("Locks held at the end of the log: {}", locks.size()))
+                      << "\n";
+        }
+        for (const LogPlayer::Held& lock : locks) {
+            const auto left = lock.until.value_or(now) - now;
+            std::cout << fmt::format(
+                "  lock {:<4} {}, taken by: {} (line {})\n", lock.handle,
+                lock.until
+                    ? fmt::format(
+                          "for {} ms more",
+                          std::chrono::duration_cast<std::chrono::milliseconds>(left).count())
+                    : std::string("until released"),
+                lock.asker, lock.line);
+            for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+                std::cout << "            "
+                          << Timeline::PairText(lock.list[i], lock.list[i + 1], mLayout) << "\n";
+            }
+        }
+        for (const std::string& note : Notes()) std::cout << mPaint(Colour::kYellow, note) << "\n";
+    }
+
+    std::vector<std::string> Notes() const {
+        std::vector<std::string> notes;
+        const std::string unknown = mSession.UnknownCommands();
+        if (!unknown.empty()) notes.push_back(unknown);
+        for (const std::string& path : mPlayer.MissingNodes()) {
+            notes.push_back(
+                fmt::format("{} has no node {}: name the phone's own device with "
+                            "--device",
+                            mSession.Device().name, path));
+        }
+        if (mRefused > 0) notes.push_back(fmt::format("Locks refused: {}", mRefused));
+        const size_t problems = mSession.Problems().size();
+        if (problems > 0) notes.push_back(fmt::format("Findings in the capture: {}", problems));
+        return notes;
+    }
+
+    void PrintJson() {
+        const Capture& log = mSession.Log();
+        Json json;
+        json["capture"] = log.file;
+        json["device"] = mSession.Device().name;
+        json["scenes"] = mSession.Scenes().File();
+        json["formats"] = FormatsText();
+        if (!log.origin.empty()) json["origin"] = log.origin;
+        json["lines"] = {{"all", log.lineCount},
+                         {"plug_in", log.lines.size()},
+                         {"other_programs", log.foreignCount},
+                         {"unreadable", log.unreadableCount}};
+        const LogDetail detail = mSession.Story().detail;
+        json["detail"] = detail == LogDetail::kFull      ? "full"
+                         : detail == LogDetail::kVersion ? "version"
+                                                         : "errors";
+        json["problems"] = Json::array();
+        for (const LogProblem& problem : mSession.Problems()) {
+            json["problems"].push_back({{"line", problem.line},
+                                        {"last_line", problem.lastLine},
+                                        {"message", problem.message}});
+        }
+        json["notes"] = Notes();
+        json["events"] = std::move(mEvents);
+        std::cout << json.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
+    }
+
+    LogSession& mSession;
+    const LogcatOptions& mOptions;
+    const Layout mLayout;
+    const Paint mPaint;
+    Timeline mTimeline;
+    PictureFiles mPictures;
+    LogPlayer mPlayer;
+    Json mEvents = Json::array();
+    int mRefused = 0;
+};
+
+int ReadLog(const LogcatOptions& options) {
+    LogSession session(options.session);
+    return LogcatReport(session, options).Print();
+}
+
+}  // namespace
+
+void AddLogcatCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<LogcatOptions>();
+    CLI::App* logcat = app.add_subcommand(
+        "logcat", "Reads a capture of a phone's log and prints the plug-in's timeline.");
+    LogSession::Options& session = options->session;
+    logcat->add_option("capture", session.capture, "The capture: a file, a shipped name or -")
+        ->required()
+        ->type_name("CAPTURE");
+    logcat
+        ->add_option("--device", session.device,
+                     "The phone's device: a shipped name or a YAML file (default: what the log "
+                     "shows, else sm8450)")
+        ->type_name("NAME|FILE");
+    logcat
+        ->add_option("--scenes", session.scenes,
+                     "The phone's scene file (default: the device's shipped one)")
+        ->type_name("FILE");
+    logcat
+        ->add_option("--trace", options->trace,
+                     "Write a trace for ui.perfetto.dev or chrome://tracing")
+        ->type_name("FILE.json");
+    logcat
+        ->add_option("--report", options->report,
+                     "Write a page that shows limits, locks and log on one time axis")
+        ->type_name("FILE.html");
+    logcat->add_flag("--json", options->json, "Print everything as one JSON document");
+    logcat->add_flag("-v,--verbose", options->verbose,
+                     "Show info and debug lines, node reads, whole paths and every finding too");
+    logcat
+        ->add_option("--library", session.library,
+                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    logcat->footer(kLogcatFooter);
+    logcat->callback([options, &exitCode] { exitCode = ReadLog(*options); });
+}
+
+}  // namespace lab

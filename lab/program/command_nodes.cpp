@@ -1,0 +1,87 @@
+// tarquel-lab nodes: every tag of a device with its nodes.
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+
+#include "lab/ask/tag_survey.h"
+#include "lab/program/commands.h"
+
+namespace lab {
+namespace {
+
+constexpr char kNodesFooter[] =
+    "Starts the plug-in on a phone, reads every tag, sets each one, and shows beside the "
+    "plug-in's\n"
+    "tables what was seen.\n"
+    "\n"
+    "Examples:\n"
+    "  tarquel-lab nodes --device sm4450\n"
+    "  tarquel-lab nodes --device my_phone.yaml --paths\n"
+    "  tarquel-lab nodes --json | jq '.tags[] | select(.settable)'\n"
+    "\n"
+    "Returns 0, or 2 when a file or the usage is at fault.";
+
+struct NodesOptions {
+    std::string device = "sm8450";
+    std::string library;
+    bool paths = false;
+    bool markdown = false;
+    bool json = false;
+};
+
+void PrintPage(const std::string& library) {
+    std::cout
+        << "# Tags and nodes\n\n"
+           "Made by `tarquel-lab nodes --markdown` on the shipped devices; `./dev docs` writes "
+           "it anew. Each tag\nhas been read and set on a phone of the lab: \"there\" is "
+           "whether the device has the node (or which\nCPU has it), \"boot\" what the node "
+           "reads after boot, \"reads\" what the plug-in reads, \"set by\"\nwhat a request for "
+           "the tag was seen to do.\n";
+    for (const std::string& name : DeviceProfileNames()) {
+        const DeviceProfile device = LoadDeviceProfile(name);
+        PrintTagsSection(std::cout, device, SurveyTags(device, library));
+    }
+}
+
+int ShowNodes(const NodesOptions& options) {
+    if (options.markdown) {
+        PrintPage(options.library);
+        return kFine;
+    }
+    const DeviceProfile device = LoadDeviceProfile(options.device);
+    const std::vector<TagReport> tags = SurveyTags(device, options.library);
+    if (options.json) {
+        std::cout << TagsJson(device, tags) << "\n";
+    } else {
+        PrintTags(std::cout, tags, options.paths, Paint::ForTerminal(STDOUT_FILENO));
+    }
+    return kFine;
+}
+
+}  // namespace
+
+void AddNodesCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<NodesOptions>();
+    CLI::App* nodes = app.add_subcommand(
+        "nodes", "Lists every tag with its nodes, what they read, and whether it can be set.");
+    CLI::Option* device =
+        nodes->add_option("--device", options->device, "A shipped name or a YAML file")
+            ->capture_default_str()
+            ->type_name("NAME|FILE");
+    nodes->add_flag("--paths", options->paths, "Show whole paths instead of short names");
+    CLI::Option* json = nodes->add_flag("--json", options->json, "Print JSON");
+    nodes
+        ->add_flag("--markdown", options->markdown,
+                   "Print a page of documentation, of every shipped device")
+        ->excludes(json)
+        ->excludes(device);
+    nodes
+        ->add_option("--library", options->library,
+                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    nodes->footer(kNodesFooter);
+    nodes->callback([options, &exitCode] { exitCode = ShowNodes(*options); });
+}
+
+}  // namespace lab

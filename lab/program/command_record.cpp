@@ -1,0 +1,143 @@
+// tarquel-lab record: the requests of a scenario or of a log capture as a scenario file.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <system_error>
+
+#include "lab/logcat/log_scenario.h"
+#include "lab/names/paint.h"
+#include "lab/program/commands.h"
+#include "lab/server/inputs.h"
+#include "lab/server/scenario_writer.h"
+
+namespace lab {
+namespace {
+
+struct RecordOptions {
+    std::string scenario;
+    LogSession::Options log;
+    std::string output;
+};
+
+constexpr char kRecordFooter[] =
+    "From a scenario: every request and arrangement at its absolute time, `repeat` unrolled, so "
+    "that\n"
+    "the moment of interest can be cut out and edited. From a capture of a phone's log: the "
+    "requests\n"
+    "that its lines show, so that the phone's evening can be played, changed and played again:\n"
+    "  tarquel-lab record full_day -o day.yaml\n"
+    "  adb logcat -d | tarquel-lab record --logcat - -o evening.yaml\n"
+    "  tarquel-lab run evening.yaml\n"
+    "\n"
+    "A log cannot tell everything (docs/logcat.md); what is left out is said, with its line.\n"
+    "Returns 0 when all is well, 1 when something of a capture is left out or damaged, 2 when a "
+    "file\n"
+    "or the usage is at fault.";
+
+void Write(const RecordOptions& options, const YamlNode& root,
+           const std::vector<std::string>& head) {
+    if (options.output.empty() || options.output == "-") {
+        WriteScenario(std::cout, root, head);
+        return;
+    }
+    errno = 0;
+    std::ofstream out(options.output);
+    if (out) WriteScenario(out, root, head);
+    out.close();
+    if (!out) {
+        throw InputError(options.output, 0, 0,
+                         "cannot be written: " + std::generic_category().message(errno));
+    }
+}
+
+// Replaces the field, or adds it before the steps.
+void SetField(YamlNode& root, const std::string& key, const std::string& text) {
+    for (auto& [name, value] : root.fields) {
+        if (name.scalar != key) continue;
+        value = MakeScalar(text);
+        return;
+    }
+    root.fields.insert(root.fields.begin(), {MakeScalar(key), MakeScalar(text)});
+}
+
+int RecordScenario(const RecordOptions& options) {
+    const YamlNode root = LoadYamlFile(FindScenarioFile(options.scenario));
+    const ScenarioHead head = ReadScenarioHead(root);
+    const std::string& deviceName = options.log.device.empty() ? head.device : options.log.device;
+    const DeviceProfile device = LoadDeviceProfile(deviceName);
+    const std::string scenes =
+        ScenesOfScenario({options.log.device, options.log.scenes}, head, device);
+    ReadScenarioSteps(root, SceneFile::Load(scenes));  // every mistake, before anything is written
+    YamlNode flat = Flattened(root);
+    // The copy may stand in another folder than the scenes that it names.
+    if (head.scenes || !options.log.scenes.empty()) {
+        SetField(flat, "scenes", std::filesystem::absolute(scenes).string());
+    }
+    if (!options.log.device.empty()) SetField(flat, "device", options.log.device);
+    Write(options, flat, {"Recorded by tarquel-lab record from " + head.file + "."});
+    return kFine;
+}
+
+int RecordLog(const RecordOptions& options) {
+    const LogSession session(options.log);
+    std::vector<LogProblem> problems = session.Problems();
+    const YamlNode root = ScenarioOf(session, options.log, problems);
+    const Paint paint = Paint::ForTerminal(STDERR_FILENO);
+    for (const std::string& note : {session.DetailAdvice(), session.UnknownCommands()}) {
+        if (!note.empty()) std::cerr << paint(Colour::kYellow, note) << "\n";
+    }
+    for (const LogProblem& problem : problems) {
+        std::cerr << paint(Colour::kYellow, ProblemText(session.Log(), problem)) << "\n";
+    }
+    std::vector<std::string> head = {"Recorded by tarquel-lab record --logcat from " +
+                                     session.Log().file + "."};
+    if (!session.Log().origin.empty()) {
+        head.push_back("Times count from " + session.Log().origin + ".");
+    }
+    Write(options, root, head);
+    return problems.empty() && session.Story().detail != LogDetail::kErrors ? kFine : kFindings;
+}
+
+}  // namespace
+
+void AddRecordCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<RecordOptions>();
+    CLI::App* record = app.add_subcommand(
+        "record", "Writes the requests of a scenario or of a log capture as a scenario file.");
+    CLI::Option* scenario =
+        record
+            ->add_option("scenario", options->scenario, "A scenario: a YAML file or a shipped name")
+            ->type_name("SCENARIO");
+    record
+        ->add_option("--logcat", options->log.capture,
+                     "A capture of a phone's log instead: a file, a shipped name or -")
+        ->excludes(scenario)
+        ->type_name("CAPTURE");
+    record->add_option("-o,--output", options->output, "Where to write (default: standard output)")
+        ->type_name("FILE");
+    record
+        ->add_option("--device", options->log.device,
+                     "The device instead of the scenario's, or the phone's")
+        ->type_name("NAME|FILE");
+    record->add_option("--scenes", options->log.scenes, "The scene file instead of the device's")
+        ->type_name("FILE");
+    record
+        ->add_option("--library", options->log.library,
+                     "The plug-in that reads a capture's scenes (default: "
+                     "../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    record->footer(kRecordFooter);
+    record->callback([options, &exitCode] {
+        if (options->scenario.empty() && options->log.capture.empty()) {
+            throw CLI::RequiredError("SCENARIO or --logcat CAPTURE");
+        }
+        exitCode = options->log.capture.empty() ? RecordScenario(*options) : RecordLog(*options);
+    });
+}
+
+}  // namespace lab

@@ -1,0 +1,241 @@
+// tarquel-lab run: plays scenarios on a phone, prints their timelines and draws pictures of them.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "lab/logcat/log_writer.h"
+#include "lab/names/node_names.h"
+#include "lab/pictures/picture_files.h"
+#include "lab/program/commands.h"
+#include "lab/program/progress.h"
+#include "lab/program/run_result.h"
+#include "lab/server/inputs.h"
+#include "lab/server/runner.h"
+#include "lab/server/timeline.h"
+
+namespace lab {
+namespace {
+
+struct RunOptions {
+    std::vector<std::string> scenarios;
+    std::string device;
+    std::string scenes;
+    std::string library;
+    std::string trace;
+    std::string report;
+    std::string logcat;
+    bool verbose = false;
+    bool quiet = false;
+    bool json = false;
+    bool realtime = false;
+    bool debug = false;
+
+    // Files that show one run.
+    bool HasFiles() const { return !trace.empty() || !report.empty() || !logcat.empty(); }
+};
+
+constexpr char kRunFooter[] =
+    "SCENARIO is a YAML file, or the name of one that ships with the lab:\n"
+    "  tarquel-lab run first_seconds\n"
+    "  tarquel-lab run --device sm4450 thermal_breakthrough\n"
+    "  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml\n"
+    "  tarquel-lab run --quiet tests/*.yaml              # a summary ends several\n"
+    "  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json\n"
+    "\n"
+    "A scenario says what the policy server is asked, and when:\n"
+    "  device: sm8450\n"
+    "  steps:\n"
+    "    - at: 0                 # ms since the start\n"
+    "      do: app_start_cold    # a command of the scene file\n"
+    "    - after: 200            # ms since the step before\n"
+    "      on: touch             # an event begins\n"
+    "    - after: 800\n"
+    "      limit: {client: thermal, tags: {big_max: 1440000}}\n"
+    "\n"
+    "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
+    "Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),\n"
+    "2 when a file or the usage is at fault; of several scenarios the worst.";
+
+// What the plug-in refused in the scene file, and where the file does not fit the device.
+void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& problems,
+                   RunResult& result) {
+    const Paint paint = Paint::ForTerminal(STDERR_FILENO);
+    std::cout << std::flush;
+    for (const SceneProblem& problem : problems) {
+        result.problems.push_back(ProblemText(scenes, problem));
+        std::cerr << paint(Colour::kYellow, result.problems.back()) << "\n";
+    }
+}
+
+// How many requests the steps make, repetitions counted.
+size_t CountRequests(const std::vector<Step>& steps) {
+    size_t count = 0;
+    for (const Step& step : steps) {
+        if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
+            count += static_cast<size_t>(repeat->count) * CountRequests(repeat->steps);
+        } else if (!std::holds_alternative<Wait>(step.request)) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+PictureHead HeadOfPictures(const RunResult& result, Layout layout) {
+    const auto nameOf = [](const std::string& file) {
+        return std::filesystem::path(file).filename().string();
+    };
+    const std::string source = nameOf(result.scenario);
+    return {result.title.empty() ? source : result.title,
+            "scenario " + source,
+            result.device,
+            nameOf(result.scenes),
+            layout,
+            result.findings};
+}
+
+// Plays one scenario; throws what makes it impossible.
+void RunScenario(const RunOptions& options, const std::string& name, RunResult& result) {
+    const YamlNode root = LoadYamlFile(FindScenarioFile(name));
+    ScenarioHead head = ReadScenarioHead(root);
+    if (options.debug) head.debug = true;
+    const DeviceProfile device =
+        LoadDeviceProfile(options.device.empty() ? head.device : options.device);
+    SceneFile scenes =
+        SceneFile::Load(ScenesOfScenario({options.device, options.scenes}, head, device));
+    const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
+    const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
+    const Layout layout = scenes.ClusterLayout();
+    result.title = head.title;
+    result.device = device.name;
+    result.scenes = scenes.File();
+    result.scenario = head.file;
+    PictureFiles pictures(options.trace, options.report);
+    std::optional<OutputFile> logFile;
+    if (!options.logcat.empty()) logFile.emplace(options.logcat);
+    std::ostringstream log;
+    LogcatWriter logWriter(log);
+
+    Phone::Options phoneOptions;
+    phoneOptions.realtime = options.realtime;
+    Phone phone(device, phoneOptions);
+    for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
+    Ledger ledger(device, layout, phone.GetKernel());
+    pictures.Begin(device, phone.GetKernel());
+    Timeline timeline(std::cout, layout, {options.verbose, paint});
+    const bool hasTimeline = !options.quiet && !options.json;
+    std::optional<Progress> progress;
+    progress.emplace(std::filesystem::path(head.file).stem().string(), CountRequests(steps),
+                     !hasTimeline || isatty(STDOUT_FILENO) == 0);
+    const auto observe = [&](const Event& event) {
+        ledger.Observe(event);
+        pictures.Observe(event);
+        if (logFile) logWriter.Observe(event);
+        if (hasTimeline) timeline.Observe(event);
+        if (std::holds_alternative<RequestEnd>(event.what)) {
+            ++result.requests;
+            progress->Advance(event.at);
+        }
+    };
+
+    if (!options.json) {
+        std::cout << paint(Colour::kBold, head.title.empty() ? head.file : head.title) << "\n"
+                  << fmt::format("device {}, scenes {}, scenario {}\n\n", device.name,
+                                 scenes.File(), head.file);
+    }
+    PrintProblems(scenes, FindClusterProblems(scenes, device), result);
+    Library library(options.library);
+    Server server(phone, library, scenes);
+    Runner runner(phone, server, ledger, device, scenes, observe);
+    runner.Start(head);
+    PrintProblems(scenes, server.Problems(), result);
+    runner.Play(steps);
+    runner.Finish();
+    progress.reset();
+
+    const Time now = phone.GetClock().Now();
+    result.requests -= 1;  // the start
+    result.lastedMs = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    result.held = HeldLocks(phone.Hal(), ledger, now, layout);
+    result.findings = ledger.Findings(phone.Hal());
+    if (hasTimeline) std::cout << "\n";
+    if (!options.json) PrintEnd(result, paint, std::cout);
+    pictures.End(now, [&] { return HeadOfPictures(result, layout); });
+    if (logFile) logFile->Fill([&](std::ostream& out) { out << log.str(); });
+}
+
+int RunAll(const RunOptions& options) {
+    const bool isOne = options.scenarios.size() == 1;
+    if (options.HasFiles() && !isOne) {
+        throw std::runtime_error(
+            "--trace, --report and --logcat show one scenario; give one, or run them one by one");
+    }
+    std::vector<RunResult> results;
+    for (const std::string& name : options.scenarios) {
+        RunResult& result = results.emplace_back();
+        result.name = result.scenario = name;
+        try {
+            RunScenario(options, name, result);
+        } catch (const std::exception& error) {
+            result.error = error.what();
+            std::cout << std::flush;
+            std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+        }
+        if (!isOne && !options.json) std::cout << "\n";
+    }
+    if (options.json) {
+        PrintJson(results, std::cout);
+    } else if (!isOne) {
+        PrintSummary(results, Paint::ForTerminal(STDOUT_FILENO), std::cout);
+    }
+    return WorstExit(results);
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* run = app.add_subcommand(
+        "run",
+        "Plays scenarios on a phone and prints their timelines, the locks still held, and "
+        "whatever leaked; draws pictures of a run.");
+    run->add_option("scenario", options->scenarios, "The scenarios: YAML files or shipped names")
+        ->required()
+        ->type_name("SCENARIO");
+    run->add_option("--device", options->device,
+                    "The device instead of the scenario's: a shipped name or a YAML file")
+        ->type_name("NAME|FILE");
+    run->add_option("--scenes", options->scenes, "The scene file instead of the device's")
+        ->type_name("FILE");
+    run->add_option("--trace", options->trace,
+                    "Write a trace for ui.perfetto.dev or chrome://tracing; the plug-in's own "
+                    "sections are in it with --debug")
+        ->type_name("FILE.json");
+    run->add_option("--report", options->report,
+                    "Write a page that shows limits, locks and log on one time axis; needs no "
+                    "network")
+        ->type_name("FILE.html");
+    run->add_flag("--json", options->json,
+                  "Print findings and locks held as JSON, instead of the timeline");
+    run->add_flag("-v,--verbose", options->verbose,
+                  "Show info and debug lines, trace sections, node reads and whole paths too");
+    run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");
+    run->add_flag("--realtime", options->realtime,
+                  "Use the machine's clock and timers instead of the virtual clock");
+    run->add_flag("--debug", options->debug,
+                  "Turn the plug-in's debug lines on from the start, as 'debug: on' does");
+    run->add_option(
+           "--logcat", options->logcat,
+           "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug")
+        ->type_name("FILE");
+    run->add_option("--library", options->library,
+                    "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    run->footer(kRunFooter);
+    run->callback([options, &exitCode] { exitCode = RunAll(*options); });
+}
+
+}  // namespace lab

@@ -1,0 +1,93 @@
+// tarquel-lab why: who holds a node, and why the others lost.
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+
+#include "lab/ask/why.h"
+#include "lab/program/commands.h"
+
+namespace lab {
+namespace {
+
+constexpr char kWhyFooter[] =
+    "NODE is what you have at hand:\n"
+    "  /sys/devices/system/cpu/cpu4/cpufreq/scaling_max_freq    a path, or the end of one\n"
+    "  \"cpu4 scaling_max_freq\"                                  as a timeline writes it\n"
+    "  big_max, 4                                               a tag's name or number\n"
+    "  big_cpu0_max_freq, 0x40804000                            a scene file's key, an opcode\n"
+    "\n"
+    "Examples:\n"
+    "  tarquel-lab why thermal_breakthrough big_max --at 5.200\n"
+    "  tarquel-lab why my_scenario.yaml \"cpu0 scaling_min_freq\" --json\n"
+    "\n"
+    "Each who asks is shown with what it asked, since when and until when, the step of the\n"
+    "scenario, and the rule by which it counts or loses; then those that asked before.\n"
+    "Returns 0, or 2 when a file or the usage is at fault.";
+
+struct WhyOptions {
+    WhyQuestion question;
+    std::string scenario;
+    std::string at;
+    size_t history = 10;
+    bool json = false;
+};
+
+int AnswerWhy(const WhyOptions& options) {
+    WhyQuestion question = options.question;
+    if (!options.at.empty()) {
+        question.at = ParseMoment(options.at);
+        if (!question.at) {
+            throw std::runtime_error("--at " + options.at +
+                                     " is no time; write milliseconds (5200) or seconds (5.200, "
+                                     "5s)");
+        }
+    }
+    const WhyAnswer answer = AskWhy(LoadYamlFile(FindScenarioFile(options.scenario)), question);
+    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
+    for (const std::string& problem : answer.problems) {
+        std::cerr << errors(Colour::kYellow, problem) << "\n";
+    }
+    if (options.json) {
+        std::cout << WhyJson(answer) << "\n";
+    } else {
+        PrintWhy(std::cout, answer, options.history, Paint::ForTerminal(STDOUT_FILENO));
+    }
+    return kFine;
+}
+
+}  // namespace
+
+void AddWhyCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<WhyOptions>();
+    CLI::App* why = app.add_subcommand(
+        "why",
+        "Plays a scenario up to a moment and tells who holds a node then, and why the others "
+        "lost.");
+    why->add_option("scenario", options->scenario, "The scenario: a YAML file or a shipped name")
+        ->required()
+        ->type_name("SCENARIO");
+    why->add_option("node", options->question.node, "The node: path, short form, tag or key")
+        ->required()
+        ->type_name("NODE");
+    why->add_option("--at", options->at,
+                    "The moment: 5200 (ms) or 5.200 (s); the scenario's end unless given")
+        ->type_name("TIME");
+    why->add_option("--device", options->question.instead.device,
+                    "The device instead of the scenario's: a shipped name or a YAML file")
+        ->type_name("NAME|FILE");
+    why->add_option("--scenes", options->question.instead.scenes,
+                    "The scene file instead of the device's")
+        ->type_name("FILE");
+    why->add_option("--history", options->history, "How many of those that asked before are shown")
+        ->capture_default_str()
+        ->type_name("N");
+    why->add_flag("--json", options->json, "Print JSON, with all that asked before");
+    why->add_option("--library", options->question.library,
+                    "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
+    why->footer(kWhyFooter);
+    why->callback([options, &exitCode] { exitCode = AnswerWhy(*options); });
+}
+
+}  // namespace lab

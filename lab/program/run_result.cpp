@@ -1,0 +1,164 @@
+#include "lab/program/run_result.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "lab/names/text.h"
+#include "lab/server/timeline.h"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char* Verdict(ExitCode exit) {
+    switch (exit) {
+        case kFine:
+            return "fine";
+        case kFindings:
+            return "findings";
+        case kCannotRun:
+            break;
+    }
+    return "cannot run";
+}
+
+Colour ColourOf(ExitCode exit) {
+    return exit == kFine ? Colour::kGreen : Colour::kRed;
+}
+
+Json JsonOf(const RunResult::HeldLock& lock) {
+    Json asks = Json::array();
+    for (const RunResult::Pair& pair : lock.pairs) {
+        asks.push_back({{"opcode", fmt::format("0x{:08X}", static_cast<unsigned>(pair.opcode))},
+                        {"value", pair.value},
+                        {"text", pair.text},
+                        {"limits_nothing", pair.isDefault}});
+    }
+    return {{"lock", lock.handle},
+            {"left_ms", lock.leftMs ? Json(*lock.leftMs) : Json()},
+            {"holder", lock.holder},
+            {"line", lock.line ? Json(lock.line) : Json()},
+            {"asks", std::move(asks)}};
+}
+
+Json JsonOf(const RunResult& result) {
+    Json json = {{"scenario", result.scenario},
+                 {"exit_code", static_cast<int>(result.Exit())},
+                 {"verdict", Verdict(result.Exit())}};
+    if (result.error) {
+        json["error"] = *result.error;
+        return json;
+    }
+    Json held = Json::array();
+    for (const RunResult::HeldLock& lock : result.held) held.push_back(JsonOf(lock));
+    json["title"] = result.title;
+    json["device"] = result.device;
+    json["scenes"] = result.scenes;
+    json["requests"] = result.requests;
+    json["lasted_ms"] = result.lastedMs;
+    json["problems"] = result.problems;
+    json["locks_held"] = std::move(held);
+    json["findings"] = result.findings;
+    return json;
+}
+
+}  // namespace
+
+ExitCode RunResult::Exit() const {
+    if (error) return kCannotRun;
+    return findings.empty() ? kFine : kFindings;
+}
+
+std::vector<RunResult::HeldLock> HeldLocks(const PerfHal& hal, const Ledger& ledger, Time now,
+                                           Layout layout) {
+    std::vector<RunResult::HeldLock> held;
+    for (const PerfHal::Lock& lock : hal.Held()) {
+        RunResult::HeldLock row;
+        row.handle = lock.handle;
+        if (lock.until) {
+            row.leftMs =
+                std::chrono::duration_cast<std::chrono::milliseconds>(*lock.until - now).count();
+        }
+        const RequestFacts* owner = ledger.Owner(lock.handle);
+        row.holder = owner ? owner->text : "nobody";
+        row.line = owner ? owner->line : 0;
+        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+            const int opcode = lock.list[i];
+            const int value = lock.list[i + 1];
+            row.pairs.push_back({opcode, value, Timeline::PairText(opcode, value, layout),
+                                 ledger.IsAtDefault(opcode, value)});
+        }
+        held.push_back(std::move(row));
+    }
+    return held;
+}
+
+void PrintEnd(const RunResult& result, const Paint& paint, std::ostream& out) {
+    out << (result.held.empty()
+                ? std::string("No lock is held.")
+                : paint(Colour::kBold, fmt::format("Locks still held: {}", result.held.size())))
+        << "\n";
+    for (const RunResult::HeldLock& lock : result.held) {
+        out << fmt::format("  lock {:<4} {}, taken by: {}{}\n", lock.handle,
+                           lock.leftMs ? fmt::format("for {} ms more", *lock.leftMs)
+                                       : std::string("until released"),
+                           lock.holder,
+                           lock.line ? fmt::format(" (line {})", lock.line) : std::string());
+        for (const RunResult::Pair& pair : lock.pairs) {
+            out << "            " << pair.text
+                << (pair.isDefault ? ", the default: limits nothing\n" : "\n");
+        }
+    }
+    if (result.findings.empty()) {
+        out << paint(Colour::kGreen,
+                     "Nothing leaked: every lock and every limit belongs to a request in force.")
+            << "\n";
+        return;
+    }
+    out << paint(Colour::kRed, fmt::format("Findings: {}", result.findings.size())) << "\n";
+    for (const std::string& finding : result.findings) {
+        out << paint(Colour::kRed, "  ! " + finding) << "\n";
+    }
+}
+
+void PrintSummary(const std::vector<RunResult>& results, const Paint& paint, std::ostream& out) {
+    size_t width = 0;
+    for (const RunResult& result : results) width = std::max(width, result.name.size());
+    size_t fine = 0;
+    for (const RunResult& result : results) fine += result.Exit() == kFine ? 1 : 0;
+    out << paint(Colour::kBold,
+                 fmt::format("Summary: {} of {} fine", fine, Counted(results.size(), "scenario")))
+        << "\n";
+    for (const RunResult& result : results) {
+        const std::string verdict = fmt::format("{:<10}", Verdict(result.Exit()));
+        out << "  " << paint(ColourOf(result.Exit()), verdict);
+        if (result.error) {
+            out << "  " << *result.error << "\n";
+            continue;
+        }
+        out << fmt::format("  {:<{}}  {}, {}, {}, {} held\n", result.name, width, result.device,
+                           Counted(result.requests, "request"),
+                           Counted(result.findings.size(), "finding"),
+                           Counted(result.held.size(), "lock"));
+    }
+}
+
+ExitCode WorstExit(const std::vector<RunResult>& results) {
+    ExitCode worst = kFine;
+    for (const RunResult& result : results) worst = std::max(worst, result.Exit());
+    return worst;
+}
+
+void PrintJson(const std::vector<RunResult>& results, std::ostream& out) {
+    Json scenarios = Json::array();
+    for (const RunResult& result : results) scenarios.push_back(JsonOf(result));
+    const Json document = {{"exit_code", static_cast<int>(WorstExit(results))},
+                           {"scenarios", std::move(scenarios)}};
+    out << document.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+}
+
+}  // namespace lab

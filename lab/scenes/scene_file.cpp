@@ -1,0 +1,114 @@
+#include "lab/scenes/scene_file.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "lab/scenes/scene_reader.h"
+#include "lab/yaml/yaml_tree.h"
+
+namespace lab {
+
+std::string SceneCommand::Label() const {
+    if (id == kNoId) return name.empty() ? "without an id" : name;
+    return name.empty() ? std::to_string(id) : name + " (" + std::to_string(id) + ")";
+}
+
+SceneFile SceneFile::Load(const std::string& file) {
+    return Parse(ReadSceneText(file), file);
+}
+
+SceneFile SceneFile::Parse(const std::string& text, const std::string& file) {
+    std::vector<SceneProblem> problems;
+    SceneFile scenes = ParseAll(text, file, problems);
+    if (!problems.empty()) {
+        const SceneProblem& first = problems.front();
+        throw InputError(file, first.place.line, first.place.column, first.message);
+    }
+    return scenes;
+}
+
+SceneFile SceneFile::ParseAll(const std::string& text, const std::string& file,
+                              std::vector<SceneProblem>& problems) {
+    SceneReading reading = ReadScenes(text);
+    problems.insert(problems.end(), reading.problems.begin(), reading.problems.end());
+    return Of(std::move(reading.commands), file);
+}
+
+SceneFile SceneFile::Of(std::vector<SceneCommand> commands, const std::string& file) {
+    SceneFile scenes;
+    scenes.mFile = file;
+    scenes.mCommands = std::move(commands);
+    std::stable_sort(scenes.mCommands.begin(), scenes.mCommands.end(),
+                     [](const SceneCommand& a, const SceneCommand& b) { return a.id < b.id; });
+    return scenes;
+}
+
+const SceneCommand* SceneFile::Find(int id) const {
+    for (const SceneCommand& command : mCommands) {
+        if (command.id == id) return &command;
+    }
+    return nullptr;
+}
+
+const SceneCommand* SceneFile::Find(const std::string& name) const {
+    for (const SceneCommand& command : mCommands) {
+        if (!name.empty() && command.name == name) return &command;
+    }
+    return nullptr;
+}
+
+Layout SceneFile::ClusterLayout() const {
+    for (const SceneCommand& command : mCommands) {
+        const SceneElement& first = command.elements.front();
+        if (first.name != "qcom_cpu_info") continue;
+        for (const SceneKey& key : first.keys) {
+            int firstCpu = 0;
+            int lastCpu = 0;
+            const bool isRange = std::sscanf(key.value.c_str(), "%d-%d", &firstCpu, &lastCpu) == 2;
+            if (key.name == "prime_cpu_num" && isRange) return Layout::kThreeClusters;
+        }
+    }
+    return Layout::kTwoClusters;
+}
+
+RawXmlData& SceneFile::NewRecord(const SceneCommand& command, const SceneElement& element) {
+    auto record = std::make_unique<RawXmlData>();
+    record->cmdId = command.id;
+    record->stateMask = element.stateMask;
+    record->skip = element.skip;
+    record->taskBoost = element.taskBoost;
+    record->name = element.name;
+    for (const SceneKey& key : element.keys) {
+        record->keys.push_back(key.name);
+        record->values.push_back(key.value);
+    }
+    mRecords.push_back(std::move(record));
+    return *mRecords.back();
+}
+
+std::map<int, RawXmlData*> SceneFile::Heads() {
+    std::map<int, RawXmlData*> heads;
+    for (const SceneCommand& command : mCommands) {
+        if (command.interactive) continue;
+        auto head = std::make_unique<RawXmlData>();
+        head->cmdId = command.id;
+        head->headValue0 = command.headers[0];
+        head->headValue1 = command.headers[1];
+        head->headValue2 = command.headers[2];
+        head->name = command.name;
+        heads[command.id] = head.get();
+        RawXmlData* last = head.get();
+        mRecords.push_back(std::move(head));
+        for (const SceneElement& element : command.elements) {
+            last->next = &NewRecord(command, element);
+            last = last->next;
+        }
+    }
+    return heads;
+}
+
+RawXmlData& SceneFile::InteractiveRecord(const SceneCommand& command) {
+    return NewRecord(command, command.elements.front());
+}
+
+}  // namespace lab

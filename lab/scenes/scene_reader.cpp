@@ -1,0 +1,301 @@
+#include "lab/scenes/scene_reader.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <map>
+#include <pugixml.hpp>
+#include <set>
+
+#include "lab/names/text.h"
+
+namespace lab {
+namespace {
+
+const std::vector<std::string> kCommandAttributes = {
+    "id", "name", "header0", "header1", "header2", "state_mask", "skip", "task_boost", "governor"};
+const std::vector<std::string> kElementAttributes = {"state_mask", "skip", "task_boost"};
+
+// What counts of a document; the rest is there to be checked.
+bool IsContent(const pugi::xml_node& node) {
+    return node.type() != pugi::node_comment && node.type() != pugi::node_declaration;
+}
+
+std::string Shown(const pugi::xml_node& node) {
+    constexpr size_t kMostShown = 40;
+    std::string text = node.type() == pugi::node_element ? "<" + std::string(node.name()) + ">"
+                                                         : std::string(node.value());
+    if (text.size() > kMostShown) text = text.substr(0, kMostShown) + "...";
+    return text;
+}
+
+// Reads one document; knows the place of everything in it. pugixml parses in the buffer itself, so
+// that a name's address tells where it stands.
+class Reader {
+  public:
+    explicit Reader(const std::string& text)
+        : mText(text), mLines(text), mBuffer(text.begin(), text.end()) {
+        mBuffer.push_back('\0');
+    }
+
+    SceneReading Read() {
+        mReading.problems = FindTextProblems(mText, mLines);
+        // Behind a null character the parser sees nothing, and would call the rest fine.
+        const bool isText = mText.find('\0') == std::string::npos;
+        if (!isText) Report({1, 1}, "this is no XML: it holds null characters", "xml");
+        if (isText) ReadDocument();
+        std::stable_sort(
+            mReading.problems.begin(), mReading.problems.end(),
+            [](const SceneProblem& a, const SceneProblem& b) { return a.place < b.place; });
+        return std::move(mReading);
+    }
+
+  private:
+    void Report(Place place, const std::string& message, const char* rule = "form") {
+        mReading.problems.push_back({place, message, rule});
+    }
+
+    // An element's place is its '<', one before the name.
+    Place PlaceOf(const pugi::xml_node& node) const {
+        ptrdiff_t offset = node.offset_debug();
+        if (node.type() == pugi::node_element) --offset;
+        return mLines.At(static_cast<size_t>(std::max<ptrdiff_t>(offset, 0)));
+    }
+    Place PlaceOf(const pugi::xml_attribute& attribute) const {
+        return mLines.At(static_cast<size_t>(attribute.name() - mBuffer.data()));
+    }
+
+    void ReadDocument() {
+        // Fragments and comments are taken in so that what XML forbids of them is seen.
+        const pugi::xml_parse_result result = mDocument.load_buffer_inplace(
+            mBuffer.data(), mBuffer.size(),
+            pugi::parse_default | pugi::parse_trim_pcdata | pugi::parse_fragment |
+                pugi::parse_comments | pugi::parse_declaration,
+            pugi::encoding_utf8);
+        if (!result) {
+            Report(mLines.At(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0))),
+                   std::string("this is no XML: ") + result.description() +
+                       "; what follows was not read",
+                   "xml");
+        }
+        CheckComments();
+        const pugi::xml_node root = FindRoot(static_cast<bool>(result));
+        if (!root) return;
+        for (const pugi::xml_node node : root.children()) {
+            if (!IsContent(node)) continue;
+            // What the fault of an XML document cut off tells nothing about its author's meaning.
+            if (!result && node == root.last_child()) break;
+            if (node.type() != pugi::node_element || std::strcmp(node.name(), "command") != 0) {
+                Report(PlaceOf(node), "'" + Shown(node) + "' stands where only <command> may");
+                continue;
+            }
+            ReadCommand(node);
+        }
+    }
+
+    pugi::xml_node FindRoot(bool isWhole) {
+        pugi::xml_node root;
+        for (const pugi::xml_node node : mDocument.children()) {
+            if (node.type() == pugi::node_declaration) CheckDeclaration(node);
+            if (!IsContent(node)) continue;
+            if (node.type() != pugi::node_element) {
+                Report(PlaceOf(node),
+                       "this is no XML: '" + Shown(node) + "' stands outside the root", "xml");
+            } else if (root) {
+                Report(PlaceOf(node), "this is no XML: a second root, " + Shown(node), "xml");
+            } else {
+                root = node;
+            }
+        }
+        if (!root) {
+            if (isWhole) Report({1, 1}, "this is no XML: there is no element", "xml");
+            return root;
+        }
+        if (std::strcmp(root.name(), "scenes") != 0) {
+            Report(PlaceOf(root),
+                   "the root is " + Shown(root) + "; a scene file has one root, <scenes>");
+        }
+        CheckAttributes(root, {});
+        return root;
+    }
+
+    void CheckDeclaration(const pugi::xml_node& declaration) {
+        const pugi::xml_attribute encoding = declaration.attribute("encoding");
+        std::string name = encoding.value();
+        std::transform(name.begin(), name.end(), name.begin(), [](char letter) {
+            return static_cast<char>(letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter);
+        });
+        const bool isAscii =
+            std::none_of(mText.begin(), mText.end(), [](char byte) { return (byte & 0x80) != 0; });
+        const bool isOther = !name.empty() && name != "utf-8" && name != "us-ascii";
+        if (!isOther || (isAscii && !name.starts_with("utf-"))) return;
+        Report(PlaceOf(encoding),
+               "the encoding is said to be " + std::string(encoding.value()) +
+                   ", but the file is read as UTF-8; save it as UTF-8 and say so",
+               "encoding");
+    }
+
+    void CheckComments() {
+        struct Walker : pugi::xml_tree_walker {
+            bool for_each(pugi::xml_node& node) override {
+                const bool isComment = node.type() == pugi::node_comment;
+                if (isComment && std::strstr(node.value(), "--")) comments.push_back(node);
+                return true;
+            }
+            std::vector<pugi::xml_node> comments;
+        } walker;
+        mDocument.traverse(walker);
+        for (const pugi::xml_node& comment : walker.comments) {
+            Report(PlaceOf(comment), "this comment holds '--', which XML forbids", "xml");
+        }
+    }
+
+    void CheckAttributes(const pugi::xml_node& node, const std::vector<std::string>& allowed) {
+        std::set<std::string> seen;
+        for (const pugi::xml_attribute attribute : node.attributes()) {
+            const std::string name = attribute.name();
+            if (std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
+                Report(PlaceOf(attribute),
+                       "<" + std::string(node.name()) + "> has no attribute '" + name + "'" +
+                           DidYouMean(name, allowed) +
+                           (allowed.empty() ? "; it takes none" : "; it takes " + Join(allowed)));
+            }
+            if (!seen.insert(name).second) {
+                Report(PlaceOf(attribute), "the attribute '" + name + "' is repeated; keep one");
+            }
+        }
+    }
+
+    int ReadInt(const pugi::xml_node& node, const char* name, int fallback, int low, int high) {
+        const pugi::xml_attribute attribute = node.attribute(name);
+        if (!attribute) return fallback;
+        const std::optional<int64_t> value = ParseNumber(attribute.value());
+        if (!value || *value < low || *value > high) {
+            Report(PlaceOf(attribute), std::string(name) + "=\"" + attribute.value() +
+                                           "\" must be a number from " + std::to_string(low) +
+                                           " to " + std::to_string(high) + ", decimal or 0x...");
+            return fallback;
+        }
+        return static_cast<int>(*value);
+    }
+
+    void ReadCommand(const pugi::xml_node& node) {
+        SceneCommand command;
+        command.place = PlaceOf(node);
+        CheckAttributes(node, kCommandAttributes);
+        if (!node.attribute("id")) {
+            Report(command.place, "this <command> has no id; give it one, such as id=\"4352\"");
+        }
+        command.id = ReadInt(node, "id", SceneCommand::kNoId, 0, INT_MAX);
+        command.name = node.attribute("name").value();
+        CheckUnique(command, node);
+        for (int i = 0; i < 3; ++i) {
+            command.headers[i] =
+                ReadInt(node, ("header" + std::to_string(i)).c_str(), -1, INT_MIN, INT_MAX);
+        }
+        if (const pugi::xml_attribute governor = node.attribute("governor")) {
+            command.interactive = std::strcmp(governor.value(), "interactive") == 0;
+            if (!command.interactive) {
+                Report(PlaceOf(governor), "governor=\"" + std::string(governor.value()) +
+                                              "\": the only one is \"interactive\"");
+            }
+        }
+        SceneElement common;
+        ReadFlags(node, common);
+        for (const pugi::xml_node child : node.children()) {
+            if (IsContent(child)) ReadElement(child, common, command);
+        }
+        if (command.interactive && command.elements.size() > 1) {
+            Report(command.elements[1].place, "an interactive-governor command has one element");
+        }
+        if (command.elements.empty()) {
+            Report(command.place, "command " + command.Label() +
+                                      " has no element, so nothing would ever run; add one or "
+                                      "remove the command");
+            return;
+        }
+        mReading.commands.push_back(std::move(command));
+    }
+
+    void CheckUnique(const SceneCommand& command, const pugi::xml_node& node) {
+        if (command.id != SceneCommand::kNoId) {
+            if (const auto [known, isNew] = mIds.emplace(command.id, command.place); !isNew) {
+                Report(PlaceOf(node.attribute("id")),
+                       "id " + std::to_string(command.id) + " is taken by the command in line " +
+                           std::to_string(known->second.line) + "; ids are unique");
+            }
+        }
+        if (command.name.empty()) return;
+        if (ParseNumber(command.name)) {
+            Report(
+                PlaceOf(node.attribute("name")),
+                "the name '" + command.name + "' is a number; scenarios would take it for an id");
+        }
+        if (const auto [known, isNew] = mNames.emplace(command.name, command.place); !isNew) {
+            Report(PlaceOf(node.attribute("name")),
+                   "the name '" + command.name + "' is taken by the command in line " +
+                       std::to_string(known->second.line) + "; names are unique");
+        }
+    }
+
+    void ReadFlags(const pugi::xml_node& node, SceneElement& element) {
+        element.stateMask = ReadInt(node, "state_mask", element.stateMask, INT_MIN, INT_MAX);
+        element.skip = ReadInt(node, "skip", element.skip, 0, 1) != 0;
+        element.taskBoost = ReadInt(node, "task_boost", element.taskBoost, 0, 1) != 0;
+    }
+
+    void ReadElement(const pugi::xml_node& node, const SceneElement& common,
+                     SceneCommand& command) {
+        if (node.type() != pugi::node_element) {
+            Report(PlaceOf(node), "'" + Shown(node) + "' stands where only elements may");
+            return;
+        }
+        SceneElement element = common;
+        element.name = node.name();
+        element.place = PlaceOf(node);
+        CheckAttributes(node, kElementAttributes);
+        ReadFlags(node, element);
+        for (const pugi::xml_node child : node.children()) {
+            if (IsContent(child)) ReadKey(child, element);
+        }
+        command.elements.push_back(std::move(element));
+    }
+
+    void ReadKey(const pugi::xml_node& node, SceneElement& element) {
+        if (node.type() != pugi::node_element) {
+            Report(PlaceOf(node), "'" + Shown(node) +
+                                      "' stands where only keys may, such as "
+                                      "<duration_ms>500</duration_ms>");
+            return;
+        }
+        CheckAttributes(node, {});
+        SceneKey key{node.name(), "", PlaceOf(node)};
+        bool holdsValue = true;
+        for (const pugi::xml_node part : node.children()) {
+            if (!IsContent(part)) continue;
+            if (part.type() == pugi::node_element) {
+                Report(PlaceOf(part),
+                       "the key <" + key.name + "> holds an element; a key holds its value alone");
+                holdsValue = false;
+            }
+            key.value += part.value();
+        }
+        if (holdsValue) element.keys.push_back(std::move(key));
+    }
+
+    const std::string& mText;
+    const LineTable mLines;
+    std::vector<char> mBuffer;
+    pugi::xml_document mDocument;
+    SceneReading mReading;
+    std::map<int, Place> mIds;
+    std::map<std::string, Place> mNames;
+};
+
+}  // namespace
+
+SceneReading ReadScenes(const std::string& text) {
+    return Reader(text).Read();
+}
+
+}  // namespace lab

@@ -1,0 +1,33 @@
+// What the keys and values of a scene file stand for, by the loader's own tables.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "lab/scenes/scene_file.h"
+
+namespace lab {
+
+// The opcode of a tunable's key; nothing for a key that names none.
+std::optional<int> FindKeyOpcode(const std::string& key);
+
+// True for an opcode whose values are kHz in scene files and MHz in locks.
+bool IsFrequencyOpcode(int opcode);
+
+// A tunable's value as its lock gets it.
+int HalValueOfKey(int opcode, const std::string& value);
+
+// The number of a key that describes the element; of a repeated one the last counts.
+std::optional<int> FindNumber(const SceneElement& element, std::string_view key);
+
+// ms; 0 without the key: until released.
+int DurationOf(const SceneElement& element);
+
+// The highest thermal level under which the element breaks through; -1 without the key.
+int BoostLimitLevelOf(const SceneElement& element);
+
+// True for a command whose keys name limits by tag: the id of a long scene, and no duration.
+bool IsLongScene(const SceneCommand& command);
+
+}  // namespace lab
