@@ -24,12 +24,6 @@ constexpr int kHandOverOpcode = 0x40400000;
 constexpr int kMostCeilings = 133;
 constexpr int kTagRunAgain = 12;
 
-constexpr auto kSharedLimits = std::to_array<int>({0, 1, 3, 4, 6, 7, 9, 10});
-
-bool IsSharedLimit(int tag) {
-    return std::find(kSharedLimits.begin(), kSharedLimits.end(), tag) != kSharedLimits.end();
-}
-
 void SetMembers(const OwnAction& from, Action& to) {
     to.cmdId = from.cmdId;
     to.duration = from.durationMs;
@@ -51,7 +45,7 @@ bool TakesEffect(const Action& scene) {
         if (scene.perfList[i + 1] < 0) return false;
         if (tag == kTagRunAgain) {
             runsAgain = true;
-        } else if (!IsSharedLimit(tag)) {
+        } else if (!lab::IsSharedLimit(tag)) {
             return false;
         }
     }
@@ -89,7 +83,7 @@ void Begun::NoteLimits(const lab::SetLimits& asked, int result) {
     if (asked.clientId < 1 || asked.clientId > kCamera || asked.tags.empty()) return;
     const bool isGroup = asked.tags.front().tag == lab::kGroupTag;
     for (const lab::TagValue& pair : asked.tags) {
-        if (IsSharedLimit(pair.tag)) mLimits[asked.clientId].insert(pair.tag);
+        if (lab::IsSharedLimit(pair.tag)) mLimits[asked.clientId].insert(pair.tag);
         if (pair.tag != lab::kControlTypeTag || isGroup || result != 0) continue;
         if (pair.value == 0) mIsBoosting = true;
         if (pair.value == 4 || pair.value == 10) mIsBoosting = false;
@@ -345,7 +339,7 @@ std::vector<std::string> Desk::Leftovers() {
     std::vector<std::string> leftovers;
     std::map<int, int> tagsOfOpcode;
     for (const int tag : AllTags()) {
-        if (IsSharedLimit(tag)) continue;
+        if (lab::IsSharedLimit(tag)) continue;
         // One without an opcode has a lock on opcode 0 once a group has named it.
         ++tagsOfOpcode[lab::FindTagOpcode(tag, ClusterLayout()).value_or(0)];
     }

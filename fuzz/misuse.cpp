@@ -13,7 +13,7 @@ using Kind = Misuse::Kind;
 
 constexpr int kBeyondCounts = 1'025;  // the first count that no request may have
 constexpr size_t kLongText = 100'000;
-constexpr int kMostListInts = 64;
+constexpr int kCopyInts = 64;
 
 constexpr int kTags[2] = {1, 10};
 constexpr int kValues[2] = {1'000'000, 0};
@@ -132,16 +132,16 @@ void Desk::SaveWrongly(Action& action, const Misuse& asked) {
     using Member = void (*)(PerfAdapter*, const QcomAction&, const int*, int&, int*, int&);
     const auto save =
         Exported<Member>("_ZN15QcomPerfAdapter11SavePerfValERK10QcomActionPKiRiPiS5_");
-    int list[kMostListInts] = {};
+    int list[kCopyInts] = {};
     int* const target = asked.number % 2 == 0 ? nullptr : list;
     const int wanted = asked.kind == Kind::kSaveNothing ? Negative(asked.number)
-                                                        : AtLeast(kMostListInts + 1, asked.number);
+                                                        : AtLeast(kCopyInts + 1, asked.number);
     int durationMs = 7;
     int length = wanted;
-    action.perfList.assign(3 * kMostListInts, 1);
+    action.perfList.assign(3 * kCopyInts, 1);
     save(mAdapter, static_cast<const QcomAction&>(action), nullptr, durationMs, target, length);
     const bool isRefused = wanted < 0 || target == nullptr;
-    Require(durationMs == 7 && length == (isRefused ? wanted : kMostListInts),
+    Require(durationMs == 7 && length == (isRefused ? wanted : kCopyInts),
             "a refused copy changed something, or one too long was not cut");
 }
 

@@ -15,7 +15,6 @@ namespace {
 
 constexpr size_t kMostTags = 6;
 
-constexpr auto kSharedLimits = std::to_array<int>({0, 1, 3, 4, 6, 7, 9, 10});
 constexpr auto kOddTags = std::to_array<int>({-1, 134, 1023, INT_MAX});
 constexpr auto kSpecialTags = std::to_array<int>({12, 40, 41, 57, 82, 98, 127, 128});
 constexpr auto kOddValues = std::to_array<int>({0, 1, -1, -2, INT_MAX, INT_MIN, 1000, 65535000});

@@ -2,6 +2,7 @@
 // befalls the phone. The fuzz targets and the soak draw from here.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <variant>
@@ -103,6 +104,9 @@ inline constexpr int kFirstOwnScene = 12400;
 inline constexpr int kOwnScenes = 4;
 static_assert(kFirstOwnScene < kFirstOwnCommand);
 inline constexpr size_t kMostOwnActions = 4;
+
+// Limits that clients and scenes share.
+inline constexpr std::array<int, 8> kSharedLimits = {0, 1, 3, 4, 6, 7, 9, 10};
 
 // Every tag that a request may name, each once.
 const std::vector<int>& AllTags();
