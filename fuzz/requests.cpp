@@ -257,10 +257,10 @@ lab::Request RequestMaker::DrawSwitch(Source& source) const {
 }
 
 void RequestMaker::DrawFate(Source& source, Deed& deed) const {
-    using Kind = lab::NodeFault::Kind;
-    constexpr auto kKinds =
-        std::to_array<Kind>({Kind::kMissing, Kind::kUnreadable, Kind::kUnwritable, Kind::kShort,
-                             Kind::kRefusing, Kind::kSlow});
+    using FaultKind = lab::NodeFault::Kind;
+    constexpr auto kKinds = std::to_array<FaultKind>({FaultKind::kMissing, FaultKind::kUnreadable,
+                                                      FaultKind::kUnwritable, FaultKind::kShort,
+                                                      FaultKind::kRefusing, FaultKind::kSlow});
     constexpr int kSlowMs = 5;
     const size_t kind = source.Below(8);
     if (kind == 0) {
