@@ -2,15 +2,16 @@
 #   TARQUEL_SANITIZE  "", "address" (with undefined) or "thread"
 #   TARQUEL_FUZZ      ON: instrumented for libFuzzer, and the fuzz targets are built (Clang only)
 #   TARQUEL_LIBCXX    ON: libc++ instead of libstdc++ (Clang only), as on Android
-#   TARQUEL_UNITY     ON: a shorter whole build
+#   TARQUEL_UNITY     ON: a shorter whole build; OFF: includes are checked
 set(TARQUEL_SANITIZE "" CACHE STRING "Sanitizer: address, thread or none")
 set_property(CACHE TARQUEL_SANITIZE PROPERTY STRINGS "" address thread)
 option(TARQUEL_LIBCXX "Build with libc++" OFF)
 option(TARQUEL_FUZZ "Build the fuzz targets" OFF)
 
-# Several sources of the lab are compiled as one: their headers cost more than they do. Off, a change
-# costs its own file alone.
-option(TARQUEL_UNITY "Compile several sources of the lab as one" OFF)
+# Several sources of the lab are compiled as one, and what the library includes of the standard
+# library is compiled once: headers cost more than sources do. Off, a change costs its own file
+# alone.
+option(TARQUEL_UNITY "Compile several sources of the lab as one, precompile headers" OFF)
 
 find_package(Threads REQUIRED)
 

@@ -1,5 +1,6 @@
-# Toolchain: Debian's cross compiler for AArch64, with the libraries that scripts/aarch64-sysroot
-# unpacks. Programs run under qemu's user emulation, with the libraries of the same folder.
+# Toolchain: Clang for AArch64, as on Android, with the C library and the linker of Debian's cross
+# compiler and the libraries that scripts/aarch64-sysroot unpacks. Programs run under qemu's user
+# emulation, with the libraries of the same folder.
 get_filename_component(sysroot ${CMAKE_CURRENT_LIST_DIR}/../build/aarch64-sysroot ABSOLUTE)
 if(NOT EXISTS ${sysroot}/packages.txt)
     message(FATAL_ERROR
@@ -8,8 +9,13 @@ endif()
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_C_COMPILER clang-14)
+set(CMAKE_CXX_COMPILER clang++-14)
+foreach(language C CXX)
+    set(CMAKE_${language}_COMPILER_TARGET aarch64-linux-gnu)
+    # The choice of atomic instructions at run time is code that runs when the library is loaded.
+    set(CMAKE_${language}_FLAGS_INIT -mno-outline-atomics)
+endforeach()
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L ${sysroot})
 

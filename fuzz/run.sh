@@ -49,7 +49,7 @@ figure() {
 
 report() {
     local target=$1 runs speed
-    runs=$(grep -oE '^#[0-9]+' "$logs/$target.log" | tail -1 | tr -d '#')
+    runs=$(grep -oE '^#[0-9]+' "$logs/$target.log" | tail -1 | tr -d '#' || true)
     speed=$(figure 'exec/s' "$target")
     printf '%-22s %12s %10s %8s %9s %10s  %s\n' "$target" "${runs:-0}" "$speed" \
         "$(figure 'cov' "$target")" "$(figure 'ft' "$target")" \
@@ -57,7 +57,7 @@ report() {
 }
 
 export -f run_target options seeds
-targets=$(cd "$bin" && ls -d fuzz_* | tr '\n' ' ')
+targets=$(cd "$bin" && ls -d fuzz_* | grep -vx fuzz_tests | tr '\n' ' ')
 failed=$(mktemp)
 trap 'rm -f "$failed"' EXIT
 export failed

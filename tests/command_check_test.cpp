@@ -39,8 +39,7 @@ class CommandCheck : public testing::Test {
     }
 
     static Result Check(const std::string& arguments) {
-        const fs::path program = fs::read_symlink("/proc/self/exe").parent_path() / "tarquel-lab";
-        const std::string command = program.string() + " check " + arguments + " 2>&1";
+        const std::string command = TARQUEL_LAB_PROGRAM " check " + arguments + " 2>&1";
         Result result;
         FILE* pipe = popen(command.c_str(), "r");
         char buffer[4096];

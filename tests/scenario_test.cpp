@@ -267,11 +267,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(ShippedScenarios, EndWithoutFindingsOnBothDevices) {
     size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(Shipped("scenarios"))) {
+        const bool isLong = entry.path().stem() == "full_day";
+#ifdef TARQUEL_EMULATED
+        if (isLong) continue;  // a minute of emulation, for requests that the others make too
+#endif
         for (const char* device : {"sm8450", "sm4450"}) {
             SCOPED_TRACE(entry.path().string() + " on " + device);
             const Played played = Play(LoadYamlFile(entry.path().string()), device);
             EXPECT_TRUE(played.findings.empty()) << testing::PrintToString(played.findings);
-            if (entry.path().stem() == "full_day") {
+            if (isLong) {
                 EXPECT_GE(played.requests, 20000u);
             }
             ++count;
