@@ -88,6 +88,17 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Refusal", "- {hal: {refuse: 1, result: 3}}", "my.yaml:2:29: "}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(TimelineText, WritesTheNumbersOfANodeInOneColumn) {
+    std::ostringstream out;
+    Timeline timeline(out, Layout::kThreeClusters, {});
+    const std::string node = "/proc/sys/walt/sched_upmigrate";
+    const auto kWrite = NodeAccess::Kind::kWrite;
+    timeline.Observe({Time(0), NodeAccess{kWrite, node, "85 95", "95\t95", "85\t95", 0, true}});
+    timeline.Observe({Time(0), NodeAccess{kWrite, node, "", "95\t95", "95\t95", 13, false}});
+    EXPECT_NE(out.str().find("95 95 -> 85 95 %\n"), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("write refused"), std::string::npos) << out.str();
+}
+
 TEST(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
     std::ostringstream out;
     Timeline timeline(out, Layout::kThreeClusters, {});
