@@ -47,6 +47,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Step", "- {limt: 3}",
                 "my.yaml:2:4: there is no step 'limt' (did you mean 'limit'?)"},
         Mistake{"NoMap", "- touch", "my.yaml:2:3: a step is a map"},
+        Mistake{"NothingBehindAField", "- limit:\n\n- {do: touch}",
+                "my.yaml:2:3: expected a limit"},
         Mistake{"Nothing", "- {after: 5}", "my.yaml:2:3: this step does nothing"},
         Mistake{"TwoSteps", "- {do: touch, off: touch}",
                 "my.yaml:2:15: this step has 'do' and 'off'"},
