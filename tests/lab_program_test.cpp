@@ -155,6 +155,30 @@ TEST(LabProgram, AsksAScenarioOfTheUsersOwn) {
         << ran.errors;
 }
 
+TEST(LabProgram, LooksForTheDeviceBesideTheScenarioThatNamesIt) {
+    const File device("mine_device.yaml",
+                      "name: mine\nclusters:\n"
+                      "- {name: little, cpus: 0-3, khz: [300000, 600000]}\n"
+                      "- {name: big, cpus: 4-7, khz: [500000, 1000000]}\n"
+                      "gpu: {mhz: [600, 300], initial_mhz: 300}\n");
+    const std::string name = std::filesystem::path(device.Path()).filename();
+    const std::string steps = "scenes: sm4450\nsteps:\n- {do: touch}\n";
+    const File scenario("beside.yaml", "device: " + name + "\n" + steps);
+    EXPECT_NE(RunLab("run " + scenario.Path()).out.find("device mine, "), std::string::npos);
+    EXPECT_NE(RunLab("why " + scenario.Path() + " big_min").out.find("on mine at"),
+              std::string::npos);
+    // A recorded copy may stand elsewhere.
+    EXPECT_NE(RunLab("record " + scenario.Path()).out.find("device: " + device.Path()),
+              std::string::npos);
+
+    const File wrong("wrong.yaml", "title: a\ndevice: sm84\n" + steps);
+    EXPECT_NE(RunLab("run " + wrong.Path()).errors.find(wrong.Path() + ":2:9: sm84: no such"),
+              std::string::npos);
+    const File wrongScenes("scenes.yaml", "scenes: nix.xml\nsteps:\n- {do: touch}\n");
+    EXPECT_NE(RunLab("run " + wrongScenes.Path()).errors.find(wrongScenes.Path() + ":1:9: nix.xml"),
+              std::string::npos);
+}
+
 TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
     const File scenes("refused.xml",
                       "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"
