@@ -117,6 +117,11 @@ INSTANTIATE_TEST_SUITE_P(
         Usage{"NodesPaths", "nodes --paths --device sm4450", 0,
               "/sys/devices/system/cpu/cpu5/core_ctl/max_cpus (missing)", ""},
         Usage{"VocabularyTwice", "vocabulary --json --markdown", 2, "", "excludes"},
+        Usage{"WhyLessThanNoHistory", "why shared_limits last_max --history -1", 2, "",
+              "--history"},
+        Usage{"RunAFolder", "run /", 2, "", "/: this is a folder; give a scenario"},
+        Usage{"FullDisk", "vocabulary >/dev/full", 2, "", "standard output cannot be written"},
+        Usage{"HelpOnAFullDisk", "--help >/dev/full", 2, "", "standard output cannot be written"},
         Usage{"Nothing", "", 2, "", "subcommand is required"}),
     [](const auto& test) { return std::string(test.param.name); });
 
@@ -228,6 +233,11 @@ TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
     const auto keys = nlohmann::json::parse(RunLab("vocabulary --json").out);
     EXPECT_EQ(keys.at("tunables").at(0).at("key"), "power_collapse");
     EXPECT_EQ(keys.at("long_scene").size(), 14u);
+
+    const auto unread = nlohmann::json::parse(RunLab("check --json nothing.xml").out);
+    EXPECT_EQ(unread.at("files").at(0).at("file"), "nothing.xml");
+    EXPECT_NE(unread.at("files").at(0).at("error").get<std::string>().find("cannot be read"),
+              std::string::npos);
 }
 
 }  // namespace
