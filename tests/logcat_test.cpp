@@ -351,6 +351,13 @@ TEST(Capture, ThatIsNoneIsRefused) {
         const CaptureFile capture(text);
         EXPECT_THROW(LogSession(capture.Options()), InputError) << text;
     }
+    try {
+        const CaptureFile wide(std::string("\xFF\xFE-\0-\0\n\0", 8));
+        const LogSession session(wide.Options());
+        FAIL() << "accepted";
+    } catch (const InputError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("this text is UTF-16"));
+    }
     EXPECT_THROW(LogSession({"/nonexistent", "", "", ""}), InputError);
     EXPECT_THROW(LogSession({"/", "", "", ""}), InputError);
 }
