@@ -90,6 +90,17 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Refusal", "- {hal: {refuse: 1, result: 3}}", "my.yaml:2:29: "}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(StepText, ShowsAFrequencyInAMistakenUnit) {
+    const SceneFile scenes = SceneFile::Load(Shipped("scenes/sm8450.xml"));
+    const YamlNode root = LoadYamlText(
+        "steps:\n- {limit: {client: power, tags: {gpu_max: 545, gpu_min: 220000000, big_max: 2, "
+        "big_min: 1113600, little_max: 0}}}\n",
+        "my.yaml");
+    EXPECT_EQ(ReadScenarioSteps(root, scenes).front().text,
+              "limit by power: gpu_max <= 545 Hz, gpu_min >= 220 MHz, big_max <= 2 kHz, "
+              "big_min >= 1113.6 MHz, little_max lifted");
+}
+
 TEST(TimelineText, WritesTheNumbersOfANodeInOneColumn) {
     std::ostringstream out;
     Timeline timeline(out, Layout::kThreeClusters, {});
