@@ -117,6 +117,11 @@ INSTANTIATE_TEST_SUITE_P(
         Usage{"NodesPaths", "nodes --paths --device sm4450", 0,
               "/sys/devices/system/cpu/cpu5/core_ctl/max_cpus (missing)", ""},
         Usage{"VocabularyTwice", "vocabulary --json --markdown", 2, "", "excludes"},
+        Usage{"WhyLessThanNoHistory", "why shared_limits last_max --history -1", 2, "",
+              "--history"},
+        Usage{"RunAFolder", "run /", 2, "", "/: this is a folder; give a scenario"},
+        Usage{"FullDisk", "vocabulary >/dev/full", 2, "", "standard output cannot be written"},
+        Usage{"HelpOnAFullDisk", "--help >/dev/full", 2, "", "standard output cannot be written"},
         Usage{"Nothing", "", 2, "", "subcommand is required"}),
     [](const auto& test) { return std::string(test.param.name); });
 
@@ -155,6 +160,30 @@ TEST(LabProgram, AsksAScenarioOfTheUsersOwn) {
         << ran.errors;
 }
 
+TEST(LabProgram, LooksForTheDeviceBesideTheScenarioThatNamesIt) {
+    const File device("mine_device.yaml",
+                      "name: mine\nclusters:\n"
+                      "- {name: little, cpus: 0-3, khz: [300000, 600000]}\n"
+                      "- {name: big, cpus: 4-7, khz: [500000, 1000000]}\n"
+                      "gpu: {mhz: [600, 300], initial_mhz: 300}\n");
+    const std::string name = std::filesystem::path(device.Path()).filename();
+    const std::string steps = "scenes: sm4450\nsteps:\n- {do: touch}\n";
+    const File scenario("beside.yaml", "device: " + name + "\n" + steps);
+    EXPECT_NE(RunLab("run " + scenario.Path()).out.find("device mine, "), std::string::npos);
+    EXPECT_NE(RunLab("why " + scenario.Path() + " big_min").out.find("on mine at"),
+              std::string::npos);
+    // A recorded copy may stand elsewhere.
+    EXPECT_NE(RunLab("record " + scenario.Path()).out.find("device: " + device.Path()),
+              std::string::npos);
+
+    const File wrong("wrong.yaml", "title: a\ndevice: sm84\n" + steps);
+    EXPECT_NE(RunLab("run " + wrong.Path()).errors.find(wrong.Path() + ":2:9: sm84: no such"),
+              std::string::npos);
+    const File wrongScenes("scenes.yaml", "scenes: nix.xml\nsteps:\n- {do: touch}\n");
+    EXPECT_NE(RunLab("run " + wrongScenes.Path()).errors.find(wrongScenes.Path() + ":1:9: nix.xml"),
+              std::string::npos);
+}
+
 TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
     const File scenes("refused.xml",
                       "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"
@@ -187,6 +216,10 @@ TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
     EXPECT_EQ(why.at("holders")[0].at("who"), "eapa");
     EXPECT_EQ(why.at("ended")[0].at("how"), "replaced by the same client (line 16)");
 
+    const File odd("odd.yaml", "title: \"\xFF\"\nsteps:\n- {do: touch}\n");
+    EXPECT_EQ(nlohmann::json::parse(RunLab("why --json " + odd.Path() + " big_min").out)["at_ms"],
+              0);
+
     const auto nodes = nlohmann::json::parse(RunLab("nodes --json").out);
     const auto& big = nodes.at("tags").at(3);
     EXPECT_EQ(big.at("names").at(0), "big_min");
@@ -204,6 +237,11 @@ TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
     const auto keys = nlohmann::json::parse(RunLab("vocabulary --json").out);
     EXPECT_EQ(keys.at("tunables").at(0).at("key"), "power_collapse");
     EXPECT_EQ(keys.at("long_scene").size(), 14u);
+
+    const auto unread = nlohmann::json::parse(RunLab("check --json nothing.xml").out);
+    EXPECT_EQ(unread.at("files").at(0).at("file"), "nothing.xml");
+    EXPECT_NE(unread.at("files").at(0).at("error").get<std::string>().find("cannot be read"),
+              std::string::npos);
 }
 
 }  // namespace

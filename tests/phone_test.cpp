@@ -363,6 +363,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Mistake{"  initial_mhz: 700\n", "", ":10:3", "'initial_mhz' is missing"},
                       Mistake{"gpu:", "name: y\ngpu:", ":9:1", "a second time"},
                       Mistake{"name: x", "name: &x x", ":1:7", "anchors"},
+                      Mistake{"name: x", "name: x\n\tdescription: y", ":2:1", "a tab indents"},
                       Mistake{"name: x", "name: [x", ":2:9", "end of sequence"},
                       Mistake{"gpu:", "---\ngpu:", ":9:1", "second document"}));
 

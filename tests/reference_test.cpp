@@ -282,6 +282,17 @@ TEST(Explain, TellsWhatALockHasNoRoomFor) {
     EXPECT_EQ(explanation.problems.size(), 1u);  // the file describes no clusters
 }
 
+TEST(Explain, TellsOfAClusterThatTheDeviceLacks) {
+    SceneFile scenes = SceneFile::Parse(
+        "<scenes><command id=\"9\"><a><duration_ms>5</duration_ms>"
+        "<prime_cpu0_min_freq>1171200</prime_cpu0_min_freq></a></command></scenes>",
+        "my.xml");
+    const Explanation explanation = ExplainScenes(scenes, "9", "sm4450", "");
+    const ExplainedPair& pair = explanation.commands.at(0).elements.at(0).pairs.at(0);
+    ASSERT_EQ(pair.notes.size(), 1u);
+    EXPECT_EQ(pair.notes[0], "has no effect: sm4450 has 2 clusters");
+}
+
 TEST(Explain, PrintsACommandWithItsEffects) {
     SceneFile scenes = SceneFile::Parse(kScenes, "my.xml");
     std::ostringstream out;

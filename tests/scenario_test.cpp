@@ -47,6 +47,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Step", "- {limt: 3}",
                 "my.yaml:2:4: there is no step 'limt' (did you mean 'limit'?)"},
         Mistake{"NoMap", "- touch", "my.yaml:2:3: a step is a map"},
+        Mistake{"NothingBehindAField", "- limit:\n\n- {do: touch}",
+                "my.yaml:2:3: expected a limit"},
         Mistake{"Nothing", "- {after: 5}", "my.yaml:2:3: this step does nothing"},
         Mistake{"TwoSteps", "- {do: touch, off: touch}",
                 "my.yaml:2:15: this step has 'do' and 'off'"},
@@ -87,6 +89,28 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"LogOfNothing", "- {expect: {no_log: {}}}", "my.yaml:2:21: "},
         Mistake{"Refusal", "- {hal: {refuse: 1, result: 3}}", "my.yaml:2:29: "}),
     [](const auto& test) { return std::string(test.param.name); });
+
+TEST(StepText, ShowsAFrequencyInAMistakenUnit) {
+    const SceneFile scenes = SceneFile::Load(Shipped("scenes/sm8450.xml"));
+    const YamlNode root = LoadYamlText(
+        "steps:\n- {limit: {client: power, tags: {gpu_max: 545, gpu_min: 220000000, big_max: 2, "
+        "big_min: 1113600, little_max: 0}}}\n",
+        "my.yaml");
+    EXPECT_EQ(ReadScenarioSteps(root, scenes).front().text,
+              "limit by power: gpu_max <= 545 Hz, gpu_min >= 220 MHz, big_max <= 2 kHz, "
+              "big_min >= 1113.6 MHz, little_max lifted");
+}
+
+TEST(TimelineText, WritesTheNumbersOfANodeInOneColumn) {
+    std::ostringstream out;
+    Timeline timeline(out, Layout::kThreeClusters, {});
+    const std::string node = "/proc/sys/walt/sched_upmigrate";
+    const auto kWrite = NodeAccess::Kind::kWrite;
+    timeline.Observe({Time(0), NodeAccess{kWrite, node, "85 95", "95\t95", "85\t95", 0, true}});
+    timeline.Observe({Time(0), NodeAccess{kWrite, node, "", "95\t95", "95\t95", 13, false}});
+    EXPECT_NE(out.str().find("95 95 -> 85 95 %\n"), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("write refused"), std::string::npos) << out.str();
+}
 
 TEST(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
     std::ostringstream out;

@@ -94,6 +94,31 @@ INSTANTIATE_TEST_SUITE_P(
             {"hispeed_freq_l'"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(SceneCheck, QuotesNoMoreOfAValueThanALineHolds) {
+    const std::string value(5000, '1');
+    const SceneCheck check =
+        CheckSceneText(kClusters +
+                           ("<command id='16'><b><hmp>" + value + "</hmp><sched_boost>x" + value +
+                            "</sched_boost></b></command>") +
+                           "</scenes>",
+                       "my.xml", "sm8450", "");
+    ASSERT_EQ(check.findings.size(), 2u) << Listed(check);
+    for (const Finding& finding : check.findings) EXPECT_LT(finding.message.size(), 200u);
+}
+
+TEST(SceneCheck, WantsTheDeclarationBeforeAllElse) {
+    const std::string scenes =
+        kClusters + std::string(
+                        "<command id='16'><b><duration_ms>1</duration_ms>"
+                        "<sched_boost>1</sched_boost></b></command></scenes>");
+    const auto listed = [](const std::string& text) {
+        return Listed(CheckSceneText(text, "my.xml", "sm8450", ""));
+    };
+    EXPECT_EQ(listed("<?xml version='1.0'?>\n" + scenes), "");
+    EXPECT_EQ(listed("\xEF\xBB\xBF<?xml version='1.0'?>\n" + scenes), "");
+    EXPECT_EQ(listed("\n <?xml version='1.0'?>\n" + scenes), "2:2 error xml");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Regretted, SceneRule,
     testing::Values(
@@ -117,7 +142,13 @@ INSTANTIATE_TEST_SUITE_P(
             "</b></command>",
             "2:49 warning frequency-range; 3:1 warning frequency-range; "
             "4:52 warning frequency-range",
-            {"did you mean 1113000?", "did you mean 545?", "did you mean 545000000?"}},
+            {"did you mean 1113600?", "did you mean 545?", "did you mean 545000000?"}},
+        Row{"AttributesThatAreNoXml",
+            "<command id='16' name='a & b &amp; &#x26;'><b><duration_ms>1</duration_ms>"
+            "<hmp>1</hmp></b></command>\n"
+            "<command id='17' name='a<b'><b><duration_ms>1</duration_ms><hmp>1</hmp></b></command>",
+            "2:26 error xml; 3:25 error xml",
+            {"write '&amp;'", "write '&lt;'"}},
         Row{"TwoNamesOfOneOpcode",
             "<command id='16'><b><duration_ms>1</duration_ms>"
             "<big_cpu0_min_freq>1113600</big_cpu0_min_freq>\n"

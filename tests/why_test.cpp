@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -120,6 +121,20 @@ constexpr char kWriteBack[] =
     "- {limit: {client: thermal, tags: {little_max: 1478400}}}\n"
     "- {limit: {client: thermal, tags: {little_max: 0}}}";
 
+constexpr char kOldWrite[] =
+    "steps:\n"
+    "- {control: 2}\n"
+    "- {limit: {client: power, tags: {big_max: 1651200}}}\n"
+    "- {faults: {nodes: {big_max: unwritable}}}\n"
+    "- {limit: {client: eapa, tags: {big_max: 1555200}}}\n"
+    "- {limit: {client: camera, tags: {big_max: 0}}}";
+
+constexpr char kCoolsWhileBoosted[] =
+    "steps:\n"
+    "- {control: 7}\n"
+    "- {after: 10, do: game_fight}\n"
+    "- {after: 10, control: 0}";
+
 INSTANTIATE_TEST_SUITE_P(
     Words, WhyRule,
     testing::Values(
@@ -204,6 +219,16 @@ INSTANTIATE_TEST_SUITE_P(
              "- {limit: {client: power, tags: {sched_boost: 1}}}",
              "/proc/sys/walt/sched_boost", "", "", "power", "loses", "3",
              "there is no node for the lock to reach"},
+        Rule{"LockReleasedByAnother",
+             "steps:\n- {limit: {client: power, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: camera, tags: {big_max: 1651200}}}\n"
+             "- {limit: {client: camera, tags: {big_max: 0}}}",
+             "big_max", "", "2496000", "power", "loses", "2",
+             "no lock carries it: 'limit by camera: big_max lifted' (line 4) released"},
+        Rule{"OldWriteIsAllThatIsLeft", kOldWrite, "big_max", "", "1651200", "power", "counts", "3",
+             "by that write alone: nothing has replaced it"},
+        Rule{"RefusedWrite", kOldWrite, "big_max", "", "1651200", "the plug-in's write", "over",
+             "5", "refused by the kernel: Permission denied"},
         Rule{"WriteWithoutLock", kWriteBack, "big_max", "", "691200", "the plug-in's write",
              "counts", "7", "the kernel makes 691200 of 0"}),
     [](const auto& test) { return std::string(test.param.name); });
@@ -227,6 +252,12 @@ INSTANTIATE_TEST_SUITE_P(
              "lifted for its time by game_fight (9220)'s lock"},
         Rule{"LifterCounts", kBreakthrough, "big_max", "200", "2227200", "game_fight (9220)",
              "counts", "4", "in place of all ceilings and writes"},
+        Rule{"WrittenSinceTheBoost", kCoolsWhileBoosted, "big_max", "", "2496000",
+             "the plug-in's write", "counts", "4", "came later than the lock"},
+        Rule{"NodeStepSinceTheLock",
+             "steps:\n- {on: touch}\n- {node: {/dev/cpuctl/top-app/cpu.uclamp.min: 50.00}}",
+             "top-app cpu.uclamp.min", "", "50.00", "touch (4098)", "loses", "2",
+             "a later write of this node replaces the lock's"},
         Rule{"TooHotToBreakThrough",
              "steps:\n- {control: 8}\n"
              "- {limit: {client: thermal, tags: {big_max: 1113600}}}\n- {do: app_start_hot}",
@@ -363,6 +394,12 @@ TEST(Why, SaysInOneSentenceWhyTheNodeReadsThat) {
     EXPECT_EQ(because("steps:\n- {node: {/proc/sys/walt/sched_boost: null}}",
                       "/proc/sys/walt/sched_boost", ""),
               "the scenario took the node away");
+}
+
+TEST(Why, SaysOnceThatANodeOfSeveralCpusRefusesAWrite) {
+    const auto& ended = Ask(kOldWrite, "big_max").story.ended;
+    const auto isOfStep = [](const EndedAsk& end) { return end.ask.line == 5; };
+    EXPECT_EQ(std::count_if(ended.begin(), ended.end(), isOfStep), 1);
 }
 
 TEST(Why, PrintsWhoCountsAndWhoLostWithTheirSteps) {

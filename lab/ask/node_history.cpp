@@ -39,7 +39,8 @@ bool IsGroup(const SetLimits& request) {
 }  // namespace
 
 std::string NodeAsk::ValueText() const {
-    return by == By::kWrite ? "= " + text : BoundText(bound, value, unit);
+    if (by != By::kWrite) return BoundText(bound, value, unit);
+    return text.empty() ? "" : "= " + text;
 }
 
 NodeHistory::NodeHistory(const NodeTarget& target, const SceneFile& scenes, const Kernel& kernel)
@@ -301,7 +302,11 @@ std::string NodeHistory::LockHolder() const {
 }
 
 void NodeHistory::EndLock(int handle, const std::string& how) {
-    std::erase_if(mTagLocks, [handle](const auto& lock) { return lock.second.handle == handle; });
+    std::erase_if(mTagLocks, [&](const auto& lock) {
+        if (lock.second.handle != handle) return false;
+        mTagReleasers[lock.first] = fmt::format("'{}'{}", mRequest.step.text, AtLine());
+        return true;
+    });
     for (size_t i = mInForce.size(); i-- > 0;) {
         if (mInForce[i].by == NodeAsk::By::kLock && mInForce[i].handle == handle) EndAsk(i, how);
     }
@@ -334,7 +339,12 @@ void NodeHistory::OnWrite(const NodeAccess& access) {
     ask.text = access.requested;
     if (!mIsInRequest) ask.request = "the end of the breakthrough after " + ask.request;
     if (access.error != 0) {
-        AddEnded(ask, std::string("refused by the kernel: ") + std::strerror(access.error));
+        const std::string how =
+            std::string("refused by the kernel: ") + std::strerror(access.error);
+        // The plug-in tries the node under the name of every CPU that shares it.
+        const bool isSaid = !mEnded.empty() && mEnded.back().how == how &&
+                            mEnded.back().at == mNow && mEnded.back().ask.request == ask.request;
+        if (!isSaid) AddEnded(ask, how);
         return;
     }
     // Where locks reach the node too, a write goes along with them.
@@ -388,6 +398,11 @@ void NodeHistory::AddEnded(const NodeAsk& ask, const std::string& how) {
 const NodeHistory::TagLock* NodeHistory::FindTagLock(int opcode) const {
     const auto found = mTagLocks.find(opcode);
     return found == mTagLocks.end() ? nullptr : &found->second;
+}
+
+std::string NodeHistory::WhoReleasedTag(int opcode) const {
+    const auto found = mTagReleasers.find(opcode);
+    return found == mTagReleasers.end() ? "" : found->second;
 }
 
 std::string NodeHistory::Errors() const {

@@ -82,6 +82,10 @@ class NodeHistory {
     const TagLock* FindTagLock(int opcode) const;
     const std::map<int, TagLock>& TagLocks() const { return mTagLocks; }  // by opcode
 
+    // The request that released the last lock for the tag with `opcode`, "'limit by camera: big_max
+    // lifted' (line 15)"; empty when none did.
+    std::string WhoReleasedTag(int opcode) const;
+
     // True when the HAL refused the last lock for the tag with `opcode`.
     bool IsTagLockRefused(int opcode) const { return mRefusedTags.count(opcode) > 0; }
 
@@ -131,6 +135,7 @@ class NodeHistory {
     std::vector<NodeAsk> mInForce;
     std::deque<EndedAsk> mEnded;
     std::map<int, TagLock> mTagLocks;
+    std::map<int, std::string> mTagReleasers;  // by opcode
     std::set<int> mRefusedTags;
     std::optional<NodeAsk> mLastWrite;
     RunConditions mConditions;

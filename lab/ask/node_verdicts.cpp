@@ -107,7 +107,9 @@ class Weigher {
             holder.verdict =
                 "no stricter than the hardware's own end: needs no lock, limits nothing";
         } else {
-            holder.verdict = "the plug-in remembers it, but no lock carries it";
+            const std::string releaser = mHistory.WhoReleasedTag(ask.opcode);
+            holder.verdict = "the plug-in remembers it, but no lock carries it" +
+                             (releaser.empty() ? "" : ": " + releaser + " released the tag's lock");
         }
     }
 
@@ -170,6 +172,13 @@ class Weigher {
             if (holder.verdict.empty()) holder.verdict = WhyItWins(claim);
             return;
         }
+        if (IsOverwritten(claim)) {
+            holder.wins = false;
+            holder.verdict = fmt::format(
+                "{} of {} came later, and a later write of this node replaces the lock's",
+                WriteName(), mHistory.LastWrite()->text);
+            return;
+        }
         const bool isFloor = holder.ask.bound == Bound::kFloor;
         const std::string other = OtherEnd(mTarget.path);
         const bool hasOther = !other.empty() && mKernel.Has(other);
@@ -201,6 +210,19 @@ class Weigher {
                                ShortNode(other), mKernel.Value(other));
         }
         return "it clamps to what the hardware has";
+    }
+
+    // True when a program has written the node since the lock did. Only the ordinary limits keep
+    // the HAL's request beside the program's; elsewhere, and in place of them, the last write
+    // counts.
+    bool IsOverwritten(const PerfHal::Claim& claim) const {
+        if (!mHistory.LastWrite() || (mRequests && !claim.isInPlace)) return false;
+        if (mRequests) {
+            return mRequests->inPlace != claim.nodeValue &&
+                   mRequests->inPlace == mRequests->program;
+        }
+        const std::string& written = mHistory.LastWrite()->text;
+        return written == mValue || Numbers(written) == Numbers(mValue);
     }
 
     bool IsWrittenStricter(const PerfHal::Claim& claim, bool isFloor) const {
@@ -273,20 +295,32 @@ class Weigher {
         };
         const bool isAlone = mClaims.empty();
         const bool isShown = written == Numbers(mValue) || write.text == mValue;
+        const PerfHal::Claim* const lifter = InPlaceClaim();
+        const bool replacesLocks = std::any_of(
+            mClaims.begin(), mClaims.end(),
+            [this](const PerfHal::Claim& claim) { return claim.wins && IsOverwritten(claim); });
         for (Holder& holder : holders) {
             if (!isSame(holder)) continue;
             holder.notes.emplace_back("the plug-in also wrote it to the node itself");
-            if (isAlone && isShown && !holder.wins && written != Numbers(boot)) {
+            const bool isAloneAndFelt = isAlone && written != Numbers(boot);
+            if (isShown && !holder.wins && (isAloneAndFelt || replacesLocks)) {
+                // That another asks for more is no reason where what it asks for is not in force.
+                const bool hasRival = StricterWord(holder.ask) != nullptr;
                 holder.wins = true;
-                holder.verdict = "by that write alone: " + holder.verdict;
+                holder.verdict = "by that write alone: " +
+                                 (replacesLocks ? "it came later than the lock"
+                                  : hasRival    ? "nothing has replaced it, and no lock is held"
+                                                : holder.verdict);
             }
             return;
         }
-        if (written == Numbers(boot)) return;
+        if (written == Numbers(boot) && !replacesLocks) return;
         Holder holder;
         holder.ask = write;
-        const PerfHal::Claim* lifter = InPlaceClaim();
-        if (lifter) {
+        if (replacesLocks) {
+            holder.wins = true;
+            holder.verdict = "came later than the lock that stood here, and replaces it";
+        } else if (lifter) {
             holder.verdict =
                 fmt::format("{} stands in its place while the lock lasts", NameOf(*lifter));
         } else if (IsCutFloor()) {

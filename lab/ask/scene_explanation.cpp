@@ -103,6 +103,11 @@ class Trial {
             for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
                 AddNode(drive, lockValue, runs, pair);
             }
+            const bool isOfPrime = pair.key.find("prime") != std::string::npos;
+            if (isOfPrime && mDevice.clusters.size() < 3) {
+                pair.notes.push_back(fmt::format("has no effect: {} has {}", mDevice.name,
+                                                 Counted(mDevice.clusters.size(), "cluster")));
+            }
             if (!runs || sent.count(opcode)) continue;
             pair.notes.emplace_back(isRefused ? "refused when it runs"
                                     : isTag   ? "no lock: no stricter than the default"

@@ -276,7 +276,7 @@ std::string ExplanationJson(const Explanation& explanation) {
         }
         json["commands"].push_back(std::move(entry));
     }
-    return json.dump(2);
+    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace lab

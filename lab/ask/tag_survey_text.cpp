@@ -119,7 +119,7 @@ std::string TagsJson(const DeviceProfile& device, const std::vector<TagReport>& 
         if (report.present) entry["present"] = *report.present;
         json["tags"].push_back(std::move(entry));
     }
-    return json.dump(2);
+    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace lab

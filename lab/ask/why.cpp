@@ -42,8 +42,7 @@ std::optional<Time> ParseMoment(const std::string& text) {
 
 WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     const ScenarioHead head = ReadScenarioHead(scenario);
-    const std::string& asked = question.instead.device;
-    const DeviceProfile device = LoadDeviceProfile(asked.empty() ? head.device : asked);
+    const DeviceProfile device = DeviceOfScenario(question.instead, head);
     SceneFile scenes = SceneFile::Load(ScenesOfScenario(question.instead, head, device));
     const std::vector<Step> steps = ReadScenarioSteps(scenario, scenes);
 

@@ -168,7 +168,7 @@ std::string WhyJson(const WhyAnswer& answer) {
         entry["how"] = ended.how;
         json["ended"].push_back(std::move(entry));
     }
-    return json.dump(2);
+    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace lab

@@ -174,7 +174,7 @@ void CheckUse(RuleContext& context, const ElementMeaning& element) {
     }
     if (element.element->stateMask < 0) {
         context.Add(Severity::kWarning, "state-mask", element, element.element->place,
-                    fmt::format("a state_mask of {} is never tested: the element always runs",
+                    fmt::format("a state_mask of {} is never tested: it bars nothing",
                                 element.element->stateMask),
                     "name the bits as a number above 0");
     }
@@ -202,7 +202,7 @@ void CheckNumbers(RuleContext& context, const ElementMeaning& element) {
             context.Add(Severity::kError, "number", element, key.key->place,
                         fmt::format("{} = {} does not fit into 32 bits; the plug-in reads some "
                                     "other number",
-                                    key.key->name, key.key->value),
+                                    key.key->name, Shortened(key.key->value)),
                         "write a number from -2147483648 to 2147483647");
         }
     }

@@ -136,15 +136,17 @@ void ExplainKey(const RuleContext& context, const SceneCommand& command,
         finding.advice = "correct its name, or remove it";
     } else if (words.find("xml element is invalid") != std::string::npos) {
         finding.rule = "number";
-        finding.message = fmt::format(
-            "{} = '{}' is no decimal number; the whole command is refused", key.name, key.value);
+        finding.message =
+            fmt::format("{} = '{}' is no decimal number; the whole command is refused", key.name,
+                        Shortened(key.value));
         finding.advice = "write digits alone, with a minus sign in front if need be";
     } else if (words.find("is not 0 to 9") != std::string::npos) {
         finding.message = fmt::format("<{}>: there are levels 0 to 9", element.element->name);
         finding.advice = "write one of them";
     } else if (words.find("cpu node info") != std::string::npos) {
         finding.rule = "number";
-        finding.message = fmt::format("{} = '{}' is no range of CPUs", key.name, key.value);
+        finding.message =
+            fmt::format("{} = '{}' is no range of CPUs", key.name, Shortened(key.value));
         finding.advice = "write the first and the last one, such as 4-6 or 7-7";
     } else if (key.value.empty()) {
         finding.rule = "number";

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "lab/check/scene_rules.h"
@@ -63,8 +64,8 @@ void CheckOutOfTable(RuleContext& context, const Frequency& frequency, const Ste
                     frequency.unit, isAbove ? "above the top" : "below the bottom", table.owner,
                     end, limitsNothing ? "limits nothing" : "becomes that"),
         slip != 0
-            ? fmt::format("this key takes {}; did you mean {:.0f}?", frequency.unit,
-                          static_cast<double>(frequency.value) * slip)
+            ? fmt::format("this key takes {}; did you mean {}?", frequency.unit,
+                          table.Nearest(std::llround(static_cast<double>(frequency.value) * slip)))
             : fmt::format("write a step from {} to {}", table.steps.front(), table.steps.back()));
 }
 

@@ -1,6 +1,7 @@
 #include "lab/check/step_table.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "nodes/node_path_table.h"
 
@@ -25,6 +26,13 @@ int64_t StepTable::AtLeast(int64_t value) const {
 int64_t StepTable::AtMost(int64_t value) const {
     const auto beyond = std::upper_bound(steps.begin(), steps.end(), value);
     return beyond == steps.begin() ? steps.front() : *(beyond - 1);
+}
+
+int64_t StepTable::Nearest(int64_t value) const {
+    if (Has(value)) return value;
+    const int64_t below = AtMost(value);
+    const int64_t above = AtLeast(value);
+    return std::abs(above - value) < std::abs(value - below) ? above : below;
 }
 
 std::optional<StepTable> ClusterSteps(const DeviceProfile& device, const std::string& cluster) {

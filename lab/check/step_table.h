@@ -23,6 +23,9 @@ struct StepTable {
     // one that does not exceed it (the lowest one for a value below it).
     int64_t AtLeast(int64_t value) const;
     int64_t AtMost(int64_t value) const;
+
+    // The step that is closest to `value`, of two the lower one.
+    int64_t Nearest(int64_t value) const;
 };
 
 // The table of a cluster, "little", "big" or "prime"; nothing for one that the device lacks.

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "lab/names/node_names.h"
+#include "lab/phone/node_rules.h"
 #include "lab/server/scenario_writer.h"
 
 namespace lab {
@@ -30,6 +32,14 @@ bool IsMergedTag(int tag) {
     return tag == 1 || tag == 4 || tag == 7 || tag == 10 || tag == 40 || tag == 41;
 }
 
+// The fault of a node under which reading and writing it end as they did.
+std::string FaultWord(int readError, int writeError) {
+    if (writeError == ENOENT) return readError == ENOENT ? "missing" : "unwritable";
+    if (readError == EIO) return "short";
+    if (writeError != 0) return "refusing";
+    return readError != 0 ? "unreadable" : "none";
+}
+
 int64_t MsOf(Time at) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(at).count();
 }
@@ -45,6 +55,9 @@ DraftWriter::DraftWriter(const DeviceProfile& device, const SceneFile& scenes, C
     : mScenes(scenes), mLayout(scenes.ClusterLayout()), mLists(lists), mStory(story) {
     for (int tag = 0; tag <= kHighestTag; ++tag) {
         for (const std::string& path : TagNodes(tag, device)) mTagOfNode.emplace(path, tag);
+    }
+    for (const NamedNode& node : LayOutNodes(device)) {
+        mNodes.insert(node.names.begin(), node.names.end());
     }
 }
 
@@ -239,12 +252,23 @@ std::optional<int> DraftWriter::TagOf(const std::string& path) const {
 
 YamlNode DraftWriter::ReadStep(const LogDraft& draft, std::string& result) const {
     std::vector<YamlNode> tags;
-    for (const auto& [path, value] : draft.reads) {
-        const std::optional<int> tag = TagOf(path);
+    std::optional<int> unread;  // the tag whose nodes are tried one after the other
+    auto read = draft.reads.begin();
+    for (const Event& effect : draft.effects) {
+        const auto* access = std::get_if<NodeAccess>(&effect.what);
+        if (!access) continue;
+        const std::optional<int> tag = TagOf(access->path);
+        const bool isTriedAgain = access->error != 0 && tag && tag == unread;
+        unread = access->error != 0 ? tag : std::nullopt;
+        if (isTriedAgain) continue;
         const TagFacts* facts = tag ? FindTagFacts(*tag, mLayout) : nullptr;
-        const std::string name = facts ? std::string(facts->name) : ShortNode(path);
-        result += fmt::format("{:<32} {}\n", name,
-                              facts ? WithUnit(value, facts->unit) : std::to_string(value));
+        const std::string name = facts ? std::string(facts->name) : ShortNode(access->path);
+        std::string value = "cannot be read";
+        if (access->error == 0 && read != draft.reads.end()) {
+            value = facts ? WithUnit(read->second, facts->unit) : std::to_string(read->second);
+            ++read;
+        }
+        result += fmt::format("{:<32} {}\n", name, value);
         if (tag) tags.push_back(facts ? MakeScalar(name) : MakeScalar(*tag));
     }
     if (tags.empty()) return {};
@@ -286,9 +310,32 @@ void DraftWriter::AddArrangements(const LogDraft& draft, LogRequest& request) {
         arrange("hal", MakeMap({{"refuse", MakeScalar(draft.refusals)},
                                 {"result", MakeScalar(draft.refusal)}}));
     }
+    AddNodeFaults(draft, request);
     if (draft.isRefusedLate) {
         Tell(draft, "a lock is refused after another was granted; a scenario cannot say that");
     }
+}
+
+// Nodes that failed, and those that no longer do. Whether one is missing or only barred to the
+// plug-in the log does not tell: the plug-in does the same.
+void DraftWriter::AddNodeFaults(const LogDraft& draft, LogRequest& request) {
+    std::map<std::string, std::string> before;
+    for (const Event& effect : draft.effects) {
+        const auto* access = std::get_if<NodeAccess>(&effect.what);
+        if (!access || mNodes.count(access->path) == 0) continue;
+        NodeErrors& errors = mNodeErrors[access->path];
+        before.emplace(access->path, FaultWord(errors.read, errors.write));
+        (access->kind == NodeAccess::Kind::kRead ? errors.read : errors.write) = access->error;
+    }
+    std::vector<std::pair<std::string, YamlNode>> changed;
+    for (const auto& [path, was] : before) {
+        const NodeErrors& errors = mNodeErrors[path];
+        const std::string fault = FaultWord(errors.read, errors.write);
+        if (fault != was) changed.emplace_back(path, MakeScalar(fault));
+    }
+    if (changed.empty()) return;
+    const YamlNode faults = MakeMap({{"nodes", MakeMap(std::move(changed))}});
+    request.steps.push_back(AtTime(MsOf(draft.at), MakeMap({{"faults", faults}})));
 }
 
 // The state bits that elements with a state mask need, or lack.

@@ -89,6 +89,7 @@ class DraftWriter {
     YamlNode TagMap(const std::vector<TagValue>& tags) const;
     void AddArrangements(const LogDraft& draft, LogRequest& request);
     void AddState(const LogDraft& draft, LogRequest& request);
+    void AddNodeFaults(const LogDraft& draft, LogRequest& request);
     std::optional<int> TagOf(const std::string& path) const;
     void Tell(const LogDraft& draft, const std::string& message);
 
@@ -97,6 +98,13 @@ class DraftWriter {
     CommandLists& mLists;
     LogStory& mStory;
     std::map<std::string, int> mTagOfNode;
+    std::set<std::string> mNodes;  // that the device has
+    // What reading and writing a node came to last.
+    struct NodeErrors {
+        int read = 0;
+        int write = 0;
+    };
+    std::map<std::string, NodeErrors> mNodeErrors;
     std::map<int, int> mOnDemandMs;  // by command
     std::set<int> mScenesOn;         // long scenes in force
     int mState = 0;

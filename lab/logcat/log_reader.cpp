@@ -161,6 +161,9 @@ class Reader {
 
     void Add(std::string& line) {
         ++mCapture.lineCount;
+        if (mCapture.lineCount == 1) {
+            mCapture.isWide = line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF");
+        }
         DropColours(line);
         if (line.empty()) {
             mLong.reset();
@@ -258,7 +261,11 @@ class Reader {
         CapturedLine line;
         if (isPlugin || header.text.size() < 120) line.match = MatchMessage(header.text);
         if (!isPlugin && line.match.message == Message::kUnknown) {
-            ++mCapture.foreignCount;
+            if (IsStub(header, isCut)) {
+                Tell("cut within its first letters; nothing is concluded from it");
+            } else {
+                ++mCapture.foreignCount;
+            }
             return;
         }
         line.line = static_cast<int>(mCapture.lineCount);
@@ -285,6 +292,14 @@ class Reader {
         mCapture.formats.insert(header.format);
         mCapture.hasUntimed = mCapture.hasUntimed || !header.stamp;
         mCapture.lines.push_back(std::move(line));
+    }
+
+    // What is left of a line of the plug-in's process that was cut before it names the plug-in. A
+    // line of another program that is cut tells nothing anyway.
+    bool IsStub(const LogHeader& header, bool isCut) const {
+        if (header.pid == 0 || mPluginPids.count(header.pid) == 0) return false;
+        return isCut ||
+               (!header.text.empty() && std::string_view("tarquel: ").starts_with(header.text));
     }
 
     // A capture that was joined from overlapping ones has blocks of lines twice, and so has a line

@@ -42,6 +42,7 @@ struct Capture {
     std::string origin;          // the time that counts as 0, as printed; empty without times
     size_t lineCount = 0;        // of the capture
     size_t foreignCount = 0;     // log lines of other programs
+    bool isWide = false;         // UTF-16, of which nothing can be read
     size_t unreadableCount = 0;  // no log lines at all
     bool hasUntimed = false;     // a line of the plug-in has no time of its own
 };

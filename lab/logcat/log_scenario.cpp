@@ -1,8 +1,34 @@
 #include "lab/logcat/log_scenario.h"
 
+#include <fmt/format.h>
+
+#include <string_view>
+
 #include "lab/server/scenario_writer.h"
 
 namespace lab {
+
+namespace {
+
+// What the plug-in says of a HAL, a timer or a property that fails it. Its cause is out of the
+// log's sight, so that a scenario of the log does not have it.
+constexpr std::string_view kFaultsBesideNodes[] = {
+    "tarquel: dlopen() ", "tarquel: dlsym() ", "tarquel: property_get() ",
+    "tarquel Failed to create timer", "Failed to set timer"};
+
+void TellFaultsBesideNodes(const Capture& log, std::vector<LogProblem>& leftOut) {
+    for (const CapturedLine& line : log.lines) {
+        for (const std::string_view beginning : kFaultsBesideNodes) {
+            if (!line.text.starts_with(beginning)) continue;
+            leftOut.push_back({line.line, line.line,
+                               fmt::format("left out: what made the plug-in say '{}'; a step "
+                                           "'faults' arranges it (docs/faults.md)",
+                                           line.text)});
+        }
+    }
+}
+
+}  // namespace
 
 YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& options,
                     std::vector<LogProblem>& leftOut) {
@@ -20,6 +46,7 @@ YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& option
             steps.push_back(step);
         }
     }
+    TellFaultsBesideNodes(session.Log(), leftOut);
     const int64_t endMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(session.Log().end).count();
     if (endMs > lastMs) steps.push_back(MakeMap({{"wait", MakeScalar(endMs - lastMs)}}));

@@ -48,6 +48,12 @@ Capture Load(const std::string& name) {
 Capture LoadLog(const std::string& name) {
     Capture capture = Load(name);
     if (capture.lineCount == 0) throw InputError(capture.file, 0, 0, "is empty");
+    if (capture.isWide) {
+        throw InputError(
+            capture.file, 1, 1,
+            "this text is UTF-16, as the > of some shells writes it; save it as UTF-8, "
+            "or capture with 'adb logcat' in another shell");
+    }
     if (capture.lines.empty() && capture.foreignCount == 0) {
         throw InputError(
             capture.file, 0, 0,
@@ -108,13 +114,13 @@ std::string LogSession::DetailAdvice() const {
         return fmt::format(
             "None of the {} log lines is the plug-in's. With its debug lines switched off it "
             "writes "
-            "errors\nonly, and none when all goes well. {}",
+            "errors\nonly, and none when all goes well.\n{}",
             mCapture.foreignCount, kHowToTurnOn);
     }
     if (mStory.detail == LogDetail::kErrors) {
         return fmt::format(
             "The log has the plug-in's errors only: its debug lines are switched off, so that "
-            "requests,\nlocks and node writes cannot be seen. {}",
+            "requests,\nlocks and node writes cannot be seen.\n{}",
             kHowToTurnOn);
     }
     if (mStory.detail == LogDetail::kVersion) {

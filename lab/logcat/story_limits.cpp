@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "lab/logcat/story_teller.h"
 
@@ -58,7 +59,7 @@ void StoryTeller::AddLimit() {
             return AddLine(draft);
         }
         case Message::kWriteNode:
-            return Write(0);
+            return Write(Number(0) > 0 ? 0 : EINVAL);
         default:
             // With both switches off the errors stand alone: no request can be made of them.
             if (mStory.detail == LogDetail::kErrors) {
@@ -119,6 +120,13 @@ void StoryTeller::TagLock() {
 
 void StoryTeller::TagReleased() {
     LogDraft& draft = Limit(false);
+    const int held = mTagHandles[Number(0)];
+    if (IsHeldLock(held) && held != Number(1)) {
+        Tell(
+            fmt::format("lock {} of tag {} is released here, but lock {} was taken for it since: "
+                        "lines are missing or out of order",
+                        Number(1), Number(0), held));
+    }
     Effect(draft, LockRelease{Number(1), 0, true});
     mTagHandles[Number(0)] = 0;
     AddLine(draft);
@@ -154,7 +162,8 @@ void StoryTeller::Write(int error) {
     const bool isRestoring = mDraft->kind == Kind::kLimit && mDraft->asked.empty() &&
                              mDraft->set.empty() && !mDraft->hasEffects;
     NodeAccess access{NodeAccess::Kind::kWrite, Word(0), "", "", "", error};
-    if (error == 0) access.requested = std::to_string(Number(1));
+    // The line of a node that cannot be opened does not tell what was to be written.
+    if (error != ENOENT) access.requested = std::to_string(Number(1));
     if (!isPart) return Stand(std::move(access));
     LogDraft& draft = isRestoring ? *mDraft : Limit(false);
     Effect(draft, std::move(access));

@@ -13,11 +13,11 @@ constexpr int kThermalClient = 2;
 // How long one query of several values takes at most; the next one may come soon.
 constexpr Time kOneQuery = std::chrono::milliseconds(2);
 
-bool IsHeldLock(int handle) {
+}  // namespace
+
+bool StoryTeller::IsHeldLock(int handle) {
     return handle != 0 && handle != -1;
 }
-
-}  // namespace
 
 void StoryTeller::Add(const CapturedLine& line) {
     mLine = &line;
@@ -62,7 +62,7 @@ void StoryTeller::CheckRestart() {
 void StoryTeller::AddQuery() {
     switch (mLine->match.message) {
         case Message::kReadNode:
-            return Read(0);
+            return Read(Number(0) > 0 ? 0 : EIO);
         case Message::kReadMissing:
             return Read(ENOENT);
         case Message::kWriteMissing:

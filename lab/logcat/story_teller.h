@@ -57,6 +57,7 @@ class StoryTeller {
     void Write(int error);
     void Read(int error);
 
+    static bool IsHeldLock(int handle);
     void Count(LogDraft& draft, int handle);
     void LetGo(LogDraft& draft, int& handle);
     const CommandLists::Element* FindElement(const LogDraft& draft, int pairs, int durationMs,

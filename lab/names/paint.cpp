@@ -3,12 +3,15 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 namespace lab {
 
 Paint Paint::ForTerminal(int descriptor) {
     const char* refused = std::getenv("NO_COLOR");
-    return Paint(isatty(descriptor) == 1 && !(refused && *refused));
+    const char* terminal = std::getenv("TERM");
+    const bool isDumb = terminal && std::strcmp(terminal, "dumb") == 0;
+    return Paint(isatty(descriptor) == 1 && !isDumb && !(refused && *refused));
 }
 
 std::string Paint::operator()(Colour colour, const std::string& text) const {

@@ -12,7 +12,7 @@ class Paint {
     // Without `on`, text stays as it is.
     explicit Paint(bool on) : mOn(on) {}
 
-    // On for a terminal, unless the environment has NO_COLOR.
+    // On for a terminal, unless the environment has NO_COLOR or a dumb TERM.
     static Paint ForTerminal(int descriptor);
 
     std::string operator()(Colour colour, const std::string& text) const;

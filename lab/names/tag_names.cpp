@@ -100,9 +100,14 @@ int HalValue(int tag, int value) {
 
 std::string WithUnit(int64_t value, Unit unit) {
     switch (unit) {
+        // In their own unit where they would round to nothing: mistaken units must show.
         case Unit::kKhz:
+            if (value != 0 && value > -1000 && value < 1000) return std::to_string(value) + " kHz";
             return Scaled(value, 1000) + " MHz";
         case Unit::kHz:
+            if (value != 0 && value > -1000000 && value < 1000000) {
+                return std::to_string(value) + " Hz";
+            }
             return Scaled(value, 1000000) + " MHz";
         case Unit::kMhz:
             return std::to_string(value) + " MHz";

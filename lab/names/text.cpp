@@ -72,6 +72,11 @@ std::string Join(const std::vector<std::string>& words) {
     return text;
 }
 
+std::string Shortened(const std::string& text) {
+    constexpr size_t kMostShown = 40;
+    return text.size() > kMostShown ? text.substr(0, kMostShown) + "..." : text;
+}
+
 std::string Counted(size_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }

@@ -22,6 +22,9 @@ int64_t WholeMs(std::chrono::nanoseconds time);
 // "a, b, c".
 std::string Join(const std::vector<std::string>& words);
 
+// The beginning of what may be too long to be quoted in a message.
+std::string Shortened(const std::string& text);
+
 // "1 lock", "2 locks".
 std::string Counted(size_t count, const std::string& noun);
 

@@ -146,8 +146,12 @@ DeviceProfile ReadDeviceProfile(const YamlNode& root) {
     return profile;
 }
 
+bool IsProfileFile(const std::string& nameOrFile) {
+    return nameOrFile.find_first_of("/.") != std::string::npos;
+}
+
 DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
-    if (nameOrFile.find_first_of("/.") != std::string::npos) {
+    if (IsProfileFile(nameOrFile)) {
         return ReadDeviceProfile(LoadYamlFile(nameOrFile));
     }
     const std::vector<std::string> names = DeviceProfileNames();

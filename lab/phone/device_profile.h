@@ -46,6 +46,9 @@ class YamlNode;
 // Reads a profile from its document. Throws InputError with file, line and column.
 DeviceProfile ReadDeviceProfile(const YamlNode& root);
 
+// True for what LoadDeviceProfile takes for a path.
+bool IsProfileFile(const std::string& nameOrFile);
+
 // Reads a profile: `nameOrFile` is the name of one that ships with the lab ("sm8450") or the path
 // of a YAML file. Throws InputError (lab/yaml/yaml_tree.h) with file, line and column.
 DeviceProfile LoadDeviceProfile(const std::string& nameOrFile);

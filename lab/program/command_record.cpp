@@ -68,17 +68,20 @@ void SetField(YamlNode& root, const std::string& key, const std::string& text) {
 int RecordScenario(const RecordOptions& options) {
     const YamlNode root = LoadYamlFile(FindScenarioFile(options.scenario));
     const ScenarioHead head = ReadScenarioHead(root);
-    const std::string& deviceName = options.log.device.empty() ? head.device : options.log.device;
-    const DeviceProfile device = LoadDeviceProfile(deviceName);
-    const std::string scenes =
-        ScenesOfScenario({options.log.device, options.log.scenes}, head, device);
+    const Instead instead{options.log.device, options.log.scenes};
+    const DeviceProfile device = DeviceOfScenario(instead, head);
+    const std::string scenes = ScenesOfScenario(instead, head, device);
     ReadScenarioSteps(root, SceneFile::Load(scenes));  // every mistake, before anything is written
     YamlNode flat = Flattened(root);
     // The copy may stand in another folder than the scenes that it names.
     if (head.scenes || !options.log.scenes.empty()) {
         SetField(flat, "scenes", std::filesystem::absolute(scenes).string());
     }
-    if (!options.log.device.empty()) SetField(flat, "device", options.log.device);
+    if (const std::string file = DeviceFileOf(instead, head); !file.empty()) {
+        SetField(flat, "device", std::filesystem::absolute(file).string());
+    } else if (!options.log.device.empty()) {
+        SetField(flat, "device", options.log.device);
+    }
     Write(options, flat, {"Recorded by tarquel-lab record from " + head.file + "."});
     return kFine;
 }

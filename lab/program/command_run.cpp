@@ -102,10 +102,9 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     const YamlNode root = LoadYamlFile(FindScenarioFile(name));
     ScenarioHead head = ReadScenarioHead(root);
     if (options.debug) head.debug = true;
-    const DeviceProfile device =
-        LoadDeviceProfile(options.device.empty() ? head.device : options.device);
-    SceneFile scenes =
-        SceneFile::Load(ScenesOfScenario({options.device, options.scenes}, head, device));
+    const Instead instead{options.device, options.scenes};
+    const DeviceProfile device = DeviceOfScenario(instead, head);
+    SceneFile scenes = SceneFile::Load(ScenesOfScenario(instead, head, device));
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     const Layout layout = scenes.ClusterLayout();

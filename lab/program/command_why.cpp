@@ -25,11 +25,13 @@ constexpr char kWhyFooter[] =
     "scenario, and the rule by which it counts or loses; then those that asked before.\n"
     "Returns 0, or 2 when a file or the usage is at fault.";
 
+constexpr int kMostHistory = 1'000'000;
+
 struct WhyOptions {
     WhyQuestion question;
     std::string scenario;
     std::string at;
-    size_t history = 10;
+    int history = 10;
     bool json = false;
 };
 
@@ -51,7 +53,8 @@ int AnswerWhy(const WhyOptions& options) {
     if (options.json) {
         std::cout << WhyJson(answer) << "\n";
     } else {
-        PrintWhy(std::cout, answer, options.history, Paint::ForTerminal(STDOUT_FILENO));
+        PrintWhy(std::cout, answer, static_cast<size_t>(options.history),
+                 Paint::ForTerminal(STDOUT_FILENO));
     }
     return kFine;
 }
@@ -80,6 +83,7 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
                     "The scene file instead of the device's")
         ->type_name("FILE");
     why->add_option("--history", options->history, "How many of those that asked before are shown")
+        ->check(CLI::Range(0, kMostHistory, ""))
         ->capture_default_str()
         ->type_name("N");
     why->add_flag("--json", options->json, "Print JSON, with all that asked before");

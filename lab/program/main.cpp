@@ -1,8 +1,27 @@
+#include <cerrno>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <system_error>
 
 #include "lab/names/paint.h"
 #include "lab/program/commands.h"
+
+namespace {
+
+// What the program returns when all that it said has been written: a full disk or a reader that
+// went away must not look like success.
+int ExitCodeOfWritten(int exitCode, const lab::Paint& paint) {
+    errno = 0;
+    std::cout.flush();
+    if (std::cout.good()) return exitCode;
+    // Of a write that failed before the reason is lost.
+    const std::string reason = errno == 0 ? "" : ": " + std::generic_category().message(errno);
+    std::cerr << paint(lab::Colour::kRed, "standard output cannot be written" + reason) << "\n";
+    return lab::kCannotRun;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{
@@ -25,10 +44,11 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // Help and version end here too, with 0; every fault of usage is one code.
-        return app.exit(error) == 0 ? lab::kFine : lab::kCannotRun;
+        const int usageCode = app.exit(error) == 0 ? lab::kFine : lab::kCannotRun;
+        return ExitCodeOfWritten(usageCode, paint);
     } catch (const std::exception& error) {
         std::cerr << paint(lab::Colour::kRed, error.what()) << "\n";
         return lab::kCannotRun;
     }
-    return exitCode;
+    return ExitCodeOfWritten(exitCode, paint);
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <pugixml.hpp>
 #include <set>
+#include <string_view>
 
 #include "lab/names/text.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 const std::vector<std::string> kCommandAttributes = {
     "id", "name", "header0", "header1", "header2", "state_mask", "skip", "task_boost", "governor"};
+constexpr std::string_view kEntities[] = {"amp", "lt", "gt", "quot", "apos"};
 const std::vector<std::string> kElementAttributes = {"state_mask", "skip", "task_boost"};
 
 // What counts of a document; the rest is there to be checked.
@@ -22,11 +24,23 @@ bool IsContent(const pugi::xml_node& node) {
 }
 
 std::string Shown(const pugi::xml_node& node) {
-    constexpr size_t kMostShown = 40;
-    std::string text = node.type() == pugi::node_element ? "<" + std::string(node.name()) + ">"
-                                                         : std::string(node.value());
-    if (text.size() > kMostShown) text = text.substr(0, kMostShown) + "...";
-    return text;
+    return Shortened(node.type() == pugi::node_element ? "<" + std::string(node.name()) + ">"
+                                                       : std::string(node.value()));
+}
+
+// True when `text` begins with a reference that every parser knows: "&amp;", "&#38;", "&#x26;".
+bool IsReference(std::string_view text) {
+    const size_t end = text.find(';');
+    if (end == text.npos || end < 2) return false;
+    const std::string_view name = text.substr(1, end - 1);
+    if (name[0] != '#') {
+        const auto isName = [name](std::string_view known) { return name == known; };
+        return std::any_of(std::begin(kEntities), std::end(kEntities), isName);
+    }
+    const bool isHex = name.size() > 1 && name[1] == 'x';
+    const std::string_view digits = name.substr(isHex ? 2 : 1);
+    return !digits.empty() &&
+           digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789") == digits.npos;
 }
 
 // Reads one document; knows the place of everything in it. pugixml parses in the buffer itself, so
@@ -120,6 +134,14 @@ class Reader {
     }
 
     void CheckDeclaration(const pugi::xml_node& declaration) {
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        const auto start = static_cast<size_t>(declaration.offset_debug()) - std::strlen("<?");
+        if (start != 0 && mText.compare(0, start, kByteOrderMark) != 0) {
+            Report(mLines.At(start),
+                   "this is no XML: the declaration stands behind something else; make it the "
+                   "very first thing of the file",
+                   "xml");
+        }
         const pugi::xml_attribute encoding = declaration.attribute("encoding");
         std::string name = encoding.value();
         std::transform(name.begin(), name.end(), name.begin(), [](char letter) {
@@ -150,9 +172,27 @@ class Reader {
         }
     }
 
+    // The parser takes these as they stand; others refuse the file for them.
+    void CheckAttributeText(const pugi::xml_attribute& attribute) {
+        if (*attribute.value() == '\0') return;
+        const auto start = static_cast<size_t>(attribute.value() - mBuffer.data());
+        const std::string_view text(mText);
+        const std::string_view value =
+            text.substr(start, text.find(text[start - 1], start) - start);
+        for (size_t at = value.find_first_of("<&"); at != value.npos;
+             at = value.find_first_of("<&", at + 1)) {
+            if (value[at] == '&' && IsReference(value.substr(at))) continue;
+            Report(mLines.At(start + at),
+                   value[at] == '<' ? "this is no XML: '<' stands in an attribute; write '&lt;'"
+                                    : "this is no XML: '&' stands in an attribute; write '&amp;'",
+                   "xml");
+        }
+    }
+
     void CheckAttributes(const pugi::xml_node& node, const std::vector<std::string>& allowed) {
         std::set<std::string> seen;
         for (const pugi::xml_attribute attribute : node.attributes()) {
+            CheckAttributeText(attribute);
             const std::string name = attribute.name();
             if (std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
                 Report(PlaceOf(attribute),

@@ -32,6 +32,10 @@ std::vector<std::string> ShippedNames(const std::string& folder, const std::stri
 std::string FindFile(const std::string& name, const std::string& folder,
                      const std::string& extension, const std::string& what) {
     if (IsFile(name)) return name;
+    std::error_code ignored;
+    if (fs::is_directory(name, ignored)) {
+        throw InputError(name, 0, 0, "this is a folder; give a " + what);
+    }
     const std::string shipped = DataFolder() + "/" + folder + "/" + name;
     if (IsFile(shipped)) return shipped;
     if (IsFile(shipped + extension)) return shipped + extension;
@@ -40,6 +44,12 @@ std::string FindFile(const std::string& name, const std::string& folder,
                      fmt::format("there is no such file, and no {} of this name ships with the "
                                  "lab{}; give a path or one of: {}",
                                  what, DidYouMean(name, names), Join(names)));
+}
+
+// `name` as a file in the scenario's folder; empty when there is none.
+std::string FileBeside(const ScenarioHead& head, const std::string& name) {
+    const fs::path beside = fs::path(head.file).parent_path() / name;
+    return IsFile(beside) ? beside.string() : "";
 }
 
 }  // namespace
@@ -52,13 +62,37 @@ std::string FindSceneFile(const std::string& name) {
     return FindFile(name, "scenes", ".xml", "scene file");
 }
 
+std::string DeviceFileOf(const Instead& instead, const ScenarioHead& head) {
+    const std::string& name = instead.device.empty() ? head.device : instead.device;
+    if (!IsProfileFile(name)) return "";
+    const std::string beside = instead.device.empty() ? FileBeside(head, name) : "";
+    return beside.empty() ? name : beside;
+}
+
+DeviceProfile DeviceOfScenario(const Instead& instead, const ScenarioHead& head) {
+    if (!instead.device.empty()) return LoadDeviceProfile(instead.device);
+    const std::string file = DeviceFileOf(instead, head);
+    try {
+        return LoadDeviceProfile(file.empty() ? head.device : file);
+    } catch (const InputError& error) {
+        // A mistake within a profile has a place of its own.
+        if (error.line > 0 || head.deviceNode.line == 0) throw;
+        head.deviceNode.Fail(error.what());
+    }
+}
+
 std::string ScenesOfScenario(const Instead& instead, const ScenarioHead& head,
                              const DeviceProfile& device) {
     if (!instead.scenes.empty()) return FindSceneFile(instead.scenes);
     const bool isOwnDevice = instead.device.empty() || instead.device == head.device;
     if (!head.scenes || !isOwnDevice) return FindSceneFile(device.name);
-    const fs::path beside = fs::path(head.file).parent_path() / *head.scenes;
-    return IsFile(beside) ? beside.string() : FindSceneFile(*head.scenes);
+    const std::string beside = FileBeside(head, *head.scenes);
+    if (!beside.empty()) return beside;
+    try {
+        return FindSceneFile(*head.scenes);
+    } catch (const InputError& error) {
+        head.scenesNode.Fail(error.what());
+    }
 }
 
 SceneFile ScenesOfClusters(const DeviceProfile& device) {

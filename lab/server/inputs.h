@@ -19,6 +19,14 @@ struct Instead {
     std::string scenes;
 };
 
+// The device's profile that the user or else the scenario names by a file, which is looked for
+// beside the scenario first; empty for a shipped device.
+std::string DeviceFileOf(const Instead& instead, const ScenarioHead& head);
+
+// The device on which a scenario is played: the user's, else the scenario's own. Throws InputError
+// that names the place in the scenario.
+DeviceProfile DeviceOfScenario(const Instead& instead, const ScenarioHead& head);
+
 // The scene file with which a scenario is played on `device`: the user's, else the scenario's own
 // (looked for beside it first) as long as the device is its own too, else the device's.
 std::string ScenesOfScenario(const Instead& instead, const ScenarioHead& head,

@@ -51,8 +51,12 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
     if (const YamlNode* node = root.Find("title")) head.title = node->AsText("a title");
     if (const YamlNode* node = root.Find("device")) {
         head.device = node->AsText("the name or file of a device");
+        head.deviceNode = *node;
     }
-    if (const YamlNode* node = root.Find("scenes")) head.scenes = node->AsText("a scene file");
+    if (const YamlNode* node = root.Find("scenes")) {
+        head.scenes = node->AsText("a scene file");
+        head.scenesNode = *node;
+    }
     if (const YamlNode* node = root.Find("properties")) head.properties = ReadProperties(*node);
     if (const YamlNode* node = root.Find("state")) {
         head.state = static_cast<int>(node->AsInt("state bits", INT32_MIN, INT32_MAX));
@@ -61,7 +65,7 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
     if (const YamlNode* node = root.Find("faults")) {
         head.faults = ReadFaults(*node, head.faultsText);
     }
-    root.Get("steps").AsList("a list of steps");
+    root.Get("steps").AsList("steps");
     return head;
 }
 

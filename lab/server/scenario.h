@@ -151,9 +151,11 @@ struct Step {
 // What a scenario says before its steps.
 struct ScenarioHead {
     std::string file;
-    std::string title;                              // empty when it has none
-    std::string device = "sm8450";                  // name or file of a profile
-    std::optional<std::string> scenes;              // none: the device's
+    std::string title;                  // empty when it has none
+    std::string device = "sm8450";      // name or file of a profile
+    std::optional<std::string> scenes;  // none: the device's
+    YamlNode deviceNode;                // where the scenario names it, or null
+    YamlNode scenesNode;
     std::map<std::string, std::string> properties;  // beside the profile's
     int state = 0;
     bool debug = false;

@@ -69,7 +69,7 @@ const std::vector<StepReader::Kind>& StepReader::Kinds() {
 
 std::vector<Step> StepReader::ReadList(const YamlNode& list, bool repeated) {
     std::vector<Step> steps;
-    for (const YamlNode& node : list.AsList("a list of steps")) {
+    for (const YamlNode& node : list.AsList("steps")) {
         steps.push_back(ReadStep(node, repeated));
     }
     return steps;

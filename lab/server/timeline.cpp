@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -28,9 +29,15 @@ std::string WithoutNewline(std::string text) {
     return text;
 }
 
-// "40" and "40.00" are the same value.
+// The kernel separates the numbers of a node by tabs, which would tear the columns.
+std::string OneLine(std::string value) {
+    std::replace(value.begin(), value.end(), '\t', ' ');
+    return value;
+}
+
+// "40" and "40.00" are the same value, "85\t95" and "85 95" are too.
 bool IsSameValue(const std::string& a, const std::string& b) {
-    if (a == b) return true;
+    if (OneLine(a) == OneLine(b)) return true;
     char* endA = nullptr;
     char* endB = nullptr;
     const double valueA = std::strtod(a.c_str(), &endA);
@@ -47,7 +54,7 @@ bool IsClamped(const NodeAccess& access) {
 }
 
 std::string WithUnitText(const std::string& value, const std::string& unit) {
-    return unit.empty() ? value : value + " " + unit;
+    return unit.empty() ? OneLine(value) : OneLine(value) + " " + unit;
 }
 
 }  // namespace
@@ -248,7 +255,8 @@ void Timeline::Show(const NodeAccess& access) {
     }
     const char* who = access.byHal ? "by the HAL" : "by the plug-in";
     if (access.error != 0) {
-        Add({'!', "node", name, "write " + access.requested + " refused",
+        const std::string written = access.requested.empty() ? "" : OneLine(access.requested) + " ";
+        Add({'!', "node", name, "write " + written + "refused",
              fmt::format("{}, {}", std::strerror(access.error), who), Colour::kRed, true});
         return;
     }
@@ -260,7 +268,7 @@ void Timeline::Show(const NodeAccess& access) {
                            : WithUnitText(access.after, unit) + ", as before";
     if (IsClamped(access)) {
         fact.remark += fmt::format("{}kernel makes {} of {}", fact.remark.empty() ? "" : "; ",
-                                   access.after, access.requested);
+                                   OneLine(access.after), OneLine(access.requested));
     }
     Add(fact);
 }

@@ -8,6 +8,7 @@
 #include <exception>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -17,6 +18,14 @@ int Line(const YAML::Mark& mark) {
 }
 int Column(const YAML::Mark& mark) {
     return mark.is_null() ? 0 : mark.column + 1;
+}
+
+// yaml-cpp says of such a line that something is illegal in it, but not what.
+bool IsIndentedByTab(std::string_view text, const YAML::Mark& mark) {
+    if (mark.is_null() || mark.pos < 0 || static_cast<size_t>(mark.pos) > text.size()) return false;
+    const size_t before = text.substr(0, static_cast<size_t>(mark.pos)).rfind('\n');
+    const std::string_view line = text.substr(before == text.npos ? 0 : before + 1);
+    return line.substr(0, line.find_first_not_of(" \t")).find('\t') != line.npos;
 }
 
 class Forwarder : public YAML::EventHandler {
@@ -77,7 +86,9 @@ void LabYamlParse(const char* text, size_t length, const LabYamlSink* sink) {
         Forwarder forwarder(*sink);
         while (parser.HandleNextDocument(forwarder)) continue;
     } catch (const YAML::Exception& e) {
-        sink->fail(sink->context, Line(e.mark), Column(e.mark), e.msg.c_str());
+        const bool isTab = IsIndentedByTab(std::string_view(text, length), e.mark);
+        sink->fail(sink->context, Line(e.mark), Column(e.mark),
+                   isTab ? "a tab indents this line; YAML takes blanks alone" : e.msg.c_str());
     } catch (const std::exception& e) {
         sink->fail(sink->context, 0, 0, e.what());
     }

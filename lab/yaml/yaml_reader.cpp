@@ -46,6 +46,11 @@ class Builder {
     void Leaf(YamlNode::Kind kind, int line, int column, std::string text) {
         if (mError) return;
         YamlNode leaf = Make(kind, line, column);
+        // Nothing stands where the next thing begins, which may be lines below its field.
+        if (kind == YamlNode::Kind::kNull && !mOpen.empty() && mOpen.back().key) {
+            leaf.line = mOpen.back().key->line;
+            leaf.column = mOpen.back().key->column;
+        }
         leaf.scalar = std::move(text);
         Add(std::move(leaf));
     }
