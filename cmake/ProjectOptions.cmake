@@ -53,7 +53,7 @@ target_link_libraries(project_options INTERFACE project_checks project_stdlib)
 # all the more where optimising takes long. These options stand behind the build type's, and so win
 # over them.
 add_library(project_lab_options INTERFACE)
-if(TARQUEL_SANITIZE STREQUAL "address" OR TARQUEL_LIBCXX)
+if(TARQUEL_SANITIZE OR TARQUEL_LIBCXX)
     target_compile_options(project_lab_options INTERFACE -O0 -g1)
 else()
     target_compile_options(project_lab_options INTERFACE -O1 -g1)

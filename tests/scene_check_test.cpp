@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"Interactive",
             "<command id='16' governor='interactive'><g><hispeed_freq>1</hispeed_freq>"
             "<hispeed_freq_l/><hispeed_freq_l>1</hispeed_freq_l></g></command>",
-            "2:41 note node-missing; 2:44 error unknown-key; 2:74 error number; "
+            "2:44 error unknown-key; 2:74 error number; 2:41 note node-missing; "
             "2:91 warning repeated-key",
             {"hispeed_freq_l'"}}),
     [](const auto& test) { return std::string(test.param.name); });
@@ -167,8 +167,8 @@ INSTANTIATE_TEST_SUITE_P(
             "<command id='12288'><b><duration_ms>0</duration_ms><gpu_max_freq>0</gpu_max_freq>\n"
             "<gpu_max_power_level>3</gpu_max_power_level>"
             "<boost_limit_level>0</boost_limit_level>\n<hmp>1</hmp></b></command>",
-            "2:52 warning scene-key; 3:1 error scene-key; 3:45 warning scene-key; "
-            "4:1 error unknown-key",
+            "3:1 error scene-key; 4:1 error unknown-key; 2:52 warning scene-key; "
+            "3:45 warning scene-key",
             {"it takes little_cpu0_max_freq"}},
         Row{"EventWithADuration",
             "<command id='12288'><b><duration_ms>500</duration_ms>"

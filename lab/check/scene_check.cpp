@@ -100,10 +100,13 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     }
     check.findings = std::move(context.findings);
     check.unchecked.assign(context.unchecked.begin(), context.unchecked.end());
+    // Errors first: what is refused hides what would be regretted of it.
+    const auto rank = [](const Finding& finding) {
+        const bool isAccepted = finding.severity != Severity::kError;
+        return std::tuple(isAccepted, finding.place, -static_cast<int>(finding.severity));
+    };
     std::stable_sort(check.findings.begin(), check.findings.end(),
-                     [](const Finding& a, const Finding& b) {
-                         return std::tuple(a.place, b.severity) < std::tuple(b.place, a.severity);
-                     });
+                     [&rank](const Finding& a, const Finding& b) { return rank(a) < rank(b); });
     return check;
 }
 

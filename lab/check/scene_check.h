@@ -33,7 +33,7 @@ struct SceneCheck {
     std::string file;
     std::string device;
     std::string whyDevice;          // why the file is checked for this device
-    std::vector<Finding> findings;  // by place
+    std::vector<Finding> findings;  // errors first, then the others, each by place
     size_t commands = 0;
     size_t keys = 0;
     std::vector<std::string> unchecked;  // tunables whose nodes the lab does not know
