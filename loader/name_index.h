@@ -9,36 +9,41 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <utility>
+
+#include "loader/word.h"
 
 namespace tarquel {
 
 namespace name_index {
 
-// Eight characters as a number, whatever the machine's byte order.
-template <size_t... Is>
-constexpr uint64_t Word(const char* text, std::index_sequence<Is...>) {
-    return ((uint64_t{static_cast<unsigned char>(text[Is])} << (8 * Is)) | ...);
-}
-
-constexpr uint64_t Word(std::string_view text, size_t at) {
-    return Word(text.data() + at, std::make_index_sequence<sizeof(uint64_t)>());
-}
-
-// Looks at the first, the middle and the last eight characters, without a loop whose length varies
-// with the name: names of tunables differ there. The upper bits are the ones to use.
-constexpr uint64_t Hash(std::string_view name) {
-    constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
-    constexpr size_t kWord = sizeof(uint64_t);
-    const size_t size = name.size();
-    uint64_t sum = size;
-    if (size < kWord) {
-        for (const char c : name) sum = sum * 256 + static_cast<unsigned char>(c);
-    } else {
-        sum += Word(name, 0) + 3 * Word(name, size / 2 - kWord / 2) + 5 * Word(name, size - kWord);
+// The first, the middle and the last eight characters of a name: all of it when it is no longer
+// than three words. They are read without a loop or branch that follows the name's length.
+struct Sample {
+    explicit constexpr Sample(std::string_view name) {
+        const size_t size = name.size();
+        if (size < kWordBytes) {
+            for (const char c : name) first = first * 256 + static_cast<unsigned char>(c);
+        } else {
+            first = Word(name.data());
+            middle = Word(name.data() + size / 2 - kWordBytes / 2);
+            last = Word(name.data() + size - kWordBytes);
+        }
     }
-    return sum * kOdd;
-}
+
+    // Names of tunables differ in their samples. The upper bits are the ones to use.
+    constexpr uint64_t Hash() const {
+        constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
+        return (first + 3 * middle + 5 * last) * kOdd;
+    }
+
+    constexpr bool operator==(const Sample& other) const {
+        return ((first ^ other.first) | (middle ^ other.middle) | (last ^ other.last)) == 0;
+    }
+
+    uint64_t first = 0;
+    uint64_t middle = 0;
+    uint64_t last = 0;
+};
 
 }  // namespace name_index
 
@@ -60,7 +65,7 @@ class NameIndex {
         size_t end = 0;
         for (size_t row = 0; row < RowCount; ++row) {
             const std::string_view name = rows[row].name;
-            size_t at = Begin(name);
+            size_t at = Begin(name_index::Sample(name));
             while (mSlots[at].row != kFree) at = (at + 1) % kSlots;
             mSlots[at] = {static_cast<int16_t>(row), static_cast<uint16_t>(end),
                           static_cast<uint8_t>(name.size())};
@@ -71,18 +76,23 @@ class NameIndex {
 
     // The number of the row with this name, -1 when there is none.
     constexpr int Find(std::string_view name) const {
-        for (size_t at = Begin(name);; at = (at + 1) % kSlots) {
+        const name_index::Sample sample(name);
+        for (size_t at = Begin(sample);; at = (at + 1) % kSlots) {
             const Slot& slot = mSlots[at];
-            if (slot.row == kFree ||
-                std::string_view(mText.data() + slot.text, slot.length) == name) {
-                return slot.row;
+            if (slot.length == name.size()) {
+                const std::string_view found(mText.data() + slot.text, name.size());
+                if (sample == name_index::Sample(found) &&
+                    (name.size() <= 3 * kWordBytes || name == found)) {
+                    return slot.row;
+                }
             }
+            if (slot.row == kFree) return kFree;
         }
     }
 
   private:
-    static constexpr size_t Begin(std::string_view name) {
-        return static_cast<size_t>(name_index::Hash(name) >> (64 - kSlotBits));
+    static constexpr size_t Begin(const name_index::Sample& sample) {
+        return static_cast<size_t>(sample.Hash() >> (64 - kSlotBits));
     }
 
     static constexpr int16_t kFree = -1;

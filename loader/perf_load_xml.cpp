@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "loader/element_keys.h"
+#include "loader/read_ahead.h"
 #include "platform/bad_caller.h"
 #include "platform/boost_info.h"
 #include "platform/chain.h"
@@ -75,7 +76,9 @@ void QcomPerfLoadXml::DeleteAction(Action& head) {
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
     std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
     if (tarquel::IsNullArgument(&commands, "ParserXml")) return actions.release();
+    tarquel::ReadAhead ahead(commands);
     for (const auto& [command, head] : commands) {
+        ahead.Step();
         if (head == nullptr) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is NULL", command);
             continue;
@@ -182,10 +185,9 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int*
     for (size_t i = 0; i < count; ++i) {
         const std::string& key = element.keys[i];
         const std::string& value = element.values[i];
-        const std::optional<int32_t> code =
-            namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
+        const int32_t* code = namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
         int* kept = nullptr;
-        if (code) {
+        if (code != nullptr) {
             const auto [place, isNew] = pairs.Enter(*code);
             if (!isNew) {
                 TARQUEL_LOGE("tarquel: multi-duration exist! we choose the first value(%d, %d)",

@@ -45,19 +45,17 @@ void Vocabulary::Clear() {
     mFrequenciesInForce = false;
 }
 
-std::optional<int32_t> Vocabulary::FindOpcode(std::string_view key) const {
-    if (!mOpcodesInForce) return std::nullopt;
-    return FindOpcodeInLayout(key, busLayout);
+const int32_t* Vocabulary::FindOpcode(std::string_view key) const {
+    return mOpcodesInForce ? FindOpcodeInLayout(key, busLayout) : nullptr;
 }
 
-std::optional<int32_t> Vocabulary::FindTag(std::string_view key) const {
-    if (mTagLayout == TagLayout::kNone) return std::nullopt;
+const int32_t* Vocabulary::FindTag(std::string_view key) const {
+    if (mTagLayout == TagLayout::kNone) return nullptr;
     const TagName* row = FindRow(kTagNames, key);
-    if (row == nullptr) return std::nullopt;
-    const int tag =
+    if (row == nullptr) return nullptr;
+    const int32_t& tag =
         mTagLayout == TagLayout::kThreeClusters ? row->tagThreeClusters : row->tagTwoClusters;
-    if (tag == kNoTag) return std::nullopt;
-    return tag;
+    return tag == kNoTag ? nullptr : &tag;
 }
 
 bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {
@@ -65,14 +63,13 @@ bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {
                                             opcode) != kFrequencyOpcodes.end();
 }
 
-std::optional<int32_t> FindOpcodeInLayout(std::string_view key, int busLayout) {
+const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout) {
     if (busLayout != 1) {
-        if (key == kOnlyInBusLayout1) return std::nullopt;
-        if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return row->opcode;
+        if (key == kOnlyInBusLayout1) return nullptr;
+        if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return &row->opcode;
     }
     const int row = kOpcodeIndex.Find(key);
-    if (row < 0) return std::nullopt;
-    return kOpcodes[static_cast<size_t>(row)];
+    return row < 0 ? nullptr : &kOpcodes[static_cast<size_t>(row)];
 }
 
 bool IsInteractiveKey(std::string_view key) {

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 namespace tarquel {
@@ -28,8 +27,9 @@ class Vocabulary {
     // Takes names of opcodes and frequency opcodes out of force; names of tags stay.
     void Clear();
 
-    std::optional<int32_t> FindOpcode(std::string_view key) const;
-    std::optional<int32_t> FindTag(std::string_view key) const;
+    // What a key names right now; null for a key that names nothing.
+    const int32_t* FindOpcode(std::string_view key) const;
+    const int32_t* FindTag(std::string_view key) const;
 
     // True for an opcode whose values are kHz in scene files and MHz in actions.
     bool IsFrequencyOpcode(int32_t opcode) const;
@@ -44,8 +44,8 @@ class Vocabulary {
     TagLayout mTagLayout = TagLayout::kNone;
 };
 
-// The opcode of a key in a bus layout, wherever it is in force.
-std::optional<int32_t> FindOpcodeInLayout(std::string_view key, int busLayout);
+// The opcode of a key in a bus layout, wherever it is in force; null for a key that has none.
+const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout);
 
 // True for a key that an interactive-governor element may have.
 bool IsInteractiveKey(std::string_view key);

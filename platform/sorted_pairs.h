@@ -19,12 +19,15 @@ class SortedPairs {
 
     // The place of the key's value, and true when the key is new; its value is then 0.
     std::pair<int*, bool> Enter(int key) {
-        // Counted rather than searched: keys come in any order, and a count takes no branches.
-        Pair* const end = mPairs.data() + mCount;
-        Pair* at = mPairs.data();
-        for (const Pair* pair = at; pair != end; ++pair) at += pair->key < key ? 1 : 0;
-        if (at != end && at->key == key) return {&at->value, false};
-        std::move_backward(at, end, end + 1);
+        Pair* const begin = mPairs.data();
+        Pair* const end = begin + mCount;
+        // Keys are nearly always new: room is made on the way to the place.
+        Pair* at = end;
+        for (; at != begin && at[-1].key > key; --at) *at = at[-1];
+        if (at != begin && at[-1].key == key) {
+            std::copy(at + 1, end + 1, at);
+            return {&at[-1].value, false};
+        }
         ++mCount;
         *at = {key, 0};
         return {&at->value, true};
@@ -36,8 +39,8 @@ class SortedPairs {
     const Pair* end() const { return mPairs.data() + mCount; }
 
   private:
-    // What is not entered is never read.
-    std::array<Pair, Capacity> mPairs;
+    // What is not entered is never read. One more than are kept, for the room that is made.
+    std::array<Pair, Capacity + 1> mPairs;
     size_t mCount = 0;
 };
 

@@ -64,6 +64,27 @@ TEST_F(LoaderTest, NumbersBecomeWhatAtoiMakesOfThem) {
     }
 }
 
+TEST_F(LoaderTest, NumbersOfAnyLengthHaveDigitsAtEveryPlace) {
+    const auto parse = [this](const std::string& text) {
+        return ParseOne(4353, {{"duration_ms", "1"}, {"sched_boost", text}});
+    };
+    const std::string digits = "90182736451";
+    for (size_t length = 1; length <= digits.size(); ++length) {
+        for (const std::string& text : {digits.substr(0, length), '-' + digits.substr(0, length)}) {
+            const auto action = parse(text);
+            ASSERT_NE(action, nullptr) << text;
+            EXPECT_EQ(action->perfList.at(1), std::atoi(text.c_str())) << text;
+            for (size_t at = 0; at < text.size(); ++at) {
+                for (const char other : {'/', ':', ' ', '@', '\0', '\x7F', '\xB0', '\xFF'}) {
+                    std::string wrong = text;
+                    wrong[at] = other;
+                    EXPECT_EQ(parse(wrong), nullptr) << wrong << " for " << text;
+                }
+            }
+        }
+    }
+}
+
 TEST_F(LoaderTest, HeaderGoesToTheHeadAndAttributesToEachAction) {
     Command command(4353);
     command.Head().headValue0 = 10;
@@ -198,11 +219,12 @@ TEST_F(LoaderTest, ThirtySixthPairIsCutAndNotRefused) {
 
 TEST_F(LoaderTest, FirstOfTwoValuesForOneOpcodeWins) {
     const auto action = ParseOne(4353, {{"middle_cpu0_max_freq", "1804800"},
-                                        {"big_cpu0_max_freq", "nonsense"},
                                         {"top_app", "5"},
+                                        {"sched_boost", "3"},
+                                        {"big_cpu0_max_freq", "nonsense"},
                                         {"schedtune_boost", "6"}});
     ASSERT_NE(action, nullptr);
-    EXPECT_THAT(action->perfList, ElementsAre(0x40804000, 1804, 0x40C70000, 5));
+    EXPECT_THAT(action->perfList, ElementsAre(0x40804000, 1804, 0x40C00000, 3, 0x40C70000, 5));
     EXPECT_THAT(Log(kError),
                 ElementsAre("tarquel: multi-duration exist! we choose the first value(1804800, 0)",
                             "tarquel: multi-duration exist! we choose the first value(5, 6)"));
