@@ -43,4 +43,12 @@ unsigned Configuration::Sum() const {
     return sum;
 }
 
+std::unique_ptr<HeapBlocks> AllocateBlocks(int commands) {
+    auto blocks = std::make_unique<HeapBlocks>();
+    for (int i = 0; i < commands; ++i) {
+        blocks->emplace_hint(blocks->end(), i, std::make_unique<RecordBlocks>());
+    }
+    return blocks;
+}
+
 }  // namespace bench

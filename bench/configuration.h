@@ -1,10 +1,14 @@
 // Configurations of many commands, as the server's XML reader hands them over.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
 
+#include "tarquel/action.h"
 #include "tarquel/raw_xml_data.h"
 
 namespace bench {
@@ -26,5 +30,15 @@ class Configuration {
     std::vector<std::unique_ptr<RawXmlData>> mRecords;
     std::map<int, RawXmlData*> mCommands;
 };
+
+// What the loader has to take from the heap for one command, and to fill: a record and its pairs.
+struct RecordBlocks {
+    std::vector<int32_t> pairs = std::vector<int32_t>(2 * (kKeysPerCommand - 1));
+    std::array<std::byte, sizeof(QcomAction) - sizeof(std::vector<int32_t>)> rest{};
+};
+using HeapBlocks = std::map<int, std::unique_ptr<RecordBlocks>>;
+
+// The blocks of a configuration, in the order in which the loader takes them.
+std::unique_ptr<HeapBlocks> AllocateBlocks(int commands);
 
 }  // namespace bench

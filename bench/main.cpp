@@ -94,7 +94,7 @@ class Suite {
         Results results;
         for (const std::string& name : mOrder) {
             const Timing& timing = mRows.at(name).timing;
-            if (timing.ns > 0 && timing.floorNs > 0) results.timings.push_back(timing);
+            if (timing.ns > 0) results.timings.push_back(timing);
         }
         results.facts = mFacts;
         results.nodesFolder = mPhone.Root();
@@ -141,6 +141,12 @@ class Suite {
         RegisterTimed(
             name + kFloorSuffix, [configuration] { return configuration->Sum(); },
             [](unsigned sum) { benchmark::DoNotOptimize(sum); });
+
+        const std::string blocks = "BM_Loader_Blocks/" + std::to_string(commands) + "_commands";
+        AddRow(blocks, "key", double{kKeysPerCommand} * commands, {}, -1);
+        RegisterTimed(
+            blocks, [commands] { return AllocateBlocks(commands); },
+            [](const std::unique_ptr<HeapBlocks>& made) { benchmark::DoNotOptimize(made.get()); });
     }
 
     void RegisterStart() {

@@ -35,10 +35,12 @@ void Print(const Results& results) {
     constexpr auto kRow = "{:<50} {:>8} {:>10} {:>10} {:>9} {:>7}  {:<10} {:<6} {:>7}\n";
     fmt::print(kRow, "case", "unit", "measured", "floor", "above", "ratio", "target", "", "allocs");
     for (const Timing& timing : results.timings) {
+        const bool hasFloor = timing.HasFloor();
         fmt::print(kRow, timing.name, timing.unit, fmt::format("{:.1f}", timing.ns),
-                   fmt::format("{:.1f}", timing.floorNs),
-                   fmt::format("{:+.1f}", timing.AboveFloor()),
-                   fmt::format("{:.2f}", timing.Ratio()), TargetText(timing), Verdict(timing),
+                   hasFloor ? fmt::format("{:.1f}", timing.floorNs) : "",
+                   hasFloor ? fmt::format("{:+.1f}", timing.AboveFloor()) : "",
+                   hasFloor ? fmt::format("{:.2f}", timing.Ratio()) : "", TargetText(timing),
+                   Verdict(timing),
                    timing.allocations < 0 ? "" : std::to_string(timing.allocations));
     }
     fmt::print("\n");
@@ -55,11 +57,11 @@ void WriteJson(const Results& results, const std::string& file) {
     json["machine"] = results.machine;
     json["nodes_folder"] = results.nodesFolder;
     for (const Timing& timing : results.timings) {
-        nlohmann::ordered_json row{{"name", timing.name},
-                                   {"unit", timing.unit},
-                                   {"ns", timing.ns},
-                                   {"floor_ns", timing.floorNs},
-                                   {"ratio", timing.Ratio()}};
+        nlohmann::ordered_json row{{"name", timing.name}, {"unit", timing.unit}, {"ns", timing.ns}};
+        if (timing.HasFloor()) {
+            row["floor_ns"] = timing.floorNs;
+            row["ratio"] = timing.Ratio();
+        }
         if (timing.HasTarget()) row["meets_target"] = timing.MeetsTarget();
         if (timing.allocations >= 0) row["allocations"] = timing.allocations;
         json["timings"].push_back(std::move(row));

@@ -15,11 +15,12 @@ struct Timing {
     std::string unit;  // what the times are for: "request", "key", ...
     Target target;
     double ns = 0;
-    double floorNs = 0;
+    double floorNs = 0;          // 0 for a case that stands for itself
     long long allocations = -1;  // of one warm request; -1 where that says nothing
 
     double AboveFloor() const { return ns - floorNs; }
     double Ratio() const { return ns / floorNs; }
+    bool HasFloor() const { return floorNs > 0; }
     bool HasTarget() const { return target.maxRatio > 0 || target.maxNsAboveFloor > 0; }
     bool MeetsTarget() const;
 };
