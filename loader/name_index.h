@@ -16,99 +16,98 @@ namespace tarquel {
 
 namespace name_index {
 
-// The first, the middle and the last eight characters of a name: all of it when it is no longer
-// than three words. They are read without a loop or branch that follows the name's length.
-struct Sample {
-    explicit constexpr Sample(std::string_view name) {
-        const size_t size = name.size();
-        if (size < kWordBytes) {
-            for (const char c : name) first = first * 256 + static_cast<unsigned char>(c);
-        } else {
-            first = Word(name.data());
-            middle = Word(name.data() + size / 2 - kWordBytes / 2);
-            last = Word(name.data() + size - kWordBytes);
+// Looks at the first, the middle and the last eight characters, without a loop whose length varies
+// with the name: names of tunables differ there. The upper bits are the ones to use.
+constexpr uint64_t Hash(std::string_view name) {
+    constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
+    const char* const text = name.data();
+    const size_t size = name.size();
+    uint64_t sum = 0;
+    if (size < kWordBytes) {
+        for (const char c : name) sum = sum * 256 + static_cast<unsigned char>(c);
+    } else {
+        sum = Word(text) + 3 * Word(text + size / 2 - kWordBytes / 2) +
+              5 * Word(text + size - kWordBytes);
+    }
+    return sum * kOdd;
+}
+
+// True for two texts of one size with the same characters. As above: up to three words long, and
+// most names are, the words that are compared are all there is.
+constexpr bool AreSame(const char* one, const char* other, size_t size) {
+    if (size < kWordBytes) return std::equal(one, one + size, other);
+    const size_t middle = size / 2 - kWordBytes / 2;
+    const size_t last = size - kWordBytes;
+    if (((Word(one) ^ Word(other)) | (Word(one + middle) ^ Word(other + middle)) |
+         (Word(one + last) ^ Word(other + last))) != 0) {
+        return false;
+    }
+    if (size > 3 * kWordBytes) {
+        for (size_t at = kWordBytes; at < last; at += kWordBytes) {
+            if (Word(one + at) != Word(other + at)) return false;
         }
     }
-
-    // Names of tunables differ in their samples. The upper bits are the ones to use.
-    constexpr uint64_t Hash() const {
-        constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
-        return (first + 3 * middle + 5 * last) * kOdd;
-    }
-
-    constexpr bool operator==(const Sample& other) const {
-        return ((first ^ other.first) | (middle ^ other.middle) | (last ^ other.last)) == 0;
-    }
-
-    uint64_t first = 0;
-    uint64_t middle = 0;
-    uint64_t last = 0;
-};
+    return true;
+}
 
 }  // namespace name_index
 
-// The characters of all names of a table.
-template <typename Rows>
-constexpr size_t CountCharacters(const Rows& rows) {
-    size_t count = 0;
-    for (const auto& row : rows) count += row.name.size();
-    return count;
-}
-
-// An index of rows that have a `name` of 255 characters at most. A later row of a name is not
-// found.
-template <size_t RowCount, size_t CharacterCount>
+// The codes of a table's rows by their names: rows have a `name` of 56 characters at most and an
+// `opcode`. A later row of a name is not found.
+template <size_t RowCount>
 class NameIndex {
   public:
     template <typename Row>
     explicit constexpr NameIndex(const std::array<Row, RowCount>& rows) {
-        size_t end = 0;
-        for (size_t row = 0; row < RowCount; ++row) {
-            const std::string_view name = rows[row].name;
-            size_t at = Begin(name_index::Sample(name));
-            while (mSlots[at].row != kFree) at = (at + 1) % kSlots;
-            mSlots[at] = {static_cast<int16_t>(row), static_cast<uint16_t>(end),
-                          static_cast<uint8_t>(name.size())};
-            std::copy(name.begin(), name.end(), mText.data() + end);
-            end += name.size();
+        for (size_t i = 0; i < RowCount; ++i) {
+            const std::string_view name = rows[i].name;
+            mEntries[i].code = rows[i].opcode;
+            mEntries[i].length = static_cast<uint8_t>(name.size());
+            std::copy(name.begin(), name.end(), mEntries[i].text.data());
+            size_t at = Begin(name);
+            while (mSlots[at] != kFree) at = (at + 1) % kSlots;
+            mSlots[at] = static_cast<uint8_t>(i);
         }
     }
 
-    // The number of the row with this name, -1 when there is none.
-    constexpr int Find(std::string_view name) const {
-        const name_index::Sample sample(name);
-        for (size_t at = Begin(sample);; at = (at + 1) % kSlots) {
-            const Slot& slot = mSlots[at];
-            if (slot.length == name.size()) {
-                const std::string_view found(mText.data() + slot.text, name.size());
-                if (sample == name_index::Sample(found) &&
-                    (name.size() <= 3 * kWordBytes || name == found)) {
-                    return slot.row;
-                }
+    // Null when no row has this name.
+    constexpr const int32_t* Find(std::string_view name) const {
+        for (size_t at = Begin(name); mSlots[at] != kFree; at = (at + 1) % kSlots) {
+            const Entry& entry = mEntries[mSlots[at]];
+            if (entry.length == name.size() &&
+                name_index::AreSame(name.data(), entry.text.data(), name.size())) {
+                return &entry.code;
             }
-            if (slot.row == kFree) return kFree;
         }
+        return nullptr;
     }
 
   private:
-    static constexpr size_t Begin(const name_index::Sample& sample) {
-        return static_cast<size_t>(sample.Hash() >> (64 - kSlotBits));
+    static constexpr size_t Begin(std::string_view name) {
+        return static_cast<size_t>(name_index::Hash(name) >> (64 - kSlotBits));
     }
 
-    static constexpr int16_t kFree = -1;
-    struct Slot {
-        int16_t row = kFree;
-        uint16_t text = 0;  // where its name begins
+    // All that a look-up reads of a row, in one cache line.
+    struct alignas(64) Entry {
+        int32_t code = 0;
         uint8_t length = 0;
+        std::array<char, 56> text{};
     };
+    static_assert(sizeof(Entry) == 64);
 
     // Four slots for each row at least: nearly every name is found at the first one.
     static constexpr int kSlotBits = std::bit_width(4 * RowCount - 1);
     static constexpr size_t kSlots = size_t{1} << kSlotBits;
-    static_assert(RowCount <= INT16_MAX && CharacterCount <= UINT16_MAX);
+    static constexpr uint8_t kFree = 0xFF;
+    static_assert(RowCount <= kFree);
 
-    std::array<Slot, kSlots> mSlots{};
-    std::array<char, CharacterCount> mText{};
+    // The number of a row in each slot.
+    std::array<uint8_t, kSlots> mSlots = [] {
+        std::array<uint8_t, kSlots> slots{};
+        slots.fill(kFree);
+        return slots;
+    }();
+    std::array<Entry, RowCount> mEntries{};
 };
 
 }  // namespace tarquel

@@ -186,7 +186,8 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int*
         const std::string& key = element.keys[i];
         const std::string& value = element.values[i];
         const int32_t* code = namesTags ? mVocabulary.FindTag(key) : mVocabulary.FindOpcode(key);
-        int* kept = nullptr;
+        int headNumber = 0;
+        int* number = &headNumber;
         if (code != nullptr) {
             const auto [place, isNew] = pairs.Enter(*code);
             if (!isNew) {
@@ -194,25 +195,23 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int*
                              *place, std::atoi(value.c_str()));
                 continue;
             }
-            kept = place;
+            number = place;
         } else if (!keys::IsHeadKey(key)) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId, key.c_str());
             return -1;
         }
-        int number = 0;
-        if (!IsNumber(value, number)) {
+        if (!IsNumber(value, *number)) {
             TARQUEL_LOGE("tarquel: xml element is invalid, cmdId is %d element is %s", cmdId,
                          key.c_str());
             return -1;
         }
-        if (kept != nullptr) {
-            *kept = number;
-        } else if (key == keys::kDuration) {
-            *duration = number;
+        if (code != nullptr) continue;
+        if (key == keys::kDuration) {
+            *duration = headNumber;
             // Counts for the keys behind it: long-term scenes name tags, all others opcodes.
-            namesTags = number == 0 && tarquel::IsLongTermScene(cmdId);
+            namesTags = headNumber == 0 && tarquel::IsLongTermScene(cmdId);
         } else {
-            StoreHeadValue(element, key, number, boostLimitLevel);
+            StoreHeadValue(element, key, headNumber, boostLimitLevel);
         }
     }
     return 0;

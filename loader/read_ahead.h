@@ -49,7 +49,8 @@ class ReadAhead {
 
     static void Fetch(const void* from, size_t bytes) {
         constexpr size_t kLine = 64;
-        constexpr size_t kMost = 1024;  // of a long run the processor sees by itself what comes next
+        constexpr size_t kMost =
+            1024;  // of a long run the processor sees by itself what comes next
         for (size_t at = 0; at < std::min(bytes, kMost); at += kLine) {
             __builtin_prefetch(static_cast<const char*>(from) + at);
         }

@@ -10,14 +10,7 @@ namespace tarquel {
 
 namespace {
 
-constexpr NameIndex<kOpcodeNames.size(), CountCharacters(kOpcodeNames)> kOpcodeIndex(kOpcodeNames);
-
-// By the number of a key's row.
-constexpr auto kOpcodes = [] {
-    std::array<int32_t, kOpcodeNames.size()> opcodes{};
-    for (size_t row = 0; row < opcodes.size(); ++row) opcodes[row] = kOpcodeNames[row].opcode;
-    return opcodes;
-}();
+constexpr NameIndex<kOpcodeNames.size()> kOpcodeIndex(kOpcodeNames);
 
 // A key that describes the command names no tunable.
 static_assert(std::none_of(kOpcodeNames.begin(), kOpcodeNames.end(),
@@ -68,8 +61,7 @@ const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout) {
         if (key == kOnlyInBusLayout1) return nullptr;
         if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return &row->opcode;
     }
-    const int row = kOpcodeIndex.Find(key);
-    return row < 0 ? nullptr : &kOpcodes[static_cast<size_t>(row)];
+    return kOpcodeIndex.Find(key);
 }
 
 bool IsInteractiveKey(std::string_view key) {
