@@ -9,13 +9,16 @@
 
 namespace bench {
 
-// One case: median CPU time of an iteration, with its floor from the same run.
+// One case: CPU time of an iteration, with its floor from the same run. Of the fastest repetition:
+// the machine's other load only ever adds to a time, and not to a case and its floor alike.
 struct Timing {
     std::string name;
     std::string unit;  // what the times are for: "request", "key", ...
     Target target;
     double ns = 0;
-    double floorNs = 0;          // 0 for a case that stands for itself
+    double floorNs = 0;  // 0 for a case that stands for itself
+    double medianNs = 0;
+    double floorMedianNs = 0;
     long long allocations = -1;  // of one warm request; -1 where that says nothing
 
     double AboveFloor() const { return ns - floorNs; }
