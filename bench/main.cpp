@@ -283,8 +283,8 @@ int Main(int argc, char** argv) {
     }
     for (const char* const option :
          {"--benchmark_enable_random_interleaving=true",
-          isQuick ? "--benchmark_repetitions=3" : "--benchmark_repetitions=51",
-          isQuick ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.005"}) {
+          isQuick ? "--benchmark_repetitions=3" : "--benchmark_repetitions=201",
+          isQuick ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.001"}) {
         options.insert(options.begin() + 1, option);
     }
     std::vector<char*> arguments;
