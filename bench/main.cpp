@@ -35,14 +35,14 @@ system calls and HAL calls that it is prescribed to make. Cases and floors run i
 in random order; reported is the CPU time of the fastest repetition: the machine's other
 load only ever adds to it. Medians stand in the JSON.
 
-  --quick      few and short repetitions: shows that everything runs, not how fast
+  --quick      few repetitions: shows that everything runs, not how fast
   --json FILE  writes the results as JSON, too
 
 Options of Google Benchmark choose cases, for example
   tarquel-bench --benchmark_filter=DoAction
 )";
 
-// Google Benchmark's name of the one, and ours of the other.
+// The statistics that are read: Google Benchmark's, and our own.
 constexpr char kMedian[] = "median";
 constexpr char kFastest[] = "fastest";
 
@@ -284,7 +284,7 @@ int Main(int argc, char** argv) {
     for (const char* const option :
          {"--benchmark_enable_random_interleaving=true",
           isQuick ? "--benchmark_repetitions=3" : "--benchmark_repetitions=201",
-          isQuick ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.001"}) {
+          "--benchmark_min_time=0.001"}) {
         options.insert(options.begin() + 1, option);
     }
     std::vector<char*> arguments;

@@ -16,7 +16,7 @@ struct Timing {
     std::string unit;  // what the times are for: "request", "key", ...
     Target target;
     double ns = 0;
-    double floorNs = 0;  // 0 for a case that stands for itself
+    double floorNs = 0;  // 0 for a case without one, or whose floor was filtered out
     double medianNs = 0;
     double floorMedianNs = 0;
     long long allocations = -1;  // of one warm request; -1 where that says nothing
@@ -24,7 +24,9 @@ struct Timing {
     double AboveFloor() const { return ns - floorNs; }
     double Ratio() const { return ns / floorNs; }
     bool HasFloor() const { return floorNs > 0; }
-    bool HasTarget() const { return target.maxRatio > 0 || target.maxNsAboveFloor > 0; }
+    bool HasTarget() const {
+        return HasFloor() && (target.maxRatio > 0 || target.maxNsAboveFloor > 0);
+    }
     bool MeetsTarget() const;
 };
 

@@ -13,6 +13,7 @@
 #include "tarquel/securec.h"
 
 using tarquel::HalfWord;
+using tarquel::kHalfWordBytes;
 using tarquel::kWordBytes;
 namespace keys = tarquel::keys;
 
@@ -33,11 +34,11 @@ constexpr uint64_t kEveryByte = 0x0101010101010101;
 uint64_t WordOfDigits(std::string_view digits) {
     const size_t shift = 8 * (kWordBytes - digits.size());
     uint64_t word = 0;
-    if (digits.size() >= kWordBytes / 2) {
+    if (digits.size() >= kHalfWordBytes) {
         // The halves overlap unless there are eight.
         const uint64_t first = HalfWord(digits.data());
-        const uint64_t last = HalfWord(digits.data() + digits.size() - kWordBytes / 2);
-        word = first << shift | last << 32;
+        const uint64_t last = HalfWord(digits.data() + digits.size() - kHalfWordBytes);
+        word = first << shift | last << (8 * kHalfWordBytes);
     } else {
         for (const char c : digits) {
             word = word >> 8 | uint64_t{static_cast<unsigned char>(c)} << 56;

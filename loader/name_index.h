@@ -16,8 +16,9 @@ namespace tarquel {
 
 namespace name_index {
 
-// Looks at the first, the middle and the last eight characters, without a loop whose length varies
-// with the name: names of tunables differ there. The upper bits are the ones to use.
+// Looks at the first, the middle and the last eight characters: names of tunables differ there, and
+// from eight characters on no loop varies with the name's length. The upper bits are the ones to
+// use.
 constexpr uint64_t Hash(std::string_view name) {
     constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
     const char* const text = name.data();
@@ -26,17 +27,18 @@ constexpr uint64_t Hash(std::string_view name) {
     if (size < kWordBytes) {
         for (const char c : name) sum = sum * 256 + static_cast<unsigned char>(c);
     } else {
-        sum = Word(text) + 3 * Word(text + size / 2 - kWordBytes / 2) +
+        sum = Word(text) + 3 * Word(text + size / 2 - kHalfWordBytes) +
               5 * Word(text + size - kWordBytes);
     }
     return sum * kOdd;
 }
 
-// True for two texts of one size with the same characters. As above: up to three words long, and
-// most names are, the words that are compared are all there is.
+// True for two texts of one size with the same characters. The first, the middle and the last word
+// overlap in a text of up to three words, as most names are: there they are all there is to
+// compare.
 constexpr bool AreSame(const char* one, const char* other, size_t size) {
     if (size < kWordBytes) return std::equal(one, one + size, other);
-    const size_t middle = size / 2 - kWordBytes / 2;
+    const size_t middle = size / 2 - kHalfWordBytes;
     const size_t last = size - kWordBytes;
     if (((Word(one) ^ Word(other)) | (Word(one + middle) ^ Word(other + middle)) |
          (Word(one + last) ^ Word(other + last))) != 0) {

@@ -12,7 +12,8 @@
 
 namespace tarquel {
 
-// Walks a map of commands ahead of its reader. Nothing depends on it but time.
+// Walks a map of commands ahead of its reader: reads heads and first elements before their turn,
+// and writes nothing. Nothing but time depends on it.
 class ReadAhead {
   public:
     explicit ReadAhead(const std::map<int, RawXmlData*>& commands)
@@ -47,10 +48,12 @@ class ReadAhead {
         return command == mEnd || command->second == nullptr ? nullptr : command->second->next;
     }
 
+    // A run that begins within a line ends in one that is not asked for: doing so, too, made the
+    // processor wait.
     static void Fetch(const void* from, size_t bytes) {
         constexpr size_t kLine = 64;
-        constexpr size_t kMost =
-            1024;  // of a long run the processor sees by itself what comes next
+        // Of a long run the processor sees by itself what comes next.
+        constexpr size_t kMost = 1024;
         for (size_t at = 0; at < std::min(bytes, kMost); at += kLine) {
             __builtin_prefetch(static_cast<const char*>(from) + at);
         }

@@ -46,9 +46,9 @@ const int32_t* Vocabulary::FindTag(std::string_view key) const {
     if (mTagLayout == TagLayout::kNone) return nullptr;
     const TagName* row = FindRow(kTagNames, key);
     if (row == nullptr) return nullptr;
-    const int32_t& tag =
-        mTagLayout == TagLayout::kThreeClusters ? row->tagThreeClusters : row->tagTwoClusters;
-    return tag == kNoTag ? nullptr : &tag;
+    const int32_t* tag =
+        mTagLayout == TagLayout::kThreeClusters ? &row->tagThreeClusters : &row->tagTwoClusters;
+    return *tag == kNoTag ? nullptr : tag;
 }
 
 bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {

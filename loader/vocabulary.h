@@ -27,7 +27,7 @@ class Vocabulary {
     // Takes names of opcodes and frequency opcodes out of force; names of tags stay.
     void Clear();
 
-    // What a key names right now; null for a key that names nothing.
+    // What a key names right now, in a constant table; null for a key that names nothing.
     const int32_t* FindOpcode(std::string_view key) const;
     const int32_t* FindTag(std::string_view key) const;
 
@@ -44,7 +44,8 @@ class Vocabulary {
     TagLayout mTagLayout = TagLayout::kNone;
 };
 
-// The opcode of a key in a bus layout, wherever it is in force; null for a key that has none.
+// The opcode of a key in a bus layout, wherever it is in force: in a constant table; null
+// for a key that has none.
 const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout);
 
 // True for a key that an interactive-governor element may have.

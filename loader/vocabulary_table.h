@@ -323,8 +323,8 @@ inline constexpr auto kInteractiveKeys = std::to_array<std::string_view>({
 // and 65 the middle one of three.
 struct TagName {
     std::string_view name;
-    int tagTwoClusters;
-    int tagThreeClusters;
+    int32_t tagTwoClusters;
+    int32_t tagThreeClusters;
 };
 inline constexpr int kNoTag = -1;
 

@@ -11,6 +11,7 @@
 namespace tarquel {
 
 inline constexpr size_t kWordBytes = sizeof(uint64_t);
+inline constexpr size_t kHalfWordBytes = sizeof(uint32_t);
 
 // `Number` is an unsigned type.
 template <typename Number>

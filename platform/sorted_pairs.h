@@ -39,7 +39,8 @@ class SortedPairs {
     const Pair* end() const { return mPairs.data() + mCount; }
 
   private:
-    // What is not entered is never read. One more than are kept, for the room that is made.
+    // What is not entered is never read. One more than are kept, for the room that is made
+    // before a duplicate is found.
     std::array<Pair, Capacity + 1> mPairs;
     size_t mCount = 0;
 };

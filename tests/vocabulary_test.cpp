@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -27,7 +26,7 @@ TEST(Vocabulary, EveryKeyIsFoundUnderItsOwnOpcode) {
 }
 
 TEST(Vocabulary, NothingIsFoundUnderANameThatDiffersInOneCharacter) {
-    std::set<std::string, std::less<>> names;
+    std::set<std::string> names;
     for (const OpcodeName& row : kOpcodeNames) names.emplace(row.name);
     const auto expectNone = [&names](const std::string& name) {
         if (names.count(name) != 0) return;
