@@ -48,6 +48,7 @@ Plugin::Plugin() : mHandle(dlopen(TARQUEL_PLUGIN, RTLD_NOW | RTLD_LOCAL)) {
 }
 
 Plugin::~Plugin() {
+    Shutdown();
     dlclose(mHandle);
 }
 

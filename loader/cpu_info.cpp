@@ -1,8 +1,8 @@
 #include "loader/cpu_info.h"
 
 CpuInfo& CpuInfo::GetInstance() {
-    static CpuInfo instance;
-    return instance;
+    static tarquel::NeverDestroyed<CpuInfo> instance;
+    return instance.Get();
 }
 
 CpuClusters CpuInfo::Get() const {
@@ -28,4 +28,9 @@ void CpuInfo::SetLittle(CpuRange cpus) {
 void CpuInfo::SetIsolation(int32_t isolation) {
     std::lock_guard lock(mMutex);
     mClusters.isolation = isolation;
+}
+
+void CpuInfo::Clear() {
+    std::lock_guard lock(mMutex);
+    mClusters = {};
 }

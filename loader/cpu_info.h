@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "platform/never_destroyed.h"
+
 // First and last CPU number of a cluster.
 struct CpuRange {
     int32_t first = 0;
@@ -32,8 +34,10 @@ class CpuInfo {
     void SetBig(CpuRange cpus);
     void SetLittle(CpuRange cpus);
     void SetIsolation(int32_t isolation);
+    void Clear();
 
   private:
+    friend class tarquel::NeverDestroyed<CpuInfo>;
     CpuInfo() = default;
 
     mutable std::mutex mMutex;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "loader/configuration.h"
 #include "loader/element_keys.h"
 #include "loader/read_ahead.h"
 #include "platform/bad_caller.h"
@@ -76,6 +77,7 @@ void QcomPerfLoadXml::DeleteAction(Action& head) {
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
     std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
     if (tarquel::IsNullArgument(&commands, "ParserXml")) return actions.release();
+    tarquel::BeginConfiguration();
     tarquel::ReadAhead ahead(commands);
     for (const auto& [command, head] : commands) {
         ahead.Step();

@@ -17,8 +17,8 @@ int DecimalToInt(const std::string& text) {
 }  // namespace
 
 FreqBoostInfo& FreqBoostInfo::GetInstance() {
-    static FreqBoostInfo instance;
-    return instance;
+    static tarquel::NeverDestroyed<FreqBoostInfo> instance;
+    return instance.Get();
 }
 
 bool FreqBoostInfo::HasBoostInfo(int level) const {
@@ -51,9 +51,14 @@ void FreqBoostInfo::SetPrime(int level, const std::string& khz) {
     mLevels[static_cast<size_t>(level)].prime = khz;
 }
 
+void FreqBoostInfo::Clear() {
+    std::lock_guard lock(mMutex);
+    mLevels = {};
+}
+
 BoostCountLimitInfo& BoostCountLimitInfo::GetInstance() {
-    static BoostCountLimitInfo instance;
-    return instance;
+    static tarquel::NeverDestroyed<BoostCountLimitInfo> instance;
+    return instance.Get();
 }
 
 int BoostCountLimitInfo::Find(const std::map<int, int>& values, int cmdId) const {
@@ -78,4 +83,10 @@ void BoostCountLimitInfo::SetBoostCountLimit(int cmdId, int limit) {
 void BoostCountLimitInfo::SetBoostPeriod(int cmdId, int period) {
     std::lock_guard lock(mMutex);
     mPeriods[cmdId] = period;
+}
+
+void BoostCountLimitInfo::Clear() {
+    std::lock_guard lock(mMutex);
+    mCountLimits.clear();
+    mPeriods.clear();
 }

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "platform/never_destroyed.h"
+
 // Boost frequencies of one level, kHz.
 struct BoostFrequencies {
     int little = 0;
@@ -34,7 +36,11 @@ class FreqBoostInfo {
     void SetBig(int level, const std::string& khz);
     void SetPrime(int level, const std::string& khz);
 
+    void Clear();
+
   private:
+    friend class tarquel::NeverDestroyed<FreqBoostInfo>;
+
     struct Level {
         std::string little;
         std::string big;
@@ -58,7 +64,11 @@ class BoostCountLimitInfo {
     void SetBoostCountLimit(int cmdId, int limit);
     void SetBoostPeriod(int cmdId, int period);
 
+    void Clear();
+
   private:
+    friend class tarquel::NeverDestroyed<BoostCountLimitInfo>;
+
     BoostCountLimitInfo() = default;
     int Find(const std::map<int, int>& values, int cmdId) const;
 

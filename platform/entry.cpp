@@ -3,56 +3,47 @@
 #include <mutex>
 #include <new>
 
+#include "loader/configuration.h"
 #include "platform/log.h"
 #include "platform/qcom_perf_adapter.h"
 #include "platform/qcom_perf_plat.h"
+#include "platform/static_mutex.h"
 
-// Where the one platform object lives. It ends when the server destroys it or, at the latest, when
-// the library is unloaded, so that no timer outlives the code that it calls.
-class QcomPerfPlat::Holder {
-  public:
-    ~Holder() {
-        if (mLive != nullptr) mLive->~QcomPerfPlat();
-    }
+namespace {
 
-    QcomPerfPlat* Get() {
-        std::lock_guard lock(mMutex);
-        if (mLive == nullptr) mLive = ::new (mStorage) QcomPerfPlat(*this);
-        return mLive;
-    }
+// Guards which platform object there is and which adapter it has; held while an adapter is built or
+// destroyed.
+constinit tarquel::StaticMutex sMutex;
+QcomPerfPlat* sLive = nullptr;
 
-    void Forget() {
-        std::lock_guard lock(mMutex);
-        mLive = nullptr;
-    }
+// A new platform never takes the place of the last one, whose server's side may still be going.
+alignas(QcomPerfPlat) std::byte sPlaces[2][sizeof(QcomPerfPlat)];
+size_t sPlace = 0;
 
-    // Guards which platform object there is, and which adapter it has.
-    std::mutex& Mutex() { return mMutex; }
-
-  private:
-    std::mutex mMutex;
-    alignas(QcomPerfPlat) std::byte mStorage[sizeof(QcomPerfPlat)];
-    QcomPerfPlat* mLive = nullptr;
-};
+}  // namespace
 
 extern "C" QcomPerfPlat* GetPlat() {
     return QcomPerfPlat::GetInstance();
 }
 
 QcomPerfPlat* QcomPerfPlat::GetInstance() {
-    static Holder holder;
-    return holder.Get();
+    std::lock_guard lock(sMutex);
+    if (sLive == nullptr) {
+        sPlace = 1 - sPlace;
+        sLive = ::new (sPlaces[sPlace]) QcomPerfPlat;
+    }
+    return sLive;
 }
 
-QcomPerfPlat::QcomPerfPlat(Holder& holder) : mHolder(holder) {}
-
 QcomPerfPlat::~QcomPerfPlat() {
+    std::lock_guard lock(sMutex);
     mAdapter.reset();
-    mHolder.Forget();
+    tarquel::BeginNextConfigurationAfresh();
+    sLive = nullptr;
 }
 
 int QcomPerfPlat::Initialize() {
-    std::lock_guard lock(mHolder.Mutex());
+    std::lock_guard lock(sMutex);
     if (mAdapter != nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, "tarquel server",
                             "tarquel: server plat has been created, do not need initialize again");
@@ -63,6 +54,6 @@ int QcomPerfPlat::Initialize() {
 }
 
 PerfAdapter* QcomPerfPlat::GetAdapter() const {
-    std::lock_guard lock(mHolder.Mutex());
+    std::lock_guard lock(sMutex);
     return mAdapter.get();
 }

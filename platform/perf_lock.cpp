@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cstring>
+#include <mutex>
 
 #include "platform/log.h"
 #include "tarquel/properties.h"
@@ -16,6 +17,7 @@ using AcquireEntry = int (*)(int handle, int durationMs, int* list, int count);
 using ReleaseEntry = int (*)(int handle);
 
 // The library is the process's, not the adapter's.
+constinit StaticMutex sMutex;  // guards what follows
 void* sLibrary = nullptr;
 AcquireEntry sAcquire = nullptr;
 ReleaseEntry sRelease = nullptr;
@@ -28,6 +30,10 @@ void* FindEntry(const char* name) {
 }
 
 }  // namespace
+
+StaticMutex& PerfLockClient::Mutex() {
+    return sMutex;
+}
 
 void PerfLockClient::InitPerfLock() {
     char library[kPropertyValueMax] = {};
@@ -65,7 +71,7 @@ int PerfLockClient::CleanUp() {
 }
 
 int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
-    std::lock_guard lock(mMutex);
+    std::lock_guard lock(sMutex);
     if (sAcquire == nullptr) InitPerfLock();
     bool inSection = false;
     if (mTracer.IsOn()) {
@@ -96,7 +102,7 @@ void PerfLockClient::TraceResult(int handle) const {
 }
 
 int PerfLockClient::PerfLockRel(int handle) {
-    std::lock_guard lock(mMutex);
+    std::lock_guard lock(sMutex);
     if (sRelease == nullptr) InitPerfLock();
     bool inSection = false;
     if (mTracer.IsOn()) {

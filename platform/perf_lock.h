@@ -1,8 +1,7 @@
 // The perf-lock client: the two functions of the chip vendor's perf HAL, opened at run time.
 #pragma once
 
-#include <mutex>
-
+#include "platform/static_mutex.h"
 #include "platform/trace.h"
 
 namespace tarquel {
@@ -20,10 +19,11 @@ class PerfLockClient {
 
     // Opens the library that "ro.vendor.extension_library" names and finds both functions, or
     // leaves both unavailable. A value with a '/' is refused without a word. One library serves the
-    // whole process; callers hold Mutex() or are alone.
+    // whole process. Called with Mutex() held.
     static void InitPerfLock();
 
     // Forgets both functions and closes the library. Returns dlclose's result, 0 when none is open.
+    // Called with Mutex() held.
     static int CleanUp();
 
     // Acquires or renews a lock.
@@ -41,14 +41,14 @@ class PerfLockClient {
     // Releases `handle` and returns 0; a handle of 0 or -1 holds nothing and is returned as it is.
     int CheckPerfLockHandle(int handle);
 
-    // Serialises every HAL call and the opening and closing of the library.
-    std::mutex& Mutex() { return mMutex; }
+    // Serialises every HAL call and the opening and closing of the library: the process's, as the
+    // library is.
+    static StaticMutex& Mutex();
 
   private:
     void TraceResult(int handle) const;
 
     const Tracer& mTracer;
-    std::mutex mMutex;
 };
 
 }  // namespace tarquel

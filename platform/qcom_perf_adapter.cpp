@@ -27,7 +27,10 @@ void QcomPerfAdapter::operator delete(void* adapter) {
 }
 
 QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
-    PerfLockClient::InitPerfLock();
+    {
+        std::lock_guard lock(PerfLockClient::Mutex());
+        PerfLockClient::InitPerfLock();
+    }
     InitCpuNode();
     // Before any limit of ours: these are the platform's own values.
     mRecords = InitDefaultNodeValue(mLayout, mNodeIo);
@@ -41,7 +44,7 @@ QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
 QcomPerfAdapter::~QcomPerfAdapter() {
     // From here on the timer finds no adapter; a callback under way ends first.
     mTimerFence.Close();
-    std::lock_guard lock(mPerfLock.Mutex());
+    std::lock_guard lock(PerfLockClient::Mutex());
     mFreqManagerPtr.reset();
     PerfLockClient::CleanUp();
     mTimer.DeleteTimer();

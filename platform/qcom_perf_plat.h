@@ -6,29 +6,32 @@
 #include "tarquel/perf_adapter.h"
 #include "tarquel/plat.h"
 
+// Lies in the library's own storage and ends only when the server destroys it: exit() leaves it
+// alone, so that threads that are still in a request find it whole. What is said of threads below
+// holds for a platform that is not being destroyed: whoever destroys it sees to it that nobody
+// calls through a pointer to it any more, which no lock inside could guard. GetInstance may be
+// called meanwhile.
 class QcomPerfPlat : public TarQuelPlat {
   public:
-    // Destroys the adapter first, then the server's side.
+    // Destroys the adapter first, then the server's side. What configurations said stays until the
+    // next one is read, which then begins with nothing.
     ~QcomPerfPlat() override;
 
-    // Builds the one adapter. Always 0; a second call only logs. Threads: any; so are the two
-    // below.
+    // Builds the one adapter. Always 0; a second call only logs. Threads: any.
     TARQUEL_API int Initialize() override;
 
-    // The one platform object, created on the first call; a destroyed one is created anew.
+    // The one platform object, created on the first call; a destroyed one is created anew. Threads:
+    // any.
     TARQUEL_API static QcomPerfPlat* GetInstance();
 
-    // The adapter; null before Initialize.
+    // The adapter; null before Initialize. Threads: any.
     TARQUEL_API PerfAdapter* GetAdapter() const;
 
-    // The object lies in the library's own storage: deleting it ends it and frees nothing.
+    // Ends the object and frees nothing.
     static void operator delete(void*) {}
 
   private:
-    class Holder;
-
-    explicit QcomPerfPlat(Holder& holder);
+    QcomPerfPlat() = default;
 
     std::unique_ptr<PerfAdapter> mAdapter;
-    Holder& mHolder;
 };

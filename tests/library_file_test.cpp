@@ -137,6 +137,11 @@ TEST_P(LibraryFile, BindsAtLoadTimeAndLocksItsTables) {
     for (const uint64_t offsetTable : mFile.Dynamic(DT_PLTGOT)) EXPECT_TRUE(isLocked(offsetTable));
 }
 
+// A timer that fires late must find its code, whatever the server closed meanwhile.
+TEST_P(LibraryFile, StaysMapped) {
+    EXPECT_NE(mFile.DynamicFlags(DT_FLAGS_1) & DF_1_NODELETE, 0u);
+}
+
 TEST_P(LibraryFile, GuardsItsStackFrames) {
     EXPECT_EQ(mFile.UndefinedSymbols().count("__stack_chk_fail"), 1u);
 }

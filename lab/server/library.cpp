@@ -63,17 +63,21 @@ Library::Library(const std::string& file) : mFile(file.empty() ? BesideProgram()
     mHandle = dlopen(mFile.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!mHandle)
         throw std::runtime_error(std::string("the plug-in cannot be loaded: ") + dlerror());
+    // What a configuration of an earlier Library said is forgotten when the next one is read.
+    std::map<int, RawXmlData*> nothing;
+    ParseScenes(nothing);
 }
 
 Library::~Library() {
-    if (mAdapter) {
-        auto* const platform = reinterpret_cast<TarQuelPlat*>(Find<void* (*)()>("GetPlat")());
-        platform->~TarQuelPlat();
-        // No callback begins any more in a plug-in without a timer; its code stays until the last
-        // one has left it.
-        WaitForTimerCallbacks();
-    }
+    EndPlatform();
+    // No callback of its timer begins any more; those under way end with the phone still there.
+    WaitForTimerCallbacks();
     dlclose(mHandle);
+}
+
+void Library::EndPlatform() {
+    mAdapter = nullptr;
+    reinterpret_cast<TarQuelPlat*>(Find<QcomPerfPlat* (*)()>("GetPlat")())->~TarQuelPlat();
 }
 
 template <typename Function>
@@ -111,8 +115,7 @@ PerfAdapter& Library::Initialize() {
 }
 
 PerfAdapter& Library::Restart() {
-    mAdapter = nullptr;
-    reinterpret_cast<TarQuelPlat*>(Find<QcomPerfPlat* (*)()>("GetPlat")())->~TarQuelPlat();
+    EndPlatform();
     return Initialize();
 }
 

@@ -20,9 +20,9 @@ struct ActionDeleter {
 using ActionChain = std::unique_ptr<Action, ActionDeleter>;
 
 // Opens the plug-in on construction. On destruction it destroys the platform object, waits for what
-// timers still run in the plug-in, and closes it, which ends all of its process-wide state: the
-// next Library starts afresh. What it hands out dies with it. Not for several threads, except where
-// PerfAdapter is.
+// timers still run in the plug-in, and closes it. The plug-in stays mapped all the same; with the
+// platform gone and a configuration read anew the next Library starts afresh. What it hands out
+// dies with it. Not for several threads, except where PerfAdapter is.
 class Library {
   public:
     // `file` empty: the one beside the program ("../lib/libtarquel_qcom.so").
@@ -62,6 +62,7 @@ class Library {
   private:
     template <typename Function>
     Function Find(const char* symbol) const;
+    void EndPlatform();
 
     std::string mFile;
     void* mHandle = nullptr;

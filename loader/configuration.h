@@ -1,0 +1,13 @@
+// What configurations say about the whole process: CpuInfo, FreqBoostInfo, BoostCountLimitInfo.
+#pragma once
+
+namespace tarquel {
+
+// Has the next configuration that is read begin with empty records: the platform that the last one
+// was read for is gone. Until then they stay as they are, for a platform that is built again.
+void BeginNextConfigurationAfresh();
+
+// Called when a configuration is read: empties the records if they are another platform's.
+void BeginConfiguration();
+
+}  // namespace tarquel
