@@ -31,9 +31,8 @@ int ConfigSetter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
                 tagLen, tag, resolved.value, mControl.mPerf.load(), mControl.mThermal.load(),
                 mControl.mEnableBoost.load());
         }
-        if (resolved.kind == Resolved::Kind::kNodeAndLock &&
-            mRules.WriteUnlessOwned(tag, resolved.value)) {
-            mScaling.MarkWritten(tag);
+        if (resolved.kind == Resolved::Kind::kNodeAndLock) {
+            mRules.WriteUnlessOwned(tag, resolved.value, FreqRules::Mark::kWritten);
         }
         mPerfService.PerfServiceSetConfig(tag, resolved.value);
     }

@@ -62,13 +62,18 @@ void ControlType::ReleaseThermal(int enableBoost) {
 }
 
 void ControlType::WriteDefaultCeilings() {
-    mIo.WriteNode(mNodes.Get(kTagLittleMax), mRecords.little.cpuinfoMaxFreq);
+    WriteDefaultCeiling(kTagLittleMax, mRecords.little);
     if (mLayout.HasPrimeCluster()) {
-        mIo.WriteNode(mNodes.Get(kTagMiddleMax), mRecords.big.cpuinfoMaxFreq);
-        mIo.WriteNode(mNodes.Get(kTagLastMax), mRecords.prime.cpuinfoMaxFreq);
+        WriteDefaultCeiling(kTagMiddleMax, mRecords.big);
+        WriteDefaultCeiling(kTagLastMax, mRecords.prime);
     } else {
-        mIo.WriteNode(mNodes.Get(kTagLastMax), mRecords.big.cpuinfoMaxFreq);
+        WriteDefaultCeiling(kTagLastMax, mRecords.big);
     }
+}
+
+void ControlType::WriteDefaultCeiling(int tag, const CPUFREQ& freq) {
+    const auto turn = mScaling.TakeTurn(tag);
+    mIo.WriteNode(mNodes.Get(tag), freq.cpuinfoMaxFreq);
 }
 
 }  // namespace tarquel

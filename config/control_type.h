@@ -4,6 +4,7 @@
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
+#include "nodes/scaling_writeback.h"
 #include "platform/adapter_state.h"
 #include "platform/breakthrough_timer.h"
 
@@ -13,13 +14,14 @@ class ControlType {
   public:
     ControlType(const DebugSwitches& switches, ControlState& control, const ClusterLayout& layout,
                 const FreqRecords& records, const NodeIo& io, NodeTable& nodes,
-                BreakthroughTimer& timer)
+                ScalingWriteback& scaling, BreakthroughTimer& timer)
         : mSwitches(switches),
           mControl(control),
           mLayout(layout),
           mRecords(records),
           mIo(io),
           mNodes(nodes),
+          mScaling(scaling),
           mTimer(timer) {}
 
     // Enters a control type; 1, 3 and whatever is not 0 to 10 change nothing. Every type is logged
@@ -30,6 +32,7 @@ class ControlType {
     void Enter(int perf, int thermal, int enableBoost);
     void ReleaseThermal(int enableBoost);
     void WriteDefaultCeilings();
+    void WriteDefaultCeiling(int tag, const CPUFREQ& freq);
 
     const DebugSwitches& mSwitches;
     ControlState& mControl;
@@ -37,6 +40,7 @@ class ControlType {
     const FreqRecords& mRecords;
     const NodeIo& mIo;
     NodeTable& mNodes;
+    ScalingWriteback& mScaling;
     BreakthroughTimer& mTimer;
 };
 

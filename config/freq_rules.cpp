@@ -32,6 +32,7 @@ int FreqRules::UpdateMaxCpuFreq(int value, CPUFREQ& freq, int tagMin, int tagMax
     if (value != freq.cpuinfoMaxFreq) return value;
 
     if (const NodePaths* ceilingNode = mNodes.Find(tagMax)) {
+        const auto turn = mScaling.TakeTurn(tagMax);
         mIo.WriteNode(*ceilingNode, value);
         mScaling.MarkWritten(tagMax);
         if (mSwitches.IsVerbose()) {
@@ -53,15 +54,17 @@ int FreqRules::UpdateCpuMax(int tag, int value) {
     }
 }
 
-bool FreqRules::WriteUnlessOwned(int tag, int value) {
-    if (value == kNoModification || mControl.mPerf != 0 || mControl.mBreakThrough) return false;
+void FreqRules::WriteUnlessOwned(int tag, int value, Mark mark) {
+    if (value == kNoModification || mControl.mPerf != 0) return;
+    const auto turn = mScaling.TakeTurn(tag);
+    if (mControl.mBreakThrough != 0) return;
     const NodePaths* node = mNodes.Find(tag);
     if (node == nullptr) {
         TARQUEL_LOGE("tarquel: tag = %d not in mCpuNodeMap\n", tag);
-        return false;
+        return;
     }
     mIo.WriteNode(*node, value);
-    return true;
+    if (mark == Mark::kWritten) mScaling.MarkWritten(tag);
 }
 
 }  // namespace tarquel

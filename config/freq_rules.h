@@ -39,9 +39,12 @@ class FreqRules {
     // The maximum rule on the record of a CPU ceiling tag. The middle cluster must be there.
     int UpdateCpuMax(int tag, int value);
 
+    enum class Mark { kNone, kWritten };
+
     // Writes a value to the tag's node, unless the performance policy owns the limits or a
-    // breakthrough runs. Returns true when it was written; a tag without a node is logged.
-    bool WriteUnlessOwned(int tag, int value);
+    // breakthrough runs; `mark` says whether the next write-back then leaves the ceiling alone. A
+    // tag without a node is logged.
+    void WriteUnlessOwned(int tag, int value, Mark mark);
 
     // The record of the middle and of the last cluster.
     CPUFREQ& Middle() { return mRecords.big; }

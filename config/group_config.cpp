@@ -87,8 +87,8 @@ void GroupConfig::ApplyCpuMax(int tagLen, int tag, int value) {
             tagLen, tag, applied, mControl.mPerf.load(), mControl.mThermal.load(),
             mControl.mEnableBoost.load());
     }
-    // Meant: unlike a single tag's write, this one is not kept from the next write-back.
-    mRules.WriteUnlessOwned(tag, applied);
+    // Unlike a single tag's write, this one is not kept from the next write-back.
+    mRules.WriteUnlessOwned(tag, applied, FreqRules::Mark::kNone);
     mPerfService.PerfServiceSetConfig(tag, applied);
 }
 

@@ -46,7 +46,7 @@ extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
 
 int QcomFreqManager::DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs,
                                      const int* event) {
-    const RequestGate::Turn turn(mGate);
+    std::lock_guard lock(mMutex);
     if (clientId == kClientNobody) return 0;
     if (!IsClient(clientId) && event == nullptr) return -1;
     if (tagLen == 0 && clientId != kClientCamera) return 0;
@@ -88,14 +88,11 @@ int QcomFreqManager::DoClientConfig(int clientId, std::span<const int> tags, con
                          at, newConfigs[i], at, configs[i]);
         }
     }
-    const int result = mAdapter.DoRealPerfSetConfig(clientId, static_cast<int>(tags.size()),
-                                                    tags.data(), newConfigs.data());
-    if (result != 0) {
-        TARQUEL_LOGE("tarquel: DoPerfSetConfig failed!");
-        return result;
-    }
-    // What the client asked for, not what it got: its own table never arbitrates its own request.
-    if (isCacheable) CacheTags(clientId, tags, configs);
+    // Before the values are applied, which never fails: a breakthrough that ends meanwhile puts
+    // back what is asked for now.
+    if (isCacheable) CacheTags(clientId, tags, configs, newConfigs.data());
+    mAdapter.DoRealPerfSetConfig(clientId, static_cast<int>(tags.size()), tags.data(),
+                                 newConfigs.data());
     return 0;
 }
 
@@ -132,15 +129,11 @@ int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
     return LimitMerge(GetSceneConfig(tag), value);
 }
 
-void QcomFreqManager::RunInTurn(const std::function<void()>& job) {
-    const RequestGate::Turn turn(mGate);
-    job();
-}
-
 void QcomFreqManager::GetLastFreqLimitStrategy() {
     for (const int tag : kThermalTags) {
-        mThermalConfigMap[ThermalIndex(tag)] =
-            GetNewConfig(kClientTemp, tag, Table(kClientTemp).Get(tag));
+        const int others = GetMinTagConfigs(kClientTemp, tag);
+        std::lock_guard lock(mThermalMutex);
+        mThermalConfigMap[ThermalIndex(tag)] = LimitMerge(others, Table(kClientTemp).Get(tag));
     }
 }
 
@@ -148,9 +141,18 @@ int QcomFreqManager::GetThermalConfig(int tag) const {
     return IsCpuMaxTag(tag) ? mThermalConfigMap[ThermalIndex(tag)].load() : 0;
 }
 
-void QcomFreqManager::CacheTags(int clientId, std::span<const int> tags, const int* configs) {
+// What the client asked for, not what it got: its own table never arbitrates its own request.
+void QcomFreqManager::CacheTags(int clientId, std::span<const int> tags, const int* configs,
+                                const int* newConfigs) {
     LimitTable& table = Table(clientId);
-    for (size_t i = 0; i < tags.size(); ++i) table.Set(tags[i], configs[i]);
+    std::lock_guard lock(mThermalMutex);
+    for (size_t i = 0; i < tags.size(); ++i) {
+        table.Set(tags[i], configs[i]);
+        // Again: a breakthrough that ended since may have derived it from the former request.
+        if (clientId == kClientTemp && IsCpuMaxTag(tags[i])) {
+            mThermalConfigMap[ThermalIndex(tags[i])] = newConfigs[i];
+        }
+    }
 }
 
 int QcomFreqManager::DoPerfEventConfig(int cmdId, std::span<const int> tags, const int* configs,

@@ -12,11 +12,10 @@
 
 #include <array>
 #include <atomic>
-#include <functional>
+#include <mutex>
 #include <span>
 
 #include "freq/limit_table.h"
-#include "freq/request_gate.h"
 #include "freq/scene_limits.h"
 #include "tarquel/api.h"
 
@@ -48,18 +47,9 @@ class QcomFreqManager {
                         const int* event);
 
     // Derives the thermal ceilings anew from what the clients last asked for, so that a ceiling
-    // that a new thermal request leaves out stays right. Threads: in a request's turn, or in that
-    // of one of the two operations below; else a request under way, whose result is stored before
-    // what it asked for, would be undone.
+    // that a new thermal request leaves out stays right. Threads: any; of a thermal request whose
+    // values are being applied, its own count already.
     void GetLastFreqLimitStrategy();
-
-    // Runs `job` while no request is under way. Waits for the one that is. Threads: any, but not
-    // from within a request.
-    void RunInTurn(const std::function<void()>& job);
-
-    // As RunInTurn, but never waits: the request under way runs `job` as it ends. `job` outlives
-    // the manager. Threads: any.
-    void RunBetweenRequests(const tarquel::RequestGate::Job& job) { mGate.Post(job); }
 
     // The thermal ceiling of tag 1, 4 or 7 in kHz; 0 for none, -1 for none known. 0 for any other
     // tag. Threads: any.
@@ -85,7 +75,8 @@ class QcomFreqManager {
     int GetMaxFreqFromMap(int cmdId, int event, int tag, int config);
     int GetMinFreqFromMap(int cmdId, int event, int tag, int config);
 
-    void CacheTags(int clientId, std::span<const int> tags, const int* configs);
+    void CacheTags(int clientId, std::span<const int> tags, const int* configs,
+                   const int* newConfigs);
     void SaveDataToMap(int cmdId, int event, std::span<const int> tags, const int* configs);
 
     static void PrintFreqList(const tarquel::LimitTable& table, android::String8& out);
@@ -104,7 +95,9 @@ class QcomFreqManager {
     std::array<tarquel::LimitTable, 4> mClientTables;  // of client 1, 2, 3, 4
     tarquel::LimitTable mClientMergedMap;              // what the clients' arbitration gave last
     tarquel::SceneTable mSceneFreqMap;
-    tarquel::RequestGate mGate;  // held by a request from its beginning to its end
+    std::mutex mMutex;         // held by a request from its beginning to its end
+    std::mutex mThermalMutex;  // makes storing what the thermal client asks for, and deriving its
+                               // ceiling from that, one step each
     std::array<std::atomic<int>, 3> mThermalConfigMap{tarquel::kUnset, tarquel::kUnset,
                                                       tarquel::kUnset};  // of tag 1, 4, 7
 };

@@ -1,7 +1,6 @@
 #include "nodes/scaling_writeback.h"
 
 #include "freq/freq_manager.h"
-#include "platform/log.h"
 
 namespace tarquel {
 
@@ -11,37 +10,77 @@ namespace {
 constexpr int kNoThermalCeiling = 0;
 constexpr int kNoValidCeiling = -1;
 
+// Numbers of breakthroughs wrap around.
+bool IsLater(uint32_t number, uint32_t than) {
+    return static_cast<int32_t>(number - than) > 0;
+}
+
 }  // namespace
 
-void ScalingWriteback::InitIsThermalSetConfig() {
-    for (Flag& flag : mIsThermalSetConfig) flag.isWritten = false;
+// The last cluster's default is the prime record's. With two clusters nothing fills that record: 0
+// is written, of which the kernel makes the lowest step, until a request sets the ceiling.
+ScalingWriteback::ScalingWriteback(const NodeIo& io, NodeTable& nodes, const FreqRecords& records,
+                                   const ControlState& control,
+                                   const std::unique_ptr<QcomFreqManager>& freqManager)
+    : mIo(io),
+      mNodes(nodes),
+      mControl(control),
+      mFreqManager(freqManager),
+      mCeilings{{{*this, 1, records.little.cpuinfoMaxFreq},
+                 {*this, 4, records.big.cpuinfoMaxFreq},
+                 {*this, 7, records.prime.cpuinfoMaxFreq}}} {}
+
+ScalingWriteback::Ceiling* ScalingWriteback::Find(int tag) {
+    for (Ceiling& ceiling : mCeilings) {
+        if (ceiling.tag == tag) return &ceiling;
+    }
+    return nullptr;
+}
+
+std::optional<RequestGate::Turn> ScalingWriteback::TakeTurn(int tag) {
+    Ceiling* const ceiling = Find(tag);
+    if (ceiling == nullptr) return std::nullopt;
+    return std::optional<RequestGate::Turn>(std::in_place, ceiling->gate);
 }
 
 void ScalingWriteback::MarkWritten(int tag) {
-    for (Flag& flag : mIsThermalSetConfig) {
-        if (flag.tag == tag) flag.isWritten = true;
-    }
+    if (Ceiling* const ceiling = Find(tag)) ceiling->isWritten = true;
 }
 
 void ScalingWriteback::WriteAllScaling() {
-    if (mFreqManager == nullptr) {
-        TARQUEL_LOGE("tarquel: mFreqManagerPtr failed!\n");
-        return;
+    for (Ceiling& ceiling : mCeilings) {
+        const RequestGate::Turn turn(ceiling.gate);
+        Write(ceiling, 0);
     }
-    // All three are asked for before anything is written.
-    const int little = mFreqManager->GetThermalConfig(1);
-    const int middle = mFreqManager->GetThermalConfig(4);
-    const int last = mFreqManager->GetThermalConfig(7);
-    WriteCeiling(mIsThermalSetConfig[0], little, mRecords.little.cpuinfoMaxFreq);
-    WriteCeiling(mIsThermalSetConfig[1], middle, mRecords.big.cpuinfoMaxFreq);
-    // Meant: always the prime record, also with two clusters, where it is 0.
-    WriteCeiling(mIsThermalSetConfig[2], last, mRecords.prime.cpuinfoMaxFreq);
-    InitIsThermalSetConfig();
 }
 
-void ScalingWriteback::WriteCeiling(const Flag& flag, int thermalKhz, int defaultKhz) {
-    if (thermalKhz == kNoValidCeiling || flag.isWritten) return;
-    mIo.WriteNode(mNodes.Get(flag.tag), thermalKhz == kNoThermalCeiling ? defaultKhz : thermalKhz);
+void ScalingWriteback::RestoreCeilings(uint32_t number) {
+    for (Ceiling& ceiling : mCeilings) {
+        uint32_t former = ceiling.endedBreakthrough;
+        while (IsLater(number, former) &&
+               !ceiling.endedBreakthrough.compare_exchange_weak(former, number)) {
+        }
+        ceiling.gate.Post(ceiling.restore);
+    }
+}
+
+// False while the performance policy owns the limits, and while a breakthrough lifts them that is
+// not the one whose end is being served (0: none is).
+bool ScalingWriteback::MayWrite(uint32_t endedBreakthrough) const {
+    if (mControl.mPerf != 0) return false;
+    const uint32_t running = mControl.mBreakThrough;
+    if (running == 0) return true;
+    return endedBreakthrough != 0 && !IsLater(running, endedBreakthrough);
+}
+
+// Called in the ceiling's turn.
+void ScalingWriteback::Write(Ceiling& ceiling, uint32_t endedBreakthrough) {
+    if (!MayWrite(endedBreakthrough)) return;
+    const int thermalKhz = mFreqManager->GetThermalConfig(ceiling.tag);
+    const bool isWritten = ceiling.isWritten.exchange(false);
+    if (thermalKhz == kNoValidCeiling || isWritten) return;
+    mIo.WriteNode(mNodes.Get(ceiling.tag),
+                  thermalKhz == kNoThermalCeiling ? ceiling.defaultKhz : thermalKhz);
 }
 
 }  // namespace tarquel

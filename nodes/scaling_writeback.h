@@ -5,10 +5,13 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <optional>
 
+#include "freq/request_gate.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
+#include "platform/adapter_state.h"
 
 class QcomFreqManager;
 
@@ -19,36 +22,56 @@ constexpr bool IsLimitTag(int tag) {
     return tag == 1 || tag == 4 || tag == 7 || tag == 10;
 }
 
-// Threads: the request thread and the timer's thread may both write back.
+// A request and the end of a breakthrough may both write a cluster's ceiling. Whoever decides what
+// to write and writes it does so in the ceiling's turn, so that the later decision is also what
+// stays in the node. Threads: any; docs/threads.md.
 class ScalingWriteback {
   public:
     ScalingWriteback(const NodeIo& io, NodeTable& nodes, const FreqRecords& records,
-                     const std::unique_ptr<QcomFreqManager>& freqManager)
-        : mIo(io), mNodes(nodes), mRecords(records), mFreqManager(freqManager) {}
+                     const ControlState& control,
+                     const std::unique_ptr<QcomFreqManager>& freqManager);
 
-    // Clears every flag that MarkWritten set.
-    void InitIsThermalSetConfig();
+    // The turn of the ceiling `tag`, held while the result lives; nothing for a tag without a
+    // write-back. A thread holds one at a time, and calls neither the HAL nor the server meanwhile.
+    std::optional<RequestGate::Turn> TakeTurn(int tag);
 
     // Says that the ceiling of `tag` was just written, so that the next write-back leaves it alone,
-    // once. Tags without a write-back are ignored.
+    // once. Tags without a write-back are ignored. Called in the ceiling's turn.
     void MarkWritten(int tag);
 
-    // Writes every cluster's ceiling but those marked; clears all marks.
+    // Writes every cluster's ceiling but those marked; clears all marks. For a request while no
+    // breakthrough runs: a ceiling that one lifts meanwhile is left alone.
     void WriteAllScaling();
 
+    // The same for the end of breakthrough `number`; one that began since is left alone. Waits for
+    // nobody: a ceiling that is just being written is written again by whoever does, at once.
+    void RestoreCeilings(uint32_t number);
+
   private:
-    struct Flag {
-        int tag;
+    struct Ceiling {
+        ScalingWriteback& writeback;
+        const int tag;
+        const int32_t& defaultKhz;
+        RequestGate gate{};
         std::atomic<bool> isWritten{false};
+        std::atomic<uint32_t> endedBreakthrough{0};  // the latest one that restores it
+        const RequestGate::Job restore{[](void* self) noexcept {
+                                           auto& ceiling = *static_cast<Ceiling*>(self);
+                                           ceiling.writeback.Write(ceiling,
+                                                                   ceiling.endedBreakthrough);
+                                       },
+                                       this};
     };
 
-    void WriteCeiling(const Flag& flag, int thermalKhz, int defaultKhz);
+    Ceiling* Find(int tag);
+    bool MayWrite(uint32_t endedBreakthrough) const;
+    void Write(Ceiling& ceiling, uint32_t endedBreakthrough);
 
     const NodeIo& mIo;
     NodeTable& mNodes;
-    const FreqRecords& mRecords;
+    const ControlState& mControl;
     const std::unique_ptr<QcomFreqManager>& mFreqManager;
-    std::array<Flag, 3> mIsThermalSetConfig{{{1}, {4}, {7}}};
+    std::array<Ceiling, 3> mCeilings;
 };
 
 }  // namespace tarquel

@@ -48,11 +48,19 @@ int BreakthroughTimer::DeleteTimer() {
 }
 
 void BreakthroughTimer::Start(int ms) {
-    std::lock_guard lock(mMutex);
-    // Before the timer is armed: an expiry finds what it is to end, however soon it comes.
-    if (++mLastNumber == 0) ++mLastNumber;
-    mControl.mBreakThrough = mLastNumber;
-    ArmUnlessLonger(std::min(ms, kLongestMs));
+    const uint32_t expiriesBefore = mExpiries;
+    uint32_t number = 0;
+    {
+        std::lock_guard lock(mMutex);
+        // Armed before it is numbered: an expiry of an earlier breakthrough that is only now on its
+        // way finds either the earlier number or an armed timer, and never ends this one.
+        ArmUnlessLonger(std::min(ms, kLongestMs));
+        if (++mLastNumber == 0) ++mLastNumber;
+        number = mLastNumber;
+        mControl.mBreakThrough = number;
+    }
+    // An expiry in between may have been this one's own and found no number to end.
+    if (mExpiries != expiriesBefore && !IsArmed()) End(number);
 }
 
 void BreakthroughTimer::Cancel() {
@@ -67,9 +75,10 @@ int BreakthroughTimer::SetTimer(int ms) {
         std::lock_guard lock(mMutex);
         result = ms == 0 ? Arm(0) : ArmUnlessLonger(std::min(ms, kLongestMs));
     }
-    if (ms == 0 && mFreqManager != nullptr) {
-        mFreqManager->RunInTurn(
-            [this] { RestoreLimits("tarquel SetTimer End Temperature Control Breakthrough"); });
+    if (ms != 0) return result;
+    const uint32_t running = mControl.mBreakThrough;
+    if (running != 0) {
+        RestoreLimits(running, "tarquel SetTimer End Temperature Control Breakthrough");
     }
     return result;
 }
@@ -104,30 +113,35 @@ int BreakthroughTimer::Arm(int ms) {
     return 0;
 }
 
+// True while the timer counts, also when it is due and has not fired.
+bool BreakthroughTimer::IsArmed() const {
+    itimerspec remaining{};
+    return mTimerCreated && timer_gettime(mTimerId, &remaining) == 0 &&
+           (remaining.it_value.tv_sec != 0 || remaining.it_value.tv_nsec != 0);
+}
+
 void BreakthroughTimer::Expire() {
+    ++mExpiries;
     const uint32_t running = mControl.mBreakThrough;
-    if (running == 0 || mFreqManager == nullptr) return;
-    // Never back: an earlier breakthrough's expiry may be late.
-    uint32_t expired = mExpired;
-    while (static_cast<int32_t>(running - expired) > 0 &&
-           !mExpired.compare_exchange_weak(expired, running)) {
-    }
-    mFreqManager->RunBetweenRequests(mEnd);
+    // An armed timer counts for what began, or was prolonged, since this expiry set out; its own
+    // expiry will come.
+    if (running == 0 || IsArmed()) return;
+    End(running);
 }
 
-// Called in a turn of the frequency manager's. A breakthrough that began meanwhile goes on.
-void BreakthroughTimer::EndExpired() {
-    uint32_t expired = mExpired;
-    if (mControl.mBreakThrough != expired) return;
-    RestoreLimits("tarquel TimerCallback End Temperature Control Breakthrough");
-    mControl.mBreakThrough.compare_exchange_strong(expired, 0);
+// Ends the breakthrough of this number if it is the one that runs.
+void BreakthroughTimer::End(uint32_t number) {
+    // First: what a request stores before it finds no breakthrough, the restore finds stored; and a
+    // request that finds none writes its node itself.
+    uint32_t running = number;
+    if (!mControl.mBreakThrough.compare_exchange_strong(running, 0)) return;
+    RestoreLimits(number, "tarquel TimerCallback End Temperature Control Breakthrough");
 }
 
-// Called in a turn of the frequency manager's.
-void BreakthroughTimer::RestoreLimits(const char* message) {
-    if (mControl.mPerf != 0 || mControl.mBreakThrough == 0) return;
+void BreakthroughTimer::RestoreLimits(uint32_t number, const char* message) {
+    if (mControl.mPerf != 0 || mFreqManager == nullptr) return;
     mFreqManager->GetLastFreqLimitStrategy();
-    mScaling.WriteAllScaling();
+    mScaling.RestoreCeilings(number);
     if (mSwitches.IsDebug()) TARQUEL_LOGI("%s", message);
 }
 

@@ -4,11 +4,11 @@
 #include <signal.h>
 #include <time.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 
-#include "freq/request_gate.h"
 #include "nodes/scaling_writeback.h"
 #include "platform/adapter_state.h"
 
@@ -16,11 +16,10 @@ class QcomFreqManager;
 
 namespace tarquel {
 
-// While a breakthrough runs, the timer is armed or an expiry is on its way (unless the timer
-// fails): both change together under the timer's mutex.
+// While a breakthrough runs, the timer is armed or an expiry is on its way, unless the timer fails.
 //
-// Threads: any; the timer facility calls back on a thread of its own. docs/threads.md has the order
-// of the locks.
+// Threads: any; the timer facility calls back on a thread of its own. docs/threads.md tells what
+// happens when they meet.
 class BreakthroughTimer {
   public:
     BreakthroughTimer(const DebugSwitches& switches, ControlState& control,
@@ -39,8 +38,7 @@ class BreakthroughTimer {
     // is the most.
     void Start(int ms);
 
-    // Ends a breakthrough without putting limits back and disarms the timer. May be called during a
-    // request to the frequency manager.
+    // Ends a breakthrough without putting limits back and disarms the timer.
     void Cancel();
 
     // Arms the timer once, or disarms it.
@@ -48,32 +46,30 @@ class BreakthroughTimer {
     //            mode, puts the limits back (the breakthrough flag stays set)
     //   Returns  0; -1 when as much time as `ms` still remains (the timer runs on), when there is
     //            no timer and when it cannot be set
-    //   Threads  any, but with 0 not during a request to the frequency manager, whose end it awaits
     int SetTimer(int ms);
 
-    // The breakthrough's time is up: puts the limits back and ends it, or has the request to the
-    // frequency manager that is under way do so as it ends. Waits for nothing.
+    // A breakthrough's time is up: ends it and puts the limits back, unless the timer counts for
+    // another one by now. Waits for no request and takes no mutex that a request holds for long.
     void Expire();
 
   private:
     int64_t RemainingMs() const;
+    bool IsArmed() const;
     int ArmUnlessLonger(int ms);
     int Arm(int ms);
-    void RestoreLimits(const char* message);
-    void EndExpired();
+    void End(uint32_t number);
+    void RestoreLimits(uint32_t number, const char* message);
 
     const DebugSwitches& mSwitches;
     ControlState& mControl;
     ScalingWriteback& mScaling;
     const std::unique_ptr<QcomFreqManager>& mFreqManager;
-    const RequestGate::Job mEnd{
-        [](void* self) noexcept { static_cast<BreakthroughTimer*>(self)->EndExpired(); }, this};
-    std::atomic<uint32_t> mExpired{0};  // number of the breakthrough whose time is up
 
-    std::mutex mMutex;  // guards creating, arming, reading and deleting the timer, and what follows
-    timer_t mTimerId{};
-    bool mTimerCreated = false;
+    std::mutex mMutex;  // guards creating, arming, reading and deleting the timer, and mLastNumber
+    std::atomic<bool> mTimerCreated{false};
+    timer_t mTimerId{};  // written while mTimerCreated is false
     uint32_t mLastNumber = 0;
+    std::atomic<uint32_t> mExpiries{0};
 };
 
 }  // namespace tarquel

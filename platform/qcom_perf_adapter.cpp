@@ -36,7 +36,6 @@ QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
     mRecords = InitDefaultNodeValue(mLayout, mNodeIo);
     mFreqManagerPtr.reset(GetFreqManager(*this));
     CheckDebugVersion();
-    mScaling.InitIsThermalSetConfig();
     mTimerFence.Open();
     mTimer.CreateTimer(&TimerCallback, this);
 }

@@ -102,7 +102,7 @@ class QcomPerfAdapter : public PerfAdapter {
     tarquel::NodeTable mNodes{mSwitches, mLayout};
     tarquel::TagOpcodes mTagOpcodes;
     tarquel::FreqRecords mRecords;
-    tarquel::ScalingWriteback mScaling{mNodeIo, mNodes, mRecords, mFreqManagerPtr};
+    tarquel::ScalingWriteback mScaling{mNodeIo, mNodes, mRecords, mControl, mFreqManagerPtr};
 
     tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, mFreqManagerPtr};
     tarquel::TimerFence mTimerFence{this};
@@ -115,8 +115,8 @@ class QcomPerfAdapter : public PerfAdapter {
     tarquel::PerfService mPerfService{mSwitches, mLayout, mTracer, mTagOpcodes, mPerfLock};
     tarquel::FreqRules mRules{mSwitches, mControl, mLayout,  mRecords,
                               mNodeIo,   mNodes,   mScaling, mPerfService};
-    tarquel::ControlType mControlType{mSwitches, mControl, mLayout, mRecords,
-                                      mNodeIo,   mNodes,   mTimer};
+    tarquel::ControlType mControlType{mSwitches, mControl, mLayout,  mRecords,
+                                      mNodeIo,   mNodes,   mScaling, mTimer};
     tarquel::GroupConfig mGroup{mSwitches,   mControl, mLayout,      mTracer,
                                 mTagOpcodes, mRules,   mPerfService, mPerfLock};
     tarquel::ConfigSetter mSetter{mSwitches, mControl,     mLayout,      mRecords, mRules,

@@ -269,28 +269,71 @@ TEST_F(FaultTest, TimerThatCannotBeSetIsMadeGoodByTheNextBreakthrough) {
     EXPECT_THAT(NodeWrites(), ElementsAre(kPrimeMax + "=1843200"));
 }
 
-// The HAL keeps a thermal request so long that the breakthrough ends inside it: the ceiling that
-// the request brings is the one that is put back, and the next breakthrough is whole.
-TEST_F(FaultTest, BreakthroughThatEndsInsideASlowRequestEndsBehindIt) {
+// What keeps a request beyond the end of the breakthrough that runs: the HAL, or a node.
+struct SlowCase {
+    const char* name;
+    int client;
+    int tag;
+    int value;
+    const char* slowNode;  // null: the HAL
+    int restored;          // the prime ceiling that is put back
+};
+
+void PrintTo(const SlowCase& slow, std::ostream* out) {
+    *out << slow.name;
+}
+
+class SlowRequest : public FaultTest, public testing::WithParamInterface<SlowCase> {};
+
+TEST_P(SlowRequest, DoesNotKeepTheBreakthroughFromEndingOnTime) {
+    const SlowCase& c = GetParam();
     Boot();
     EnterThermal();
     Limit(kTemp, {{7, 2054400}});
     Adapter().SetDebug(true);
     Boost(1000);
     Forget();
-    Phones().SetHalDelay(800);  // two calls: the former lock is released first
-    Limit(kTemp, {{7, 1843200}});
+    const int64_t start = NowMs();
+    if (c.slowNode == nullptr) {
+        Phones().SetHalDelay(1500);
+    } else {
+        Phones().SetNode(c.slowNode, {NodeFault::Kind::kSlow, 1500});
+    }
+    Limit(c.client, {{c.tag, c.value}});
     Phones().SetHalDelay(0);
-    EXPECT_THAT(NodeWrites(), ElementsAre(kPrimeMax + "=1843200"));
-    EXPECT_EQ(Log(kInfo).back(), "tarquel TimerCallback End Temperature Control Breakthrough");
+    Phones().LiftNodes();
+    EXPECT_GE(NowMs(), start + 1500);
 
+    // A thermal request writes its ceilings at its own end as well.
+    std::vector<int64_t> writtenMs;
+    for (const lab::Event& event : GetPhone().Events().Events()) {
+        const auto* access = std::get_if<lab::NodeAccess>(&event.what);
+        if (access == nullptr || access->path != kPrimeMax || access->byHal) continue;
+        EXPECT_EQ(access->requested, std::to_string(c.restored));
+        writtenMs.push_back(event.at / std::chrono::milliseconds(1) - start);
+    }
+    ASSERT_THAT(writtenMs, Not(IsEmpty()));
+    EXPECT_EQ(writtenMs.front(), 1000);
+    EXPECT_THAT(Log(kInfo), Contains("tarquel TimerCallback End Temperature Control Breakthrough"));
+
+    // The next breakthrough is whole.
     Boost(500);
     Forget();
     Limit(kTemp, {{7, 1728000}});
     EXPECT_THAT(NodeWrites(), IsEmpty());
     Advance(500);
-    EXPECT_THAT(NodeWrites(), ElementsAre(kPrimeMax + "=1728000"));
+    EXPECT_THAT(NodeWrites(), Contains(kPrimeMax + "=1728000"));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, SlowRequest,
+    testing::Values(SlowCase{"ThermalsOwn", kTemp, 7, 1843200, nullptr, 1843200},
+                    SlowCase{"AnotherClients", 1, 1, 1171200, nullptr, 2054400},
+                    SlowCase{"NodeOfTheGpu", 1, 10, 0, "/sys/class/kgsl/kgsl-3d0/devfreq/max_freq",
+                             2054400},
+                    SlowCase{"NodeOfAnotherCeiling", 1, 1, 0,
+                             "/sys/devices/system/cpu/cpu0/cpufreq/scaling_max_freq", 2054400}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 // Mistakes in the `faults` of a scenario, each with the place and the beginning of its message.
 struct Mistake {

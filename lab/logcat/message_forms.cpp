@@ -66,7 +66,6 @@ const std::vector<MessageForm> kForms = {
     {Message::kLimitEffect,    "tarquel: DoGroup tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, mEnable = %d"},
     {Message::kLimitEffect,    "tarquel: DoGroupPerfRel release %d for last duration = 0"},
     {Message::kLimitEffect,    "tarquel: DoGroupPerfSetConfig tags not exist."},
-    {Message::kLimitEffect,    "tarquel: DoPerfSetConfig failed!"},
     {Message::kLimitEffect,    "tarquel: DoPerfEventConfig failed!"},
     {Message::kLimitEffect,    "tarquel: invalid tag %d, cmdId is %d"},
     {Message::kOther,          "tarquel: mFreqManagerPtr failed!"},
