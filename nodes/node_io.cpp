@@ -18,8 +18,6 @@ namespace {
 
 // Descriptors and not streams: a stream takes two pieces of heap and a call more for each node.
 
-constexpr mode_t kNewFileMode = 0666;  // as a stream's; nodes are there already
-
 // Reads what stands first in the file, as a scan for one decimal integer does: 1 for a number, 0
 // for another text, EOF for blanks alone, an empty file and one that cannot be read.
 int ReadNumber(int fd, long long& number) {
@@ -66,7 +64,7 @@ void NodeIo::WriteNode(const NodePaths& paths, int value) const {
     NodePaths::Buffer buffer;
     for (int i = 0; i < paths.Count(); ++i) {
         const char* const path = paths.Path(i, buffer);
-        const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode);
+        const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
         if (fd < 0) {
             TARQUEL_LOGE("tarquel: write node open %s error: no node/permission\n", path);
             continue;

@@ -18,10 +18,10 @@ inline bool IsNullArgument(const void* address, const char* operation) {
     return true;
 }
 
-// True, with a log line, for an action whose list has fewer pairs than the action claims, or that
-// claims a negative number of them.
+// True, with a log line, for an action whose list has fewer pairs than the action claims. One that
+// claims a negative number of them has none.
 inline bool IsCutShort(const Action& action) {
-    if (action.tagLen >= 0 && PairInts(action) == static_cast<size_t>(action.tagLen) * 2) {
+    if (action.tagLen <= 0 || PairInts(action) == static_cast<size_t>(action.tagLen) * 2) {
         return false;
     }
     TARQUEL_LOGE("tarquel: action list is invalid, cmdId is %d, tagLen is %d\n", action.cmdId,

@@ -33,12 +33,9 @@ constexpr bool IsThermalLevel(int level) {
     return level >= 1 && level <= 4;
 }
 
-// The boost-frequency level of `action` for a thermal level, -1 when it has none.
-int BoostLevel(const Action& action, int thermal) {
-    const auto index = static_cast<size_t>(thermal) - 1;
-    if (index >= action.boostLevels.size()) return -1;
-    const int level = action.boostLevels[index];
-    return FreqBoostInfo::IsLevel(level) ? level : -1;
+// True when `action` names a boost-frequency level for a thermal level.
+bool HasBoostLevel(const Action& action, int thermal) {
+    return static_cast<size_t>(thermal) <= action.boostLevels.size();
 }
 
 bool IsRefused(const Action& first) {
@@ -97,8 +94,8 @@ int BoostCompletion::DoAddScalingInfo(Action& first) const {
     bool rewritten = false;
     for (Action* action = &first; action != nullptr; action = action->next) {
         if (!IsThermalLevel(action->boostLimitLevel) || action->boostLimitLevel < thermal) continue;
-        const int level = BoostLevel(*action, thermal);
-        if (level < 0 || IsCutShort(*action)) continue;
+        if (!HasBoostLevel(*action, thermal) || IsCutShort(*action)) continue;
+        const int level = action->boostLevels[static_cast<size_t>(thermal) - 1];
         if (!rewritten) DoAddBoostFreqInfo(first, level);
         rewritten = true;
         AppendCeilings(*action, level);

@@ -22,7 +22,8 @@ class BoostCompletion {
     int DoAddTaskBoostInfo(Action& first, const std::string& msg) const;
 
     // Appends the ceilings of every cluster to each action that may boost under the thermal level
-    // in force, and rewrites the chain's frequency limits to the level's. Always 0.
+    // in force, and rewrites the chain's frequency limits to the level's. A level without boost
+    // frequencies, such as one beyond 9, lifts to the hardware's maxima. Always 0.
     int DoAddScalingInfo(Action& first) const;
 
   private:

@@ -213,7 +213,9 @@ const Attack kAttacks[] = {
     // name, attack, what the entry answers, what the log says
     {"ActionNull",            [](T& t) { return t.CallSlot(kSlotDoAction, kNoAction, 0u, &kOn); },           -1, kNull},
     {"ActionCycle",           [](T& t) { return t.Do(*Cycle(t).first); },                                    -1, kEndless},
-    {"ActionNegativeCount",   [](T& t) { return t.Do(*t.Pairs({1, 2}, INT_MIN)); },                          -1, kList},
+    {"ActionNegativeCount",   [](T& t) { return t.Do(*t.Pairs({1, 2}, INT_MIN)); },                          -1, kSilent},
+    {"SceneNegativeCount",    [](T& t) { return t.SceneOf(-1, 1, &kOn); },                                    0, kSilent},
+    {"TaskBoostNegative",     [](T& t) { return t.TaskBoost(-1, "targetPid=7"); },                            7, kSilent},
     {"ActionHugeCount",       [](T& t) { return t.Do(*t.Pairs({1, 2}, INT_MAX)); },                          -1, kList},
     {"ActionShortList",       [](T& t) { return t.Do(*t.Pairs({1, 2}, 2)); },                                -1, kList},
     {"SceneShortList",        [](T& t) { return t.SceneOf(2, 1, &kOn); },                                    -1, "action list is invalid, cmdId is 12288"},
@@ -243,6 +245,7 @@ const Attack kAttacks[] = {
     {"StatusNull",            [](T& t) { return t.CallSlot(kSlotEventStatus, nullptr); },                    -1, kNull},
     {"TagValueNullOutputs",   [](T& t) { return t.Adapter().GetPerfTagValue(*t.Pairs({1, 2}, 1), 0, nullptr, nullptr); }, -1, kSilent},
     {"TagValueNullAction",    [](T& t) { return t.TagValue(nullptr); },                                      -1, kNull},
+    {"TagValueNegative",      [](T& t) { return t.TagValue(t.Pairs({7, 5}, -1).get()); },                     0, kSilent},
     {"TagValueShortList",     [](T& t) { return t.TagValue(t.Pairs({1, 2}, INT_MAX).get()); },               -1, kList},
     {"ChipTypeNull",          [](T& t) { return t.CallSlot(kSlotChipType, kNoAction, nullptr); },            -1, kNull},
     {"SchedLevelNull",        [](T& t) { return t.Adapter().DoSchedLevelAction(INT_MIN, INT_MAX, nullptr, nullptr); }, 0, kSilent},

@@ -90,15 +90,19 @@ TEST_F(BoostTest, ThermalBoostTakesTheLevelsFrequencies) {
     EXPECT_EQ(second->tagLen, 4);
 }
 
+// One with fewer frequencies than clusters, one with none, and those that no element can describe.
 TEST_F(BoostTest, LevelWithoutFrequenciesLiftsToTheHardwareMaximum) {
     BootWithLevel("sm4450", {{"little_cpu0_max_freq", "1094400"}});
     EnterThermal(1);
-    const auto action = MakeAction(4353, 10, {0x40804000, 1}, 4);
-    action->boostLevels = {3, 9, 9, 9};
-    Adapter().DoAddScalingInfo(*action);
-    EXPECT_THAT(action->perfList,
-                ElementsAre(0x40804000, 1, 0x40810000, 1958400, 0x40814000, 2208000));
-    EXPECT_EQ(action->tagLen, 3);
+    for (const int level : {3, 9, 10, 15, -1}) {
+        const auto action = MakeAction(4353, 10, {0x40804000, 1}, 4);
+        action->boostLevels = {level, 3, 3, 3};
+        Adapter().DoAddScalingInfo(*action);
+        EXPECT_THAT(action->perfList,
+                    ElementsAre(0x40804000, 1, 0x40810000, 1958400, 0x40814000, 2208000))
+            << level;
+        EXPECT_EQ(action->tagLen, 3) << level;
+    }
 }
 
 TEST_F(BoostTest, TextThatIsNoFrequencyCountsAsZero) {
@@ -138,8 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
                     UntouchedCase{"hotter than the action allows", 3, 2, 1, {3, 3, 3, 3}},
                     UntouchedCase{"limit level beyond 4", 1, 5, 1, {3, 3, 3, 3}},
                     UntouchedCase{"no breakthrough allowed", 1, 4, 0, {3, 3, 3, 3}},
-                    UntouchedCase{"fewer levels than the thermal one", 4, 4, 1, {3, 3, 3}},
-                    UntouchedCase{"level outside 0 to 9", 1, 4, 1, {10}}));
+                    UntouchedCase{"fewer levels than the thermal one", 4, 4, 1, {3, 3, 3}}));
 
 class BoostCountTest : public BoostTest {
   protected:

@@ -110,6 +110,19 @@ TEST_F(BreakthroughTest, EndCommandStartsItAnewAfterPuttingTheCeilingBack) {
     EXPECT_THAT(NodeWrites(), Contains(kPrimeMaxNode + "=2054400"));
 }
 
+// An action that claims fewer pairs than none is one without pairs: what precedes the list happens.
+TEST_F(BreakthroughTest, ActionWithANegativeCountActsUpToItsMissingPairs) {
+    const auto regular = MakeAction(5378, 500, {0x40C00000, 1});
+    const auto end = MakeAction(5379, 1000, {0x40C00000, 1}, 2);
+    end->tagLen = -1;
+    Do(*regular);
+    Forget();
+    EXPECT_EQ(Do(*end), -1);
+    EXPECT_THAT(HalCalls(), ElementsAre("rel 2 -> 0"));
+    EXPECT_THAT(Timer(), ElementsAre("disarm", "arm 1000"));
+    EXPECT_THAT(Log(kError), IsEmpty());
+}
+
 TEST_F(BreakthroughTest, ThermalReleaseEndsItWithoutARestore) {
     Boost(2500, 2);
     Limit(kTemp, {{57, 9}});
