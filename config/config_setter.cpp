@@ -1,7 +1,7 @@
 #include "config/config_setter.h"
 
-#include "platform/client_ids.h"
-#include "platform/log.h"
+#include "base/client_ids.h"
+#include "base/log.h"
 
 namespace tarquel {
 

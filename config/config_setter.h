@@ -2,12 +2,12 @@
 // type, and the write-back of ceilings at the end of a thermal request.
 #pragma once
 
+#include "base/adapter_state.h"
 #include "config/control_type.h"
 #include "config/freq_rules.h"
 #include "config/group_config.h"
-#include "config/perf_service.h"
-#include "nodes/scaling_writeback.h"
-#include "platform/adapter_state.h"
+#include "config/scaling_writeback.h"
+#include "locks/perf_service.h"
 
 namespace tarquel {
 

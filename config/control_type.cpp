@@ -1,7 +1,7 @@
 #include "config/control_type.h"
 
-#include "platform/client_ids.h"
-#include "platform/log.h"
+#include "base/client_ids.h"
+#include "base/log.h"
 #include "tarquel/jank_log.h"
 
 namespace tarquel {

@@ -1,12 +1,12 @@
 // The control type (tag 57): who owns the limits and under which thermal level actions run.
 #pragma once
 
+#include "base/adapter_state.h"
+#include "config/breakthrough_timer.h"
+#include "config/scaling_writeback.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
-#include "nodes/scaling_writeback.h"
-#include "platform/adapter_state.h"
-#include "platform/breakthrough_timer.h"
 
 namespace tarquel {
 

@@ -1,12 +1,12 @@
 // The rules between a cluster's or the GPU's floor and ceiling.
 #pragma once
 
-#include "config/perf_service.h"
+#include "base/adapter_state.h"
+#include "config/scaling_writeback.h"
+#include "locks/perf_service.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
-#include "nodes/scaling_writeback.h"
-#include "platform/adapter_state.h"
 
 namespace tarquel {
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstring>
 
-#include "platform/client_ids.h"
-#include "platform/log.h"
+#include "base/client_ids.h"
+#include "base/log.h"
 #include "tarquel/securec.h"
 
 namespace tarquel {

@@ -7,14 +7,14 @@
 #include <map>
 #include <span>
 
+#include "base/adapter_state.h"
+#include "base/client_ids.h"
+#include "base/sorted_pairs.h"
+#include "base/trace.h"
 #include "config/freq_rules.h"
-#include "config/perf_service.h"
+#include "locks/perf_lock.h"
+#include "locks/perf_service.h"
 #include "nodes/tag_opcodes.h"
-#include "platform/adapter_state.h"
-#include "platform/client_ids.h"
-#include "platform/perf_lock.h"
-#include "platform/sorted_pairs.h"
-#include "platform/trace.h"
 
 namespace tarquel {
 

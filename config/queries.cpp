@@ -1,10 +1,10 @@
 #include "config/queries.h"
 
-#include "nodes/scaling_writeback.h"
-#include "platform/bad_caller.h"
-#include "platform/client_ids.h"
-#include "platform/log.h"
-#include "platform/perf_list.h"
+#include "base/bad_caller.h"
+#include "base/client_ids.h"
+#include "base/log.h"
+#include "base/perf_list.h"
+#include "config/scaling_writeback.h"
 
 namespace tarquel {
 

@@ -4,10 +4,10 @@
 #include <map>
 #include <string>
 
+#include "base/adapter_state.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
-#include "platform/adapter_state.h"
 #include "tarquel/action.h"
 
 namespace tarquel {

@@ -2,9 +2,9 @@
 
 #include <array>
 
+#include "base/bad_caller.h"
+#include "base/client_ids.h"
 #include "freq/freq_manager.h"
-#include "platform/bad_caller.h"
-#include "platform/client_ids.h"
 
 using namespace tarquel;
 

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "adapter/qcom_perf_adapter.h"
+#include "base/bad_caller.h"
+#include "base/client_ids.h"
+#include "base/command_ids.h"
+#include "base/log.h"
 #include "freq/limit_merge.h"
-#include "platform/bad_caller.h"
-#include "platform/client_ids.h"
-#include "platform/command_ids.h"
-#include "platform/log.h"
-#include "platform/qcom_perf_adapter.h"
 #include "tarquel/plat.h"
 
 using namespace tarquel;

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/log.h"
+#include "base/log.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <atomic>
 
-#include "loader/cpu_info.h"
-#include "platform/boost_info.h"
+#include "base/cpu_info.h"
+#include "loader/boost_info.h"
 
 namespace tarquel {
 

@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "loader/cpu_info.h"
+#include "base/cpu_info.h"
+#include "base/log.h"
+#include "loader/boost_info.h"
 #include "loader/element_keys.h"
 #include "loader/perf_load_xml.h"
 #include "loader/word.h"
-#include "platform/boost_info.h"
-#include "platform/log.h"
 #include "tarquel/securec.h"
 
 using tarquel::HalfWord;

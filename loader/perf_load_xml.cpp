@@ -5,14 +5,14 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "base/bad_caller.h"
+#include "base/chain.h"
+#include "base/command_ids.h"
+#include "base/log.h"
+#include "loader/boost_info.h"
 #include "loader/configuration.h"
 #include "loader/element_keys.h"
 #include "loader/read_ahead.h"
-#include "platform/bad_caller.h"
-#include "platform/boost_info.h"
-#include "platform/chain.h"
-#include "platform/command_ids.h"
-#include "platform/log.h"
 #include "tarquel/plat.h"
 #include "tarquel/securec.h"
 

@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/sorted_pairs.h"
 #include "loader/vocabulary.h"
-#include "platform/sorted_pairs.h"
 #include "tarquel/action.h"
 #include "tarquel/api.h"
 #include "tarquel/raw_xml_data.h"

@@ -1,7 +1,7 @@
 // Reads the platform's own frequency limits, before any limit of ours is applied.
 #pragma once
 
-#include "loader/cluster_layout.h"
+#include "base/cluster_layout.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 

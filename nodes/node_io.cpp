@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/log.h"
+#include "base/log.h"
 
 namespace tarquel {
 

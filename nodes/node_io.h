@@ -2,8 +2,8 @@
 // opens is the one that counts. Nothing reports a failure to its caller; all of it is in the log.
 #pragma once
 
+#include "base/adapter_state.h"
 #include "nodes/node_paths.h"
-#include "platform/adapter_state.h"
 
 namespace tarquel {
 

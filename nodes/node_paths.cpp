@@ -4,8 +4,8 @@
 #include <charconv>
 #include <limits>
 
+#include "base/log.h"
 #include "nodes/node_path_table.h"
-#include "platform/log.h"
 
 namespace tarquel {
 

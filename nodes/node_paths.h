@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "loader/cpu_info.h"
+#include "base/cpu_info.h"
 
 namespace tarquel {
 

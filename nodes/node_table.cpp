@@ -1,6 +1,6 @@
 #include "nodes/node_table.h"
 
-#include "platform/log.h"
+#include "base/log.h"
 
 namespace tarquel {
 

@@ -8,10 +8,10 @@
 #include <atomic>
 #include <span>
 
-#include "loader/cluster_layout.h"
+#include "base/adapter_state.h"
+#include "base/cluster_layout.h"
 #include "nodes/node_path_table.h"
 #include "nodes/node_paths.h"
-#include "platform/adapter_state.h"
 
 namespace tarquel {
 

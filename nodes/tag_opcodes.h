@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 
-#include "loader/cluster_layout.h"
+#include "base/cluster_layout.h"
 
 namespace tarquel {
 

@@ -3,7 +3,7 @@
 
 #include <climits>
 
-#include "platform/boost_counter.h"
+#include "actions/boost_counter.h"
 
 TEST(BoostWindow, OldestSlotLeavesWhenTimeMovesOn) {
     tarquel::BoostWindow window;

@@ -1,10 +1,10 @@
 // The pure rules by which limits are combined and values converted.
 #include <gtest/gtest.h>
 
-#include "config/perf_service.h"
 #include "config/queries.h"
 #include "freq/limit_merge.h"
 #include "freq/scene_limits.h"
+#include "locks/perf_service.h"
 
 using namespace tarquel;
 

@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
+#include "base/command_ids.h"
 #include "freq/scene_limits.h"
 #include "lab/check/scene_rules.h"
 #include "lab/names/text.h"
 #include "loader/element_keys.h"
 #include "nodes/inter_path_table.h"
-#include "platform/command_ids.h"
 
 namespace lab {
 namespace {

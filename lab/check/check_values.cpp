@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/client_ids.h"
 #include "lab/check/scene_rules.h"
 #include "lab/check/step_table.h"
 #include "lab/hal/opcode_drives.h"
@@ -13,7 +14,6 @@
 #include "lab/scenes/scene_problems.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
-#include "platform/client_ids.h"
 
 namespace lab {
 namespace {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <map>
 
+#include "base/command_ids.h"
 #include "lab/names/text.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
-#include "platform/command_ids.h"
 
 namespace lab {
 namespace {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/command_ids.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
-#include "platform/command_ids.h"
 
 namespace lab {
 std::optional<int> FindKeyOpcode(const std::string& key) {

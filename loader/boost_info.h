@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/never_destroyed.h"
+#include "base/never_destroyed.h"
 
 // Boost frequencies of one level, kHz.
 struct BoostFrequencies {

@@ -3,11 +3,11 @@
 
 #include <map>
 
-#include "loader/cluster_layout.h"
+#include "base/adapter_state.h"
+#include "base/cluster_layout.h"
+#include "base/trace.h"
+#include "locks/perf_lock.h"
 #include "nodes/tag_opcodes.h"
-#include "platform/adapter_state.h"
-#include "platform/perf_lock.h"
-#include "platform/trace.h"
 
 namespace tarquel {
 

@@ -7,11 +7,11 @@
 #include <memory>
 #include <optional>
 
-#include "freq/request_gate.h"
+#include "base/adapter_state.h"
+#include "config/request_gate.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
-#include "platform/adapter_state.h"
 
 class QcomFreqManager;
 

@@ -1,4 +1,4 @@
-#include "platform/trace.h"
+#include "base/trace.h"
 
 #include <cutils/trace.h>
 

@@ -1,8 +1,8 @@
 // The perf-lock client: the two functions of the chip vendor's perf HAL, opened at run time.
 #pragma once
 
-#include "platform/static_mutex.h"
-#include "platform/trace.h"
+#include "base/static_mutex.h"
+#include "base/trace.h"
 
 namespace tarquel {
 

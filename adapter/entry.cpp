@@ -3,11 +3,11 @@
 #include <mutex>
 #include <new>
 
+#include "adapter/qcom_perf_adapter.h"
+#include "adapter/qcom_perf_plat.h"
+#include "base/log.h"
+#include "base/static_mutex.h"
 #include "loader/configuration.h"
-#include "platform/log.h"
-#include "platform/qcom_perf_adapter.h"
-#include "platform/qcom_perf_plat.h"
-#include "platform/static_mutex.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "loader/cpu_info.h"
+#include "base/cpu_info.h"
 
 namespace tarquel {
 

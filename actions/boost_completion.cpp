@@ -1,14 +1,14 @@
-#include "platform/boost_completion.h"
+#include "actions/boost_completion.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "platform/bad_caller.h"
-#include "platform/boost_info.h"
-#include "platform/chain.h"
-#include "platform/log.h"
-#include "platform/perf_list.h"
-#include "platform/trace.h"
+#include "base/bad_caller.h"
+#include "base/chain.h"
+#include "base/log.h"
+#include "base/perf_list.h"
+#include "base/trace.h"
+#include "loader/boost_info.h"
 #include "tarquel/securec.h"
 
 namespace tarquel {

@@ -2,8 +2,8 @@
 // record that claims more than it holds. What is refused is said in the log and changes nothing.
 #pragma once
 
-#include "platform/log.h"
-#include "platform/perf_list.h"
+#include "base/log.h"
+#include "base/perf_list.h"
 #include "tarquel/action.h"
 
 namespace tarquel {

@@ -1,10 +1,10 @@
-#include "platform/handle_cache.h"
+#include "locks/handle_cache.h"
 
 #include <algorithm>
 #include <array>
 
-#include "platform/command_ids.h"
-#include "platform/log.h"
+#include "base/command_ids.h"
+#include "base/log.h"
 
 namespace tarquel {
 

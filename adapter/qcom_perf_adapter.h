@@ -1,12 +1,12 @@
 // The adapter: the face that the policy server sees. It owns one small object for each room, builds
 // and destroys them in the fixed order, and forwards.
 //
-//   DoAction, SavePerfVal                          platform/action_executor.h
-//   DoInterFreqAction                              platform/inter_freq.h
-//   DoAddTaskBoostInfo, DoAddScalingInfo           platform/boost_completion.h
-//   UpdateBoostCount, CanThermalBoost              platform/boost_counter.h
-//   CheckPerfLockHandle                            platform/perf_lock.h
-//   DoEventCacheHandle                             platform/handle_cache.h
+//   DoAction, SavePerfVal                          actions/action_executor.h
+//   DoInterFreqAction                              actions/inter_freq.h
+//   DoAddTaskBoostInfo, DoAddScalingInfo           actions/boost_completion.h
+//   UpdateBoostCount, CanThermalBoost              actions/boost_counter.h
+//   CheckPerfLockHandle                            locks/perf_lock.h
+//   DoEventCacheHandle                             locks/handle_cache.h
 //   DoPerfSetConfig                                freq/freq_manager.h, which comes back through
 //     DoRealPerfSetConfig                          config/config_setter.h
 //   DoPerfGetConfig, GetPerfEventStatus, GetPerfTagValue
@@ -17,28 +17,28 @@
 #include <mutex>
 #include <string>
 
+#include "actions/action_executor.h"
+#include "actions/boost_completion.h"
+#include "actions/boost_counter.h"
+#include "base/adapter_state.h"
+#include "base/cluster_layout.h"
+#include "base/trace.h"
+#include "config/breakthrough_timer.h"
 #include "config/config_setter.h"
 #include "config/control_type.h"
 #include "config/freq_rules.h"
 #include "config/group_config.h"
-#include "config/perf_service.h"
 #include "config/queries.h"
+#include "config/scaling_writeback.h"
+#include "config/timer_fence.h"
 #include "freq/freq_manager.h"
-#include "loader/cluster_layout.h"
+#include "locks/handle_cache.h"
+#include "locks/perf_lock.h"
+#include "locks/perf_service.h"
 #include "nodes/freq_records.h"
 #include "nodes/node_io.h"
 #include "nodes/node_table.h"
-#include "nodes/scaling_writeback.h"
 #include "nodes/tag_opcodes.h"
-#include "platform/action_executor.h"
-#include "platform/adapter_state.h"
-#include "platform/boost_completion.h"
-#include "platform/boost_counter.h"
-#include "platform/breakthrough_timer.h"
-#include "platform/handle_cache.h"
-#include "platform/perf_lock.h"
-#include "platform/timer_fence.h"
-#include "platform/trace.h"
 #include "tarquel/perf_adapter.h"
 
 class QcomPerfAdapter : public PerfAdapter {

@@ -1,16 +1,16 @@
-#include "platform/action_executor.h"
+#include "actions/action_executor.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <span>
 
+#include "base/bad_caller.h"
+#include "base/chain.h"
+#include "base/command_ids.h"
+#include "base/log.h"
+#include "base/perf_list.h"
 #include "freq/freq_manager.h"
-#include "platform/bad_caller.h"
-#include "platform/chain.h"
-#include "platform/command_ids.h"
-#include "platform/log.h"
-#include "platform/perf_list.h"
 #include "tarquel/on_demand_boost_server.h"
 #include "tarquel/securec.h"
 

@@ -1,4 +1,4 @@
-#include "nodes/scaling_writeback.h"
+#include "config/scaling_writeback.h"
 
 #include "freq/freq_manager.h"
 

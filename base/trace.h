@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <span>
 
-#include "platform/adapter_state.h"
+#include "base/adapter_state.h"
 
 namespace tarquel {
 

@@ -1,11 +1,11 @@
-#include "platform/qcom_perf_adapter.h"
+#include "adapter/qcom_perf_adapter.h"
 
 #include <cstring>
 
+#include "actions/inter_freq.h"
+#include "base/bad_caller.h"
+#include "base/log.h"
 #include "nodes/default_limits.h"
-#include "platform/bad_caller.h"
-#include "platform/inter_freq.h"
-#include "platform/log.h"
 #include "tarquel/plat.h"
 #include "tarquel/properties.h"
 

@@ -1,10 +1,10 @@
-#include "platform/breakthrough_timer.h"
+#include "config/breakthrough_timer.h"
 
 #include <algorithm>
 #include <exception>
 
+#include "base/log.h"
 #include "freq/freq_manager.h"
-#include "platform/log.h"
 
 namespace tarquel {
 

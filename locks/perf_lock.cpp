@@ -1,11 +1,11 @@
-#include "platform/perf_lock.h"
+#include "locks/perf_lock.h"
 
 #include <dlfcn.h>
 
 #include <cstring>
 #include <mutex>
 
-#include "platform/log.h"
+#include "base/log.h"
 #include "tarquel/properties.h"
 #include "tarquel/securec.h"
 

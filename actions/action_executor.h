@@ -5,11 +5,11 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/adapter_state.h"
-#include "platform/breakthrough_timer.h"
-#include "platform/handle_cache.h"
-#include "platform/perf_lock.h"
-#include "platform/trace.h"
+#include "base/adapter_state.h"
+#include "base/trace.h"
+#include "config/breakthrough_timer.h"
+#include "locks/handle_cache.h"
+#include "locks/perf_lock.h"
 #include "tarquel/action.h"
 #include "tarquel/perf_adapter.h"
 

@@ -9,8 +9,8 @@
 #include <memory>
 #include <mutex>
 
-#include "nodes/scaling_writeback.h"
-#include "platform/adapter_state.h"
+#include "base/adapter_state.h"
+#include "config/scaling_writeback.h"
 
 class QcomFreqManager;
 

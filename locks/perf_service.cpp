@@ -1,9 +1,9 @@
-#include "config/perf_service.h"
+#include "locks/perf_service.h"
 
 #include <array>
 #include <cstring>
 
-#include "platform/log.h"
+#include "base/log.h"
 #include "tarquel/securec.h"
 
 namespace tarquel {

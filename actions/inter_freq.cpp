@@ -1,4 +1,4 @@
-#include "platform/inter_freq.h"
+#include "actions/inter_freq.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/command_ids.h"
+#include "base/log.h"
 #include "nodes/inter_path_table.h"
-#include "platform/command_ids.h"
-#include "platform/log.h"
 
 namespace tarquel {
 

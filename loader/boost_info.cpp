@@ -1,10 +1,10 @@
-#include "platform/boost_info.h"
+#include "loader/boost_info.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 
-#include "loader/cpu_info.h"
+#include "base/cpu_info.h"
 
 namespace {
 

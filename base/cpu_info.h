@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/never_destroyed.h"
+#include "base/never_destroyed.h"
 
 // First and last CPU number of a cluster.
 struct CpuRange {

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "loader/cluster_layout.h"
+#include "base/adapter_state.h"
+#include "base/cluster_layout.h"
 #include "nodes/freq_records.h"
-#include "platform/adapter_state.h"
 #include "tarquel/action.h"
 
 namespace tarquel {

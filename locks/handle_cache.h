@@ -5,8 +5,8 @@
 #include <map>
 #include <mutex>
 
-#include "platform/adapter_state.h"
-#include "platform/perf_lock.h"
+#include "base/adapter_state.h"
+#include "locks/perf_lock.h"
 
 namespace tarquel {
 

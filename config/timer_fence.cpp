@@ -1,4 +1,4 @@
-#include "platform/timer_fence.h"
+#include "config/timer_fence.h"
 
 namespace tarquel {
 

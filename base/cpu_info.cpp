@@ -1,4 +1,4 @@
-#include "loader/cpu_info.h"
+#include "base/cpu_info.h"
 
 CpuInfo& CpuInfo::GetInstance() {
     static tarquel::NeverDestroyed<CpuInfo> instance;

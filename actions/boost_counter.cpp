@@ -1,8 +1,8 @@
-#include "platform/boost_counter.h"
+#include "actions/boost_counter.h"
 
 #include <algorithm>
 
-#include "platform/boost_info.h"
+#include "loader/boost_info.h"
 
 namespace tarquel {
 
