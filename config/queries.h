@@ -38,9 +38,4 @@ class Queries {
     NodeTable& mNodes;
 };
 
-// True only for type 1 with a parameter of -1 or 0.
-constexpr bool IsParamValid(unsigned int type, const int* param) {
-    return param != nullptr && type == 1 && (*param == -1 || *param == 0);
-}
-
 }  // namespace tarquel

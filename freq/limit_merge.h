@@ -24,16 +24,4 @@ constexpr int GetValidMinValue(int config1, int config2, int config3) {
     return config1 < 0 && config2 < 0 ? config3 : 0;
 }
 
-// True when the floor is not above the ceiling; an unset end (below 1) is always valid.
-constexpr bool IsFreqValValid(int minFreq, int maxFreq) {
-    return minFreq <= maxFreq || minFreq < 1 || maxFreq < 1;
-}
-
-// The value of a task-fork limit over its base: with a base, `value` unless it is unset; without
-// one (0), none; with an unset base, `value` whatever it is.
-constexpr int GetTaskForkMinValue(int base, int value) {
-    if (base >= 1) return value >= 0 ? value : base;
-    return base == 0 ? 0 : value;
-}
-
 }  // namespace tarquel

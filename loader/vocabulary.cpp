@@ -39,7 +39,7 @@ void Vocabulary::Clear() {
 }
 
 const int32_t* Vocabulary::FindOpcode(std::string_view key) const {
-    return mOpcodesInForce ? FindOpcodeInLayout(key, busLayout) : nullptr;
+    return mOpcodesInForce ? kOpcodeIndex.Find(key) : nullptr;
 }
 
 const int32_t* Vocabulary::FindTag(std::string_view key) const {
@@ -54,14 +54,6 @@ const int32_t* Vocabulary::FindTag(std::string_view key) const {
 bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {
     return mFrequenciesInForce && std::find(kFrequencyOpcodes.begin(), kFrequencyOpcodes.end(),
                                             opcode) != kFrequencyOpcodes.end();
-}
-
-const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout) {
-    if (busLayout != 1) {
-        if (key == kOnlyInBusLayout1) return nullptr;
-        if (const OpcodeName* row = FindRow(kOtherBusLayoutNames, key)) return &row->opcode;
-    }
-    return kOpcodeIndex.Find(key);
 }
 
 bool IsInteractiveKey(std::string_view key) {

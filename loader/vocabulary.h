@@ -37,16 +37,10 @@ class Vocabulary {
   private:
     enum class TagLayout { kNone, kTwoClusters, kThreeClusters };
 
-    static constexpr int busLayout = 1;  // the other layout has a table, and no device
-
     bool mOpcodesInForce = false;
     bool mFrequenciesInForce = false;
     TagLayout mTagLayout = TagLayout::kNone;
 };
-
-// The opcode of a key in a bus layout, wherever it is in force: in a constant table; null
-// for a key that has none.
-const int32_t* FindOpcodeInLayout(std::string_view key, int busLayout);
 
 // True for a key that an interactive-governor element may have.
 bool IsInteractiveKey(std::string_view key);

@@ -281,7 +281,8 @@ inline constexpr auto kOpcodeNames = std::to_array<OpcodeName>({
     {"hmp",                                      0x00000032},
 });
 
-// What the bus keys stand for in the other bus layout, which lacks kOnlyInBusLayout1.
+// What the bus keys stand for in the other bus layout, which lacks kOnlyInBusLayout1. No device has
+// it: the reference pages alone tell of it.
 inline constexpr auto kOtherBusLayoutNames = std::to_array<OpcodeName>({
     {"cpu_llcc_bw_min_freq", 0x41828000},
     {"llcc_ddr_bw_min_freq", 0x43010000},

@@ -1,7 +1,7 @@
 // The pure rules by which limits are combined and values converted.
 #include <gtest/gtest.h>
 
-#include "config/queries.h"
+#include "locks/perf_service.h"
 #include "freq/limit_merge.h"
 #include "freq/scene_limits.h"
 #include "locks/perf_service.h"
@@ -27,17 +27,6 @@ TEST(LimitMerge, SmallestOfThreeLimits) {
     EXPECT_EQ(GetValidMinValue(0, -1, -1), 0);
 }
 
-TEST(LimitMerge, UnsetEndsAreValidAndTaskForkFollowsItsBase) {
-    EXPECT_TRUE(IsFreqValValid(5, 5));
-    EXPECT_FALSE(IsFreqValValid(6, 5));
-    EXPECT_TRUE(IsFreqValValid(6, 0));
-    EXPECT_TRUE(IsFreqValValid(-1, -2));
-    EXPECT_EQ(GetTaskForkMinValue(4, 9), 9);
-    EXPECT_EQ(GetTaskForkMinValue(4, -1), 4);
-    EXPECT_EQ(GetTaskForkMinValue(0, 9), 0);
-    EXPECT_EQ(GetTaskForkMinValue(-1, 9), 9);
-}
-
 TEST(ToHalValue, FrequenciesBecomeMhzAndTheRestStays) {
     EXPECT_EQ(ToHalValue(8, 1785600), 1785);
     EXPECT_EQ(ToHalValue(9, 285999999), 285);
@@ -61,15 +50,4 @@ TEST(SceneLimits, CommandThatEndedLeavesNoTrace) {
     EXPECT_EQ(limits.SmallestOfOthers(6), kNoSceneLimit);
     limits.Set(6, kNoSceneLimit);
     EXPECT_EQ(limits.Smallest(), 0);
-}
-
-TEST(IsParamValid, OnlyTypeOneKnowsOnAndOff) {
-    const int on = 0;
-    const int off = -1;
-    const int other = 1;
-    EXPECT_TRUE(IsParamValid(1, &on));
-    EXPECT_TRUE(IsParamValid(1, &off));
-    EXPECT_FALSE(IsParamValid(1, &other));
-    EXPECT_FALSE(IsParamValid(2, &on));
-    EXPECT_FALSE(IsParamValid(1, nullptr));
 }
