@@ -78,6 +78,7 @@ struct NodeAccess {
 struct TimerEvent {
     enum class Kind { kCreate, kArm, kDisarm, kFire, kDelete } kind = Kind::kCreate;
     int64_t ms = 0;  // for kArm
+    int clock = 0;   // for kCreate: the machine's clock that it runs on, such as CLOCK_MONOTONIC
 };
 
 // A record of the jank log.

@@ -146,6 +146,7 @@ FILE* OpenStream(FopenFunction* real, const char* path, const char* mode) {
         errno = error;
         return nullptr;
     }
+    if (std::strchr(mode, 'e') == nullptr) ++Phone::Current()->GetBreaches().inheritableNodes;
     if (!forWriting) return real(FileToRead(*kernel, path).c_str(), mode);
     auto* const name = new std::string(path);
     FILE* const stream = fopencookie(name, "w", {nullptr, WriteCookie, nullptr, CloseCookie});
@@ -164,6 +165,7 @@ int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
         errno = error;
         return -1;
     }
+    if ((flags & O_CLOEXEC) == 0) ++Phone::Current()->GetBreaches().inheritableNodes;
     // The file keeps its text until the kernel has taken another.
     const int kept = flags & ~(O_TRUNC | O_CREAT | O_EXCL);
     const int fd =

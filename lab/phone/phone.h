@@ -7,6 +7,7 @@
 // them (CMake's ENABLE_EXPORTS), so that they win over the platform libraries'.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -43,6 +44,13 @@ class Phone {
     Phone(const Phone&) = delete;
     Phone& operator=(const Phone&) = delete;
 
+    // What a program on a phone must not do, and how often the plug-in did it.
+    struct Breaches {
+        std::atomic<int> inheritableNodes{0};  // nodes that a child process would find open
+        std::atomic<int> meetingHalCalls{0};   // calls of the HAL while another was under way
+    };
+    Breaches& GetBreaches() { return mBreaches; }
+
     // The phone that is alive, or null.
     static Phone* Current();
 
@@ -78,6 +86,7 @@ class Phone {
     Kernel mKernel;
     PerfHal mHal;
     Faults mFaults;
+    Breaches mBreaches;
     std::unique_ptr<PosixTimers> mTimers;
     void* mHalLibrary = nullptr;
     bool mTraceEnabled;

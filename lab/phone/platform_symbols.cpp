@@ -2,6 +2,7 @@
 // bounds-checked C functions, the jank log, on-demand durations, and the way from the perf-HAL
 // library to the phone's HAL. Without a phone they give harmless answers.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -29,6 +30,23 @@ std::string Format(const char* format, va_list arguments) {
     vsnprintf(text, sizeof(text), format, arguments);
     return text;
 }
+
+// A call of the HAL, which takes one at a time.
+class HalCall {
+  public:
+    explicit HalCall(Phone& phone) {
+        if (sUnderWay++ != 0) ++phone.GetBreaches().meetingHalCalls;
+        phone.GetFaults().PassHalDelay();
+    }
+    ~HalCall() { --sUnderWay; }
+    HalCall(const HalCall&) = delete;
+    HalCall& operator=(const HalCall&) = delete;
+
+  private:
+    static std::atomic<int> sUnderWay;
+};
+
+std::atomic<int> HalCall::sUnderWay{0};
 
 int Log(int priority, const char* tag, const std::string& text) {
     static const auto real =
@@ -140,14 +158,14 @@ int __zqlog_jank_print(int priority, int id, const char* format, ...) {
 int LabPerfLockAcq(int handle, int durationMs, const int* list, int count) {
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return -1;
-    phone->GetFaults().PassHalDelay();
+    const HalCall call(*phone);
     return phone->Hal().Acquire(handle, durationMs, list, count);
 }
 
 int LabPerfLockRel(int handle) {
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return -1;
-    phone->GetFaults().PassHalDelay();
+    const HalCall call(*phone);
     return phone->Hal().Release(handle);
 }
 

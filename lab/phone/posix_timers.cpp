@@ -54,7 +54,7 @@ bool PosixTimers::IsOurs(timer_t id) {
     return (KeyOf(id) & kIdMarkMask) == kIdMark;
 }
 
-int PosixTimers::Create(const sigevent* notification, timer_t* id) {
+int PosixTimers::Create(clockid_t clock, const sigevent* notification, timer_t* id) {
     if (notification == nullptr || id == nullptr) return Fail(EINVAL);
     const bool isThread = notification->sigev_notify == SIGEV_THREAD;
     if (!isThread && notification->sigev_notify != SIGEV_NONE) return Fail(EINVAL);
@@ -63,7 +63,7 @@ int PosixTimers::Create(const sigevent* notification, timer_t* id) {
     const uintptr_t key = ++gLastId;
     mTimers[key].notification = *notification;
     *id = reinterpret_cast<timer_t>(key);  // NOLINT(performance-no-int-to-ptr): an id by type only
-    mRecorder.Add(TimerEvent{TimerEvent::Kind::kCreate, 0});
+    mRecorder.Add(TimerEvent{TimerEvent::Kind::kCreate, 0, clock});
     return 0;
 }
 

@@ -24,7 +24,7 @@ class PosixTimers {
     // True for an id that any PosixTimers ever gave out.
     static bool IsOurs(timer_t id);
 
-    int Create(const sigevent* notification, timer_t* id);
+    int Create(clockid_t clock, const sigevent* notification, timer_t* id);
     int Set(timer_t id, int flags, const itimerspec* value, itimerspec* former);
     int Get(timer_t id, itimerspec* remaining);
     int Delete(timer_t id);

@@ -16,8 +16,8 @@ using lab::Phone;
 using lab::PosixTimers;
 using lab::TimerEvent;
 
-void Record(TimerEvent::Kind kind, int64_t ms = 0) {
-    if (Phone* const phone = Phone::Current()) phone->Events().Add(TimerEvent{kind, ms});
+void Record(TimerEvent::Kind kind, int64_t ms = 0, clockid_t clock = 0) {
+    if (Phone* const phone = Phone::Current()) phone->Events().Add(TimerEvent{kind, ms, clock});
 }
 
 // Null without a phone or on the real clock.
@@ -45,11 +45,11 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return real(clock, notification, id);
     if (phone->GetFaults().TimerFailsToCreate()) return Fail(EAGAIN);
-    if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(notification, id);
+    if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(clock, notification, id);
     const bool isThread = notification != nullptr && notification->sigev_notify == SIGEV_THREAD;
     const int result =
         isThread ? lab::CreateRealTimer(clock, *notification, id) : real(clock, notification, id);
-    if (result == 0) Record(TimerEvent::Kind::kCreate);
+    if (result == 0) Record(TimerEvent::Kind::kCreate, 0, clock);
     return result;
 }
 

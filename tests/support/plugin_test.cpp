@@ -4,6 +4,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <set>
 
 #include "lab/phone/device_profile.h"
 
@@ -30,6 +33,40 @@ std::string ToText(const lab::LockAcquire& call) {
 
 std::string ToText(const lab::LockRelease& call) {
     return fmt::format("rel {} -> {}", call.handle, call.returned);
+}
+
+namespace {
+
+size_t CountOpenFiles() {
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+}  // namespace
+
+PluginTest::PluginTest() : mOpenFilesBefore(CountOpenFiles()) {}
+
+void PluginTest::TearDown() {
+    if (mPhone == nullptr) return;
+    Forget();
+    EXPECT_EQ(mOpenSections, 0);
+    EXPECT_EQ(CountOpenFiles(), mOpenFilesBefore);
+    EXPECT_EQ(GetPhone().GetBreaches().inheritableNodes, 0);
+    EXPECT_EQ(GetPhone().GetBreaches().meetingHalCalls, 0);
+    std::set<std::vector<int>> endless;
+    for (const lab::PerfHal::Lock& lock : GetPhone().Hal().Held()) {
+        if (lock.until) continue;
+        std::vector<int> opcodes;
+        for (size_t i = 0; i < lock.list.size(); i += 2) opcodes.push_back(lock.list[i]);
+        EXPECT_TRUE(endless.insert(opcodes).second) << "lock " << lock.handle << " has a double";
+    }
+}
+
+void PluginTest::Forget() {
+    for (const auto& section : GetPhone().Events().All<lab::TraceSection>()) {
+        mOpenSections += section.begin ? 1 : -1;
+    }
+    GetPhone().Events().Clear();
 }
 
 void PluginTest::Boot(const std::string& device, const lab::Phone::Options& options) {

@@ -36,8 +36,14 @@ class Command {
 std::string ToText(const lab::LockAcquire& call);
 std::string ToText(const lab::LockRelease& call);
 
+// Every test also finds, as it ends, that all descriptors are closed and all sections too, that no
+// node was open for child processes, that no two calls of the HAL met, and that no lock without an
+// end was left behind by another one on the same resources.
 class PluginTest : public testing::Test {
   protected:
+    PluginTest();
+    void TearDown() override;
+
     static constexpr int kDebug = 3;
     static constexpr int kInfo = 4;
     static constexpr int kError = 6;
@@ -73,7 +79,7 @@ class PluginTest : public testing::Test {
     std::vector<std::string> Log(int priority) const;
     std::vector<std::string> Sections() const;
     std::vector<std::string> NodeWrites() const;  // "path=value"
-    void Forget() { GetPhone().Events().Clear(); }
+    void Forget();
     bool HasLogged(int priority, const std::string& text) const;
 
     std::string Node(const std::string& path) { return GetPhone().GetKernel().Value(path); }
@@ -95,4 +101,7 @@ class PluginTest : public testing::Test {
     std::unique_ptr<lab::Phone> mPhone;
     std::unique_ptr<lab::Library> mLibrary;
     PerfAdapter* mAdapter = nullptr;
+
+    const size_t mOpenFilesBefore;
+    int mOpenSections = 0;  // less those that were begun and ended since the last Forget
 };
