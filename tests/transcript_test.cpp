@@ -121,6 +121,18 @@ std::string Describe(const Action& action) {
     return text;
 }
 
+std::vector<Words> Parts(const Words& words, const std::string& separator) {
+    std::vector<Words> parts(1);
+    for (const std::string& word : words) {
+        if (word == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back().push_back(word);
+        }
+    }
+    return parts;
+}
+
 // The actions of "4353 ms=100 0x40C00000=1 / 4353 ms=50 0x40C00000=2".
 struct Chain {
     std::vector<std::unique_ptr<QcomAction>> actions;
@@ -133,18 +145,6 @@ struct Chain {
     }
 };
 
-std::vector<Words> Parts(const Words& words) {
-    std::vector<Words> parts(1);
-    for (const std::string& word : words) {
-        if (word == "/") {
-            parts.emplace_back();
-        } else {
-            parts.back().push_back(word);
-        }
-    }
-    return parts;
-}
-
 class Transcript : public PluginTest, public testing::WithParamInterface<std::string> {
   protected:
     // The request's result as text; its effects are in the phone's events.
@@ -152,7 +152,7 @@ class Transcript : public PluginTest, public testing::WithParamInterface<std::st
 
     Chain MakeChain(const Words& words) {
         Chain chain;
-        for (const Words& part : Parts(words)) {
+        for (const Words& part : Parts(words, "/")) {
             std::vector<int> list;
             for (const auto& [code, value] : NumberPairs(part)) {
                 list.insert(list.end(), {code, value});
@@ -171,26 +171,52 @@ class Transcript : public PluginTest, public testing::WithParamInterface<std::st
         return chain;
     }
 
-    // Has a loader read one command: its head's values, then its elements.
+    // Has a loader read commands: "4353 boost duration_ms=1 / boost duration_ms=2 // 4354 ...".
     std::string Load(const Words& words) {
-        Command command(Number(words.at(0)));
-        std::tie(command.Head().headValue0, command.Head().headValue1, command.Head().headValue2) =
-            std::tuple(10, 20, 30);
-        for (const Words& part : Parts({words.begin() + 1, words.end()})) {
-            Pairs pairs = TextPairs(part);
-            std::erase_if(pairs, [](const auto& pair) { return pair.first[0] == '@'; });
-            command.Element(part.at(0), pairs);
-            command.Last().stateMask = Option(part, "@mask", 0);
-            command.Last().skip = static_cast<uint8_t>(Option(part, "@skip", 0));
-            command.Last().taskBoost = static_cast<uint8_t>(Option(part, "@task", 0));
+        std::vector<std::unique_ptr<Command>> commands;
+        std::vector<Command*> all;
+        for (const Words& described : Parts(words, "//")) {
+            commands.push_back(MakeCommand(described));
+            all.push_back(commands.back().get());
         }
         std::string text;
-        for (const auto& [id, chain] : Parse({&command})) {
+        for (const auto& [id, chain] : Parse(all)) {
             for (const Action* action = chain.get(); action != nullptr; action = action->next) {
-                text += (text.empty() ? "" : "\n") + Describe(*action);
+                text += Describe(*action) + "\n";
             }
         }
         return text.empty() ? "nothing" : text;
+    }
+
+    static std::unique_ptr<Command> MakeCommand(const Words& words) {
+        auto command = std::make_unique<Command>(Number(words.at(0)));
+        RawXmlData& head = command->Head();
+        std::tie(head.headValue0, head.headValue1, head.headValue2) = std::tuple(10, 20, 30);
+        for (const Words& part : Parts({words.begin() + 1, words.end()}, "/")) {
+            Pairs pairs = TextPairs(part);
+            std::erase_if(pairs, [](const auto& pair) { return pair.first[0] == '@'; });
+            command->Element(part.at(0), pairs);
+            command->Last().stateMask = Option(part, "@mask", 0);
+            command->Last().skip = static_cast<uint8_t>(Option(part, "@skip", 0));
+            command->Last().taskBoost = static_cast<uint8_t>(Option(part, "@task", 0));
+        }
+        return command;
+    }
+
+    std::string LoadInteractive(const Words& words) {
+        const auto command = MakeCommand(words);
+        const auto action = GetLibrary().ParseInteractive(command->Last());
+        return action == nullptr ? "nothing" : Describe(*action);
+    }
+
+    int Interact(const Words& words) {
+        const auto action = MakeAction(4353, 0, {});
+        for (const auto& [name, value] : TextPairs(words)) {
+            action->interList.insert(action->interList.end(), {name, value});
+            ++action->tagLen;
+        }
+        const int payload = Number(words.at(0));
+        return GetLibrary().DoInterFreqAction(*action, &payload);
     }
 
     std::string Query(const Words& words) {
@@ -248,6 +274,12 @@ std::string Transcript::Perform(const Words& words) {
         Forget();
     } else if (what == "load") {
         return Load(rest);
+    } else if (what == "interactive") {
+        return LoadInteractive(rest);
+    } else if (what == "interact") {
+        return fmt::to_string(Interact(rest));
+    } else if (what == "force") {
+        GetPhone().GetKernel().Force(rest.at(0), rest.at(1));
     } else if (what == "debug") {
         return fmt::to_string(Adapter().SetDebug(rest.at(0) == "on"));
     } else if (what == "trace") {
