@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <cstring>
 
 #include "tests/support/plugin_test.h"
 
@@ -174,6 +175,57 @@ TEST_F(ActionTest, HalTakesAtMostThirtyTwoPairs) {
     EXPECT_THAT(Sections(),
                 ElementsAre("PerfLockAcq reqHandle=0", "end", "PerfLockAcq retHandle=1", "end"));
     EXPECT_EQ(Log(kError).size(), 1u);
+}
+
+// A list whose text is exactly `length` characters long.
+std::vector<int> ListOfText(size_t length) {
+    std::vector<int> list;
+    for (length -= std::strlen("list="); length > 40; length -= 22) {
+        list.insert(list.end(), {0x7FFFFFFF, 1234567890});  // "0x7FFFFFFF 1234567890 "
+    }
+    for (const size_t part : {length / 3, length / 3, length - length / 3 * 2}) {
+        list.insert(list.end(), {1, std::stoi(std::string(part - 5, '1'))});  // "0x1 111 "
+    }
+    return list;
+}
+
+TEST_F(ActionTest, SectionsHaveNamesOfAtMost511Characters) {
+    Adapter().SetDebug(true);
+    struct Case {
+        size_t listLength;
+        const char* error;  // null: the section is there
+    };
+    const std::string head = "PerfServiceAcq duration=10, len=48, ";
+    for (const auto& [listLength, error] :
+         {Case{511 - head.size(), nullptr}, Case{512 - head.size(), "trace_buf error"},
+          Case{511, "trace_buf error"}, Case{512, "trace_arg_buf error"}}) {
+        Forget();
+        Do(*MakeAction(4353, 10, ListOfText(listLength)));
+        const std::vector<std::string> sections = Sections();
+        EXPECT_EQ(sections.size(), error == nullptr ? 6u : 4u) << listLength;
+        if (error == nullptr) {
+            EXPECT_EQ(sections[0].size(), 511u);
+            EXPECT_THAT(Log(kError), IsEmpty());
+        } else {
+            EXPECT_THAT(
+                Log(kError),
+                ElementsAre(std::string("tarQuel: PerfServiceAcq snprintf_s ") + error + "\n"));
+        }
+    }
+}
+
+TEST_F(ActionTest, ScenesRunThemselvesAtMostAThousandTimes) {
+    std::vector<std::unique_ptr<QcomAction>> chain;
+    for (int i = 0; i < 3; ++i) {
+        chain.push_back(MakeAction(12288, 0, {6, 960000, 12, 1}));
+        if (i > 0) chain[chain.size() - 2]->next = chain.back().get();
+    }
+    for (int i = 0; i < 2; ++i) {  // each request counts anew
+        Forget();
+        EXPECT_EQ(Do(*chain[0], kOn), -1);
+        // A thousand begin by themselves; runs that are under way then come to their end.
+        EXPECT_EQ(GetPhone().Events().All<lab::LockAcquire>().size(), 1641u);
+    }
 }
 
 TEST_F(ActionTest, OnDemandDurationReplacesTheConfiguredOne) {

@@ -164,6 +164,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ArbitrationTest, MalformedRequestsAreRefused) {
     const int one = 1;
+    std::vector<std::pair<int, int>> longest(1024, {97, 1});
+    EXPECT_EQ(Limit(kPower, longest), 0);
+    EXPECT_EQ(GetPhone().Events().All<lab::LockAcquire>().size(), 1024u);
+    std::vector<std::pair<int, int>> scene(134, {6, 960000});
+    EXPECT_EQ(Scene(12288, scene, kOn), 0);
+    scene.emplace_back(6, 960000);
+    EXPECT_EQ(Scene(12288, scene, kOn), -1);
+    Forget();
+    longest.emplace_back(97, 1);
+    EXPECT_EQ(Limit(kPower, longest), -1);
+    Forget();
     EXPECT_EQ(Adapter().DoPerfSetConfig(1, -1, &one, &one), -1);
     EXPECT_EQ(Adapter().DoPerfSetConfig(1, INT_MAX, &one, &one), -1);
     EXPECT_EQ(Adapter().DoPerfSetConfig(1, 1, nullptr, &one), -1);

@@ -64,6 +64,14 @@ INSTANTIATE_TEST_SUITE_P(
                     TaskMessageCase{"targetPid=5" + std::string(501, ' '),
                                     {"tarquel: get targetPid: snprintf_s error\n", kNoTaskId}}));
 
+TEST_F(BoostTest, MessageOf511CharactersIsTheLongest) {
+    Boot();
+    const auto action = MakeAction(4353, 10, {0x40C80000, 0});
+    action->taskBoost = 1;
+    Adapter().DoAddTaskBoostInfo(*action, "targetPid=5" + std::string(500, ' '));
+    EXPECT_THAT(action->perfList, ElementsAre(0x40C80000, 5));
+}
+
 TEST_F(BoostTest, LastIntIsNoPlaceForATaskId) {
     Boot();
     const auto action = MakeAction(4353, 10, {0x40C00000, 0x40C80000});

@@ -1,7 +1,7 @@
 // The pure rules by which limits are combined and values converted.
 #include <gtest/gtest.h>
 
-#include "locks/perf_service.h"
+#include "base/chain.h"
 #include "freq/limit_merge.h"
 #include "freq/scene_limits.h"
 #include "locks/perf_service.h"
@@ -33,6 +33,21 @@ TEST(ToHalValue, FrequenciesBecomeMhzAndTheRestStays) {
     EXPECT_EQ(ToHalValue(10, -1), -1);
     EXPECT_EQ(ToHalValue(7, -1), -1);
     EXPECT_EQ(ToHalValue(11, 1785600), 1785600);
+}
+
+TEST(Chain, IsEndlessWhereverItLeadsBackTo) {
+    struct Link {
+        Link* next = nullptr;
+    };
+    for (size_t length = 1; length <= 6; ++length) {
+        std::vector<Link> links(length);
+        for (size_t i = 0; i + 1 < length; ++i) links[i].next = &links[i + 1];
+        EXPECT_FALSE(IsEndless(links[0])) << length;
+        for (Link& target : links) {
+            links.back().next = &target;
+            EXPECT_TRUE(IsEndless(links[0])) << length << " back to " << &target - &links[0];
+        }
+    }
 }
 
 TEST(SceneLimits, CommandThatEndedLeavesNoTrace) {

@@ -1,5 +1,6 @@
 // Translation of parsed scene elements into action chains.
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <stdexcept>
@@ -55,6 +56,9 @@ TEST_F(LoaderTest, NumbersBecomeWhatAtoiMakesOfThem) {
                                          "-2147483648",
                                          "4294967297",
                                          "00000000000000000000012",
+                                         "999999999999999999",
+                                         "9999999999999999999",
+                                         "-9999999999999999999",
                                          "99999999999999999999",
                                          "-99999999999999999999"};
     for (const std::string& text : texts) {
@@ -361,6 +365,37 @@ TEST_F(LoaderTest, LoaderServesOneConfiguration) {
     EXPECT_THAT(Log(kError),
                 ElementsAre("tarquel: xml is invalid, cmdId is 4353 element is sched_boost"));
     reinterpret_cast<void (*)(QcomPerfLoadXml*)>(slots[1])(loader);
+}
+
+TEST_F(LoaderTest, WhatIsRefusedOrFreedIsGivenBack) {
+    const auto deleteAction =
+        Exported<void (*)(void*, Action&)>("_ZN15QcomPerfLoadXml12DeleteActionER6Action");
+    const Pairs fine{{"duration_ms", "1"}, {"sched_boost", "1"}};
+    Command refused(4353);
+    refused.Element("first", fine).Element("second", fine).Element("third", {{"nonsense", "1"}});
+    Command endless(4354);
+    endless.Element("first", fine).Element("second", {{"duration_ms", "0"}});
+    Command good(4355);
+    good.Element("first", fine).Element("second", fine).Element("third", fine);
+    const auto run = [&] {
+        auto chains = Parse({&refused, &endless, &good});
+        EXPECT_THAT(chains, SizeIs(1));
+        deleteAction(nullptr, *chains.at(4355).release());
+        Forget();
+    };
+    run();
+    const size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 100; ++i) run();
+    EXPECT_EQ(mallinfo2().uordblks, before);
+}
+
+TEST_F(LoaderTest, AnActionHasAtMost65536Pairs) {
+    std::vector<int> list(2 * 65536, 1);
+    EXPECT_EQ(GetLibrary().Copy(*MakeAction(4353, 1, list))->perfList, list);
+    list.resize(list.size() + 2);
+    EXPECT_THROW(GetLibrary().Copy(*MakeAction(4353, 1, list)), std::length_error);
+    EXPECT_THAT(Log(kError), ElementsAre("tarquel: action list is invalid, cmdId is 4353, tagLen "
+                                         "is 65537\n"));
 }
 
 TEST_F(LoaderTest, MalformedRecordsAreSurvived) {

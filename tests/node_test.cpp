@@ -81,6 +81,11 @@ TEST_F(NodeTest, TextIsNoNumberAndAnotherNumberIsCutToInt) {
                                          "devfreq/max_freq\n"));
     GetPhone().GetKernel().Force(kGpu + "devfreq/max_freq", "99999999999");
     EXPECT_EQ(Get(10), INT_MAX);
+    // Of a long text the beginning counts.
+    GetPhone().GetKernel().Force(kGpu + "devfreq/max_freq", std::string(125, ' ') + "345");
+    EXPECT_EQ(Get(10), 34);
+    GetPhone().GetKernel().Force(kGpu + "devfreq/max_freq", "7 " + std::string(4000, 'x'));
+    EXPECT_EQ(Get(10), 7);
 }
 
 TEST_F(NodeTest, GpuDefaultsAreReadInHzAndSaturate) {
@@ -113,7 +118,11 @@ TEST_F(NodeTest, MalformedQueriesAreRefused) {
     EXPECT_EQ(Adapter().DoPerfGetConfig(-1, tags, values), 0);
     EXPECT_EQ(Adapter().DoPerfGetConfig(0, nullptr, nullptr), 0);
     EXPECT_THAT(Log(kError), IsEmpty());
-    EXPECT_EQ(Adapter().DoPerfGetConfig(INT_MAX, tags, values), 0);
+    std::vector<int> many(1025, 50);
+    EXPECT_EQ(Adapter().DoPerfGetConfig(1024, many.data(), many.data()), 0);
+    EXPECT_EQ(many[1023], 818000000);
+    EXPECT_THAT(Log(kError), IsEmpty());
+    EXPECT_EQ(Adapter().DoPerfGetConfig(1025, many.data(), many.data()), 0);
     EXPECT_EQ(Adapter().DoPerfGetConfig(1, nullptr, values), 0);
     EXPECT_EQ(Adapter().DoPerfGetConfig(1, tags, nullptr), 0);
     EXPECT_EQ(Log(kError).size(), 3u);

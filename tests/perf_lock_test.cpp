@@ -1,4 +1,5 @@
 // The perf-lock client: the HAL opened at run time, and what surrounds each of its calls.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include "tests/support/plugin_test.h"
@@ -48,6 +49,23 @@ TEST_F(PerfLockTest, MissingLibraryIsLookedForAtEveryCall) {
         "100\n";
     EXPECT_THAT(Log(kError), ElementsAre(missing, refused, missing, refused));
 }
+
+class ClosedLibraryTest : public PluginTest, public testing::WithParamInterface<lab::HalLibrary> {};
+
+TEST_P(ClosedLibraryTest, IsNotKeptOpen) {
+    StartPhone("sm8450");
+    GetPhone().SetHalLibrary(GetParam());
+    LoadLibrary();
+    Initialize();
+    Do(*MakeAction(4353, 100, {0x40C00000, 1}));
+    Exported<TarQuelPlat* (*)()>("GetPlat")()->~TarQuelPlat();
+    GetPhone().SetHalLibrary(lab::HalLibrary::kAbsent);
+    EXPECT_EQ(dlopen("libqti-perfd-client.so", RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(PerfLock, ClosedLibraryTest,
+                         testing::Values(lab::HalLibrary::kWhole, lab::HalLibrary::kWithoutAcquire,
+                                         lab::HalLibrary::kWithoutRelease));
 
 struct LibraryPropertyCase {
     const char* value;  // null: unset
