@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <span>
 
 #include "base/bad_caller.h"
-#include "base/chain.h"
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
 #include "base/perf_list.h"
-#include "freq/freq_manager.h"
+#include "base/tags.h"
+#include "base/trace.h"
 #include "tarquel/on_demand_boost_server.h"
-#include "tarquel/securec.h"
 
 namespace tarquel {
 
@@ -20,9 +18,6 @@ namespace {
 
 // What one call of the HAL takes.
 constexpr int kMaxListInts = 64;
-
-// A pair with this tag is no limit: it asks for the action to be run again.
-constexpr int kTagRunAgain = 12;
 
 // How deep scenes may re-enter DoAction, and how often within one request, before they are refused:
 // far above any sensible scene, far below the stack and the patience of a server thread.
@@ -63,10 +58,7 @@ bool Payload::IsOnOrOff() const {
 }
 
 int ActionExecutor::DoAction(const Action& first, const Payload& payload) {
-    if (IsEndless(first)) {
-        TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", first.cmdId);
-        return -1;
-    }
+    if (IsEndlessChain(first)) return -1;
     int result = 0;
     int index = 0;
     for (const Action* action = &first; action != nullptr; action = action->next, ++index) {
@@ -76,15 +68,14 @@ int ActionExecutor::DoAction(const Action& first, const Payload& payload) {
         const int cmdId = action->cmdId;
         const int done = PerfServiceAcq(*action, index, payload);
         if (done == 0) {
-            if (!mSwitches.IsDebug() || cmdId == kCmdQuietOnSuccess) continue;
-            if (payload.first == nullptr) {
-                TARQUEL_LOGI("tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d\n", done,
-                             cmdId, payload.count);
-            } else {
-                TARQUEL_LOGI(
-                    "tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d, payload = %d\n", done,
-                    cmdId, payload.count, payload.first[0]);
-            }
+            const bool isLogged = mSwitches.IsDebug() && cmdId != kCmdQuietOnSuccess;
+            TARQUEL_LOGI_IF(isLogged && payload.first == nullptr,
+                            "tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d\n", done,
+                            cmdId, payload.count);
+            TARQUEL_LOGI_IF(
+                isLogged && payload.first != nullptr,
+                "tarquel: DoAction ret = %d, cmdId = %d, payloadNum = %d, payload = %d\n", done,
+                cmdId, payload.count, payload.first[0]);
         } else if (done != 1) {
             result = -1;
         }
@@ -99,9 +90,8 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
         return -2;
     }
     if (mControl.mEnableBoost == 0) {
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: PerfServiceAcq disable boost---low temperature!\n");
-        }
+        TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                        "tarquel: PerfServiceAcq disable boost---low temperature!\n");
         return 0;
     }
     // The end of an event needs no list: whatever it holds, its lock is released.
@@ -123,7 +113,8 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
     std::copy_n(pairs.begin(), len, list.begin());
     if (payload.Is(kEventOn)) StartBreakthroughIfAllowed(action, durationMs);
 
-    const bool inSection = BeginActionSection(durationMs, list.data(), len);
+    TraceSection section(mSwitches);
+    section.BeginWithList("PerfServiceAcq", durationMs, {list.data(), static_cast<size_t>(len)});
     int oldHandle = kNoLock;
     int newHandle = kNoLock;
     if (cmdId == kCmdRegularEvent || payload.Is(kEventOn)) {
@@ -137,7 +128,6 @@ int ActionExecutor::PerfServiceAcq(const Action& action, int index, const Payloa
         newHandle = mPerfLock.PerfLockAcq(kNoLock, durationMs, list.data(), len);
     }
     LogAcquired(action, oldHandle, newHandle, durationMs);
-    if (inSection) mTracer.TarquelAtraceEnd();
     return 0;
 }
 
@@ -145,9 +135,8 @@ int ActionExecutor::AcquireCommonLock(int cmdId, int durationMs, int* list, int 
     std::lock_guard lock(mCommonMutex);
     if (IsHeldLock(mCommonHandle)) mPerfLock.PerfLockRel(mCommonHandle);
     mCommonHandle = mPerfLock.PerfLockAcq(kNoLock, durationMs, list, len);
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: PerfLockAcq cmdId = %d, mCommonHandle = %d\n", cmdId, mCommonHandle);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: PerfLockAcq cmdId = %d, mCommonHandle = %d\n",
+                    cmdId, mCommonHandle);
     return mCommonHandle;
 }
 
@@ -158,10 +147,11 @@ void ActionExecutor::LogAcquired(const Action& action, int oldHandle, int newHan
             "tarquel: PerfLockAcq failed! cmdId = %d, oldHandle = %d, updateHandle = %d, "
             "duration = %d\n",
             action.cmdId, oldHandle, newHandle, durationMs);
-    } else if (mSwitches.IsVerbose() && action.cmdId != kCmdQuietOnSuccess) {
-        TARQUEL_LOGI(
-            "tarquel: PerfLockAcq cmdId = %d, oldHandle = %d, updateHandle = %d, tagLen = %d, "
-            "duration = %d\n",
+    } else {
+        TARQUEL_LOGI_IF(
+            mSwitches.IsVerbose() && action.cmdId != kCmdQuietOnSuccess,
+            "tarquel: PerfLockAcq cmdId = %d, oldHandle = %d, updateHandle = %d, tagLen "
+            "= %d, duration = %d\n",
             action.cmdId, oldHandle, newHandle, action.tagLen, durationMs);
     }
 }
@@ -177,29 +167,9 @@ void ActionExecutor::StartBreakthroughIfAllowed(const Action& action, int durati
 int ActionExecutor::OnDemandDuration(int cmdId, int durationMs, const int* payload) const {
     const int wanted = OnDemandBoostServer::getInstance().GetDuration(cmdId, durationMs, payload);
     if (wanted < 1) return durationMs;
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: cmdId = %d, onDemandDuration = %d\n", cmdId, wanted);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: cmdId = %d, onDemandDuration = %d\n", cmdId,
+                    wanted);
     return wanted;
-}
-
-// Opens the section of one acquisition. False when there is none to close: tracing is off or the
-// text does not fit.
-bool ActionExecutor::BeginActionSection(int durationMs, const int* list, int len) const {
-    if (!mTracer.IsOn()) return false;
-    TextBuffer listText;
-    if (!FormatPerfList({list, static_cast<size_t>(len)}, listText)) {
-        TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_arg_buf error\n");
-        return false;
-    }
-    TextBuffer text;
-    if (snprintf_s(text.data(), text.size(), text.size() - 1,
-                   "PerfServiceAcq duration=%d, len=%d, %s", durationMs, len,
-                   listText.data()) < 0) {
-        TARQUEL_LOGE("tarQuel: PerfServiceAcq snprintf_s trace_buf error\n");
-        return false;
-    }
-    return mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
 }
 
 void ActionExecutor::SavePerfVal(const QcomAction& action, const int* payload, int& duration,
@@ -221,8 +191,6 @@ int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) 
         TARQUEL_LOGE("tarquel: invalid special scene parameters, cmdId is %d\n", cmdId);
         return -1;
     }
-    if (action.duration >= 1) return mSelf.DoAction(action, 1, payload.first);
-
     const std::span<const int> pairs = PerfPairs(action);
     if (pairs.size() / 2 > kMaxScenePairs) {
         TARQUEL_LOGE("tarquel: invalid parameters, cmdId is %d\n", cmdId);
@@ -239,9 +207,8 @@ int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) 
             TARQUEL_LOGE("tarquel: invalid parameters, cmdId is %d\n", cmdId);
             return -1;
         }
-        if (value == 0 && mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: tag %d value is 0, cmdId is %d\n", tag, cmdId);
-        }
+        TARQUEL_LOGI_IF(value == 0 && mSwitches.IsVerbose(),
+                        "tarquel: tag %d value is 0, cmdId is %d\n", tag, cmdId);
         if (tag == kTagRunAgain) {
             runAgain = true;
             continue;
@@ -249,30 +216,22 @@ int ActionExecutor::DoOnOffAction(const Action& action, const Payload& payload) 
         tags[kept] = tag;
         configs[kept] = value;
         ++kept;
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGD(
-                "tarquel: DoOnOffAction tagLen = %d, setTagLen = %d, setTags = %d, setConfigs = "
-                "%d\n",
-                action.tagLen, static_cast<int>(kept), tag, value);
-        }
+        TARQUEL_LOGD_IF(mSwitches.IsVerbose(),
+                        "tarquel: DoOnOffAction tagLen = %d, setTagLen = %d, setTags = %d, "
+                        "setConfigs = %d\n",
+                        action.tagLen, static_cast<int>(kept), tag, value);
     }
 
-    int result = 0;
-    if (kept > 0) {
-        if (mFreqManager == nullptr) {
-            TARQUEL_LOGE("tarquel: DoOnOffAction mFreqManagerPtr failed!\n");
-            return -1;
-        }
-        result = mFreqManager->DoPerfSetConfig(cmdId, static_cast<int>(kept), tags.data(),
-                                               configs.data(), payload.first);
-    }
+    const int result =
+        kept == 0 ? 0
+                  : mFreqManager.DoPerfSetConfig(cmdId, static_cast<int>(kept), tags.data(),
+                                                 configs.data(), payload.first);
     if (!runAgain) return result;
 
-    // Meant: the action runs again, also when that leads straight back here. Only how often is
-    // bounded, so that a scene that never ends costs a request and not the server.
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: DoOnOffAction need check risk of dead loop...\n");
-    }
+    // The action runs again, also when that leads straight back here. Only how often is bounded, so
+    // that a scene that never ends costs a request and not the server.
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                    "tarquel: DoOnOffAction need check risk of dead loop...\n");
     const Reentry reentry;
     if (!reentry.IsAllowed()) {
         TARQUEL_LOGE("tarquel: DoOnOffAction dead loop, cmdId is %d\n", cmdId);

@@ -2,18 +2,16 @@
 // request to the frequency manager.
 #pragma once
 
-#include <memory>
 #include <mutex>
 
-#include "base/adapter_state.h"
-#include "base/trace.h"
+#include "base/debug_switches.h"
 #include "config/breakthrough_timer.h"
+#include "config/control_state.h"
+#include "freq/freq_manager.h"
 #include "locks/handle_cache.h"
 #include "locks/perf_lock.h"
 #include "tarquel/action.h"
 #include "tarquel/perf_adapter.h"
-
-class QcomFreqManager;
 
 namespace tarquel {
 
@@ -33,13 +31,12 @@ struct Payload {
 class ActionExecutor {
   public:
     // `self` is the server's face of the adapter: scenes re-enter DoAction through it.
-    ActionExecutor(PerfAdapter& self, const DebugSwitches& switches, ControlState& control,
-                   const Tracer& tracer, PerfLockClient& perfLock, HandleCache& handles,
-                   BreakthroughTimer& timer, const std::unique_ptr<QcomFreqManager>& freqManager)
+    ActionExecutor(PerfAdapter& self, const DebugSwitches& switches, const ControlState& control,
+                   PerfLockClient& perfLock, HandleCache& handles, BreakthroughTimer& timer,
+                   QcomFreqManager& freqManager)
         : mSelf(self),
           mSwitches(switches),
           mControl(control),
-          mTracer(tracer),
           mPerfLock(perfLock),
           mHandles(handles),
           mTimer(timer),
@@ -65,18 +62,16 @@ class ActionExecutor {
 
     void StartBreakthroughIfAllowed(const Action& action, int durationMs);
     int OnDemandDuration(int cmdId, int durationMs, const int* payload) const;
-    bool BeginActionSection(int durationMs, const int* list, int len) const;
     int AcquireCommonLock(int cmdId, int durationMs, int* list, int len);
     void LogAcquired(const Action& action, int oldHandle, int newHandle, int durationMs) const;
 
     PerfAdapter& mSelf;
     const DebugSwitches& mSwitches;
-    ControlState& mControl;
-    const Tracer& mTracer;
+    const ControlState& mControl;
     PerfLockClient& mPerfLock;
     HandleCache& mHandles;
     BreakthroughTimer& mTimer;
-    const std::unique_ptr<QcomFreqManager>& mFreqManager;
+    QcomFreqManager& mFreqManager;
     std::mutex mCommonMutex;      // makes replacing the common lock one step
     int mCommonHandle = kNoLock;  // the one lock without a time limit outside events
 };

@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "base/bad_caller.h"
-#include "base/chain.h"
 #include "base/log.h"
 #include "base/perf_list.h"
 #include "base/trace.h"
@@ -38,16 +37,29 @@ bool HasBoostLevel(const Action& action, int thermal) {
     return static_cast<size_t>(thermal) <= action.boostLevels.size();
 }
 
-bool IsRefused(const Action& first) {
-    if (!IsEndless(first)) return false;
-    TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", first.cmdId);
-    return true;
+// The first piece of `msg`, split at '|', that contains "targetPid"; empty when there is none or it
+// is 512 characters or longer.
+std::string ParseProcessMsg(const std::string& msg) {
+    std::string_view rest(msg.c_str());
+    while (!rest.empty()) {
+        const size_t end = std::min(rest.find('|'), rest.size());
+        const std::string piece(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (piece.find("targetPid") == std::string::npos) continue;
+        TextBuffer text{};
+        if (!TARQUEL_FORMAT(text, "%s", piece.c_str())) {
+            TARQUEL_LOGE("tarquel: get targetPid: snprintf_s error\n");
+            return "";
+        }
+        return text.data();
+    }
+    return "";
 }
 
 }  // namespace
 
 int BoostCompletion::DoAddTaskBoostInfo(Action& first, const std::string& msg) const {
-    if (IsRefused(first)) return 0;
+    if (IsEndlessChain(first)) return 0;
     for (Action* action = &first; action != nullptr; action = action->next) {
         if (action->taskBoost == 0 || IsCutShort(*action)) continue;
         int taskId = 0;
@@ -55,10 +67,9 @@ int BoostCompletion::DoAddTaskBoostInfo(Action& first, const std::string& msg) c
             TARQUEL_LOGE("tarquel: TarquelEvent get taskId failed\n");
         }
         if (taskId < 1) return 0;
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: DoAddTaskBoostInfo cmdId = %d taskId = %d\n", action->cmdId,
-                         taskId);
-        }
+        TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                        "tarquel: DoAddTaskBoostInfo cmdId = %d taskId = %d\n", action->cmdId,
+                        taskId);
         // Opcodes and values alike are searched, the first int even of an action without pairs.
         std::vector<int32_t>& list = action->perfList;
         const size_t ints = std::min(std::max<size_t>(PairInts(*action), 1), list.size());
@@ -69,27 +80,10 @@ int BoostCompletion::DoAddTaskBoostInfo(Action& first, const std::string& msg) c
     return 0;
 }
 
-std::string ParseProcessMsg(const std::string& msg) {
-    std::string_view rest(msg.c_str());
-    while (!rest.empty()) {
-        const size_t end = std::min(rest.find('|'), rest.size());
-        const std::string piece(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (piece.find("targetPid") == std::string::npos) continue;
-        TextBuffer text{};
-        if (snprintf_s(text.data(), text.size(), text.size() - 1, "%s", piece.c_str()) < 0) {
-            TARQUEL_LOGE("tarquel: get targetPid: snprintf_s error\n");
-            return "";
-        }
-        return text.data();
-    }
-    return "";
-}
-
 int BoostCompletion::DoAddScalingInfo(Action& first) const {
     const int thermal = mControl.mThermal;
     const bool mayBreakThrough = first.breakThrough != 0;
-    if (!mayBreakThrough || thermal < 1 || IsRefused(first)) return 0;
+    if (!mayBreakThrough || thermal < 1 || IsEndlessChain(first)) return 0;
 
     bool rewritten = false;
     for (Action* action = &first; action != nullptr; action = action->next) {
@@ -104,16 +98,18 @@ int BoostCompletion::DoAddScalingInfo(Action& first) const {
 }
 
 void BoostCompletion::AppendCeilings(Action& action, int level) const {
-    BoostFrequencies khz{mRecords.little.cpuinfoMaxFreq, mRecords.big.cpuinfoMaxFreq,
-                         mRecords.prime.cpuinfoMaxFreq};
+    BoostFrequencies khz{mTunables.records.little.cpuinfoMaxFreq,
+                         mTunables.records.big.cpuinfoMaxFreq,
+                         mTunables.records.prime.cpuinfoMaxFreq};
     const FreqBoostInfo& info = FreqBoostInfo::GetInstance();
     if (info.HasBoostInfo(level)) khz = info.Get(level);
 
     std::vector<int32_t>& list = action.perfList;
     list.insert(list.end(), {kOpcodeLittleScalingMax, khz.little, kOpcodeBigScalingMax, khz.big});
-    if (mLayout.HasPrimeCluster()) list.insert(list.end(), {kOpcodePrimeScalingMax, khz.prime});
+    if (mTunables.layout.HasPrimeCluster())
+        list.insert(list.end(), {kOpcodePrimeScalingMax, khz.prime});
     action.tagLen = static_cast<int32_t>(
-        std::min<int64_t>(int64_t{action.tagLen} + mLayout.clusterCount, INT32_MAX));
+        std::min<int64_t>(int64_t{action.tagLen} + mTunables.layout.clusterCount, INT32_MAX));
 }
 
 void BoostCompletion::DoAddBoostFreqInfo(Action& first, int level) const {
@@ -127,7 +123,7 @@ void BoostCompletion::DoAddBoostFreqInfo(Action& first, int level) const {
                 pairs[i + 1] = khz.big / kKhzPerMhz;
             } else if (pairs[i] == kOpcodeLittleMax) {
                 pairs[i + 1] = khz.little / kKhzPerMhz;
-            } else if (pairs[i] == kOpcodePrimeMax && mLayout.HasPrimeCluster()) {
+            } else if (pairs[i] == kOpcodePrimeMax && mTunables.layout.HasPrimeCluster()) {
                 pairs[i + 1] = khz.prime / kKhzPerMhz;
             }
         }

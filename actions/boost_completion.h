@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "base/adapter_state.h"
-#include "base/cluster_layout.h"
-#include "nodes/freq_records.h"
+#include "base/debug_switches.h"
+#include "config/control_state.h"
+#include "nodes/tunables.h"
 #include "tarquel/action.h"
 
 namespace tarquel {
@@ -14,8 +14,8 @@ namespace tarquel {
 class BoostCompletion {
   public:
     BoostCompletion(const DebugSwitches& switches, const ControlState& control,
-                    const ClusterLayout& layout, const FreqRecords& records)
-        : mSwitches(switches), mControl(control), mLayout(layout), mRecords(records) {}
+                    const Tunables& tunables)
+        : mSwitches(switches), mControl(control), mTunables(tunables) {}
 
     // Stores the task id that `msg` names ("...|targetPid=1234|...") behind the task-boost opcode
     // of every action that takes one. A message without a task id changes nothing. Always 0.
@@ -32,12 +32,7 @@ class BoostCompletion {
 
     const DebugSwitches& mSwitches;
     const ControlState& mControl;
-    const ClusterLayout& mLayout;
-    const FreqRecords& mRecords;
+    const Tunables& mTunables;
 };
-
-// The first piece of `msg`, split at '|', that contains "targetPid"; empty when there is none or it
-// is 512 characters or longer.
-std::string ParseProcessMsg(const std::string& msg);
 
 }  // namespace tarquel

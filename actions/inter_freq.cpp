@@ -1,14 +1,9 @@
 #include "actions/inter_freq.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
 #include "nodes/inter_path_table.h"
+#include "nodes/node_io.h"
 
 namespace tarquel {
 
@@ -41,29 +36,6 @@ int DoInterFreqAction(const QcomAction& action, const int* payload) {
         }
     }
     return result;
-}
-
-int WriteNodesValue(const char* path, const char* value) {
-    if (path == nullptr || value == nullptr || value[0] == '\0') {
-        TARQUEL_LOGE("tarQuel: WriteNodesValue invalid params!\n");
-        return -1;
-    }
-    const int fd = open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        TARQUEL_LOGE("tarQuel: WriteNodesValue open %s fail errno(%d)!\n", path, errno);
-        return -1;
-    }
-    const size_t length = std::strlen(value);
-    errno = 0;
-    const ssize_t written = write(fd, value, length);
-    if (written < 0 || static_cast<size_t>(written) != length) {
-        TARQUEL_LOGE("tarQuel: WriteNodesValue write %s to %s fail errno(%d)!\n", value, path,
-                     errno);
-        close(fd);
-        return -1;
-    }
-    close(fd);
-    return 0;
 }
 
 }  // namespace tarquel

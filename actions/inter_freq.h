@@ -12,7 +12,4 @@ namespace tarquel {
 //            left out)
 int DoInterFreqAction(const QcomAction& action, const int* payload);
 
-// Writes the whole of `value` to `path` in one call, without a newline. 0, or -1 with a log line.
-int WriteNodesValue(const char* path, const char* value);
-
 }  // namespace tarquel

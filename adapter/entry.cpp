@@ -5,6 +5,7 @@
 
 #include "adapter/qcom_perf_adapter.h"
 #include "adapter/qcom_perf_plat.h"
+#include "base/bad_caller.h"
 #include "base/log.h"
 #include "base/static_mutex.h"
 #include "loader/configuration.h"
@@ -24,6 +25,11 @@ size_t sPlace = 0;
 
 extern "C" QcomPerfPlat* GetPlat() {
     return QcomPerfPlat::GetInstance();
+}
+
+extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
+    if (tarquel::IsNullArgument(&adapter, "GetFreqManager")) return nullptr;
+    return new QcomFreqManager(adapter, adapter.Switches());
 }
 
 QcomPerfPlat* QcomPerfPlat::GetInstance() {

@@ -1,40 +1,24 @@
 #include "adapter/qcom_perf_adapter.h"
 
 #include <cstring>
+#include <mutex>
 
 #include "actions/inter_freq.h"
 #include "base/bad_caller.h"
+#include "base/cpu_info.h"
 #include "base/log.h"
-#include "nodes/default_limits.h"
 #include "tarquel/plat.h"
 #include "tarquel/properties.h"
 
 using namespace tarquel;
 
-void* QcomPerfAdapter::operator new(size_t size) {
-    void* first = ::operator new(size);
-    sigval value{};
-    value.sival_ptr = first;
-    if (value.sival_int != 0) return first;
-    // Another place, taken while the first is still held, so that it is not the same.
-    void* second = ::operator new(size);
-    ::operator delete(first);
-    return second;
-}
-
-void QcomPerfAdapter::operator delete(void* adapter) {
-    ::operator delete(adapter);
-}
-
-QcomPerfAdapter::QcomPerfAdapter() : mLayout(CpuInfo::GetInstance().Get()) {
+QcomPerfAdapter::QcomPerfAdapter()
+    : mTunables(CpuInfo::GetInstance().Get(), mSwitches), mFreqManager(GetFreqManager(*this)) {
     {
         std::lock_guard lock(PerfLockClient::Mutex());
         PerfLockClient::InitPerfLock();
     }
-    InitCpuNode();
-    // Before any limit of ours: these are the platform's own values.
-    mRecords = InitDefaultNodeValue(mLayout, mNodeIo);
-    mFreqManagerPtr.reset(GetFreqManager(*this));
+    mTunables.InitDefaultNodeValue();
     CheckDebugVersion();
     mTimerFence.Open();
     mTimer.CreateTimer(&TimerCallback, this);
@@ -44,13 +28,12 @@ QcomPerfAdapter::~QcomPerfAdapter() {
     // From here on the timer finds no adapter; a callback under way ends first.
     mTimerFence.Close();
     std::lock_guard lock(PerfLockClient::Mutex());
-    mFreqManagerPtr.reset();
     PerfLockClient::CleanUp();
     mTimer.DeleteTimer();
 }
 
 void QcomPerfAdapter::TimerCallback(sigval value) {
-    // Meant: only the integer view is tested, though a pointer is what travels here.
+    // The integer view, as the contract of the callback has it, though a pointer is what travels.
     if (value.sival_int == 0) {
         TARQUEL_LOGE("tarquel TimerCallback Failed");
         return;
@@ -59,35 +42,15 @@ void QcomPerfAdapter::TimerCallback(sigval value) {
                     [](void* owner) { static_cast<QcomPerfAdapter*>(owner)->mTimer.Expire(); });
 }
 
-void QcomPerfAdapter::InitCpuNode() {
-    mNodes.InitGpuFreqNode();
-    mNodes.InitCpuInfoFreqNode();
-    mNodes.InitCpuFreqNode();
-    mNodes.InitOnlineCoreNode();
-    mNodes.InitCpuCtlCgroupNode();
-    mNodes.InitCpuLlccDdrL3Node();
-    mNodes.InitSchedNode();
-    mNodes.InitSchedutilHispeedClusterNode();
-    mTagOpcodes.InitTagToOpcode(mLayout, busDcvsVariant);
-}
-
 // A release build ("1" or "6") writes only what SetDebug asks for.
 void QcomPerfAdapter::CheckDebugVersion() {
     char usertype[kPropertyValueMax] = {};
     property_get("ro.logsystem.usertype", usertype, "1");
     mSwitches.mVersionDebug = std::strcmp(usertype, "1") != 0 && std::strcmp(usertype, "6") != 0;
-    if (mFreqManagerPtr != nullptr) mFreqManagerPtr->SetVersionDebug(mSwitches.mVersionDebug);
 }
 
 int QcomPerfAdapter::SetDebug(bool on) {
-    if (mFreqManagerPtr == nullptr) {
-        TARQUEL_LOGE("tarquel: mFreqManagerPtr failed!\n");
-        return -1;
-    }
-    // The two switches never part: one thread's answer stands in both.
-    std::lock_guard lock(mDebugMutex);
     mSwitches.mDebug = on;
-    mFreqManagerPtr->SetDebug(on);
     return 0;
 }
 
@@ -114,16 +77,12 @@ int QcomPerfAdapter::DoAddScalingInfo(Action& first) {
 
 int QcomPerfAdapter::DoPerfSetConfig(int clientId, int tagLen, const int* tags,
                                      const int* configs) {
-    if (mFreqManagerPtr == nullptr) {
-        TARQUEL_LOGE("tarquel: DoPerfSetConfig mFreqManagerPtr failed!\n");
-        return -1;
-    }
-    return mFreqManagerPtr->DoPerfSetConfig(clientId, tagLen, tags, configs, nullptr);
+    return mFreqManager->DoPerfSetConfig(clientId, tagLen, tags, configs, nullptr);
 }
 
-int QcomPerfAdapter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
-                                         const int* newConfigs) {
-    return mSetter.DoRealPerfSetConfig(clientId, tagLen, tags, newConfigs);
+void QcomPerfAdapter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
+                                          const int* newConfigs) {
+    mSetter.DoRealPerfSetConfig(clientId, tagLen, tags, newConfigs);
 }
 
 int QcomPerfAdapter::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
@@ -186,5 +145,5 @@ void QcomPerfAdapter::DoEventCacheHandle(int cmdId, int index, int handle) {
 }
 
 QcomFreqManager* QcomPerfAdapter::FreqManager() const {
-    return mFreqManagerPtr.get();
+    return mFreqManager.get();
 }

@@ -13,18 +13,18 @@
 //                                                  config/queries.h
 #pragma once
 
+#include <signal.h>
+
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "actions/action_executor.h"
 #include "actions/boost_completion.h"
 #include "actions/boost_counter.h"
-#include "base/adapter_state.h"
-#include "base/cluster_layout.h"
-#include "base/trace.h"
+#include "base/debug_switches.h"
 #include "config/breakthrough_timer.h"
 #include "config/config_setter.h"
+#include "config/control_state.h"
 #include "config/control_type.h"
 #include "config/freq_rules.h"
 #include "config/group_config.h"
@@ -32,16 +32,14 @@
 #include "config/scaling_writeback.h"
 #include "config/timer_fence.h"
 #include "freq/freq_manager.h"
+#include "freq/limit_sink.h"
 #include "locks/handle_cache.h"
 #include "locks/perf_lock.h"
 #include "locks/perf_service.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
-#include "nodes/node_table.h"
-#include "nodes/tag_opcodes.h"
+#include "nodes/tunables.h"
 #include "tarquel/perf_adapter.h"
 
-class QcomPerfAdapter : public PerfAdapter {
+class QcomPerfAdapter : public PerfAdapter, public tarquel::LimitSink {
   public:
     // Takes the cluster layout from CpuInfo and reads the platform's default limits.
     QcomPerfAdapter();
@@ -73,53 +71,39 @@ class QcomPerfAdapter : public PerfAdapter {
     // The manager in force, for the server's dump. The adapter owns it.
     TARQUEL_API QcomFreqManager* FreqManager() const;
 
-    // Never at an address whose low 32 bits are 0: the timer's callback takes such a one for none.
-    static void* operator new(size_t size);
-    static void operator delete(void* adapter);
+    // The switches that a manager shares.
+    const tarquel::DebugSwitches& Switches() const { return mSwitches; }
 
-    // Applies what the manager arbitrated; called with its mutex held.
-    int DoRealPerfSetConfig(int clientId, int tagLen, const int* tags, const int* newConfigs);
+    // Applies what the manager arbitrated.
+    void DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
+                             const int* newConfigs) override;
 
   private:
     static void TimerCallback(sigval value);
-
-    void InitCpuNode();
     void CheckDebugVersion();
-
-    static constexpr int busDcvsVariant = 1;
 
     // Each room takes the ones above it by reference. What guards their state, and in which order
     // locks are taken, is in docs/threads.md.
-    std::mutex mDebugMutex;  // makes switching the adapter and its manager one step
     tarquel::DebugSwitches mSwitches;
     tarquel::ControlState mControl;
-    const tarquel::ClusterLayout mLayout;
-    tarquel::Tracer mTracer{mSwitches};
-    tarquel::PerfLockClient mPerfLock{mTracer};
-    std::unique_ptr<QcomFreqManager> mFreqManagerPtr;
-
-    tarquel::NodeIo mNodeIo{mSwitches};
-    tarquel::NodeTable mNodes{mSwitches, mLayout};
-    tarquel::TagOpcodes mTagOpcodes;
-    tarquel::FreqRecords mRecords;
-    tarquel::ScalingWriteback mScaling{mNodeIo, mNodes, mRecords, mControl, mFreqManagerPtr};
-
-    tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, mFreqManagerPtr};
-    tarquel::TimerFence mTimerFence{this};
+    tarquel::Tunables mTunables;
+    tarquel::PerfLockClient mPerfLock{mSwitches};
     tarquel::HandleCache mHandles{mSwitches, mPerfLock};
-    tarquel::ActionExecutor mActions{*this,     mSwitches, mControl, mTracer,
-                                     mPerfLock, mHandles,  mTimer,   mFreqManagerPtr};
-    tarquel::BoostCompletion mCompletion{mSwitches, mControl, mLayout, mRecords};
-    tarquel::BoostCounter mBoostCounter;
+    tarquel::PerfService mPerfService{mSwitches, mTunables, mPerfLock};
+    const std::unique_ptr<QcomFreqManager> mFreqManager;
 
-    tarquel::PerfService mPerfService{mSwitches, mLayout, mTracer, mTagOpcodes, mPerfLock};
-    tarquel::FreqRules mRules{mSwitches, mControl, mLayout,  mRecords,
-                              mNodeIo,   mNodes,   mScaling, mPerfService};
-    tarquel::ControlType mControlType{mSwitches, mControl, mLayout,  mRecords,
-                                      mNodeIo,   mNodes,   mScaling, mTimer};
-    tarquel::GroupConfig mGroup{mSwitches,   mControl, mLayout,      mTracer,
-                                mTagOpcodes, mRules,   mPerfService, mPerfLock};
-    tarquel::ConfigSetter mSetter{mSwitches, mControl,     mLayout,      mRecords, mRules,
-                                  mScaling,  mPerfService, mControlType, mGroup};
-    tarquel::Queries mQueries{mSwitches, mControl, mRecords, mNodeIo, mNodes};
+    tarquel::ScalingWriteback mScaling{mTunables, mControl, *mFreqManager};
+    tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, *mFreqManager};
+    tarquel::TimerFence mTimerFence{this};
+    tarquel::ControlType mControlType{mSwitches, mControl, mTunables, mScaling, mTimer};
+    tarquel::FreqRules mRules{mSwitches, mControl, mTunables, mScaling, mPerfService};
+    tarquel::GroupConfig mGroup{mSwitches, mControl, mTunables, mRules, mPerfService, mPerfLock};
+    tarquel::ConfigSetter mSetter{mSwitches,    mControl,     mRules, mScaling,
+                                  mPerfService, mControlType, mGroup};
+    tarquel::Queries mQueries{mSwitches, mControl, mTunables};
+
+    tarquel::ActionExecutor mActions{*this,    mSwitches, mControl,     mPerfLock,
+                                     mHandles, mTimer,    *mFreqManager};
+    tarquel::BoostCompletion mCompletion{mSwitches, mControl, mTunables};
+    tarquel::BoostCounter mBoostCounter;
 };

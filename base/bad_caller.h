@@ -2,17 +2,17 @@
 // record that claims more than it holds. What is refused is said in the log and changes nothing.
 #pragma once
 
+#include "base/chain.h"
 #include "base/log.h"
 #include "base/perf_list.h"
 #include "tarquel/action.h"
 
 namespace tarquel {
 
-// True, with a log line, when a reference argument of `operation` is a null pointer. The server
-// passes addresses; that this is one in C++'s eyes too is hidden from the compiler, which takes it
-// for granted that a reference is never null.
+// True, with a log line, when a reference argument of `operation` is a null pointer: the server
+// passes addresses. The library is compiled without the assumption that a reference never is one
+// (-fno-delete-null-pointer-checks).
 inline bool IsNullArgument(const void* address, const char* operation) {
-    __asm__("" : "+r"(address));
     if (address != nullptr) return false;
     TARQUEL_LOGE("tarquel: invalid request, argument is NULL in %s!\n", operation);
     return true;
@@ -26,6 +26,13 @@ inline bool IsCutShort(const Action& action) {
     }
     TARQUEL_LOGE("tarquel: action list is invalid, cmdId is %d, tagLen is %d\n", action.cmdId,
                  action.tagLen);
+    return true;
+}
+
+// True, with a log line, for a chain that leads back into itself.
+inline bool IsEndlessChain(const Action& first) {
+    if (!IsEndless(first)) return false;
+    TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", first.cmdId);
     return true;
 }
 

@@ -1,9 +1,8 @@
 // The Android log. The tag is null for every message but one (QcomPerfPlat::Initialize).
 //
 // Macros, not functions, so that the compiler checks each format where it stands and a line that a
-// switch holds back costs no argument evaluation. Lines at info and debug priority are written only
-// while a debug switch is on: guard them with DebugSwitches. The loader, which has no switches,
-// always writes.
+// switch holds back costs no argument evaluation. Errors are always written; lines at info and
+// debug priority only while a debug switch is on, but for the loader's, which has no switches.
 #pragma once
 
 #include <android/log.h>
@@ -15,4 +14,10 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
 
 #define TARQUEL_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, nullptr, __VA_ARGS__)
 #define TARQUEL_LOGI(...) __android_log_print(ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
-#define TARQUEL_LOGD(...) __android_log_print(ANDROID_LOG_DEBUG, nullptr, __VA_ARGS__)
+
+// The same while `isOn`, at info and at debug priority.
+#define TARQUEL_LOGI_IF(isOn, ...) \
+    ((isOn) ? static_cast<void>(TARQUEL_LOGI(__VA_ARGS__)) : static_cast<void>(0))
+#define TARQUEL_LOGD_IF(isOn, ...)                                                            \
+    ((isOn) ? static_cast<void>(__android_log_print(ANDROID_LOG_DEBUG, nullptr, __VA_ARGS__)) \
+            : static_cast<void>(0))

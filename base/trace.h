@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <span>
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
+#include "tarquel/securec.h"
 
 namespace tarquel {
 
@@ -13,26 +14,37 @@ namespace tarquel {
 inline constexpr size_t kTextMax = 512;
 using TextBuffer = std::array<char, kTextMax>;
 
-class Tracer {
+// Formats into a TextBuffer. False when the text does not fit or cannot be formatted.
+#define TARQUEL_FORMAT(buffer, ...) \
+    (snprintf_s((buffer).data(), (buffer).size(), (buffer).size() - 1, __VA_ARGS__) >= 0)
+
+// One section, open from Begin until it is destroyed, whatever the switches say by then.
+class TraceSection {
   public:
-    explicit Tracer(const DebugSwitches& switches) : mSwitches(switches) {}
+    explicit TraceSection(const DebugSwitches& switches) : mIsWanted(switches.IsVerbose()) {
+        mName[0] = '\0';
+    }
+    ~TraceSection();
+    TraceSection(const TraceSection&) = delete;
+    TraceSection& operator=(const TraceSection&) = delete;
 
-    // True while section names are worth formatting: a debug switch is on.
-    bool IsOn() const { return mSwitches.IsVerbose(); }
+    // True when a debug switch was on as the section was made: else a name is not worth formatting.
+    bool IsWanted() const { return mIsWanted; }
 
-    // Opens a section called `name`, unless the switches are off or atrace's tag bit 0 is clear.
-    // Returns true when it did: that section is to be closed, whatever the switches say by then.
-    bool TarquelAtraceBegin(const char* name, unsigned long length) const;
+    // Where its name goes.
+    TextBuffer& Name() { return mName; }
 
-    // Closes the innermost section.
-    void TarquelAtraceEnd() const;
+    // Opens the section, unless it is not wanted or atrace's tag bit 0 is clear.
+    void Begin();
+
+    // Opens it under the name "CALLER duration=..., len=..., list=OPCODE VALUE ...". Without a
+    // section, and with a line in the log, when that does not fit.
+    void BeginWithList(const char* caller, int durationMs, std::span<const int> list);
 
   private:
-    const DebugSwitches& mSwitches;
+    const bool mIsWanted;
+    bool mIsOpen = false;
+    TextBuffer mName;  // left as it is until it is needed, but for its first character
 };
-
-// Writes "list=" and "0xOPCODE VALUE " for every pair of `list` into `text`.
-// Returns false, with `text` unusable, when a piece cannot be formatted or does not fit.
-bool FormatPerfList(std::span<const int> list, TextBuffer& text);
 
 }  // namespace tarquel

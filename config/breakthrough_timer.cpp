@@ -1,10 +1,8 @@
 #include "config/breakthrough_timer.h"
 
 #include <algorithm>
-#include <exception>
 
 #include "base/log.h"
-#include "freq/freq_manager.h"
 
 namespace tarquel {
 
@@ -32,19 +30,12 @@ int BreakthroughTimer::CreateTimer(void (*callback)(sigval), void* owner) {
 }
 
 int BreakthroughTimer::DeleteTimer() {
-    try {
-        std::lock_guard lock(mMutex);
-        if (!mTimerCreated) return -1;
-        const int result = timer_delete(mTimerId);
-        if (result != 0) TARQUEL_LOGE("Failed to delete timer for a request");
-        mTimerCreated = false;
-        return result;
-    } catch (const std::exception& error) {
-        TARQUEL_LOGE("Exception caught: %s in %s", error.what(), "DeleteTimer");
-    } catch (...) {
-        TARQUEL_LOGE("Exception caught in %s", "DeleteTimer");
-    }
-    return -1;
+    std::lock_guard lock(mMutex);
+    if (!mTimerCreated) return -1;
+    const int result = timer_delete(mTimerId);
+    if (result != 0) TARQUEL_LOGE("Failed to delete timer for a request");
+    mTimerCreated = false;
+    return result;
 }
 
 void BreakthroughTimer::Start(int ms) {
@@ -139,10 +130,10 @@ void BreakthroughTimer::End(uint32_t number) {
 }
 
 void BreakthroughTimer::RestoreLimits(uint32_t number, const char* message) {
-    if (mControl.mPerf != 0 || mFreqManager == nullptr) return;
-    mFreqManager->GetLastFreqLimitStrategy();
+    if (mControl.mPerf != 0) return;
+    mFreqManager.GetLastFreqLimitStrategy();
     mScaling.RestoreCeilings(number);
-    if (mSwitches.IsDebug()) TARQUEL_LOGI("%s", message);
+    TARQUEL_LOGI_IF(mSwitches.IsDebug(), "%s", message);
 }
 
 }  // namespace tarquel

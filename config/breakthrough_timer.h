@@ -6,13 +6,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <mutex>
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
+#include "config/control_state.h"
 #include "config/scaling_writeback.h"
-
-class QcomFreqManager;
+#include "freq/freq_manager.h"
 
 namespace tarquel {
 
@@ -23,8 +22,7 @@ namespace tarquel {
 class BreakthroughTimer {
   public:
     BreakthroughTimer(const DebugSwitches& switches, ControlState& control,
-                      ScalingWriteback& scaling,
-                      const std::unique_ptr<QcomFreqManager>& freqManager)
+                      ScalingWriteback& scaling, QcomFreqManager& freqManager)
         : mSwitches(switches), mControl(control), mScaling(scaling), mFreqManager(freqManager) {}
 
     // Creates the timer, unarmed; when it fires, `callback` gets `owner`, and is to call Expire.
@@ -63,7 +61,7 @@ class BreakthroughTimer {
     const DebugSwitches& mSwitches;
     ControlState& mControl;
     ScalingWriteback& mScaling;
-    const std::unique_ptr<QcomFreqManager>& mFreqManager;
+    QcomFreqManager& mFreqManager;
 
     std::mutex mMutex;  // guards creating, arming, reading and deleting the timer, and mLastNumber
     std::atomic<bool> mTimerCreated{false};

@@ -1,7 +1,8 @@
 #include "config/config_setter.h"
 
-#include "base/client_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
+#include "base/tags.h"
 
 namespace tarquel {
 
@@ -13,86 +14,59 @@ constexpr bool IsPassThrough(int tag) {
            (tag >= 108 && tag <= 124) || (tag >= 130 && tag <= 133);
 }
 
+// Requests after which the thermal ceilings are written back. The GPU's is none of them.
+bool TouchesCeilings(int tag, int value) {
+    return IsCpuCeilingTag(tag) || (tag == kTagControlType && value != 0);
+}
+
 }  // namespace
 
-int ConfigSetter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
-                                      const int* newConfigs) {
-    const bool isGroup = tagLen > 0 && tags[0] == kTagGroup;
-    bool touchesMax = false;
-    for (int i = 0; !isGroup && i < tagLen; ++i) {
-        const int tag = tags[i];
-        const Resolved resolved = Resolve(tag, newConfigs[i]);
-        touchesMax = touchesMax || resolved.touchesMax;
-        if (resolved.kind == Resolved::Kind::kSkip) continue;
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI(
-                "tarquel: SetConfig tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, "
-                "mEnable = %d\n",
-                tagLen, tag, resolved.value, mControl.mPerf.load(), mControl.mThermal.load(),
-                mControl.mEnableBoost.load());
-        }
-        if (resolved.kind == Resolved::Kind::kNodeAndLock) {
-            mRules.WriteUnlessOwned(tag, resolved.value, FreqRules::Mark::kWritten);
-        }
-        mPerfService.PerfServiceSetConfig(tag, resolved.value);
+void ConfigSetter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags,
+                                       const int* newConfigs) {
+    if (tags[0] == kTagGroup) {
+        mGroup.DoGroupPerfSetConfig(clientId, tagLen, tags, newConfigs);
+        return;
     }
-    if (mControl.mPerf == 0 && !mControl.mBreakThrough && clientId == kClientTemp && touchesMax) {
+    bool touchesCeilings = false;
+    for (int i = 0; i < tagLen; ++i) {
+        const int tag = tags[i];
+        int value = newConfigs[i];
+        touchesCeilings = touchesCeilings || TouchesCeilings(tag, value);
+        if (Resolve(tag, value)) Apply(tagLen, tag, value);
+    }
+    if (mControl.mPerf == 0 && mControl.mBreakThrough == 0 && clientId == kClientTemp &&
+        touchesCeilings) {
         mScaling.WriteAllScaling();
     }
-    if (isGroup) mGroup.DoGroupPerfSetConfig(clientId, tagLen, tags, newConfigs);
-    return 0;
 }
 
-ConfigSetter::Resolved ConfigSetter::Resolve(int tag, int value) {
+bool ConfigSetter::Resolve(int tag, int& value) {
     if (tag == kTagControlType) {
         mControlType.SetControlType(value);
-        return {Resolved::Kind::kSkip, value, value != 0};
+        return false;
     }
-    if (IsPassThrough(tag)) return {Resolved::Kind::kLockOnly, value, false};
-    if (!mLayout.HasPrimeCluster() && (tag == kTagMiddleMin || tag == kTagMiddleMax)) {
-        LogZero(tag);
-        return {Resolved::Kind::kSkip, value, tag == kTagMiddleMax};
+    if (IsPassThrough(tag)) return true;
+    const LimitTags* const limit = FindLimitTags(tag);
+    if (limit != nullptr && mRules.IsMissing(*limit)) {
+        value = 0;
+    } else if (limit != nullptr) {
+        value = tag == limit->floor ? mRules.UpdateMinCpuFreq(value, *limit)
+                                    : mRules.UpdateMaxCpuFreq(value, *limit);
     }
-    const Resolved resolved = ResolveLimit(tag, value);
-    if (resolved.value != 0) return resolved;
-    LogZero(tag);
-    return {Resolved::Kind::kSkip, 0, resolved.touchesMax};
-}
-
-// What becomes of a tag's value under the rules between floor and ceiling.
-ConfigSetter::Resolved ConfigSetter::ResolveLimit(int tag, int value) {
-    bool touchesMax = false;
-    switch (tag) {
-        case kTagLittleMin:
-            value = mRules.UpdateMinCpuFreq(value, mRecords.little);
-            break;
-        case kTagMiddleMin:
-            value = mRules.UpdateMinCpuFreq(value, mRules.Middle());
-            break;
-        case kTagLastMin:
-            value = mRules.UpdateMinCpuFreq(value, mRules.Last());
-            break;
-        case kTagGpuMin:
-            value = mRules.UpdateMinCpuFreq(value, mRecords.gpu);
-            break;
-        case kTagLittleMax:
-        case kTagMiddleMax:
-        case kTagLastMax:
-            value = mRules.UpdateCpuMax(tag, value);
-            touchesMax = true;
-            break;
-        case kTagGpuMax:
-            // Meant: no CPU ceiling is touched, so nothing is written back for it.
-            value = mRules.UpdateMaxCpuFreq(value, mRecords.gpu, kTagGpuMin, kTagGpuMax);
-            break;
-        default:
-            break;
-    }
-    return {Resolved::Kind::kNodeAndLock, value, touchesMax};
-}
-
-void ConfigSetter::LogZero(int tag) const {
+    if (value != 0) return true;
     TARQUEL_LOGE("tarquel: tag = %d, %s\n", tag, "configVal is 0");
+    return false;
+}
+
+void ConfigSetter::Apply(int tagLen, int tag, int value) {
+    TARQUEL_LOGI_IF(
+        mSwitches.IsVerbose(),
+        "tarquel: SetConfig tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, "
+        "mEnable = %d\n",
+        tagLen, tag, value, mControl.mPerf.load(), mControl.mThermal.load(),
+        mControl.mEnableBoost.load());
+    if (!IsPassThrough(tag)) mRules.WriteUnlessOwned(tag, value, FreqRules::Mark::kWritten);
+    mPerfService.PerfServiceSetConfig(tag, value);
 }
 
 }  // namespace tarquel

@@ -1,6 +1,5 @@
 #include "config/control_type.h"
 
-#include "base/client_ids.h"
 #include "base/log.h"
 #include "tarquel/jank_log.h"
 
@@ -41,9 +40,8 @@ int ControlType::SetControlType(int type) {
             break;
     }
     const int enableBoost = mControl.mEnableBoost;
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: SetControlType config %d, mEnableBoost %d\n", type, enableBoost);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: SetControlType config %d, mEnableBoost %d\n",
+                    type, enableBoost);
     __zqlog_jank_print(kJankPriority, kJankId, "#EB:%d#PBP:%d", enableBoost, mControl.mPerf.load());
     return 0;
 }
@@ -62,18 +60,12 @@ void ControlType::ReleaseThermal(int enableBoost) {
 }
 
 void ControlType::WriteDefaultCeilings() {
-    WriteDefaultCeiling(kTagLittleMax, mRecords.little);
-    if (mLayout.HasPrimeCluster()) {
-        WriteDefaultCeiling(kTagMiddleMax, mRecords.big);
-        WriteDefaultCeiling(kTagLastMax, mRecords.prime);
-    } else {
-        WriteDefaultCeiling(kTagLastMax, mRecords.big);
+    for (size_t i = 0; i < kCpuDomains; ++i) {
+        const LimitTags& limit = kLimitTags[i];
+        if (limit.domain == LimitTags::kMiddle && !mTunables.layout.HasPrimeCluster()) continue;
+        const auto turn = mScaling.TakeTurn(limit.ceiling);
+        mTunables.Write(limit.ceiling, mTunables.RecordOf(limit.domain).cpuinfoMaxFreq);
     }
-}
-
-void ControlType::WriteDefaultCeiling(int tag, const CPUFREQ& freq) {
-    const auto turn = mScaling.TakeTurn(tag);
-    mIo.WriteNode(mNodes.Get(tag), freq.cpuinfoMaxFreq);
 }
 
 }  // namespace tarquel

@@ -1,26 +1,21 @@
 // The control type (tag 57): who owns the limits and under which thermal level actions run.
 #pragma once
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
 #include "config/breakthrough_timer.h"
+#include "config/control_state.h"
 #include "config/scaling_writeback.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
-#include "nodes/node_table.h"
+#include "nodes/tunables.h"
 
 namespace tarquel {
 
 class ControlType {
   public:
-    ControlType(const DebugSwitches& switches, ControlState& control, const ClusterLayout& layout,
-                const FreqRecords& records, const NodeIo& io, NodeTable& nodes,
+    ControlType(const DebugSwitches& switches, ControlState& control, Tunables& tunables,
                 ScalingWriteback& scaling, BreakthroughTimer& timer)
         : mSwitches(switches),
           mControl(control),
-          mLayout(layout),
-          mRecords(records),
-          mIo(io),
-          mNodes(nodes),
+          mTunables(tunables),
           mScaling(scaling),
           mTimer(timer) {}
 
@@ -32,14 +27,10 @@ class ControlType {
     void Enter(int perf, int thermal, int enableBoost);
     void ReleaseThermal(int enableBoost);
     void WriteDefaultCeilings();
-    void WriteDefaultCeiling(int tag, const CPUFREQ& freq);
 
     const DebugSwitches& mSwitches;
     ControlState& mControl;
-    const ClusterLayout& mLayout;
-    const FreqRecords& mRecords;
-    const NodeIo& mIo;
-    NodeTable& mNodes;
+    Tunables& mTunables;
     ScalingWriteback& mScaling;
     BreakthroughTimer& mTimer;
 };

@@ -1,43 +1,35 @@
-// The rules between a cluster's or the GPU's floor and ceiling.
+// The rules between a frequency's floor and its ceiling.
 #pragma once
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
+#include "config/control_state.h"
 #include "config/scaling_writeback.h"
 #include "locks/perf_service.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
-#include "nodes/node_table.h"
+#include "nodes/tunables.h"
 
 namespace tarquel {
 
 // Threads: callers hold the frequency manager's mutex.
 class FreqRules {
   public:
-    FreqRules(const DebugSwitches& switches, const ControlState& control,
-              const ClusterLayout& layout, FreqRecords& records, const NodeIo& io, NodeTable& nodes,
+    FreqRules(const DebugSwitches& switches, const ControlState& control, Tunables& tunables,
               ScalingWriteback& scaling, PerfService& perfService)
         : mSwitches(switches),
           mControl(control),
-          mLayout(layout),
-          mRecords(records),
-          mIo(io),
-          mNodes(nodes),
+          mTunables(tunables),
           mScaling(scaling),
           mPerfService(perfService) {}
 
     // Raises or lowers the floor: 0 restores the default, a value above the ceiling is cut to it.
     //   value    kHz (Hz for the GPU)
     //   Returns  the floor now in force
-    int UpdateMinCpuFreq(int value, CPUFREQ& freq);
+    int UpdateMinCpuFreq(int value, const LimitTags& limit);
 
     // Sets the ceiling; the floor is pulled down with it when it would be above. A ceiling that
     // returns to its default is restored in its node at once.
     //   value    kHz (Hz for the GPU); 0 restores the default
-    //   Returns  what to lock for tagMax; -1 when its lock must only be released
-    int UpdateMaxCpuFreq(int value, CPUFREQ& freq, int tagMin, int tagMax);
-
-    // The maximum rule on the record of a CPU ceiling tag. The middle cluster must be there.
-    int UpdateCpuMax(int tag, int value);
+    //   Returns  what to lock for the ceiling's tag; -1 when its lock must only be released
+    int UpdateMaxCpuFreq(int value, const LimitTags& limit);
 
     enum class Mark { kNone, kWritten };
 
@@ -46,17 +38,15 @@ class FreqRules {
     // tag without a node is logged.
     void WriteUnlessOwned(int tag, int value, Mark mark);
 
-    // The record of the middle and of the last cluster.
-    CPUFREQ& Middle() { return mRecords.big; }
-    CPUFREQ& Last() { return mLayout.HasPrimeCluster() ? mRecords.prime : mRecords.big; }
+    // True for a limit that this device does not have: two clusters have no middle one.
+    bool IsMissing(const LimitTags& limit) const {
+        return limit.domain == LimitTags::kMiddle && !mTunables.layout.HasPrimeCluster();
+    }
 
   private:
     const DebugSwitches& mSwitches;
     const ControlState& mControl;
-    const ClusterLayout& mLayout;
-    FreqRecords& mRecords;
-    const NodeIo& mIo;
-    NodeTable& mNodes;
+    Tunables& mTunables;
     ScalingWriteback& mScaling;
     PerfService& mPerfService;
 };

@@ -1,11 +1,9 @@
 #include "config/group_config.h"
 
 #include <array>
-#include <cstring>
 
-#include "base/client_ids.h"
 #include "base/log.h"
-#include "tarquel/securec.h"
+#include "base/trace.h"
 
 namespace tarquel {
 
@@ -25,7 +23,8 @@ int GroupConfig::DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags,
     const std::span<int> list(buffer.data(), 2 * group.Size());
     if (!FillList(group, duration, list)) return -1;
 
-    const bool inSection = BeginGroupSection(duration, list);
+    TraceSection section(mSwitches);
+    section.BeginWithList("DoGroupPerfSetConfig", duration, list);
     const int len = static_cast<int>(list.size());
     int& handle = (duration == 0 ? mUntimedGroupHandleMap : mTimedGroupHandleMap)[groupKey];
     handle = mPerfLock.PerfLockAcq(handle, duration, list.data(), len);
@@ -33,14 +32,14 @@ int GroupConfig::DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags,
         TARQUEL_LOGE(
             "tarquel: DoGroupPerfSetConfig failed! clientId = %d, duration = %d, perfHandle = %d\n",
             clientId, duration, handle);
-    } else if (mSwitches.IsVerbose()) {
-        // Meant: the group key is what stands behind "clientId" here.
-        TARQUEL_LOGI(
+    } else {
+        // Behind "clientId" stands the group key: several clients may share a group.
+        TARQUEL_LOGI_IF(
+            mSwitches.IsVerbose(),
             "tarquel: DoGroupPerfSetConfig clientId = %d, duration = %d, newTagLen = %d, "
             "perfHandle = %d\n",
             groupKey, duration, len, handle);
     }
-    if (inSection) mTracer.TarquelAtraceEnd();
     return 0;
 }
 
@@ -54,10 +53,9 @@ int GroupConfig::DoGroupPerfRel(int groupKey, int duration) {
         mPerfService.DoHandleMapRelease(mUntimedGroupHandleMap, groupKey);
         return 0;
     }
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: DoGroupPerfRel release %d for last duration = 0\n",
-                     mUntimedGroupHandleMap[groupKey]);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                    "tarquel: DoGroupPerfRel release %d for last duration = 0\n",
+                    mUntimedGroupHandleMap[groupKey]);
     mPerfService.DoHandleMapRelease(mUntimedGroupHandleMap, groupKey);
     return -1;
 }
@@ -68,69 +66,46 @@ TagValues GroupConfig::UpdateGroupTagMap(int tagLen, const int* tags, const int*
     const bool isTimed = configs[0] >= 1;
     TagValues group;
     for (int i = 1; i < tagLen; ++i) {
-        if (isTimed || !IsCpuMaxTag(tags[i])) {
+        if (isTimed || !IsCpuCeilingTag(tags[i])) {
             *group.Enter(tags[i]).first = configs[i];
-        } else if (tags[i] != kTagMiddleMax || mLayout.HasPrimeCluster()) {
-            ApplyCpuMax(tagLen, tags[i], configs[i]);
+        } else if (const LimitTags& limit = *FindLimitTags(tags[i]); !mRules.IsMissing(limit)) {
+            ApplyCeiling(tagLen, limit, configs[i]);
         }
     }
     return group;
 }
 
-void GroupConfig::ApplyCpuMax(int tagLen, int tag, int value) {
-    const int applied = mRules.UpdateCpuMax(tag, value);
+void GroupConfig::ApplyCeiling(int tagLen, const LimitTags& limit, int value) {
+    const int applied = mRules.UpdateMaxCpuFreq(value, limit);
     if (applied == 0) return;
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI(
-            "tarquel: DoGroup tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, "
-            "mEnable = %d\n",
-            tagLen, tag, applied, mControl.mPerf.load(), mControl.mThermal.load(),
-            mControl.mEnableBoost.load());
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                    "tarquel: DoGroup tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, "
+                    "mEnable = %d\n",
+                    tagLen, limit.ceiling, applied, mControl.mPerf.load(), mControl.mThermal.load(),
+                    mControl.mEnableBoost.load());
     // Unlike a single tag's write, this one is not kept from the next write-back.
-    mRules.WriteUnlessOwned(tag, applied, FreqRules::Mark::kNone);
-    mPerfService.PerfServiceSetConfig(tag, applied);
+    mRules.WriteUnlessOwned(limit.ceiling, applied, FreqRules::Mark::kNone);
+    mPerfService.PerfServiceSetConfig(limit.ceiling, applied);
 }
 
 // False, with a log line, when the group has a core-control tag while isolation is off.
 bool GroupConfig::FillList(const TagValues& group, int duration, std::span<int> list) {
     size_t at = 0;
     for (const auto& [tag, value] : group) {
-        const uint32_t opcode = mOpcodes.Get(tag);
-        if (IsIsolationTag(tag) && mLayout.mIsolationSwitch == 0) {
+        const uint32_t opcode = mTunables.opcodes.Get(tag);
+        if (IsIsolationTag(tag) && mTunables.layout.mIsolationSwitch == 0) {
             TARQUEL_LOGE("tarquel: isolation switch is off.\n");
             return false;
         }
         const int halValue = ToHalValue(tag, value);
         list[at++] = static_cast<int>(opcode);
         list[at++] = halValue;
-        if (mSwitches.IsDebug()) {
-            TARQUEL_LOGD(
-                "tarquel: DoGroupPerfSetConfig duration = %d, tag = %3d, opcodes = 0x%8X, "
-                "configVal = %d\n",
-                duration, tag, opcode, halValue);
-        }
+        TARQUEL_LOGD_IF(mSwitches.IsDebug(),
+                        "tarquel: DoGroupPerfSetConfig duration = %d, tag = %3d, opcodes = 0x%8X, "
+                        "configVal = %d\n",
+                        duration, tag, opcode, halValue);
     }
     return true;
-}
-
-// Opens the section of one acquisition. False when there is none to close: tracing is off or the
-// text does not fit.
-bool GroupConfig::BeginGroupSection(int duration, std::span<const int> list) const {
-    if (!mTracer.IsOn()) return false;
-    TextBuffer listText;
-    if (!FormatPerfList(list, listText)) {
-        TARQUEL_LOGE("tarQuel: DoGroupPerfSetConfig snprintf_s trace_arg_buf error\n");
-        return false;
-    }
-    TextBuffer text;
-    if (snprintf_s(text.data(), text.size(), text.size() - 1,
-                   "DoGroupPerfSetConfig duration=%d, len=%d, %s", duration,
-                   static_cast<int>(list.size()), listText.data()) < 0) {
-        TARQUEL_LOGE("tarQuel: DoGroupPerfSetConfig snprintf_s trace_buf error\n");
-        return false;
-    }
-    return mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
 }
 
 }  // namespace tarquel

@@ -7,14 +7,14 @@
 #include <map>
 #include <span>
 
-#include "base/adapter_state.h"
-#include "base/client_ids.h"
+#include "base/debug_switches.h"
 #include "base/sorted_pairs.h"
-#include "base/trace.h"
+#include "base/tags.h"
+#include "config/control_state.h"
 #include "config/freq_rules.h"
 #include "locks/perf_lock.h"
 #include "locks/perf_service.h"
-#include "nodes/tag_opcodes.h"
+#include "nodes/tunables.h"
 
 namespace tarquel {
 
@@ -24,14 +24,11 @@ using TagValues = SortedPairs<kMaxTags>;
 // Threads: callers hold the frequency manager's mutex.
 class GroupConfig {
   public:
-    GroupConfig(const DebugSwitches& switches, const ControlState& control,
-                const ClusterLayout& layout, const Tracer& tracer, TagOpcodes& opcodes,
+    GroupConfig(const DebugSwitches& switches, const ControlState& control, Tunables& tunables,
                 FreqRules& rules, PerfService& perfService, PerfLockClient& perfLock)
         : mSwitches(switches),
           mControl(control),
-          mLayout(layout),
-          mTracer(tracer),
-          mOpcodes(opcodes),
+          mTunables(tunables),
           mRules(rules),
           mPerfService(perfService),
           mPerfLock(perfLock) {}
@@ -46,15 +43,12 @@ class GroupConfig {
   private:
     int DoGroupPerfRel(int groupKey, int duration);
     TagValues UpdateGroupTagMap(int tagLen, const int* tags, const int* configs);
-    void ApplyCpuMax(int tagLen, int tag, int value);
+    void ApplyCeiling(int tagLen, const LimitTags& limit, int value);
     bool FillList(const TagValues& group, int duration, std::span<int> list);
-    bool BeginGroupSection(int duration, std::span<const int> list) const;
 
     const DebugSwitches& mSwitches;
     const ControlState& mControl;
-    const ClusterLayout& mLayout;
-    const Tracer& mTracer;
-    TagOpcodes& mOpcodes;
+    Tunables& mTunables;
     FreqRules& mRules;
     PerfService& mPerfService;
     PerfLockClient& mPerfLock;

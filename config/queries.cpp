@@ -1,10 +1,9 @@
 #include "config/queries.h"
 
 #include "base/bad_caller.h"
-#include "base/client_ids.h"
 #include "base/log.h"
 #include "base/perf_list.h"
-#include "config/scaling_writeback.h"
+#include "base/tags.h"
 
 namespace tarquel {
 
@@ -28,11 +27,11 @@ int Queries::DoPerfGetConfig(int tagLen, const int* tags, int* values) {
     for (int i = 0; i < tagLen; ++i) {
         const int tag = tags[i];
         if (IsReadable(tag)) {
-            mIo.ReadNode(mNodes.Get(tag), &values[i]);
+            mTunables.io.ReadNode(mTunables.nodes.Get(tag), &values[i]);
         } else if (tag == kTagGpuMinClock) {
-            values[i] = mRecords.gpu.defaultMinFreq;
+            values[i] = mTunables.records.gpu.defaultMinFreq;
         } else if (tag == kTagGpuMaxClock) {
-            values[i] = mRecords.gpu.cpuinfoMaxFreq;
+            values[i] = mTunables.records.gpu.cpuinfoMaxFreq;
         } else {
             TARQUEL_LOGE("tarquel: DoPerfGetConfig invalid tag value: %d !\n", tag);
         }
@@ -52,15 +51,14 @@ int Queries::GetLimitTagValue(const Action& action, int release, int* tags, int*
     const auto pairs = PerfPairs(action);
     int count = 0;
     for (size_t i = 0; i < pairs.size() && count <= kLastLimitEntry; i += 2) {
-        if (!IsLimitTag(pairs[i])) continue;
+        if (!IsCeilingTag(pairs[i])) continue;
         // Written before the value is tested: a pair that yields no entry leaves its tag behind.
         tags[count] = pairs[i];
         if (release == 0 && pairs[i + 1] < 1) continue;
         freqs[count] = release != 0 ? 0 : pairs[i + 1];
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarQuel: GetLimitTagValue cmdId=%d, tag=%d, freq=%d\n", action.cmdId,
-                         tags[count], freqs[count]);
-        }
+        TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                        "tarQuel: GetLimitTagValue cmdId=%d, tag=%d, freq=%d\n", action.cmdId,
+                        tags[count], freqs[count]);
         ++count;
     }
     return count;

@@ -4,10 +4,9 @@
 #include <map>
 #include <string>
 
-#include "base/adapter_state.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
-#include "nodes/node_table.h"
+#include "base/debug_switches.h"
+#include "config/control_state.h"
+#include "nodes/tunables.h"
 #include "tarquel/action.h"
 
 namespace tarquel {
@@ -15,9 +14,8 @@ namespace tarquel {
 // Threads: any.
 class Queries {
   public:
-    Queries(const DebugSwitches& switches, const ControlState& control, const FreqRecords& records,
-            const NodeIo& io, NodeTable& nodes)
-        : mSwitches(switches), mControl(control), mRecords(records), mIo(io), mNodes(nodes) {}
+    Queries(const DebugSwitches& switches, const ControlState& control, Tunables& tunables)
+        : mSwitches(switches), mControl(control), mTunables(tunables) {}
 
     // Reads `tagLen` tags into `values`; a tag that cannot be read keeps its slot. Always 0.
     int DoPerfGetConfig(int tagLen, const int* tags, int* values);
@@ -33,9 +31,7 @@ class Queries {
   private:
     const DebugSwitches& mSwitches;
     const ControlState& mControl;
-    const FreqRecords& mRecords;
-    const NodeIo& mIo;
-    NodeTable& mNodes;
+    Tunables& mTunables;
 };
 
 }  // namespace tarquel

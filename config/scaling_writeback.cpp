@@ -1,7 +1,5 @@
 #include "config/scaling_writeback.h"
 
-#include "freq/freq_manager.h"
-
 namespace tarquel {
 
 namespace {
@@ -19,16 +17,14 @@ bool IsLater(uint32_t number, uint32_t than) {
 
 // The last cluster's default is the prime record's. With two clusters nothing fills that record: 0
 // is written, of which the kernel makes the lowest step, until a request sets the ceiling.
-ScalingWriteback::ScalingWriteback(const NodeIo& io, NodeTable& nodes, const FreqRecords& records,
-                                   const ControlState& control,
-                                   const std::unique_ptr<QcomFreqManager>& freqManager)
-    : mIo(io),
-      mNodes(nodes),
+ScalingWriteback::ScalingWriteback(Tunables& tunables, const ControlState& control,
+                                   const QcomFreqManager& freqManager)
+    : mTunables(tunables),
       mControl(control),
       mFreqManager(freqManager),
-      mCeilings{{{*this, 1, records.little.cpuinfoMaxFreq},
-                 {*this, 4, records.big.cpuinfoMaxFreq},
-                 {*this, 7, records.prime.cpuinfoMaxFreq}}} {}
+      mCeilings{{{*this, kTagLittleMax, tunables.records.little.cpuinfoMaxFreq},
+                 {*this, kTagMiddleMax, tunables.records.big.cpuinfoMaxFreq},
+                 {*this, kTagLastMax, tunables.records.prime.cpuinfoMaxFreq}}} {}
 
 ScalingWriteback::Ceiling* ScalingWriteback::Find(int tag) {
     for (Ceiling& ceiling : mCeilings) {
@@ -76,11 +72,10 @@ bool ScalingWriteback::MayWrite(uint32_t endedBreakthrough) const {
 // Called in the ceiling's turn.
 void ScalingWriteback::Write(Ceiling& ceiling, uint32_t endedBreakthrough) {
     if (!MayWrite(endedBreakthrough)) return;
-    const int thermalKhz = mFreqManager->GetThermalConfig(ceiling.tag);
+    const int thermalKhz = mFreqManager.GetThermalConfig(ceiling.tag);
     const bool isWritten = ceiling.isWritten.exchange(false);
     if (thermalKhz == kNoValidCeiling || isWritten) return;
-    mIo.WriteNode(mNodes.Get(ceiling.tag),
-                  thermalKhz == kNoThermalCeiling ? ceiling.defaultKhz : thermalKhz);
+    mTunables.Write(ceiling.tag, thermalKhz == kNoThermalCeiling ? ceiling.defaultKhz : thermalKhz);
 }
 
 }  // namespace tarquel

@@ -4,32 +4,23 @@
 
 #include <array>
 #include <atomic>
-#include <memory>
 #include <optional>
 
-#include "base/adapter_state.h"
+#include "base/tags.h"
+#include "config/control_state.h"
 #include "config/request_gate.h"
-#include "nodes/freq_records.h"
-#include "nodes/node_io.h"
-#include "nodes/node_table.h"
-
-class QcomFreqManager;
+#include "freq/freq_manager.h"
+#include "nodes/tunables.h"
 
 namespace tarquel {
-
-// The ceilings that a thermal policy also governs: little, middle and last cluster, GPU.
-constexpr bool IsLimitTag(int tag) {
-    return tag == 1 || tag == 4 || tag == 7 || tag == 10;
-}
 
 // A request and the end of a breakthrough may both write a cluster's ceiling. Whoever decides what
 // to write and writes it does so in the ceiling's turn, so that the later decision is also what
 // stays in the node. Threads: any; docs/threads.md.
 class ScalingWriteback {
   public:
-    ScalingWriteback(const NodeIo& io, NodeTable& nodes, const FreqRecords& records,
-                     const ControlState& control,
-                     const std::unique_ptr<QcomFreqManager>& freqManager);
+    ScalingWriteback(Tunables& tunables, const ControlState& control,
+                     const QcomFreqManager& freqManager);
 
     // The turn of the ceiling `tag`, held while the result lives; nothing for a tag without a
     // write-back. A thread holds one at a time, and calls neither the HAL nor the server meanwhile.
@@ -67,11 +58,10 @@ class ScalingWriteback {
     bool MayWrite(uint32_t endedBreakthrough) const;
     void Write(Ceiling& ceiling, uint32_t endedBreakthrough);
 
-    const NodeIo& mIo;
-    NodeTable& mNodes;
+    Tunables& mTunables;
     const ControlState& mControl;
-    const std::unique_ptr<QcomFreqManager>& mFreqManager;
-    std::array<Ceiling, 3> mCeilings;
+    const QcomFreqManager& mFreqManager;
+    std::array<Ceiling, kCpuDomains> mCeilings;
 };
 
 }  // namespace tarquel

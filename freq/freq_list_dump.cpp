@@ -3,28 +3,25 @@
 #include <array>
 
 #include "base/bad_caller.h"
-#include "base/client_ids.h"
+#include "base/ids.h"
 #include "freq/freq_manager.h"
 
 using namespace tarquel;
 
 namespace {
 
-struct DumpLine {
-    int tag;
-    const char* label;  // 22 characters
-};
-
+// Of the tags of kConfigSet, in its order; 22 characters each.
 // clang-format off
-constexpr auto kDumpLines = std::to_array<DumpLine>({
-    {1,  "little cpu max,       "},
-    {4,  "middle cpu max,       "},
-    {7,  "big cpu max,          "},
-    {10, "gpu max,              "},
-    {40, "ipa switch temp,      "},
-    {41, "ipa sustainable power,"},
+constexpr auto kLabels = std::to_array<const char*>({
+    "little cpu max,       ",
+    "middle cpu max,       ",
+    "big cpu max,          ",
+    "gpu max,              ",
+    "ipa switch temp,      ",
+    "ipa sustainable power,",
 });
 // clang-format on
+static_assert(kLabels.size() == kConfigSet.size());
 
 }  // namespace
 
@@ -39,7 +36,7 @@ void QcomFreqManager::DumpFreqList(android::String8& out) {
 }
 
 void QcomFreqManager::PrintFreqList(const LimitTable& table, android::String8& out) {
-    for (const DumpLine& line : kDumpLines) {
-        out.appendFormat("tag=%s value=%d\n", line.label, table.Get(line.tag));
+    for (size_t i = 0; i < kLabels.size(); ++i) {
+        out.appendFormat("tag=%s value=%d\n", kLabels[i], table.Get(kConfigSet[i]));
     }
 }

@@ -2,24 +2,13 @@
 
 #include <algorithm>
 
-#include "adapter/qcom_perf_adapter.h"
-#include "base/bad_caller.h"
-#include "base/client_ids.h"
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
 #include "freq/limit_merge.h"
-#include "tarquel/plat.h"
 
 using namespace tarquel;
 
 namespace {
-
-constexpr auto kThermalTags = std::to_array<int>({kTagLittleMax, kTagMiddleMax, kTagLastMax});
-
-// The place of a CPU ceiling in the thermal map.
-constexpr size_t ThermalIndex(int tag) {
-    return tag == kTagLittleMax ? 0 : tag == kTagMiddleMax ? 1 : 2;
-}
 
 // A request without arrays or with a count that no request has.
 bool IsMalformed(int clientId, int tagLen, const int* tags, const int* configs) {
@@ -34,15 +23,10 @@ bool IsCacheable(int clientId, int firstTag, int firstConfig) {
 
 bool TouchesThermalLimits(std::span<const int> tags) {
     return std::any_of(tags.begin(), tags.end(),
-                       [](int tag) { return IsCpuMaxTag(tag) || tag == kTagControlType; });
+                       [](int tag) { return IsCpuCeilingTag(tag) || tag == kTagControlType; });
 }
 
 }  // namespace
-
-extern "C" QcomFreqManager* GetFreqManager(QcomPerfAdapter& adapter) {
-    if (IsNullArgument(&adapter, "GetFreqManager")) return nullptr;
-    return new QcomFreqManager(adapter);
-}
 
 int QcomFreqManager::DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs,
                                      const int* event) {
@@ -75,24 +59,19 @@ int QcomFreqManager::DoClientConfig(int clientId, std::span<const int> tags, con
         if (isCacheable && IsConfigTag(tag)) {
             const int merged = GetNewConfig(clientId, tag, configs[i]);
             mClientMergedMap.Set(tag, merged);
-            const int result = GetConfigWithSceneEvent(merged, tag);
-            if (result == kUnset) return -1;
-            newConfigs[i] = result;
-            if (clientId == kClientTemp && IsCpuMaxTag(tag)) {
-                mThermalConfigMap[ThermalIndex(tag)] = result;
-            }
+            newConfigs[i] = GetConfigWithSceneEvent(merged, tag);
+            if (clientId == kClientTemp) SetThermalConfig(tag, newConfigs[i]);
         }
-        if (mDebug) {
-            const int at = static_cast<int>(i);
-            TARQUEL_LOGI("tarquel: tags[%d] = %d, newConfigs[%d] = %d, Configs[%d] = %d\n", at, tag,
-                         at, newConfigs[i], at, configs[i]);
-        }
+        const int at = static_cast<int>(i);
+        TARQUEL_LOGI_IF(mSwitches.IsDebug(),
+                        "tarquel: tags[%d] = %d, newConfigs[%d] = %d, Configs[%d] = %d\n", at, tag,
+                        at, newConfigs[i], at, configs[i]);
     }
     // Before the values are applied, which never fails: a breakthrough that ends meanwhile puts
     // back what is asked for now.
     if (isCacheable) CacheTags(clientId, tags, configs, newConfigs.data());
-    mAdapter.DoRealPerfSetConfig(clientId, static_cast<int>(tags.size()), tags.data(),
-                                 newConfigs.data());
+    mSink.DoRealPerfSetConfig(clientId, static_cast<int>(tags.size()), tags.data(),
+                              newConfigs.data());
     return 0;
 }
 
@@ -103,17 +82,15 @@ int QcomFreqManager::GetMinTagConfigs(int clientId, int tag) const {
         if (id != clientId) others[count++] = Table(id).Get(tag);
     }
     const int smallest = GetValidMinValue(others[0], others[1], others[2]);
-    if (mDebug) {
-        TARQUEL_LOGI("tarquel: GetValidMinValue config1 = %d, config2 = %d, config3 = %d",
-                     others[0], others[1], others[2]);
-    }
-    if (IsVerbose()) {
-        TARQUEL_LOGI(
-            "tarquel: TagConfigs clientId = %d, Tag = %d, min = %d, Temp = %d, Power = %d, "
-            "Eapa = %d, Camera = %d\n",
-            clientId, tag, smallest, Table(kClientTemp).Get(tag), Table(kClientPower).Get(tag),
-            Table(kClientEapa).Get(tag), Table(kClientCamera).Get(tag));
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsDebug(),
+                    "tarquel: GetValidMinValue config1 = %d, config2 = %d, config3 = %d", others[0],
+                    others[1], others[2]);
+    TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                    "tarquel: TagConfigs clientId = %d, Tag = %d, min = %d, Temp = %d, Power = %d, "
+                    "Eapa = %d, Camera = %d\n",
+                    clientId, tag, smallest, Table(kClientTemp).Get(tag),
+                    Table(kClientPower).Get(tag), Table(kClientEapa).Get(tag),
+                    Table(kClientCamera).Get(tag));
     return smallest;
 }
 
@@ -122,7 +99,7 @@ int QcomFreqManager::GetNewConfig(int clientId, int tag, int value) const {
 }
 
 int QcomFreqManager::GetSceneConfig(int tag) {
-    return IsMaxTag(tag) ? mSceneFreqMap.At(tag).Smallest() : 0;
+    return IsCeilingTag(tag) ? mSceneFreqMap.At(tag).Smallest() : 0;
 }
 
 int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
@@ -130,28 +107,31 @@ int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
 }
 
 void QcomFreqManager::GetLastFreqLimitStrategy() {
-    for (const int tag : kThermalTags) {
+    for (size_t domain = 0; domain < kCpuDomains; ++domain) {
+        const int tag = kLimitTags[domain].ceiling;
         const int others = GetMinTagConfigs(kClientTemp, tag);
         std::lock_guard lock(mThermalMutex);
-        mThermalConfigMap[ThermalIndex(tag)] = LimitMerge(others, Table(kClientTemp).Get(tag));
+        SetThermalConfig(tag, LimitMerge(others, Table(kClientTemp).Get(tag)));
     }
 }
 
 int QcomFreqManager::GetThermalConfig(int tag) const {
-    return IsCpuMaxTag(tag) ? mThermalConfigMap[ThermalIndex(tag)].load() : 0;
+    return IsCpuCeilingTag(tag) ? mThermalConfigMap[FindLimitTags(tag)->domain].load() : 0;
+}
+
+// Ignores a tag that is no CPU cluster's ceiling.
+void QcomFreqManager::SetThermalConfig(int tag, int value) {
+    if (IsCpuCeilingTag(tag)) mThermalConfigMap[FindLimitTags(tag)->domain] = value;
 }
 
 // What the client asked for, not what it got: its own table never arbitrates its own request.
 void QcomFreqManager::CacheTags(int clientId, std::span<const int> tags, const int* configs,
                                 const int* newConfigs) {
-    LimitTable& table = Table(clientId);
     std::lock_guard lock(mThermalMutex);
     for (size_t i = 0; i < tags.size(); ++i) {
-        table.Set(tags[i], configs[i]);
+        Table(clientId).Set(tags[i], configs[i]);
         // Again: a breakthrough that ended since may have derived it from the former request.
-        if (clientId == kClientTemp && IsCpuMaxTag(tags[i])) {
-            mThermalConfigMap[ThermalIndex(tags[i])] = newConfigs[i];
-        }
+        if (clientId == kClientTemp) SetThermalConfig(tags[i], newConfigs[i]);
     }
 }
 
@@ -164,14 +144,12 @@ int QcomFreqManager::DoPerfEventConfig(int cmdId, std::span<const int> tags, con
             TARQUEL_LOGE("tarquel: invalid tag %d, cmdId is %d", tag, cmdId);
             return -1;
         }
-        arbitrated[i] = IsMinTag(tag) ? GetMaxFreqFromMap(cmdId, event, tag, configs[i])
-                                      : GetMinFreqFromMap(cmdId, event, tag, configs[i]);
+        arbitrated[i] = IsFloorTag(tag) ? GetMaxFreqFromMap(cmdId, event, tag, configs[i])
+                                        : GetMinFreqFromMap(cmdId, event, tag, configs[i]);
     }
     if (event == kEventOn || event == kEventOff) SaveDataToMap(cmdId, event, tags, configs);
-    const int result = mAdapter.DoRealPerfSetConfig(cmdId, static_cast<int>(tags.size()),
-                                                    tags.data(), arbitrated.data());
-    if (result != 0) TARQUEL_LOGE("tarquel: DoPerfEventConfig failed!");
-    return result;
+    mSink.DoRealPerfSetConfig(cmdId, static_cast<int>(tags.size()), tags.data(), arbitrated.data());
+    return 0;
 }
 
 // The floor in force with this request: the highest one wins.

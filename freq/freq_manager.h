@@ -15,6 +15,8 @@
 #include <mutex>
 #include <span>
 
+#include "base/debug_switches.h"
+#include "freq/limit_sink.h"
 #include "freq/limit_table.h"
 #include "freq/scene_limits.h"
 #include "tarquel/api.h"
@@ -23,12 +25,11 @@ namespace android {
 class String8;
 }
 
-class QcomPerfAdapter;
-
 class QcomFreqManager {
   public:
-    // Arbitrated values go to `adapter`, which outlives the manager.
-    explicit QcomFreqManager(QcomPerfAdapter& adapter) : mAdapter(adapter) {}
+    // Arbitrated values go to `sink`; both outlive the manager.
+    QcomFreqManager(tarquel::LimitSink& sink, const tarquel::DebugSwitches& switches)
+        : mSink(sink), mSwitches(switches) {}
     virtual ~QcomFreqManager() = default;
 
     QcomFreqManager(const QcomFreqManager&) = delete;
@@ -40,8 +41,7 @@ class QcomFreqManager {
     //   configs   kHz for CPU, Hz for GPU; 0 lifts the requester's limit
     //   event     of a scene command: 0 starts it, -1 ends it, another value applies once; null for
     //             a client
-    //   Returns   0; -1 for a refused request, of which nothing reaches the device; else the
-    //             adapter's error
+    //   Returns   0; -1 for a refused request, of which nothing reaches the device
     //   Threads   any; one request at a time
     int DoPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs,
                         const int* event);
@@ -51,20 +51,15 @@ class QcomFreqManager {
     // values are being applied, its own count already.
     void GetLastFreqLimitStrategy();
 
-    // The thermal ceiling of tag 1, 4 or 7 in kHz; 0 for none, -1 for none known. 0 for any other
-    // tag. Threads: any.
+    // The thermal ceiling of a CPU cluster's ceiling tag in kHz; 0 for none, -1 for none known. 0
+    // for any other tag. Threads: any.
     int GetThermalConfig(int tag) const;
 
     // Appends the last requests of the power, thermal and Eapa clients. Threads: any; takes no
     // lock.
     TARQUEL_API void DumpFreqList(android::String8& out);
 
-    void SetDebug(bool on) { mDebug = on; }
-    void SetVersionDebug(bool on) { mVersionDebug = on; }
-
   private:
-    bool IsVerbose() const { return mDebug || mVersionDebug; }
-
     int DoClientConfig(int clientId, std::span<const int> tags, const int* configs);
     int DoPerfEventConfig(int cmdId, std::span<const int> tags, const int* configs, int event);
 
@@ -79,6 +74,8 @@ class QcomFreqManager {
                    const int* newConfigs);
     void SaveDataToMap(int cmdId, int event, std::span<const int> tags, const int* configs);
 
+    void SetThermalConfig(int tag, int value);
+
     static void PrintFreqList(const tarquel::LimitTable& table, android::String8& out);
 
     // `clientId` is one of 1 to 4.
@@ -89,15 +86,14 @@ class QcomFreqManager {
         return mClientTables[static_cast<size_t>(clientId - 1)];
     }
 
-    std::atomic<bool> mDebug{false};
-    std::atomic<bool> mVersionDebug{false};
-    QcomPerfAdapter& mAdapter;
+    tarquel::LimitSink& mSink;
+    const tarquel::DebugSwitches& mSwitches;
     std::array<tarquel::LimitTable, 4> mClientTables;  // of client 1, 2, 3, 4
     tarquel::LimitTable mClientMergedMap;              // what the clients' arbitration gave last
     tarquel::SceneTable mSceneFreqMap;
     std::mutex mMutex;         // held by a request from its beginning to its end
     std::mutex mThermalMutex;  // makes storing what the thermal client asks for, and deriving its
                                // ceiling from that, one step each
-    std::array<std::atomic<int>, 3> mThermalConfigMap{tarquel::kUnset, tarquel::kUnset,
-                                                      tarquel::kUnset};  // of tag 1, 4, 7
+    std::array<std::atomic<int>, tarquel::kCpuDomains> mThermalConfigMap{
+        tarquel::kUnset, tarquel::kUnset, tarquel::kUnset};  // by domain
 };

@@ -5,11 +5,15 @@
 #include <array>
 #include <atomic>
 
+#include "base/tags.h"
+
 namespace tarquel {
 
-// Tags that take part in client arbitration: little, middle and last cluster ceiling, GPU ceiling,
-// IPA switch temperature, IPA sustainable power.
-inline constexpr auto kConfigSet = std::to_array<int>({1, 4, 7, 10, 40, 41});
+// Tags that take part in client arbitration, in the order of the dump: the ceilings, then what the
+// thermal driver's power allocator (IPA) is given.
+inline constexpr auto kConfigSet =
+    std::to_array<int>({kTagLittleMax, kTagMiddleMax, kTagLastMax, kTagGpuMax, kTagIpaSwitchTemp,
+                        kTagIpaSustainablePower});
 
 constexpr bool IsConfigTag(int tag) {
     return std::find(kConfigSet.begin(), kConfigSet.end(), tag) != kConfigSet.end();

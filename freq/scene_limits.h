@@ -5,21 +5,16 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/tags.h"
+
 namespace tarquel {
 
 // No scene value: where a scan for the smallest starts.
 inline constexpr int kNoSceneLimit = 2147483647;
 
-// The floor of a cluster or the GPU, as a scene tag.
-constexpr bool IsMinTag(int tag) {
-    return tag == 0 || tag == 3 || tag == 6 || tag == 9;
-}
-constexpr bool IsMaxTag(int tag) {
-    return tag == 1 || tag == 4 || tag == 7 || tag == 10;
-}
-inline constexpr size_t kSceneTags = 11;  // tags 0 to 10; 2, 5 and 8 are none
+inline constexpr size_t kSceneTags = kTagGpuMax + 1;
 constexpr bool IsSceneTag(int tag) {
-    return IsMinTag(tag) || IsMaxTag(tag);
+    return FindLimitTags(tag) != nullptr;
 }
 
 // The requests on one tag: one value above 0 for each command that asks for something. A command

@@ -7,7 +7,7 @@
 
 #include "base/bad_caller.h"
 #include "base/chain.h"
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
 #include "loader/boost_info.h"
 #include "loader/configuration.h"
@@ -67,11 +67,7 @@ void QcomPerfLoadXml::ActionsDeleter::operator()(std::map<int, Action*>* actions
 
 void QcomPerfLoadXml::DeleteAction(Action& head) {
     if (tarquel::IsNullArgument(&head, "DeleteAction")) return;
-    if (tarquel::IsEndless(head)) {
-        TARQUEL_LOGE("tarquel: action chain is endless, cmdId is %d\n", head.cmdId);
-        return;
-    }
-    ChainDeleter()(&head);
+    if (!tarquel::IsEndlessChain(head)) ChainDeleter()(&head);
 }
 
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {

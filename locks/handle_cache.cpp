@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "base/log.h"
 
 namespace tarquel {
@@ -47,35 +47,31 @@ void HandleCache::DoEventReleaseHandle(int cmdId, int index) {
     if (found == mHandles.end() || !IsHeldLock(found->second)) return;
     mPerfLock.PerfLockRel(found->second);
     found->second = kNoLock;
-    if (mSwitches.IsDebug()) {
-        TARQUEL_LOGI("tarquel: DoEventReleaseHandle --- CmdId = %d-%d\n", cmdId, index);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsDebug(), "tarquel: DoEventReleaseHandle --- CmdId = %d-%d\n", cmdId,
+                    index);
 }
 
 // The cached handle, 0 when there is none.
 int HandleCache::GetEventHandle(const Key& key) const {
     const auto found = mHandles.find(key);
     if (found == mHandles.end()) {
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGD("tarquel: GetEventHandle init handleKey = %d-%d, handle = 0.\n", key.cmdId,
-                         key.index);
-        }
+        TARQUEL_LOGD_IF(mSwitches.IsVerbose(),
+                        "tarquel: GetEventHandle init handleKey = %d-%d, handle = 0.\n", key.cmdId,
+                        key.index);
         return kNoLock;
     }
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGD("tarquel: GetEventHandle handleKey = %d-%d, handle = %d, regularId = %d\n",
-                     key.cmdId, key.index, found->second, RegularId(key.cmdId));
-    }
+    TARQUEL_LOGD_IF(mSwitches.IsVerbose(),
+                    "tarquel: GetEventHandle handleKey = %d-%d, handle = %d, regularId = %d\n",
+                    key.cmdId, key.index, found->second, RegularId(key.cmdId));
     return found->second;
 }
 
 void HandleCache::Store(const Key& key, int handle) {
     if (key.cmdId < 0 || key.index < 0) return;
     mHandles[key] = handle;
-    if (mSwitches.IsDebug()) {
-        TARQUEL_LOGI("tarquel: DoEventCacheHandle +++ cmdId = %d-%d, perfHandle = %d.\n", key.cmdId,
-                     key.index, handle);
-    }
+    TARQUEL_LOGI_IF(mSwitches.IsDebug(),
+                    "tarquel: DoEventCacheHandle +++ cmdId = %d-%d, perfHandle = %d.\n", key.cmdId,
+                    key.index, handle);
 }
 
 }  // namespace tarquel

@@ -5,7 +5,7 @@
 #include <map>
 #include <mutex>
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
 #include "locks/perf_lock.h"
 
 namespace tarquel {

@@ -6,8 +6,8 @@
 #include <mutex>
 
 #include "base/log.h"
+#include "base/trace.h"
 #include "tarquel/properties.h"
-#include "tarquel/securec.h"
 
 namespace tarquel {
 
@@ -73,49 +73,34 @@ int PerfLockClient::CleanUp() {
 int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
     std::lock_guard lock(sMutex);
     if (sAcquire == nullptr) InitPerfLock();
-    bool inSection = false;
-    if (mTracer.IsOn()) {
-        TextBuffer text{};
-        if (snprintf_s(text.data(), text.size(), text.size() - 1, "PerfLockAcq reqHandle=%d",
-                       handle) < 0) {
+    int result = kNoLock;
+    {
+        TraceSection section(mSwitches);
+        if (section.IsWanted() &&
+            !TARQUEL_FORMAT(section.Name(), "PerfLockAcq reqHandle=%d", handle)) {
             TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf error\n");
         }
-        inSection = mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+        section.Begin();
+        if (sAcquire != nullptr) result = sAcquire(handle, duration, list, len);
     }
-    const int result = sAcquire != nullptr ? sAcquire(handle, duration, list, len) : kNoLock;
-    if (inSection) mTracer.TarquelAtraceEnd();
-    TraceResult(result);
-    return result;
-}
-
-// The handle that came back, as an empty section behind the call's own.
-void PerfLockClient::TraceResult(int handle) const {
-    if (!mTracer.IsOn()) return;
-    TextBuffer text{};
-    if (snprintf_s(text.data(), text.size(), text.size() - 1, "PerfLockAcq retHandle=%d", handle) <
-        0) {
+    // The handle that came back, as an empty section behind the call's own.
+    TraceSection section(mSwitches);
+    if (section.IsWanted() && !TARQUEL_FORMAT(section.Name(), "PerfLockAcq retHandle=%d", result)) {
         TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf_ret error\n");
     }
-    if (mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()))) {
-        mTracer.TarquelAtraceEnd();
-    }
+    section.Begin();
+    return result;
 }
 
 int PerfLockClient::PerfLockRel(int handle) {
     std::lock_guard lock(sMutex);
     if (sRelease == nullptr) InitPerfLock();
-    bool inSection = false;
-    if (mTracer.IsOn()) {
-        TextBuffer text{};
-        if (snprintf_s(text.data(), text.size(), text.size() - 1, "PerfLockRel handle=%d", handle) <
-            0) {
-            TARQUEL_LOGE("tarQuel: PerfLockRel snprintf_s error\n");
-        }
-        inSection = mTracer.TarquelAtraceBegin(text.data(), std::strlen(text.data()));
+    TraceSection section(mSwitches);
+    if (section.IsWanted() && !TARQUEL_FORMAT(section.Name(), "PerfLockRel handle=%d", handle)) {
+        TARQUEL_LOGE("tarQuel: PerfLockRel snprintf_s error\n");
     }
-    const int result = sRelease != nullptr ? sRelease(handle) : 0;
-    if (inSection) mTracer.TarquelAtraceEnd();
-    return result;
+    section.Begin();
+    return sRelease != nullptr ? sRelease(handle) : 0;
 }
 
 int PerfLockClient::CheckPerfLockHandle(int handle) {

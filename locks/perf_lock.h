@@ -1,8 +1,8 @@
 // The perf-lock client: the two functions of the chip vendor's perf HAL, opened at run time.
 #pragma once
 
+#include "base/debug_switches.h"
 #include "base/static_mutex.h"
-#include "base/trace.h"
 
 namespace tarquel {
 
@@ -15,7 +15,7 @@ constexpr bool IsHeldLock(int handle) {
 
 class PerfLockClient {
   public:
-    explicit PerfLockClient(const Tracer& tracer) : mTracer(tracer) {}
+    explicit PerfLockClient(const DebugSwitches& switches) : mSwitches(switches) {}
 
     // Opens the library that "ro.vendor.extension_library" names and finds both functions, or
     // leaves both unavailable. A value with a '/' is refused without a word. One library serves the
@@ -46,9 +46,7 @@ class PerfLockClient {
     static StaticMutex& Mutex();
 
   private:
-    void TraceResult(int handle) const;
-
-    const Tracer& mTracer;
+    const DebugSwitches& mSwitches;
 };
 
 }  // namespace tarquel

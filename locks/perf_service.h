@@ -3,39 +3,28 @@
 
 #include <map>
 
-#include "base/adapter_state.h"
-#include "base/cluster_layout.h"
-#include "base/trace.h"
+#include "base/debug_switches.h"
+#include "base/tags.h"
 #include "locks/perf_lock.h"
-#include "nodes/tag_opcodes.h"
+#include "nodes/tunables.h"
 
 namespace tarquel {
 
 // The value that takes a tag's lock away and leaves the tag without one.
 inline constexpr int kNoModification = -1;
 
-// Tags 61 to 66: core control, refused while core isolation is off.
-constexpr bool IsIsolationTag(int tag) {
-    return tag >= 61 && tag <= 66;
-}
-
 // What the HAL takes for a value of `tag`: MHz for CPU (tags below 9, kHz) and GPU (tags 9 and 10,
 // Hz) frequencies, truncated; -1 and other tags' values as they are.
 constexpr int ToHalValue(int tag, int value) {
-    if (value == kNoModification || tag > 10) return value;
-    return value / (tag < 9 ? 1000 : 1000000);
+    if (value == kNoModification || tag > kTagGpuMax) return value;
+    return value / (tag < kTagGpuMin ? 1000 : 1000000);
 }
 
 // Threads: callers hold the frequency manager's mutex.
 class PerfService {
   public:
-    PerfService(const DebugSwitches& switches, const ClusterLayout& layout, const Tracer& tracer,
-                const TagOpcodes& opcodes, PerfLockClient& perfLock)
-        : mSwitches(switches),
-          mLayout(layout),
-          mTracer(tracer),
-          mOpcodes(opcodes),
-          mPerfLock(perfLock) {}
+    PerfService(const DebugSwitches& switches, const Tunables& tunables, PerfLockClient& perfLock)
+        : mSwitches(switches), mTunables(tunables), mPerfLock(perfLock) {}
 
     // Replaces the tag's lock by one for `value` that lasts until it is replaced; -1 only releases.
     //   Returns  0, also when the HAL refuses; -1, changing nothing, for a tag without opcode or a
@@ -52,9 +41,7 @@ class PerfService {
     void Replace(int tag, uint32_t opcode, int value);
 
     const DebugSwitches& mSwitches;
-    const ClusterLayout& mLayout;
-    const Tracer& mTracer;
-    const TagOpcodes& mOpcodes;
+    const Tunables& mTunables;
     PerfLockClient& mPerfLock;
     std::map<int, int> mConfigHandleMap;  // tag -> handle
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -48,10 +49,9 @@ void NodeIo::ReadNode(const NodePaths& paths, int* target) const {
         long long number = 0;
         const int result = ReadNumber(fd, number);
         if (result > 0) *target = static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX));
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: read node ret = %d, node = %s, config = %d\n", result, path,
-                         *target);
-        }
+        TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                        "tarquel: read node ret = %d, node = %s, config = %d\n", result, path,
+                        *target);
         if (result <= 0) {
             TARQUEL_LOGE("tarquel: fscanf_s failed, ret = %d, node = %s\n", result, path);
         }
@@ -75,16 +75,38 @@ void NodeIo::WriteNode(const NodePaths& paths, int value) const {
         // The kernel judges the value when it gets it; as printing goes, all of it or a failure.
         const bool isTaken = write(fd, text.data(), static_cast<size_t>(length)) == length;
         const int result = isTaken ? static_cast<int>(length) : -1;
-        if (mSwitches.IsVerbose()) {
-            TARQUEL_LOGI("tarquel: write node ret = %d, node = %s, config = %d\n", result, path,
-                         value);
-        }
+        TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+                        "tarquel: write node ret = %d, node = %s, config = %d\n", result, path,
+                        value);
         if (result <= 0) {
             TARQUEL_LOGE("tarquel: fprintf failed, ret = %d, node = %s\n", result, path);
         }
         close(fd);
         return;
     }
+}
+
+int WriteNodesValue(const char* path, const char* value) {
+    if (path == nullptr || value == nullptr || value[0] == '\0') {
+        TARQUEL_LOGE("tarQuel: WriteNodesValue invalid params!\n");
+        return -1;
+    }
+    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        TARQUEL_LOGE("tarQuel: WriteNodesValue open %s fail errno(%d)!\n", path, errno);
+        return -1;
+    }
+    const size_t length = std::strlen(value);
+    errno = 0;
+    const ssize_t written = write(fd, value, length);
+    if (written < 0 || static_cast<size_t>(written) != length) {
+        TARQUEL_LOGE("tarQuel: WriteNodesValue write %s to %s fail errno(%d)!\n", value, path,
+                     errno);
+        close(fd);
+        return -1;
+    }
+    close(fd);
+    return 0;
 }
 
 }  // namespace tarquel

@@ -1,13 +1,13 @@
-// Reads and writes one kernel tunable through a list of alternative paths: the first path that
-// opens is the one that counts. Nothing reports a failure to its caller; all of it is in the log.
+// Reads and writes kernel tunables: the one place that opens nodes. A failure is in the log.
 #pragma once
 
-#include "base/adapter_state.h"
+#include "base/debug_switches.h"
 #include "nodes/node_paths.h"
 
 namespace tarquel {
 
-// Keeps no state of its own: any thread may call.
+// Of a list of alternative paths the first that opens is the one that counts. Keeps no state of its
+// own: any thread may call.
 class NodeIo {
   public:
     explicit NodeIo(const DebugSwitches& switches) : mSwitches(switches) {}
@@ -22,5 +22,8 @@ class NodeIo {
   private:
     const DebugSwitches& mSwitches;
 };
+
+// Writes the whole of `value` to `path` in one call, without a newline. 0, or -1 with a log line.
+int WriteNodesValue(const char* path, const char* value);
 
 }  // namespace tarquel

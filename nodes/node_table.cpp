@@ -1,46 +1,18 @@
 #include "nodes/node_table.h"
 
-#include "base/log.h"
-
 namespace tarquel {
 
 using namespace node_tables;
 
-void NodeTable::InitGpuFreqNode() {
-    AddFixed(kGpuNodes);
-}
-void NodeTable::InitCpuCtlCgroupNode() {
-    AddFixed(kCgroupNodes);
-}
-void NodeTable::InitCpuLlccDdrL3Node() {
-    AddFixed(kBusNodes);
-}
-void NodeTable::InitSchedNode() {
-    AddFixed(kSchedNodes);
-}
-void NodeTable::InitSchedutilHispeedClusterNode() {
-    AddFixed(kGovernorNodes);
-}
-
-void NodeTable::InitCpuInfoFreqNode() {
-    AddPerCluster(kCpuinfoNodes);
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: InitCpuInfoFreqNode mPrimeCluster = %d.\n", mLayout.mPrimeCluster);
-    }
-}
-
-void NodeTable::InitCpuFreqNode() {
-    AddPerCluster(kCpuFreqNodes);
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: InitCpuFreqNode mPrimeCluster = %d.\n", mLayout.mPrimeCluster);
-    }
-}
-
-void NodeTable::InitOnlineCoreNode() {
-    AddPerCluster(kOnlineCoreNodes);
-    if (mSwitches.IsVerbose()) {
-        TARQUEL_LOGI("tarquel: InitOnlineCoreNode mPrimeCluster = %d.\n", mLayout.mPrimeCluster);
-    }
+NodeTable::NodeTable(const ClusterLayout& layout) {
+    AddFixed(kGpuNodes, layout);
+    AddPerCluster(kCpuinfoNodes, layout);
+    AddPerCluster(kCpuFreqNodes, layout);
+    AddPerCluster(kOnlineCoreNodes, layout);
+    AddFixed(kCgroupNodes, layout);
+    AddFixed(kBusNodes, layout);
+    AddFixed(kSchedNodes, layout);
+    AddFixed(kGovernorNodes, layout);
 }
 
 void NodeTable::Assign(int tag, const NodePaths& paths) {
@@ -49,25 +21,25 @@ void NodeTable::Assign(int tag, const NodePaths& paths) {
     entry.isHeld = true;
 }
 
-void NodeTable::AddFixed(std::span<const FixedNode> rows) {
+void NodeTable::AddFixed(std::span<const FixedNode> rows, const ClusterLayout& layout) {
     for (const FixedNode& row : rows) {
-        if (row.layout == Layout::kThreeClusters && !mLayout.HasPrimeCluster()) continue;
+        if (row.layout == Layout::kThreeClusters && !layout.HasPrimeCluster()) continue;
         Assign(row.tag, NodePaths(row.path));
     }
 }
 
-void NodeTable::AddPerCluster(std::span<const ClusterNode> rows) {
+void NodeTable::AddPerCluster(std::span<const ClusterNode> rows, const ClusterLayout& layout) {
     for (const ClusterNode& row : rows) {
         switch (row.cluster) {
             case Cluster::kLittle:
-                Assign(row.tag, NodePaths::OfCluster(mLayout.cpus.little, row.suffix));
+                Assign(row.tag, NodePaths::OfCluster(layout.cpus.little, row.suffix));
                 break;
             case Cluster::kMiddle:
-                if (!mLayout.HasPrimeCluster()) break;
-                Assign(row.tag, NodePaths::OfCluster(mLayout.cpus.big, row.suffix));
+                if (!layout.HasPrimeCluster()) break;
+                Assign(row.tag, NodePaths::OfCluster(layout.cpus.big, row.suffix));
                 break;
             case Cluster::kLast:
-                Assign(row.tag, NodePaths::OfCluster(mLayout.LastCluster(), row.suffix));
+                Assign(row.tag, NodePaths::OfCluster(layout.LastCluster(), row.suffix));
                 break;
         }
     }

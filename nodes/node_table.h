@@ -1,4 +1,4 @@
-// Which kernel nodes stand for each tag on this device, and the platform's default limits.
+// Which kernel nodes stand for each tag on this device.
 //
 // Built once, while the adapter is built. CPU hot-plug does not rebuild it: a per-cluster tag lists
 // the node of every CPU, so that the cluster's shared file is reached through whichever is online.
@@ -8,7 +8,6 @@
 #include <atomic>
 #include <span>
 
-#include "base/adapter_state.h"
 #include "base/cluster_layout.h"
 #include "nodes/node_path_table.h"
 #include "nodes/node_paths.h"
@@ -17,18 +16,7 @@ namespace tarquel {
 
 class NodeTable {
   public:
-    NodeTable(const DebugSwitches& switches, const ClusterLayout& layout)
-        : mSwitches(switches), mLayout(layout) {}
-
-    // The eight builders, in the order in which the adapter runs them.
-    void InitGpuFreqNode();
-    void InitCpuInfoFreqNode();
-    void InitCpuFreqNode();
-    void InitOnlineCoreNode();
-    void InitCpuCtlCgroupNode();
-    void InitCpuLlccDdrL3Node();
-    void InitSchedNode();
-    void InitSchedutilHispeedClusterNode();
+    explicit NodeTable(const ClusterLayout& layout);
 
     // The paths of a tag that the table holds, or null. Threads: any.
     const NodePaths* Find(int tag) const;
@@ -46,11 +34,9 @@ class NodeTable {
     };
 
     void Assign(int tag, const NodePaths& paths);
-    void AddFixed(std::span<const FixedNode> rows);
-    void AddPerCluster(std::span<const ClusterNode> rows);
+    void AddFixed(std::span<const FixedNode> rows, const ClusterLayout& layout);
+    void AddPerCluster(std::span<const ClusterNode> rows, const ClusterLayout& layout);
 
-    const DebugSwitches& mSwitches;
-    const ClusterLayout& mLayout;
     std::array<Entry, kTags> mCpuNodeMap;
 };
 

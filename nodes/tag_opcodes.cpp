@@ -10,20 +10,16 @@ static_assert(std::all_of(kTagOpcodes.begin(), kTagOpcodes.end(), [](const TagOp
     return row.tag >= 0 && row.tag <= TagOpcodes::kLastTag && row.opcode != TagOpcodes::kNoOpcode;
 }));
 
-void TagOpcodes::InitTagToOpcode(const ClusterLayout& layout, int busDcvsVariant) {
-    using When = TagOpcode::When;
-    const auto counts = [&](When when) {
+TagOpcodes::TagOpcodes(const ClusterLayout& layout) {
+    const auto counts = [&](TagOpcode::When when) {
         switch (when) {
-            case When::kAlways:
-                return true;
-            case When::kBusVariant1:
-                return busDcvsVariant == 1;
-            case When::kTwoClusters:
+            case TagOpcode::When::kTwoClusters:
                 return !layout.HasPrimeCluster();
-            case When::kThreeClusters:
+            case TagOpcode::When::kThreeClusters:
                 return layout.HasPrimeCluster();
+            default:  // every device has the newer bus monitors, too
+                return true;
         }
-        return false;
     };
     for (const TagOpcode& row : kTagOpcodes) {
         if (counts(row.when)) mTagToOpcode[static_cast<size_t>(row.tag)] = row.opcode;

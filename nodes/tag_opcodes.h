@@ -15,8 +15,7 @@ class TagOpcodes {
     static constexpr int kLastTag = 133;      // the highest one that has an opcode
     static constexpr uint32_t kNoOpcode = 0;  // no resource of the HAL has it
 
-    // `busDcvsVariant` 1 selects the opcodes of the newer bus monitors.
-    void InitTagToOpcode(const ClusterLayout& layout, int busDcvsVariant);
+    explicit TagOpcodes(const ClusterLayout& layout);
 
     // The opcode of a tag; none for a tag that cannot be set through the HAL.
     std::optional<uint32_t> Find(int tag) const;

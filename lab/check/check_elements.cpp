@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "freq/scene_limits.h"
 #include "lab/check/scene_rules.h"
 #include "lab/names/text.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "base/client_ids.h"
+#include "base/tags.h"
 #include "lab/check/scene_rules.h"
 #include "lab/check/step_table.h"
 #include "lab/hal/opcode_drives.h"

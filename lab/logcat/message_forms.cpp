@@ -32,11 +32,8 @@ const std::vector<MessageForm> kForms = {
     {Message::kTimerStopped,   "tarquel SetTimer End Temperature Control Breakthrough", true},
     {Message::kOther,          "tarquel: PerfServiceAcq failed, action is NULL!"},
     {Message::kOther,          "tarquel: action chain is endless, cmdId is %d"},
-    {Message::kOther,          "tarquel: DoOnOffAction mFreqManagerPtr failed!"},
     {Message::kOther,          "tarquel: DoOnOffAction need check risk of dead loop..."},
     {Message::kOther,          "tarquel: DoOnOffAction dead loop, cmdId is %d"},
-    {Message::kOther,          "tarQuel: PerfServiceAcq snprintf_s trace_arg_buf error"},
-    {Message::kOther,          "tarQuel: PerfServiceAcq snprintf_s trace_buf error"},
     {Message::kOther,          "tarquel: get targetPid: snprintf_s error"},
     // Limits
     {Message::kControlType,    "tarquel: SetControlType config %d, mEnableBoost %d"},
@@ -66,12 +63,9 @@ const std::vector<MessageForm> kForms = {
     {Message::kLimitEffect,    "tarquel: DoGroup tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, mEnable = %d"},
     {Message::kLimitEffect,    "tarquel: DoGroupPerfRel release %d for last duration = 0"},
     {Message::kLimitEffect,    "tarquel: DoGroupPerfSetConfig tags not exist."},
-    {Message::kLimitEffect,    "tarquel: DoPerfEventConfig failed!"},
     {Message::kLimitEffect,    "tarquel: invalid tag %d, cmdId is %d"},
-    {Message::kOther,          "tarquel: mFreqManagerPtr failed!"},
-    {Message::kOther,          "tarquel: DoPerfSetConfig mFreqManagerPtr failed!"},
-    {Message::kOther,          "tarQuel: DoGroupPerfSetConfig snprintf_s trace_arg_buf error"},
-    {Message::kOther,          "tarQuel: DoGroupPerfSetConfig snprintf_s trace_buf error"},
+    {Message::kOther,          "tarQuel: %s snprintf_s trace_arg_buf error"},
+    {Message::kOther,          "tarQuel: %s snprintf_s trace_buf error"},
     {Message::kOther,          "tarQuel: PerfServiceSetConfig snprintf_s trace_buf error"},
     // Nodes and queries
     {Message::kReadNode,       "tarquel: read node ret = %d, node = %s, config = %d"},
@@ -94,9 +88,6 @@ const std::vector<MessageForm> kForms = {
     {Message::kOther,          "tarquel: action list is NULL, cmdId is %d, tagLen is %d"},
     {Message::kOther,          "tarQuel: invalid scene list cmdId is %d, tagLen is %d"},
     // The start, scene files, the timer, the perf HAL's library
-    {Message::kOther,          "tarquel: InitCpuInfoFreqNode mPrimeCluster = %d."},
-    {Message::kOther,          "tarquel: InitCpuFreqNode mPrimeCluster = %d."},
-    {Message::kOther,          "tarquel: InitOnlineCoreNode mPrimeCluster = %d."},
     {Message::kOther,          "tarquel: cpu range %d-%d is too wide"},
     {Message::kOther,          "tarquel: cmdId %d is between 4225 ~ 4352"},
     {Message::kOther,          "tarquel: xml is invalid, cmdId is %d element is %s"},
@@ -125,8 +116,6 @@ const std::vector<MessageForm> kForms = {
     {Message::kOther,          "Failed to delete timer for a request"},
     {Message::kOther,          "Failed to get timer"},
     {Message::kOther,          "Failed to set timer"},
-    {Message::kOther,          "Exception caught: %s in %s"},
-    {Message::kOther,          "Exception caught in %s"},
 };
 // clang-format on
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "lab/names/text.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "base/command_ids.h"
+#include "base/ids.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
 

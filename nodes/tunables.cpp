@@ -1,4 +1,4 @@
-#include "nodes/default_limits.h"
+#include "nodes/tunables.h"
 
 #include <algorithm>
 #include <climits>
@@ -14,7 +14,8 @@ void GetDefaultCpuFreqValue(const CpuRange& cpus, const NodeIo& io, CPUFREQ& fre
     const NodePaths floor = NodePaths::OfCluster(cpus, kScalingMinSuffix);
     const NodePaths ceiling = NodePaths::OfCluster(cpus, kScalingMaxSuffix);
     io.ReadNode(hardwareMax, &freq.cpuinfoMaxFreq);
-    // Meant: the default floor is scaling_min_freq as found, not cpuinfo_min_freq.
+    // A product that boots with a higher floor keeps it: lifting goes back to what was found, not
+    // to cpuinfo_min_freq.
     io.ReadNode(floor, &freq.defaultMinFreq);
     io.ReadNode(floor, &freq.mMinFreq);
     io.ReadNode(ceiling, &freq.mMaxFreq);
@@ -33,8 +34,28 @@ int HzFromMhz(int mhz) {
 
 }  // namespace
 
-FreqRecords InitDefaultNodeValue(const ClusterLayout& layout, const NodeIo& io) {
-    FreqRecords records;
+bool Tunables::WriteIfHeld(int tag, int value) const {
+    const NodePaths* const paths = nodes.Find(tag);
+    if (paths == nullptr) return false;
+    io.WriteNode(*paths, value);
+    return true;
+}
+
+CPUFREQ& Tunables::RecordOf(LimitTags::Domain domain) {
+    switch (domain) {
+        case LimitTags::kLittle:
+            return records.little;
+        case LimitTags::kMiddle:
+            return records.big;
+        case LimitTags::kLast:
+            return layout.HasPrimeCluster() ? records.prime : records.big;
+        default:
+            return records.gpu;
+    }
+}
+
+// What cannot be read stays as it is for a CPU cluster and becomes 0 for the GPU.
+void Tunables::InitDefaultNodeValue() {
     if (layout.HasPrimeCluster()) GetDefaultCpuFreqValue(layout.cpus.prime, io, records.prime);
     GetDefaultCpuFreqValue(layout.cpus.big, io, records.big);
     GetDefaultCpuFreqValue(layout.cpus.little, io, records.little);
@@ -42,7 +63,6 @@ FreqRecords InitDefaultNodeValue(const ClusterLayout& layout, const NodeIo& io) 
     records.gpu.mMaxFreq = ReadGpu(io, kGpuMaxFreqNode);
     records.gpu.defaultMinFreq = HzFromMhz(ReadGpu(io, kGpuMinClockNode));
     records.gpu.mMinFreq = ReadGpu(io, kGpuMinFreqNode);
-    return records;
 }
 
 }  // namespace tarquel

@@ -1,5 +1,4 @@
-// The adapter's state that more than one room reads or sets. Each field is atomic: the server's
-// threads and the timer's thread meet here. docs/threads.md tells who guards what.
+// What the control type (tag 57), the state switch and the breakthrough timer decide.
 #pragma once
 
 #include <atomic>
@@ -8,16 +7,8 @@
 
 namespace tarquel {
 
-// Which lines and trace sections are written.
-struct DebugSwitches {
-    std::atomic<bool> mDebug{false};         // set by SetDebug
-    std::atomic<bool> mVersionDebug{false};  // set once, from "ro.logsystem.usertype"
-
-    bool IsDebug() const { return mDebug.load(std::memory_order_relaxed); }
-    bool IsVerbose() const { return IsDebug() || mVersionDebug.load(std::memory_order_relaxed); }
-};
-
-// What the control type (tag 57), the state switch and the breakthrough timer decide.
+// Each field is atomic: the server's threads and the timer's thread meet here. docs/threads.md
+// tells who guards what.
 struct ControlState {
     // Held while several of the first three change, and by who reads several: no one sees a state
     // that was never in force.

@@ -1,7 +1,20 @@
-// Command ids and ranges that the plug-in treats specially.
+// Who makes a request: ids of clients and of commands that the plug-in treats specially.
 #pragma once
 
 namespace tarquel {
+
+enum ClientId : int {
+    kClientNobody = 0,
+    kClientPower = 1,
+    kClientTemp = 2,  // thermal control
+    kClientEapa = 3,
+    kClientCamera = 4,
+};
+
+// Every other id but kClientNobody is a command's.
+constexpr bool IsClient(int id) {
+    return id >= kClientPower && id <= kClientCamera;
+}
 
 inline constexpr int kNoCommand = -1;             // marks an action that is none
 inline constexpr int kCmdRegularEvent = 5378;     // always an event: its lock is renewed
