@@ -180,7 +180,7 @@ class Suite {
 
     void RegisterLoader(int commands) {
         const std::string name = "BM_Loader_ParserXml/" + std::to_string(commands) + "_commands";
-        AddRow(name, "key", double{kKeysPerCommand} * commands, {0, 60}, -1);
+        AddRow(name, "key", double{kKeysPerCommand} * commands, {0, 100}, -1);
         const auto configuration = std::make_shared<Configuration>(commands);
         RegisterTimed(
             name, [this, configuration] { return mPlugin.Parse(configuration->Commands()); },

@@ -1,5 +1,6 @@
 // The values of elements that describe a command or the platform: thermal levels, count limits,
 // clusters, boost frequencies.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -9,12 +10,8 @@
 #include "loader/boost_info.h"
 #include "loader/element_keys.h"
 #include "loader/perf_load_xml.h"
-#include "loader/word.h"
 #include "tarquel/securec.h"
 
-using tarquel::HalfWord;
-using tarquel::kHalfWordBytes;
-using tarquel::kWordBytes;
 namespace keys = tarquel::keys;
 
 namespace {
@@ -25,38 +22,6 @@ bool ReadCpuRange(const std::string& value, CpuRange& cpus) {
     if (count == 2) return true;
     TARQUEL_LOGE("tarquel: get cpu node info failed!, %d", count);
     return false;
-}
-
-constexpr uint64_t kEveryByte = 0x0101010101010101;
-
-// One to eight characters as a word, zeros before them, that has digits as their values. A byte
-// above 9 is a character that is no digit.
-uint64_t WordOfDigits(std::string_view digits) {
-    const size_t shift = 8 * (kWordBytes - digits.size());
-    uint64_t word = 0;
-    if (digits.size() >= kHalfWordBytes) {
-        // The halves overlap unless there are eight.
-        const uint64_t first = HalfWord(digits.data());
-        const uint64_t last = HalfWord(digits.data() + digits.size() - kHalfWordBytes);
-        word = first << shift | last << (8 * kHalfWordBytes);
-    } else {
-        for (const char c : digits) {
-            word = word >> 8 | uint64_t{static_cast<unsigned char>(c)} << 56;
-        }
-    }
-    return word ^ ('0' * kEveryByte) << shift;
-}
-
-bool AreDigits(uint64_t word) {
-    constexpr uint64_t kHighBits = 0x80 * kEveryByte;
-    return ((word | (word + (0x7F - 9) * kEveryByte)) & kHighBits) == 0;
-}
-
-// Neighbours are joined: digits to numbers of two, these to numbers of four, these to one of eight.
-uint64_t ValueOfDigits(uint64_t word) {
-    word = (word * (1 + (10 << 8))) >> 8 & 0x00FF00FF00FF00FF;
-    word = (word * (1 + (100 << 16))) >> 16 & 0x0000FFFF0000FFFF;
-    return (word * (1 + (uint64_t{10000} << 32))) >> 32;
 }
 
 }  // namespace
@@ -130,26 +95,10 @@ void QcomPerfLoadXml::ParseFreqLevelInfo(const std::string& key, const std::stri
 namespace tarquel {
 
 bool IsNumber(const std::string& text, int& number) {
-    if (text.empty()) return false;
-    std::string_view digits = text;
-    const bool isNegative = digits[0] == '-';
-    if (isNegative) digits.remove_prefix(1);
-    uint64_t value = 0;
-    if (!digits.empty() && digits.size() <= kWordBytes) {
-        const uint64_t word = WordOfDigits(digits);
-        if (!AreDigits(word)) return false;
-        value = ValueOfDigits(word);
-    } else {
-        for (const char c : digits) {
-            const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
-            if (digit > 9) return false;
-            value = value * 10 + digit;
-        }
-    }
-    // What becomes of a number that does not fit is atoi's business.
-    constexpr size_t kFits = 18;
-    number = digits.size() > kFits ? std::atoi(text.c_str())
-                                   : static_cast<int>(isNegative ? 0 - value : value);
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const std::ptrdiff_t sign = text.starts_with('-') ? 1 : 0;
+    if (text.empty() || !std::all_of(text.begin() + sign, text.end(), isDigit)) return false;
+    number = std::atoi(text.c_str());
     return true;
 }
 

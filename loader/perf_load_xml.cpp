@@ -12,7 +12,6 @@
 #include "loader/boost_info.h"
 #include "loader/configuration.h"
 #include "loader/element_keys.h"
-#include "loader/read_ahead.h"
 #include "tarquel/plat.h"
 #include "tarquel/securec.h"
 
@@ -74,9 +73,7 @@ std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& c
     std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
     if (tarquel::IsNullArgument(&commands, "ParserXml")) return actions.release();
     tarquel::BeginConfiguration();
-    tarquel::ReadAhead ahead(commands);
     for (const auto& [command, head] : commands) {
-        ahead.Step();
         if (head == nullptr) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is NULL", command);
             continue;
