@@ -4,10 +4,9 @@
 #include <array>
 #include <span>
 
-#include "base/bad_caller.h"
+#include "base/action_list.h"
 #include "base/ids.h"
 #include "base/log.h"
-#include "base/perf_list.h"
 #include "base/tags.h"
 #include "base/trace.h"
 #include "tarquel/on_demand_boost_server.h"

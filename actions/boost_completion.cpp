@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/bad_caller.h"
+#include "base/action_list.h"
 #include "base/log.h"
-#include "base/perf_list.h"
 #include "base/trace.h"
 #include "loader/boost_info.h"
 #include "tarquel/securec.h"
@@ -102,20 +101,19 @@ void BoostCompletion::AppendCeilings(Action& action, int level) const {
                          mTunables.records.big.cpuinfoMaxFreq,
                          mTunables.records.prime.cpuinfoMaxFreq};
     const FreqBoostInfo& info = FreqBoostInfo::GetInstance();
-    if (info.HasBoostInfo(level)) khz = info.Get(level);
+    if (info.HasBoostInfo(level)) khz = info.Frequencies(level);
 
     std::vector<int32_t>& list = action.perfList;
     list.insert(list.end(), {kOpcodeLittleScalingMax, khz.little, kOpcodeBigScalingMax, khz.big});
-    if (mTunables.layout.HasPrimeCluster())
-        list.insert(list.end(), {kOpcodePrimeScalingMax, khz.prime});
+    if (mTunables.clusters.HasPrime()) list.insert(list.end(), {kOpcodePrimeScalingMax, khz.prime});
     action.tagLen = static_cast<int32_t>(
-        std::min<int64_t>(int64_t{action.tagLen} + mTunables.layout.clusterCount, INT32_MAX));
+        std::min<int64_t>(int64_t{action.tagLen} + mTunables.clusters.Count(), INT32_MAX));
 }
 
 void BoostCompletion::DoAddBoostFreqInfo(Action& first, int level) const {
     const FreqBoostInfo& info = FreqBoostInfo::GetInstance();
     if (!info.HasBoostInfo(level)) return;
-    const BoostFrequencies khz = info.Get(level);
+    const BoostFrequencies khz = info.Frequencies(level);
     for (Action* action = &first; action != nullptr; action = action->next) {
         const std::span<int32_t> pairs = PerfPairs(*action);
         for (size_t i = 0; i < pairs.size(); i += 2) {
@@ -123,7 +121,7 @@ void BoostCompletion::DoAddBoostFreqInfo(Action& first, int level) const {
                 pairs[i + 1] = khz.big / kKhzPerMhz;
             } else if (pairs[i] == kOpcodeLittleMax) {
                 pairs[i + 1] = khz.little / kKhzPerMhz;
-            } else if (pairs[i] == kOpcodePrimeMax && mTunables.layout.HasPrimeCluster()) {
+            } else if (pairs[i] == kOpcodePrimeMax && mTunables.clusters.HasPrime()) {
                 pairs[i + 1] = khz.prime / kKhzPerMhz;
             }
         }

@@ -5,8 +5,8 @@
 
 #include "adapter/qcom_perf_adapter.h"
 #include "adapter/qcom_perf_plat.h"
-#include "base/bad_caller.h"
 #include "base/log.h"
+#include "base/null_argument.h"
 #include "base/static_mutex.h"
 #include "loader/configuration.h"
 

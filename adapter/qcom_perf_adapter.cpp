@@ -4,9 +4,9 @@
 #include <mutex>
 
 #include "actions/inter_freq.h"
-#include "base/bad_caller.h"
 #include "base/cpu_info.h"
 #include "base/log.h"
+#include "base/null_argument.h"
 #include "tarquel/plat.h"
 #include "tarquel/properties.h"
 

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
-#include "base/never_destroyed.h"
+#include "base/guarded.h"
 
 // First and last CPU number of a cluster.
 struct CpuRange {
@@ -12,6 +11,8 @@ struct CpuRange {
     int32_t last = 0;
 };
 
+// With three clusters the big one is the middle and the prime one the last; with two the big one is
+// the last and there is no middle one.
 struct CpuClusters {
     CpuRange prime;
     CpuRange big;
@@ -20,26 +21,12 @@ struct CpuClusters {
 
     // A device has a prime cluster when neither of its ends is CPU 0.
     bool HasPrime() const { return prime.first != 0 && prime.last != 0; }
+    const CpuRange& Last() const { return HasPrime() ? prime : big; }
+    int Count() const { return HasPrime() ? 3 : 2; }
 };
 
 // All zero until the loader writes it; later elements overwrite earlier ones field by field.
-// Threads: any.
-class CpuInfo {
+class CpuInfo : public tarquel::Guarded<CpuClusters> {
   public:
     static CpuInfo& GetInstance();
-
-    CpuClusters Get() const;
-
-    void SetPrime(CpuRange cpus);
-    void SetBig(CpuRange cpus);
-    void SetLittle(CpuRange cpus);
-    void SetIsolation(int32_t isolation);
-    void Clear();
-
-  private:
-    friend class tarquel::NeverDestroyed<CpuInfo>;
-    CpuInfo() = default;
-
-    mutable std::mutex mMutex;
-    CpuClusters mClusters;
 };

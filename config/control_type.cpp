@@ -62,7 +62,7 @@ void ControlType::ReleaseThermal(int enableBoost) {
 void ControlType::WriteDefaultCeilings() {
     for (size_t i = 0; i < kCpuDomains; ++i) {
         const LimitTags& limit = kLimitTags[i];
-        if (limit.domain == LimitTags::kMiddle && !mTunables.layout.HasPrimeCluster()) continue;
+        if (limit.domain == LimitTags::kMiddle && !mTunables.clusters.HasPrime()) continue;
         const auto turn = mScaling.TakeTurn(limit.ceiling);
         mTunables.Write(limit.ceiling, mTunables.RecordOf(limit.domain).cpuinfoMaxFreq);
     }

@@ -40,7 +40,7 @@ class FreqRules {
 
     // True for a limit that this device does not have: two clusters have no middle one.
     bool IsMissing(const LimitTags& limit) const {
-        return limit.domain == LimitTags::kMiddle && !mTunables.layout.HasPrimeCluster();
+        return limit.domain == LimitTags::kMiddle && !mTunables.clusters.HasPrime();
     }
 
   private:

@@ -93,7 +93,7 @@ bool GroupConfig::FillList(const TagValues& group, int duration, std::span<int> 
     size_t at = 0;
     for (const auto& [tag, value] : group) {
         const uint32_t opcode = mTunables.opcodes.Get(tag);
-        if (IsIsolationTag(tag) && mTunables.layout.mIsolationSwitch == 0) {
+        if (IsIsolationTag(tag) && mTunables.clusters.isolation == 0) {
             TARQUEL_LOGE("tarquel: isolation switch is off.\n");
             return false;
         }

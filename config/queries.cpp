@@ -1,8 +1,7 @@
 #include "config/queries.h"
 
-#include "base/bad_caller.h"
+#include "base/action_list.h"
 #include "base/log.h"
-#include "base/perf_list.h"
 #include "base/tags.h"
 
 namespace tarquel {

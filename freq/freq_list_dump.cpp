@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "base/bad_caller.h"
 #include "base/ids.h"
+#include "base/null_argument.h"
 #include "freq/freq_manager.h"
 
 using namespace tarquel;

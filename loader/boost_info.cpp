@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "base/cpu_info.h"
+#include "base/never_destroyed.h"
 
 namespace {
 
@@ -12,6 +13,11 @@ namespace {
 int DecimalToInt(const std::string& text) {
     return static_cast<int>(
         std::clamp<long>(std::strtol(text.c_str(), nullptr, 10), INT_MIN, INT_MAX));
+}
+
+int FindPositive(const std::map<int, int>& values, int cmdId) {
+    const auto found = values.find(cmdId);
+    return found == values.end() || found->second < 1 ? -1 : found->second;
 }
 
 }  // namespace
@@ -22,38 +28,20 @@ FreqBoostInfo& FreqBoostInfo::GetInstance() {
 }
 
 bool FreqBoostInfo::HasBoostInfo(int level) const {
-    if (!IsLevel(level)) return false;
+    if (!IsBoostLevel(level)) return false;
     const bool hasPrime = CpuInfo::GetInstance().Get().HasPrime();
-    std::lock_guard lock(mMutex);
-    const Level& info = mLevels[static_cast<size_t>(level)];
-    if (info.little.empty() || info.big.empty()) return false;
-    return !hasPrime || !info.prime.empty();
+    return With([=](const auto& levels) {
+        const BoostTexts& texts = levels[static_cast<size_t>(level)];
+        return !texts.little.empty() && !texts.big.empty() && (!hasPrime || !texts.prime.empty());
+    });
 }
 
-BoostFrequencies FreqBoostInfo::Get(int level) const {
-    std::lock_guard lock(mMutex);
-    const Level& info = mLevels[static_cast<size_t>(level)];
-    return {DecimalToInt(info.little), DecimalToInt(info.big), DecimalToInt(info.prime)};
-}
-
-void FreqBoostInfo::SetLittle(int level, const std::string& khz) {
-    std::lock_guard lock(mMutex);
-    mLevels[static_cast<size_t>(level)].little = khz;
-}
-
-void FreqBoostInfo::SetBig(int level, const std::string& khz) {
-    std::lock_guard lock(mMutex);
-    mLevels[static_cast<size_t>(level)].big = khz;
-}
-
-void FreqBoostInfo::SetPrime(int level, const std::string& khz) {
-    std::lock_guard lock(mMutex);
-    mLevels[static_cast<size_t>(level)].prime = khz;
-}
-
-void FreqBoostInfo::Clear() {
-    std::lock_guard lock(mMutex);
-    mLevels = {};
+BoostFrequencies FreqBoostInfo::Frequencies(int level) const {
+    return With([=](const auto& levels) {
+        const BoostTexts& texts = levels[static_cast<size_t>(level)];
+        return BoostFrequencies{DecimalToInt(texts.little), DecimalToInt(texts.big),
+                                DecimalToInt(texts.prime)};
+    });
 }
 
 BoostCountLimitInfo& BoostCountLimitInfo::GetInstance() {
@@ -61,32 +49,10 @@ BoostCountLimitInfo& BoostCountLimitInfo::GetInstance() {
     return instance.Get();
 }
 
-int BoostCountLimitInfo::Find(const std::map<int, int>& values, int cmdId) const {
-    std::lock_guard lock(mMutex);
-    const auto found = values.find(cmdId);
-    return found == values.end() || found->second < 1 ? -1 : found->second;
-}
-
 int BoostCountLimitInfo::GetBoostCountLimit(int cmdId) const {
-    return Find(mCountLimits, cmdId);
+    return With([=](const auto& counts) { return FindPositive(counts.limits, cmdId); });
 }
 
 int BoostCountLimitInfo::GetBoostPeriod(int cmdId) const {
-    return Find(mPeriods, cmdId);
-}
-
-void BoostCountLimitInfo::SetBoostCountLimit(int cmdId, int limit) {
-    std::lock_guard lock(mMutex);
-    mCountLimits[cmdId] = limit;
-}
-
-void BoostCountLimitInfo::SetBoostPeriod(int cmdId, int period) {
-    std::lock_guard lock(mMutex);
-    mPeriods[cmdId] = period;
-}
-
-void BoostCountLimitInfo::Clear() {
-    std::lock_guard lock(mMutex);
-    mCountLimits.clear();
-    mPeriods.clear();
+    return With([=](const auto& counts) { return FindPositive(counts.periods, cmdId); });
 }

@@ -33,9 +33,11 @@ void QcomPerfLoadXml::StoreHeadValue(RawXmlData& element, std::string_view key, 
     } else if (key == keys::kOffDelayPerc) {
         element.offDelayPerc = number;
     } else if (key == keys::kBoostCountLimit) {
-        BoostCountLimitInfo::GetInstance().SetBoostCountLimit(element.cmdId, number);
+        BoostCountLimitInfo::GetInstance().With(
+            [&](auto& counts) { counts.limits[element.cmdId] = number; });
     } else if (key == keys::kBoostPeriod) {
-        BoostCountLimitInfo::GetInstance().SetBoostPeriod(element.cmdId, number);
+        BoostCountLimitInfo::GetInstance().With(
+            [&](auto& counts) { counts.periods[element.cmdId] = number; });
     } else if (key == keys::kBoostLimitLevel) {
         // Nibbles 1 to 4: the boost-frequency level of each thermal level; 7: the highest thermal
         // level under which the action may boost.
@@ -51,15 +53,16 @@ void QcomPerfLoadXml::ParserCpuInfo(const std::string& key, const std::string& v
         TARQUEL_LOGE("tarquel: ParserCpuInfo failed!");
         return;
     }
+    CpuInfo& info = CpuInfo::GetInstance();
     CpuRange cpus;
     if (key == keys::kBigCpus) {
-        if (ReadCpuRange(value, cpus)) CpuInfo::GetInstance().SetBig(cpus);
+        if (ReadCpuRange(value, cpus)) info.With([&](auto& clusters) { clusters.big = cpus; });
     } else if (key == keys::kPrimeCpus) {
         if (!ReadCpuRange(value, cpus)) return;
         hasPrimeCluster = 1;
-        CpuInfo::GetInstance().SetPrime(cpus);
+        info.With([&](auto& clusters) { clusters.prime = cpus; });
     } else if (key == keys::kLittleCpus) {
-        if (ReadCpuRange(value, cpus)) CpuInfo::GetInstance().SetLittle(cpus);
+        if (ReadCpuRange(value, cpus)) info.With([&](auto& clusters) { clusters.little = cpus; });
     } else if (key == keys::kIsolation) {
         int isolation = 0;
         const int count = sscanf_s(value.c_str(), "%d", &isolation);
@@ -67,7 +70,7 @@ void QcomPerfLoadXml::ParserCpuInfo(const std::string& key, const std::string& v
             TARQUEL_LOGE("tarquel: get cpu isolation info failed!, %d", count);
             return;
         }
-        CpuInfo::GetInstance().SetIsolation(isolation);
+        info.With([&](auto& clusters) { clusters.isolation = isolation; });
     }
 }
 
@@ -77,19 +80,17 @@ void QcomPerfLoadXml::ParseFreqLevelInfo(const std::string& key, const std::stri
         TARQUEL_LOGE("tarquel: ParseFreqLevelInfo failed!");
         return;
     }
-    if (!FreqBoostInfo::IsLevel(level)) {
+    if (!IsBoostLevel(level)) {
         TARQUEL_LOGE("tarquel: ParseFreqLevelInfo failed! level %d is not 0 to 9, element is %s",
                      level, key.c_str());
         return;
     }
-    FreqBoostInfo& info = FreqBoostInfo::GetInstance();
-    if (key == keys::kLittleMaxFreq) {
-        info.SetLittle(level, value);
-    } else if (key == keys::kBigMaxFreq) {
-        info.SetBig(level, value);
-    } else if (key == keys::kPrimeMaxFreq) {
-        info.SetPrime(level, value);
-    }
+    FreqBoostInfo::GetInstance().With([&](auto& levels) {
+        BoostTexts& texts = levels[static_cast<size_t>(level)];
+        if (key == keys::kLittleMaxFreq) texts.little = value;
+        if (key == keys::kBigMaxFreq) texts.big = value;
+        if (key == keys::kPrimeMaxFreq) texts.prime = value;
+    });
 }
 
 namespace tarquel {

@@ -1,5 +1,5 @@
-// Finds names among the rows of a constant table: a hash table that the compiler fills. It holds texts
-// and no addresses, so nothing of it has to be relocated when the library is loaded.
+// Finds names among the rows of a constant table: a hash table that the compiler fills. It holds
+// texts and no addresses, so nothing of it has to be relocated when the library is loaded.
 #pragma once
 
 #include <algorithm>

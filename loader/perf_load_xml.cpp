@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "base/bad_caller.h"
-#include "base/chain.h"
+#include "base/action_list.h"
 #include "base/ids.h"
 #include "base/log.h"
+#include "base/null_argument.h"
 #include "loader/boost_info.h"
 #include "loader/configuration.h"
 #include "loader/element_keys.h"

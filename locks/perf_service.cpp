@@ -13,7 +13,7 @@ int PerfService::PerfServiceSetConfig(int tag, int value) {
         TARQUEL_LOGE("tarquel: PerfServiceSetConfig doesn't support this tag[%d]\n", tag);
         return -1;
     }
-    if (IsIsolationTag(tag) && mTunables.layout.mIsolationSwitch == 0) {
+    if (IsIsolationTag(tag) && mTunables.clusters.isolation == 0) {
         TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: isolation switch is off.\n");
         return -1;
     }

@@ -4,15 +4,15 @@ namespace tarquel {
 
 using namespace node_tables;
 
-NodeTable::NodeTable(const ClusterLayout& layout) {
-    AddFixed(kGpuNodes, layout);
-    AddPerCluster(kCpuinfoNodes, layout);
-    AddPerCluster(kCpuFreqNodes, layout);
-    AddPerCluster(kOnlineCoreNodes, layout);
-    AddFixed(kCgroupNodes, layout);
-    AddFixed(kBusNodes, layout);
-    AddFixed(kSchedNodes, layout);
-    AddFixed(kGovernorNodes, layout);
+NodeTable::NodeTable(const CpuClusters& clusters) {
+    AddFixed(kGpuNodes, clusters);
+    AddPerCluster(kCpuinfoNodes, clusters);
+    AddPerCluster(kCpuFreqNodes, clusters);
+    AddPerCluster(kOnlineCoreNodes, clusters);
+    AddFixed(kCgroupNodes, clusters);
+    AddFixed(kBusNodes, clusters);
+    AddFixed(kSchedNodes, clusters);
+    AddFixed(kGovernorNodes, clusters);
 }
 
 void NodeTable::Assign(int tag, const NodePaths& paths) {
@@ -21,25 +21,25 @@ void NodeTable::Assign(int tag, const NodePaths& paths) {
     entry.isHeld = true;
 }
 
-void NodeTable::AddFixed(std::span<const FixedNode> rows, const ClusterLayout& layout) {
+void NodeTable::AddFixed(std::span<const FixedNode> rows, const CpuClusters& clusters) {
     for (const FixedNode& row : rows) {
-        if (row.layout == Layout::kThreeClusters && !layout.HasPrimeCluster()) continue;
+        if (row.layout == Layout::kThreeClusters && !clusters.HasPrime()) continue;
         Assign(row.tag, NodePaths(row.path));
     }
 }
 
-void NodeTable::AddPerCluster(std::span<const ClusterNode> rows, const ClusterLayout& layout) {
+void NodeTable::AddPerCluster(std::span<const ClusterNode> rows, const CpuClusters& clusters) {
     for (const ClusterNode& row : rows) {
         switch (row.cluster) {
             case Cluster::kLittle:
-                Assign(row.tag, NodePaths::OfCluster(layout.cpus.little, row.suffix));
+                Assign(row.tag, NodePaths::OfCluster(clusters.little, row.suffix));
                 break;
             case Cluster::kMiddle:
-                if (!layout.HasPrimeCluster()) break;
-                Assign(row.tag, NodePaths::OfCluster(layout.cpus.big, row.suffix));
+                if (!clusters.HasPrime()) break;
+                Assign(row.tag, NodePaths::OfCluster(clusters.big, row.suffix));
                 break;
             case Cluster::kLast:
-                Assign(row.tag, NodePaths::OfCluster(layout.LastCluster(), row.suffix));
+                Assign(row.tag, NodePaths::OfCluster(clusters.Last(), row.suffix));
                 break;
         }
     }

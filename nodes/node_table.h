@@ -8,7 +8,7 @@
 #include <atomic>
 #include <span>
 
-#include "base/cluster_layout.h"
+#include "base/cpu_info.h"
 #include "nodes/node_path_table.h"
 #include "nodes/node_paths.h"
 
@@ -16,7 +16,7 @@ namespace tarquel {
 
 class NodeTable {
   public:
-    explicit NodeTable(const ClusterLayout& layout);
+    explicit NodeTable(const CpuClusters& clusters);
 
     // The paths of a tag that the table holds, or null. Threads: any.
     const NodePaths* Find(int tag) const;
@@ -34,8 +34,8 @@ class NodeTable {
     };
 
     void Assign(int tag, const NodePaths& paths);
-    void AddFixed(std::span<const FixedNode> rows, const ClusterLayout& layout);
-    void AddPerCluster(std::span<const ClusterNode> rows, const ClusterLayout& layout);
+    void AddFixed(std::span<const FixedNode> rows, const CpuClusters& clusters);
+    void AddPerCluster(std::span<const ClusterNode> rows, const CpuClusters& clusters);
 
     std::array<Entry, kTags> mCpuNodeMap;
 };

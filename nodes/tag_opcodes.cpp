@@ -10,13 +10,13 @@ static_assert(std::all_of(kTagOpcodes.begin(), kTagOpcodes.end(), [](const TagOp
     return row.tag >= 0 && row.tag <= TagOpcodes::kLastTag && row.opcode != TagOpcodes::kNoOpcode;
 }));
 
-TagOpcodes::TagOpcodes(const ClusterLayout& layout) {
+TagOpcodes::TagOpcodes(const CpuClusters& clusters) {
     const auto counts = [&](TagOpcode::When when) {
         switch (when) {
             case TagOpcode::When::kTwoClusters:
-                return !layout.HasPrimeCluster();
+                return !clusters.HasPrime();
             case TagOpcode::When::kThreeClusters:
-                return layout.HasPrimeCluster();
+                return clusters.HasPrime();
             default:  // every device has the newer bus monitors, too
                 return true;
         }

@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 
-#include "base/cluster_layout.h"
+#include "base/cpu_info.h"
 
 namespace tarquel {
 
@@ -15,7 +15,7 @@ class TagOpcodes {
     static constexpr int kLastTag = 133;      // the highest one that has an opcode
     static constexpr uint32_t kNoOpcode = 0;  // no resource of the HAL has it
 
-    explicit TagOpcodes(const ClusterLayout& layout);
+    explicit TagOpcodes(const CpuClusters& clusters);
 
     // The opcode of a tag; none for a tag that cannot be set through the HAL.
     std::optional<uint32_t> Find(int tag) const;

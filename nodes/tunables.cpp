@@ -48,7 +48,7 @@ CPUFREQ& Tunables::RecordOf(LimitTags::Domain domain) {
         case LimitTags::kMiddle:
             return records.big;
         case LimitTags::kLast:
-            return layout.HasPrimeCluster() ? records.prime : records.big;
+            return clusters.HasPrime() ? records.prime : records.big;
         default:
             return records.gpu;
     }
@@ -56,9 +56,9 @@ CPUFREQ& Tunables::RecordOf(LimitTags::Domain domain) {
 
 // What cannot be read stays as it is for a CPU cluster and becomes 0 for the GPU.
 void Tunables::InitDefaultNodeValue() {
-    if (layout.HasPrimeCluster()) GetDefaultCpuFreqValue(layout.cpus.prime, io, records.prime);
-    GetDefaultCpuFreqValue(layout.cpus.big, io, records.big);
-    GetDefaultCpuFreqValue(layout.cpus.little, io, records.little);
+    if (clusters.HasPrime()) GetDefaultCpuFreqValue(clusters.prime, io, records.prime);
+    GetDefaultCpuFreqValue(clusters.big, io, records.big);
+    GetDefaultCpuFreqValue(clusters.little, io, records.little);
     records.gpu.cpuinfoMaxFreq = ReadGpu(io, kGpuMaxClockNode);
     records.gpu.mMaxFreq = ReadGpu(io, kGpuMaxFreqNode);
     records.gpu.defaultMinFreq = HzFromMhz(ReadGpu(io, kGpuMinClockNode));

@@ -2,7 +2,7 @@
 // for each tag, and the frequency limits. What the rooms above share.
 #pragma once
 
-#include "base/cluster_layout.h"
+#include "base/cpu_info.h"
 #include "base/debug_switches.h"
 #include "base/tags.h"
 #include "nodes/freq_records.h"
@@ -13,8 +13,8 @@
 namespace tarquel {
 
 struct Tunables {
-    Tunables(const CpuClusters& clusters, const DebugSwitches& switches)
-        : layout(clusters), io(switches), nodes(layout), opcodes(layout) {}
+    Tunables(const CpuClusters& device, const DebugSwitches& switches)
+        : clusters(device), io(switches), nodes(clusters), opcodes(clusters) {}
 
     // Reads the platform's own limits. Before any limit of ours is applied.
     void InitDefaultNodeValue();
@@ -29,7 +29,7 @@ struct Tunables {
     // The limits of a frequency. Two clusters have no middle one.
     CPUFREQ& RecordOf(LimitTags::Domain domain);
 
-    const ClusterLayout layout;
+    const CpuClusters clusters;
     const NodeIo io;
     NodeTable nodes;
     TagOpcodes opcodes;

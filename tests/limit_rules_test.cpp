@@ -1,7 +1,7 @@
 // The pure rules by which limits are combined and values converted.
 #include <gtest/gtest.h>
 
-#include "base/chain.h"
+#include "base/action_list.h"
 #include "freq/limit_merge.h"
 #include "freq/scene_limits.h"
 #include "locks/perf_service.h"
