@@ -332,6 +332,15 @@ TEST_F(ActionTest, SavedValuesAreClampedToWhatTheHalTakes) {
     EXPECT_EQ(len, 64);
     EXPECT_EQ(list[63], 5);
     EXPECT_EQ(list[64], -7);
+    // No ints at all are a request too.
+    len = 0;
+    duration = 100;
+    save(&Adapter(), *action, nullptr, duration, nullptr, len);
+    EXPECT_EQ(duration, 40);
+    len = 101;
+    save(&Adapter(), *MakeAction(4353, 100, {1, 2}), nullptr, duration, list.data(), len);
+    EXPECT_EQ(len, 2);
+    EXPECT_THAT(Log(kError), IsEmpty());
 }
 
 class InterActionTest : public ActionTest {

@@ -78,6 +78,11 @@ TEST_F(BoostTest, LastIntIsNoPlaceForATaskId) {
     action->taskBoost = 1;
     Adapter().DoAddTaskBoostInfo(*action, "targetPid=9");
     EXPECT_THAT(action->perfList, ElementsAre(0x40C00000, 0x40C80000));
+    // But the first int is one, also without pairs.
+    action->perfList = {0x40C80000, 5, 0x40C80000, 5};
+    action->tagLen = 0;
+    Adapter().DoAddTaskBoostInfo(*action, "targetPid=9");
+    EXPECT_THAT(action->perfList, ElementsAre(0x40C80000, 9, 0x40C80000, 5));
 }
 
 TEST_F(BoostTest, ThermalBoostTakesTheLevelsFrequencies) {

@@ -17,6 +17,20 @@ TEST(BoostWindow, OldestSlotLeavesWhenTimeMovesOn) {
     EXPECT_EQ(window.Sum(), 3);
 }
 
+TEST(BoostWindow, KeepsCountingWhereTimeOrSlotsStandStill) {
+    tarquel::BoostWindow window;
+    for (int i = 1; i <= 3; ++i) {
+        window.Count(1000, 3000, 3);
+        EXPECT_EQ(window.Sum(), i);
+    }
+    // A period shorter than its limit has no width for slots: nothing leaves before its end.
+    tarquel::BoostWindow narrow;
+    for (const int64_t now : {1, 1, 1, 2, 2, 3, 3}) narrow.Count(now, 3, 5);
+    EXPECT_EQ(narrow.Sum(), 7);
+    narrow.Count(4, 3, 5);
+    EXPECT_EQ(narrow.Sum(), 1);
+}
+
 TEST(BoostWindow, FollowsALimitThatChangesAndSurvivesAnyNumber) {
     tarquel::BoostWindow window;
     window.Count(1000, 1000, 10);

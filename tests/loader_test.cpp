@@ -392,6 +392,8 @@ TEST_F(LoaderTest, WhatIsRefusedOrFreedIsGivenBack) {
 TEST_F(LoaderTest, AnActionHasAtMost65536Pairs) {
     std::vector<int> list(2 * 65536, 1);
     EXPECT_EQ(GetLibrary().Copy(*MakeAction(4353, 1, list))->perfList, list);
+    EXPECT_THAT(GetLibrary().Copy(*MakeAction(4353, 1, {}))->perfList, IsEmpty());
+    EXPECT_THAT(Log(kError), IsEmpty());
     list.resize(list.size() + 2);
     EXPECT_THROW(GetLibrary().Copy(*MakeAction(4353, 1, list)), std::length_error);
     EXPECT_THAT(Log(kError), ElementsAre("tarquel: action list is invalid, cmdId is 4353, tagLen "

@@ -61,6 +61,13 @@ TEST_P(ClosedLibraryTest, IsNotKeptOpen) {
     Exported<TarQuelPlat* (*)()>("GetPlat")()->~TarQuelPlat();
     GetPhone().SetHalLibrary(lab::HalLibrary::kAbsent);
     EXPECT_EQ(dlopen("libqti-perfd-client.so", RTLD_NOW | RTLD_NOLOAD), nullptr);
+    // Nor are its functions called any more.
+    Initialize();
+    Forget();
+    Do(*MakeAction(4353, 100, {0x40C00000, 1}));
+    Exported<int (*)(PerfAdapter*, int)>("_ZN15QcomPerfAdapter19CheckPerfLockHandleEi")(&Adapter(),
+                                                                                        1);
+    EXPECT_THAT(HalCalls(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(PerfLock, ClosedLibraryTest,
@@ -94,11 +101,12 @@ TEST_P(LibraryPropertyTest, DecidesWhetherALibraryIsOpened) {
 
 INSTANTIATE_TEST_SUITE_P(
     PerfLock, LibraryPropertyTest,
-    testing::Values(LibraryPropertyCase{nullptr, {"tarquel: property_get() failed!\n"}},
-                    LibraryPropertyCase{"/vendor/lib64/libqti-perfd-client.so", {}},
-                    LibraryPropertyCase{"libnone.so",
-                                        {"tarquel: dlopen() libqti-perfd-client.so failed!\n"}},
-                    // A library that has neither function: both are missed.
-                    LibraryPropertyCase{"libm.so.6",
-                                        {"tarquel: dlsym() perf_lock_acq failed!\n",
-                                         "tarquel: dlsym() perf_lock_rel failed!\n"}}));
+    testing::Values(
+        LibraryPropertyCase{nullptr, {"tarquel: property_get() failed!\n"}},
+        LibraryPropertyCase{"/vendor/lib64/libqti-perfd-client.so", {}},
+        LibraryPropertyCase{"libnone.so", {"tarquel: dlopen() libqti-perfd-client.so failed!\n"}},
+        LibraryPropertyCase{"x", {"tarquel: dlopen() libqti-perfd-client.so failed!\n"}},
+        // A library that has neither function: both are missed.
+        LibraryPropertyCase{"libm.so.6",
+                            {"tarquel: dlsym() perf_lock_acq failed!\n",
+                             "tarquel: dlsym() perf_lock_rel failed!\n"}}));
