@@ -7,21 +7,21 @@
 
 namespace tarquel {
 
-int GroupConfig::DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags,
-                                      const int* configs) {
+void GroupConfig::DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags,
+                                       const int* configs) {
     const int groupKey = tags[0];
     const int duration = configs[0];
-    if (DoGroupPerfRel(groupKey, duration) < 0) return 0;
+    if (!DoGroupPerfRel(groupKey, duration)) return;
     if (tagLen < 2) {
         TARQUEL_LOGE("tarquel: DoGroupPerfSetConfig tags not exist.\n");
-        return -1;
+        return;
     }
     const TagValues group = UpdateGroupTagMap(tagLen, tags, configs);
-    if (group.IsEmpty()) return 0;
+    if (group.IsEmpty()) return;
 
     std::array<int, size_t{2} * kMaxTags> buffer;
     const std::span<int> list(buffer.data(), 2 * group.Size());
-    if (!FillList(group, duration, list)) return -1;
+    if (!FillList(group, duration, list)) return;
 
     TraceSection section(mSwitches);
     section.BeginWithList("DoGroupPerfSetConfig", duration, list);
@@ -40,24 +40,16 @@ int GroupConfig::DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags,
             "perfHandle = %d\n",
             groupKey, duration, len, handle);
     }
-    return 0;
 }
 
-// Releases the group's lock of the kind that `duration` names. -1 when that was all: a cancel.
-int GroupConfig::DoGroupPerfRel(int groupKey, int duration) {
-    if (duration >= 1) {
-        mPerfService.DoHandleMapRelease(mTimedGroupHandleMap, groupKey);
-        return 0;
-    }
-    if (duration == 0) {
-        mPerfService.DoHandleMapRelease(mUntimedGroupHandleMap, groupKey);
-        return 0;
-    }
-    TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
+// Releases the group's lock of the kind that `duration` names. False when that was all: a cancel.
+bool GroupConfig::DoGroupPerfRel(int groupKey, int duration) {
+    TARQUEL_LOGI_IF(duration < 0 && mSwitches.IsVerbose(),
                     "tarquel: DoGroupPerfRel release %d for last duration = 0\n",
                     mUntimedGroupHandleMap[groupKey]);
-    mPerfService.DoHandleMapRelease(mUntimedGroupHandleMap, groupKey);
-    return -1;
+    mPerfService.DoHandleMapRelease(duration >= 1 ? mTimedGroupHandleMap : mUntimedGroupHandleMap,
+                                    groupKey);
+    return duration >= 0;
 }
 
 // The pairs that the group's lock will hold. Of an untimed group the CPU ceilings are applied here,

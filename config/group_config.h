@@ -33,15 +33,13 @@ class GroupConfig {
           mPerfService(perfService),
           mPerfLock(perfLock) {}
 
-    // Replaces the group's lock of the same kind.
+    // Replaces the group's lock of the same kind. A group without tags takes none, and neither does
+    // one with a core-control tag while isolation is off.
     //   configs[0]  ms; 0 holds until replaced or cancelled, negative cancels the untimed lock
-    //   Returns     0, also when the HAL refuses; -1 for a group without tags or with a
-    //   core-control
-    //               tag while isolation is off
-    int DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs);
+    void DoGroupPerfSetConfig(int clientId, int tagLen, const int* tags, const int* configs);
 
   private:
-    int DoGroupPerfRel(int groupKey, int duration);
+    bool DoGroupPerfRel(int groupKey, int duration);
     TagValues UpdateGroupTagMap(int tagLen, const int* tags, const int* configs);
     void ApplyCeiling(int tagLen, const LimitTags& limit, int value);
     bool FillList(const TagValues& group, int duration, std::span<int> list);

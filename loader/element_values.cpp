@@ -27,7 +27,7 @@ bool ReadCpuRange(const std::string& value, CpuRange& cpus) {
 }  // namespace
 
 void QcomPerfLoadXml::StoreHeadValue(RawXmlData& element, std::string_view key, int number,
-                                     int* boostLimitLevel) {
+                                     int& boostLimitLevel) {
     if (key == keys::kOffDelayTime) {
         element.offDelayTime = number;
     } else if (key == keys::kOffDelayPerc) {
@@ -44,7 +44,7 @@ void QcomPerfLoadXml::StoreHeadValue(RawXmlData& element, std::string_view key, 
         const std::array<int, 8> nibbles = tarquel::ParseBoostFreqLevelList(number);
         element.boostLevels.insert(element.boostLevels.end(), nibbles.begin() + 1,
                                    nibbles.begin() + 5);
-        *boostLimitLevel = nibbles[7];
+        boostLimitLevel = nibbles[7];
     }
 }
 

@@ -152,7 +152,7 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
     int duration = 0;
     int boostLimitLevel = -1;
     CodeValues pairs;
-    if (ObtainXmlValue(element, pairs, &duration, &boostLimitLevel) != 0) return nullptr;
+    if (!ObtainXmlValue(element, pairs, duration, boostLimitLevel)) return nullptr;
 
     size_t used = 0;
     for (auto [opcode, value] : pairs) {
@@ -171,9 +171,8 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
                                         static_cast<int>(used / 2), buffer.data());
 }
 
-int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int* duration,
-                                    int* boostLimitLevel) {
-    if (duration == nullptr || boostLimitLevel == nullptr) return -1;
+bool QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int& duration,
+                                     int& boostLimitLevel) {
     const int cmdId = element.cmdId;
     bool namesTags = false;
     const size_t count = PairCount(element);
@@ -193,29 +192,29 @@ int QcomPerfLoadXml::ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int*
             number = place;
         } else if (!keys::IsHeadKey(key)) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is %s", cmdId, key.c_str());
-            return -1;
+            return false;
         }
         if (!IsNumber(value, *number)) {
             TARQUEL_LOGE("tarquel: xml element is invalid, cmdId is %d element is %s", cmdId,
                          key.c_str());
-            return -1;
+            return false;
         }
         if (code != nullptr) continue;
         if (key == keys::kDuration) {
-            *duration = headNumber;
+            duration = headNumber;
             // Counts for the keys behind it: long-term scenes name tags, all others opcodes.
             namesTags = headNumber == 0 && tarquel::IsLongTermScene(cmdId);
         } else {
             StoreHeadValue(element, key, headNumber, boostLimitLevel);
         }
     }
-    return 0;
+    return true;
 }
 
 QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
     if (tarquel::IsNullArgument(&element, "InterRawXmlToAction")) return nullptr;
     std::map<std::string, std::string> pairs;
-    if (ObtainInterXmlValue(element, pairs) != 0) return nullptr;
+    if (!ObtainInterXmlValue(element, pairs)) return nullptr;
     int duration = -1;
     int boostLimitLevel = -1;
     int count = 0;
@@ -235,19 +234,19 @@ QcomAction* QcomPerfLoadXml::InterRawXmlToAction(RawXmlData& element) {
                           std::move(strings));
 }
 
-int QcomPerfLoadXml::ObtainInterXmlValue(RawXmlData& element,
-                                         std::map<std::string, std::string>& pairs) {
+bool QcomPerfLoadXml::ObtainInterXmlValue(RawXmlData& element,
+                                          std::map<std::string, std::string>& pairs) {
     const size_t count = PairCount(element);
     for (size_t i = 0; i < count; ++i) {
         const std::string& key = element.keys[i];
         if (!tarquel::IsInteractiveKey(key)) {
             TARQUEL_LOGE("inter xml is invalid, cmdId is %d element is %s", element.cmdId,
                          key.c_str());
-            return -1;
+            return false;
         }
         if (!pairs.emplace(key, element.values[i]).second) {
             TARQUEL_LOGI("cmdId(%d) multi-tag(%s) exist!", element.cmdId, key.c_str());
         }
     }
-    return 0;
+    return true;
 }

@@ -61,10 +61,12 @@ class QcomPerfLoadXml {
 
     Chain IterActions(RawXmlData& first);
     std::unique_ptr<QcomAction> RawXmlToAction(RawXmlData& element);
-    int ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int* duration, int* boostLimitLevel);
+    // Both are false, with a log line, for an element that makes no action.
+    bool ObtainXmlValue(RawXmlData& element, CodeValues& pairs, int& duration,
+                        int& boostLimitLevel);
+    bool ObtainInterXmlValue(RawXmlData& element, std::map<std::string, std::string>& pairs);
     void StoreHeadValue(RawXmlData& element, std::string_view key, int number,
-                        int* boostLimitLevel);
-    int ObtainInterXmlValue(RawXmlData& element, std::map<std::string, std::string>& pairs);
+                        int& boostLimitLevel);
 
     void ParserCpuInfo(const std::string& key, const std::string& value);
     void ParseFreqLevelInfo(const std::string& key, const std::string& value, int level);

@@ -7,15 +7,15 @@
 
 namespace tarquel {
 
-int PerfService::PerfServiceSetConfig(int tag, int value) {
+void PerfService::PerfServiceSetConfig(int tag, int value) {
     const std::optional<uint32_t> opcode = mTunables.opcodes.Find(tag);
     if (!opcode) {
         TARQUEL_LOGE("tarquel: PerfServiceSetConfig doesn't support this tag[%d]\n", tag);
-        return -1;
+        return;
     }
     if (IsIsolationTag(tag) && mTunables.clusters.isolation == 0) {
         TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: isolation switch is off.\n");
-        return -1;
+        return;
     }
     const int halValue = ToHalValue(tag, value);
     TraceSection section(mSwitches);
@@ -26,7 +26,6 @@ int PerfService::PerfServiceSetConfig(int tag, int value) {
     }
     section.Begin();
     Replace(tag, *opcode, halValue);
-    return 0;
 }
 
 void PerfService::Replace(int tag, uint32_t opcode, int value) {

@@ -27,9 +27,8 @@ class PerfService {
         : mSwitches(switches), mTunables(tunables), mPerfLock(perfLock) {}
 
     // Replaces the tag's lock by one for `value` that lasts until it is replaced; -1 only releases.
-    //   Returns  0, also when the HAL refuses; -1, changing nothing, for a tag without opcode or a
-    //            core-control tag while isolation is off
-    int PerfServiceSetConfig(int tag, int value);
+    // A tag without opcode, or a core-control tag while isolation is off, changes nothing.
+    void PerfServiceSetConfig(int tag, int value);
 
     // Releases the lock that `handleMap` records for `key`, if it holds one, and records 0.
     void DoHandleMapRelease(std::map<int, int>& handleMap, int key) {
