@@ -10,7 +10,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -94,35 +93,6 @@ TEST_F(ActionTest, RegularEventIsAlwaysCachedAndItsEndCommandReleasesIt) {
                 ElementsAre("acq 0 500ms 0x40C00000=1 -> 1", "acq 1 500ms 0x40C00000=1 -> 1",
                             "rel 1 -> 0", "acq 0 200ms 0x40C00000=2 -> 2"));
 }
-
-struct SelectionCase {
-    const char* what;
-    int state;
-    int stateMask;
-    int skip;
-    int duration;
-    bool runs;
-};
-
-class ActionSelectionTest : public ActionTest, public testing::WithParamInterface<SelectionCase> {};
-
-TEST_P(ActionSelectionTest, DecidesWhetherAnActionRuns) {
-    const SelectionCase& c = GetParam();
-    Adapter().SetState(c.state);
-    const auto action = MakeAction(4353, c.duration, {0x40C00000, 1});
-    action->stateMask = c.stateMask;
-    action->skip = static_cast<uint8_t>(c.skip);
-    EXPECT_EQ(Do(*action), 0);
-    EXPECT_EQ(!HalCalls().empty(), c.runs) << c.what;
-}
-
-INSTANTIATE_TEST_SUITE_P(Action, ActionSelectionTest,
-                         testing::Values(SelectionCase{"no mask", 0, 0, 0, 10, true},
-                                         SelectionCase{"negative mask", 0, INT_MIN, 0, 10, true},
-                                         SelectionCase{"mask misses the state", 3, 4, 0, 10, false},
-                                         SelectionCase{"mask shares a bit", 6, 4, 0, 10, true},
-                                         SelectionCase{"skip", 0, 0, 1, 10, false},
-                                         SelectionCase{"negative duration", 0, 0, 0, -1, false}));
 
 struct FailureCase {
     const char* what;
@@ -228,30 +198,6 @@ TEST_F(ActionTest, ScenesRunThemselvesAtMostAThousandTimes) {
     }
 }
 
-TEST_F(ActionTest, OnDemandDurationReplacesTheConfiguredOne) {
-    Adapter().SetDebug(true);
-    GetPhone().SetOnDemandDuration(4353, 700);
-    Do(*MakeAction(4353, 100, {0x40C00000, 1}));
-    Do(*MakeAction(13267, 100, {0x40C00000, 1}));
-    EXPECT_THAT(HalCalls(),
-                ElementsAre("acq 0 700ms 0x40C00000=1 -> 1", "acq 0 100ms 0x40C00000=1 -> 2"));
-    EXPECT_THAT(
-        Log(kInfo),
-        ElementsAre("tarquel: cmdId = 4353, onDemandDuration = 700\n",
-                    "tarquel: PerfLockAcq cmdId = 4353, oldHandle = 0, updateHandle = 1, tagLen = "
-                    "1, duration = 700\n",
-                    "tarquel: DoAction ret = 0, cmdId = 4353, payloadNum = 0\n"));
-}
-
-TEST_F(ActionTest, LowTemperatureDisablesEveryAcquisition) {
-    Limit(2, {{57, 4}});
-    Forget();
-    Adapter().SetDebug(true);
-    EXPECT_EQ(Do(*MakeAction(4353, 100, {0x40C00000, 1})), 0);
-    EXPECT_THAT(HalCalls(), IsEmpty());
-    EXPECT_THAT(Log(kInfo), Contains("tarquel: PerfServiceAcq disable boost---low temperature!\n"));
-}
-
 TEST_F(ActionTest, LongTermSceneGoesToTheFrequencyManager) {
     EXPECT_EQ(Scene(12288, {{7, 1804800}}, kOn), 0);
     EXPECT_THAT(HalCalls(), ElementsAre("acq 0 0ms 0x40804200=1804 -> 1"));
@@ -260,48 +206,6 @@ TEST_F(ActionTest, LongTermSceneGoesToTheFrequencyManager) {
     EXPECT_EQ(HalCalls().back(), "acq 0 100ms 0x40C00000=1 -> 2");
 }
 
-struct SceneRefusalCase {
-    const char* what;
-    std::vector<int> pairs;
-    std::vector<int> payload;
-    std::string error;
-};
-
-class SceneRefusalTest : public ActionTest, public testing::WithParamInterface<SceneRefusalCase> {};
-
-TEST_P(SceneRefusalTest, RefusedSceneChangesNothing) {
-    const SceneRefusalCase& c = GetParam();
-    const auto action = MakeAction(12288, 0, c.pairs);
-    EXPECT_EQ(
-        Adapter().DoAction(*action, static_cast<unsigned>(c.payload.size()), c.payload.data()), -1)
-        << c.what;
-    EXPECT_THAT(Log(kError), Contains(c.error)) << c.what;
-    EXPECT_THAT(HalCalls(), IsEmpty()) << c.what;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Action, SceneRefusalTest,
-    testing::Values(SceneRefusalCase{"no payload",
-                                     {7, 1804800},
-                                     {},
-                                     "tarquel: invalid special scene parameters, cmdId is 12288\n"},
-                    SceneRefusalCase{"neither on nor off",
-                                     {7, 1804800},
-                                     {1},
-                                     "tarquel: invalid special scene parameters, cmdId is 12288\n"},
-                    SceneRefusalCase{"negative value",
-                                     {1, 1171200, 7, -1},
-                                     {0},
-                                     "tarquel: invalid parameters, cmdId is 12288\n"},
-                    SceneRefusalCase{"more pairs than a scene holds",
-                                     std::vector<int>(2 * 135, 7),
-                                     {0},
-                                     "tarquel: invalid parameters, cmdId is 12288\n"},
-                    SceneRefusalCase{"no tag of a limit",
-                                     {5, 1804800},
-                                     {0},
-                                     "tarquel: invalid tag 5, cmdId is 12288"}));
-
 TEST_F(ActionTest, SceneThatRunsItselfAgainIsCutShort) {
     EXPECT_EQ(Scene(12288, {{7, 1804800}, {12, 1}}, kOn), -1);
     EXPECT_THAT(Log(kError), Contains("tarquel: DoOnOffAction dead loop, cmdId is 12288\n"));
@@ -309,11 +213,6 @@ TEST_F(ActionTest, SceneThatRunsItselfAgainIsCutShort) {
     Forget();
     EXPECT_EQ(Scene(12288, {{7, 1804800}}, kOff), 0);
     EXPECT_THAT(Log(kError), IsEmpty());
-}
-
-TEST_F(ActionTest, SceneWithoutPairsDoesNothing) {
-    EXPECT_EQ(Scene(12288, {}, kOn), 0);
-    EXPECT_THAT(HalCalls(), IsEmpty());
 }
 
 TEST_F(ActionTest, SavedValuesAreClampedToWhatTheHalTakes) {

@@ -5,12 +5,9 @@
 
 #include "tests/support/plugin_test.h"
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -110,58 +107,6 @@ TEST_F(ArbitrationTest, ManyScenesThatEndedCostAndChangeNothing) {
     EXPECT_EQ(PrimeCeiling(), 2400);
 }
 
-struct RequestCase {
-    const char* what;
-    int clientId;
-    std::vector<std::pair<int, int>> tagValues;
-    int result;
-    std::string error;  // empty: none
-};
-
-class RequestTest : public ArbitrationTest, public testing::WithParamInterface<RequestCase> {};
-
-TEST_P(RequestTest, ReachesTheHalOrIsRefusedWhole) {
-    const RequestCase& c = GetParam();
-    EXPECT_EQ(Limit(c.clientId, c.tagValues), c.result) << c.what;
-    EXPECT_THAT(HalCalls(), IsEmpty()) << c.what;
-    if (!c.error.empty()) {
-        EXPECT_THAT(Log(kError), Contains(c.error)) << c.what;
-    } else {
-        EXPECT_THAT(Log(kError), IsEmpty()) << c.what;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Arbitration, RequestTest,
-    testing::Values(
-        RequestCase{"nobody", 0, {{1, 1171200}}, 0, ""},
-        RequestCase{"scene without an event", 12288, {{1, 1171200}}, -1, ""},
-        RequestCase{"negative client", -3, {{1, 1171200}}, -1, ""},
-        RequestCase{"ends of int", INT_MIN, {{INT_MAX, INT_MIN}}, -1, ""},
-        RequestCase{"negative value behind a good one",
-                    1,
-                    {{7, 2054400}, {1, -1}},
-                    -1,
-                    "tarquel: invalid config value(-1)"},
-        RequestCase{"no tags", 1, {}, 0, ""},
-        RequestCase{"camera without tags",
-                    4,
-                    {},
-                    -1,
-                    "tarquel: DoPerfSetConfig invalid request, clientId is 4, tagLen is 0\n"},
-        RequestCase{"group without tags",
-                    1,
-                    {{98, 0}},
-                    0,
-                    "tarquel: DoGroupPerfSetConfig tags not exist.\n"},
-        RequestCase{"tag without opcode",
-                    1,
-                    {{2, 5}},
-                    0,
-                    "tarquel: PerfServiceSetConfig doesn't support this tag[2]\n"},
-        RequestCase{
-            "zero for a plain tag", 1, {{40, 0}}, 0, "tarquel: tag = 40, configVal is 0\n"}));
-
 TEST_F(ArbitrationTest, MalformedRequestsAreRefused) {
     const int one = 1;
     std::vector<std::pair<int, int>> longest(1024, {97, 1});
@@ -192,31 +137,4 @@ TEST_F(ArbitrationTest, ThermalRequestKeepsTheCeilingsThatItLeavesOut) {
     EXPECT_THAT(NodeWrites(),
                 ElementsAre("/sys/devices/system/cpu/cpu0/cpufreq/scaling_max_freq=1075200",
                             "/sys/devices/system/cpu/cpu7/cpufreq/scaling_max_freq=2054400"));
-}
-
-TEST_F(ArbitrationTest, DumpShowsWhatWasAskedForAndNotWhatWasGranted) {
-    Limit(kEapa, {{kPrimeMax, 2054400}});
-    Limit(kPower, {{kPrimeMax, 2400000}, {40, 45}});
-    EXPECT_EQ(GetLibrary().DumpFreqList(),
-              "PG set freq is:\n"
-              "tag=little cpu max,        value=-1\n"
-              "tag=middle cpu max,        value=-1\n"
-              "tag=big cpu max,           value=2400000\n"
-              "tag=gpu max,               value=-1\n"
-              "tag=ipa switch temp,       value=45\n"
-              "tag=ipa sustainable power, value=-1\n"
-              "TC set freq is:\n"
-              "tag=little cpu max,        value=-1\n"
-              "tag=middle cpu max,        value=-1\n"
-              "tag=big cpu max,           value=-1\n"
-              "tag=gpu max,               value=-1\n"
-              "tag=ipa switch temp,       value=-1\n"
-              "tag=ipa sustainable power, value=-1\n"
-              "EAPA set freq is:\n"
-              "tag=little cpu max,        value=-1\n"
-              "tag=middle cpu max,        value=-1\n"
-              "tag=big cpu max,           value=2054400\n"
-              "tag=gpu max,               value=-1\n"
-              "tag=ipa switch temp,       value=-1\n"
-              "tag=ipa sustainable power, value=-1\n");
 }

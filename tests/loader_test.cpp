@@ -8,7 +8,6 @@
 #include "tests/support/plugin_test.h"
 
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -93,40 +92,6 @@ TEST_F(LoaderTest, NumbersOfAnyLengthHaveDigitsAtEveryPlace) {
     }
 }
 
-TEST_F(LoaderTest, HeaderGoesToTheHeadAndAttributesToEachAction) {
-    Command command(4353);
-    command.Head().headValue0 = 10;
-    command.Head().headValue1 = 20;
-    command.Head().headValue2 = 30;
-    command.Element("first", {{"duration_ms", "100"}, {"sched_boost", "1"}});
-    command.Last().stateMask = 4;
-    command.Last().skip = 1;
-    command.Element("second", {{"duration_ms", "50"},
-                               {"off_delay_time", "20"},
-                               {"off_delay_perc", "0"},
-                               {"boost_limit_level", "19088743"}});  // 0x01234567
-    command.Last().taskBoost = 1;
-    const auto head = ParseOne(command);
-    ASSERT_NE(head, nullptr);
-    EXPECT_EQ(head->headValue0, 10);
-    EXPECT_EQ(head->headValue2, 30);
-    EXPECT_EQ(head->stateMask, 4);
-    EXPECT_EQ(head->skip, 1);
-    EXPECT_TRUE(head->hasOffDelay);
-    EXPECT_EQ(head->offDelayTime, 0);
-
-    const Action* second = head->next;
-    ASSERT_NE(second, nullptr);
-    EXPECT_EQ(second->next, nullptr);
-    EXPECT_EQ(second->headValue0, -1);
-    EXPECT_EQ(second->taskBoost, 1);
-    EXPECT_EQ(second->offDelayTime, 20);
-    EXPECT_FALSE(second->hasOffDelay);
-    EXPECT_THAT(second->boostLevels, ElementsAre(1, 2, 3, 4));
-    EXPECT_EQ(second->boostLimitLevel, 7);
-    EXPECT_EQ(second->tagLen, 0);
-}
-
 struct RefusalCase {
     const char* what;
     int cmdId;
@@ -184,24 +149,6 @@ INSTANTIATE_TEST_SUITE_P(
                     {{"duration_ms", "0"}, {"gpu_max_freq", "3"}},
                     {"tarquel: xml is invalid, cmdId is 12288 element is gpu_max_freq"}}));
 
-struct FrequencyCase {
-    const char* khz;
-    int mhz;
-};
-
-class LoaderFrequencyTest : public LoaderTest, public testing::WithParamInterface<FrequencyCase> {};
-
-TEST_P(LoaderFrequencyTest, IsDividedToMhz) {
-    const auto action = ParseOne(4353, {{"big_cpu0_max_freq", GetParam().khz}});
-    ASSERT_NE(action, nullptr);
-    EXPECT_THAT(action->perfList, ElementsAre(0x40804000, GetParam().mhz));
-    EXPECT_EQ(action->duration, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Loader, LoaderFrequencyTest,
-                         testing::Values(FrequencyCase{"1000", 1}, FrequencyCase{"1999", 1},
-                                         FrequencyCase{"65534999", 65534}));
-
 TEST_F(LoaderTest, ThirtySixthPairIsCutAndNotRefused) {
     // The 36 lowest opcodes of the sm range, listed in descending order.
     const std::vector<std::string> keys{
@@ -237,104 +184,6 @@ TEST_F(LoaderTest, FirstOfTwoValuesForOneOpcodeWins) {
                 ElementsAre("tarquel: multi-duration exist! we choose the first value(1804800, 0)",
                             "tarquel: multi-duration exist! we choose the first value(5, 6)"));
 }
-
-struct TagCase {
-    const char* device;
-    const char* key;
-    int tag;  // -1: refused
-};
-
-class LoaderTagTest : public LoaderTest, public testing::WithParamInterface<TagCase> {};
-
-TEST_P(LoaderTagTest, LongTermSceneNamesTagsOfTheClusterLayout) {
-    const TagCase& c = GetParam();
-    Command clusters(1);
-    clusters.Element("qcom_cpu_info", {{"big_cpu_num", "4-6"}, {"lit_cpu_num", "0-3"}});
-    if (std::string(c.device) == "three clusters") {
-        clusters.Last().keys.push_back("prime_cpu_num");
-        clusters.Last().values.push_back("7-7");
-    }
-    Command scene(13568);
-    scene.Element("scene", {{"duration_ms", "0"}, {c.key, "1804800"}});
-    Command boost(13569);
-    boost.Element("boost", {{"duration_ms", "0"}, {c.key, "1804800"}});
-    const auto chains = Parse({&clusters, &scene, &boost});
-    if (c.tag < 0) {
-        EXPECT_EQ(chains.count(13568), 0u);
-    } else {
-        EXPECT_THAT(chains.at(13568)->perfList, ElementsAre(c.tag, 1804800));
-    }
-    // One command further on, the same key is an opcode.
-    EXPECT_GT(chains.at(13569)->perfList[0], 0x40000000);
-}
-
-INSTANTIATE_TEST_SUITE_P(Loader, LoaderTagTest,
-                         testing::Values(TagCase{"two clusters", "big_cpu0_max_freq", 7},
-                                         TagCase{"three clusters", "big_cpu0_max_freq", 4},
-                                         TagCase{"two clusters", "prime_cpu0_min_freq", -1},
-                                         TagCase{"three clusters", "prime_cpu0_min_freq", 6},
-                                         TagCase{"three clusters", "gpu_max_freq", 10}));
-
-TEST_F(LoaderTest, DurationAffectsTheKeysBehindIt) {
-    Command clusters(1);
-    clusters.Element("qcom_cpu_info", {{"prime_cpu_num", "7-7"}});
-    Command scene(12288);
-    scene.Element("scene", {{"gpu_min_freq", "1"},
-                            {"duration_ms", "0"},
-                            {"gpu_max_freq", "2"},
-                            {"duration_ms", "9"},
-                            {"sched_boost", "3"}});
-    const auto chains = Parse({&clusters, &scene});
-    EXPECT_THAT(chains.at(12288)->perfList, ElementsAre(10, 2, 0x40C00000, 3, 0x4280C000, 1));
-    EXPECT_EQ(chains.at(12288)->duration, 9);
-}
-
-TEST_F(LoaderTest, AnnouncedRangeIsLoggedOncePerElement) {
-    Command first(4225);
-    first.Element("boost", {{"duration_ms", "1"}}).Element("boost", {{"duration_ms", "1"}});
-    Command last(4352);
-    last.Element("boost", {{"duration_ms", "1"}});
-    Command beyond(4353);
-    beyond.Element("boost", {{"duration_ms", "1"}});
-    Parse({&first, &last, &beyond});
-    EXPECT_THAT(Log(kInfo), ElementsAre("tarquel: cmdId 4225 is between 4225 ~ 4352\n",
-                                        "tarquel: cmdId 4225 is between 4225 ~ 4352\n",
-                                        "tarquel: cmdId 4352 is between 4225 ~ 4352\n"));
-}
-
-struct DescriptionCase {
-    const char* element;
-    Pairs pairs;
-    std::vector<std::string> errors;
-};
-
-class LoaderDescriptionTest : public LoaderTest,
-                              public testing::WithParamInterface<DescriptionCase> {};
-
-TEST_P(LoaderDescriptionTest, BadValueIsLoggedAndMakesNoAction) {
-    Command command(1);
-    command.Element(GetParam().element, GetParam().pairs);
-    EXPECT_THAT(Parse({&command}), IsEmpty());
-    EXPECT_EQ(Log(kError), GetParam().errors);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Loader, LoaderDescriptionTest,
-    testing::Values(
-        DescriptionCase{
-            "qcom_cpu_info",
-            {{"prime_cpu_num", "7"}, {"big_cpu_num", "x"}, {"isolation", "abc"}},
-            {"tarquel: get cpu node info failed!, 1", "tarquel: get cpu node info failed!, 0",
-             "tarquel: get cpu isolation info failed!, 0"}},
-        DescriptionCase{"qcom_cpu_info", {{"hmp", "1"}, {"lit_cpu_num", "3-0"}}, {}},
-        DescriptionCase{"qcom_cpu_info", {{"isolation", ""}}, {"tarquel: ParserCpuInfo failed!"}},
-        DescriptionCase{"freq_level_info3",
-                        {{"big_cpu0_max_freq", ""}},
-                        {"tarquel: ParseFreqLevelInfo failed!"}},
-        DescriptionCase{"freq_level_info10",
-                        {{"big_cpu0_max_freq", "1"}},
-                        {"tarquel: ParseFreqLevelInfo failed! level 10 is not 0 to 9, element is "
-                         "big_cpu0_max_freq"}}));
 
 TEST_F(LoaderTest, LevelElementWithoutANumberThrows) {
     Command boost(1);
@@ -410,26 +259,4 @@ TEST_F(LoaderTest, MalformedRecordsAreSurvived) {
     EXPECT_EQ(ParseOne(cycle), nullptr);
 
     EXPECT_NE(ParseOne(4355, {{"sched_boost", std::string(100000, '1')}}), nullptr);
-}
-
-TEST_F(LoaderTest, InteractiveElementKeepsItsStringsInKeyOrder) {
-    RawXmlData element;
-    element.cmdId = 4353;
-    element.name = "inter";
-    element.keys = {"hispeed_freq_l", "duration_ms", "above_hispeed_delay_b", "hispeed_freq_l"};
-    element.values = {"1000", "70", "20 30", "2000"};
-    const auto action = GetLibrary().ParseInteractive(element);
-    ASSERT_NE(action, nullptr);
-    EXPECT_EQ(action->duration, 70);
-    EXPECT_EQ(action->boostLimitLevel, -1);
-    EXPECT_EQ(action->tagLen, 2);
-    EXPECT_THAT(static_cast<QcomAction&>(*action).interList,
-                ElementsAre("above_hispeed_delay_b", "20 30", "hispeed_freq_l", "1000"));
-    EXPECT_THAT(Log(kInfo), ElementsAre("cmdId(4353) multi-tag(hispeed_freq_l) exist!"));
-
-    element.keys.push_back("sched_boost");
-    element.values.push_back("1");
-    EXPECT_EQ(GetLibrary().ParseInteractive(element), nullptr);
-    EXPECT_THAT(Log(kError),
-                ElementsAre("inter xml is invalid, cmdId is 4353 element is sched_boost"));
 }

@@ -27,36 +27,6 @@ class NodeTest : public PluginTest {
     }
 };
 
-struct QueryCase {
-    const char* device;
-    int tag;
-    int value;
-    bool isError;
-};
-
-class QueryTest : public NodeTest, public testing::WithParamInterface<QueryCase> {};
-
-TEST_P(QueryTest, ReadsTheTagsNode) {
-    Boot(GetParam().device);
-    EXPECT_EQ(Get(GetParam().tag), GetParam().value);
-    EXPECT_EQ(!Log(kError).empty(), GetParam().isError);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Node, QueryTest,
-    testing::Values(
-        QueryCase{"sm8450", 1, 1785600, false}, QueryCase{"sm8450", 4, 2496000, false},
-        QueryCase{"sm8450", 7, 2995200, false}, QueryCase{"sm8450", 47, 806400, false},
-        QueryCase{"sm8450", 10, 818000000, false}, QueryCase{"sm8450", 50, 818000000, false},
-        QueryCase{"sm8450", 123, 0, false},
-        // Tags that can be set but not read, and tags that nothing stands for.
-        QueryCase{"sm8450", 105, kUntouched, true}, QueryCase{"sm8450", 61, kUntouched, true},
-        QueryCase{"sm8450", 57, kUntouched, true}, QueryCase{"sm8450", INT_MIN, kUntouched, true},
-        // Two clusters: the second is the last one, the middle one is not there, which
-        // is no error. The device lacks the bus folder of tag 81.
-        QueryCase{"sm4450", 7, 2208000, false}, QueryCase{"sm4450", 4, kUntouched, false},
-        QueryCase{"sm4450", 81, kUntouched, true}));
-
 TEST_F(NodeTest, NextCpuOfTheClusterServesWhenTheFirstIsGone) {
     Boot();
     GetPhone().GetKernel().Remove(kCpu + "0/cpufreq/scaling_max_freq");

@@ -45,9 +45,9 @@ int Option(const Words& words, const std::string& key, int other) {
 // The numbers of "7" or "4..7".
 std::vector<int> Range(const std::string& text) {
     const size_t dots = text.find("..");
-    std::vector<int> numbers;
-    const int last = Number(dots == std::string::npos ? text : text.substr(dots + 2));
-    for (int number = Number(text); number <= last; ++number) numbers.push_back(number);
+    std::vector<int> numbers{Number(text)};
+    const int last = dots == std::string::npos ? numbers[0] : Number(text.substr(dots + 2));
+    while (numbers.back() < last) numbers.push_back(numbers.back() + 1);
     return numbers;
 }
 
