@@ -83,6 +83,9 @@ TEST_F(BoostTest, LastIntIsNoPlaceForATaskId) {
     action->tagLen = 0;
     Adapter().DoAddTaskBoostInfo(*action, "targetPid=9");
     EXPECT_THAT(action->perfList, ElementsAre(0x40C80000, 9, 0x40C80000, 5));
+    action->perfList = {1, 0x40C80000, 5};
+    Adapter().DoAddTaskBoostInfo(*action, "targetPid=9");
+    EXPECT_THAT(action->perfList, ElementsAre(1, 0x40C80000, 5));
 }
 
 TEST_F(BoostTest, ThermalBoostTakesTheLevelsFrequencies) {

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "loader/name_index.h"
 #include "loader/vocabulary_table.h"
 
 using namespace tarquel;
@@ -72,6 +73,14 @@ TEST(Vocabulary, NothingIsFoundUnderANameThatDiffersInOneCharacter) {
         expectNone(name.substr(1));
         expectNone(name.substr(0, name.size() - 1));
     }
+}
+
+TEST(Vocabulary, HashSpreadsTheNamesOverTheSlots) {
+    // Over 1024 slots, as the index has them: a name that shares one costs a second look. Chance
+    // alone would give 217.
+    std::set<uint64_t> slots;
+    for (const auto& [name, opcode] : Listed()) slots.insert(name_index::Hash(name) >> 54);
+    EXPECT_GE(slots.size(), 225u);
 }
 
 TEST(Vocabulary, KeysComeIntoForceAndGo) {

@@ -45,7 +45,8 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept 
     Phone* const phone = Phone::Current();
     if (phone == nullptr) return real(clock, notification, id);
     if (phone->GetFaults().TimerFailsToCreate()) return Fail(EAGAIN);
-    if (PosixTimers* const timers = phone->VirtualTimers()) return timers->Create(clock, notification, id);
+    if (PosixTimers* const timers = phone->VirtualTimers())
+        return timers->Create(clock, notification, id);
     const bool isThread = notification != nullptr && notification->sigev_notify == SIGEV_THREAD;
     const int result =
         isThread ? lab::CreateRealTimer(clock, *notification, id) : real(clock, notification, id);

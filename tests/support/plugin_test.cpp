@@ -60,6 +60,10 @@ void PluginTest::TearDown() {
         for (size_t i = 0; i < lock.list.size(); i += 2) opcodes.push_back(lock.list[i]);
         EXPECT_TRUE(endless.insert(opcodes).second) << "lock " << lock.handle << " has a double";
     }
+    // What loaders told the process goes with the platform, also where no adapter was built.
+    if (mLibrary != nullptr && mAdapter == nullptr) {
+        Exported<TarQuelPlat* (*)()>("GetPlat")()->~TarQuelPlat();
+    }
 }
 
 void PluginTest::Forget() {
