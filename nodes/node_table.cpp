@@ -52,8 +52,6 @@ const NodePaths* NodeTable::Find(int tag) const {
 }
 
 const NodePaths& NodeTable::Get(int tag) {
-    static constexpr NodePaths kNoPaths;
-    if (tag < 0 || tag >= kTags) return kNoPaths;
     Entry& entry = mCpuNodeMap[static_cast<size_t>(tag)];
     entry.isHeld = true;
     return entry.paths;

@@ -21,8 +21,8 @@ class NodeTable {
     // The paths of a tag that the table holds, or null. Threads: any.
     const NodePaths* Find(int tag) const;
 
-    // The paths of a tag. One that the table does not hold is entered with no path at all: reads
-    // and writes of it do nothing, and Find finds it from then on. Threads: any.
+    // The paths of a tag from 0 to 127. One that the table does not hold is entered with no path at
+    // all: reads and writes of it do nothing, and Find finds it from then on. Threads: any.
     const NodePaths& Get(int tag);
 
   private:
