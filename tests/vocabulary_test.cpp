@@ -75,14 +75,6 @@ TEST(Vocabulary, NothingIsFoundUnderANameThatDiffersInOneCharacter) {
     }
 }
 
-TEST(Vocabulary, HashSpreadsTheNamesOverTheSlots) {
-    // Over 1024 slots, as the index has them: a name that shares one costs a second look. Chance
-    // alone would give 217.
-    std::set<uint64_t> slots;
-    for (const auto& [name, opcode] : Listed()) slots.insert(name_index::Hash(name) >> 54);
-    EXPECT_GE(slots.size(), 225u);
-}
-
 TEST(Vocabulary, KeysComeIntoForceAndGo) {
     Vocabulary vocabulary;
     EXPECT_EQ(vocabulary.FindOpcode("sched_boost"), nullptr);
