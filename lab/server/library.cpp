@@ -125,11 +125,12 @@ ActionChain Library::Copy(const Action& first) const {
     ActionChain copy;
     Action** end = nullptr;
     for (const Action* action = &first; action; action = action->next) {
-        void* storage = ::operator new(sizeof(QcomAction));
+        using Free = void (*)(void*);
+        std::unique_ptr<void, Free> storage(::operator new(sizeof(QcomAction)), ::operator delete);
         std::vector<int> pairs = action->perfList;
-        construct(storage, action->cmdId, action->name, action->duration, action->boostLimitLevel,
-                  static_cast<int>(pairs.size() / 2), pairs.data());
-        auto* made = static_cast<QcomAction*>(storage);
+        construct(storage.get(), action->cmdId, action->name, action->duration,
+                  action->boostLimitLevel, static_cast<int>(pairs.size() / 2), pairs.data());
+        auto* made = static_cast<QcomAction*>(storage.release());
         made->tagLen = action->tagLen;
         made->headValue0 = action->headValue0;
         made->headValue1 = action->headValue1;
