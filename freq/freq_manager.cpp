@@ -57,9 +57,9 @@ int QcomFreqManager::DoClientConfig(int clientId, std::span<const int> tags, con
         }
         newConfigs[i] = configs[i];
         if (isCacheable && IsConfigTag(tag)) {
-            const int merged = GetNewConfig(clientId, tag, configs[i]);
+            const int merged = LimitMerge(GetMinTagConfigs(clientId, tag), configs[i]);
             mClientMergedMap.Set(tag, merged);
-            newConfigs[i] = GetConfigWithSceneEvent(merged, tag);
+            newConfigs[i] = LimitMerge(GetSceneConfig(tag), merged);
             if (clientId == kClientTemp) SetThermalConfig(tag, newConfigs[i]);
         }
         const int at = static_cast<int>(i);
@@ -94,16 +94,8 @@ int QcomFreqManager::GetMinTagConfigs(int clientId, int tag) const {
     return smallest;
 }
 
-int QcomFreqManager::GetNewConfig(int clientId, int tag, int value) const {
-    return LimitMerge(GetMinTagConfigs(clientId, tag), value);
-}
-
 int QcomFreqManager::GetSceneConfig(int tag) {
     return IsCeilingTag(tag) ? mSceneFreqMap.At(tag).Smallest() : 0;
-}
-
-int QcomFreqManager::GetConfigWithSceneEvent(int value, int tag) {
-    return LimitMerge(GetSceneConfig(tag), value);
 }
 
 void QcomFreqManager::GetLastFreqLimitStrategy() {

@@ -64,9 +64,7 @@ class QcomFreqManager {
     int DoPerfEventConfig(int cmdId, std::span<const int> tags, const int* configs, int event);
 
     int GetMinTagConfigs(int clientId, int tag) const;
-    int GetNewConfig(int clientId, int tag, int value) const;
     int GetSceneConfig(int tag);
-    int GetConfigWithSceneEvent(int value, int tag);
     int GetMaxFreqFromMap(int cmdId, int event, int tag, int config);
     int GetMinFreqFromMap(int cmdId, int event, int tag, int config);
 

@@ -12,6 +12,7 @@
 #include "loader/boost_info.h"
 #include "loader/configuration.h"
 #include "loader/element_keys.h"
+#include "loader/vocabulary_table.h"
 #include "tarquel/plat.h"
 #include "tarquel/securec.h"
 
@@ -43,13 +44,6 @@ size_t PairCount(const RawXmlData& element) {
 extern "C" QcomPerfLoadXml* CreateTarQuelLoadXml() {
     return new QcomPerfLoadXml;
 }
-
-QcomPerfLoadXml::QcomPerfLoadXml() {
-    mVocabulary.OpcodeMapInit();
-    mVocabulary.OpcodeSetInit();
-}
-
-QcomPerfLoadXml::~QcomPerfLoadXml() = default;
 
 void QcomPerfLoadXml::ChainDeleter::operator()(Action* head) const {
     while (head != nullptr) {
@@ -160,7 +154,7 @@ std::unique_ptr<QcomAction> QcomPerfLoadXml::RawXmlToAction(RawXmlData& element)
             TARQUEL_LOGE("tarquel: xml is invalid, too many elements");
             break;
         }
-        if (mVocabulary.IsFrequencyOpcode(opcode)) {
+        if (tarquel::IsFrequencyOpcode(opcode)) {
             if (value < kMinKhz || value > kMaxKhz) return nullptr;
             value /= kKhzPerMhz;
         }

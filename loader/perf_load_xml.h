@@ -23,8 +23,8 @@
 
 class QcomPerfLoadXml {
   public:
-    QcomPerfLoadXml();
-    virtual ~QcomPerfLoadXml();
+    QcomPerfLoadXml() = default;
+    virtual ~QcomPerfLoadXml() = default;
 
     // Builds the chains of all commands, in ascending order of their keys; a head without a next
     // element is skipped. "qcom_cpu_info" and "freq_level_info<N>" elements fill process-wide

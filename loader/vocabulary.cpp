@@ -33,11 +33,6 @@ void Vocabulary::TarquelOpcodeMapInit(bool hasPrimeCluster) {
     mTagLayout = hasPrimeCluster ? TagLayout::kThreeClusters : TagLayout::kTwoClusters;
 }
 
-void Vocabulary::Clear() {
-    mOpcodesInForce = false;
-    mFrequenciesInForce = false;
-}
-
 const int32_t* Vocabulary::FindOpcode(std::string_view key) const {
     return mOpcodesInForce ? kOpcodeIndex.Find(key) : nullptr;
 }
@@ -49,11 +44,6 @@ const int32_t* Vocabulary::FindTag(std::string_view key) const {
     const int32_t* tag =
         mTagLayout == TagLayout::kThreeClusters ? &row->tagThreeClusters : &row->tagTwoClusters;
     return *tag == kNoTag ? nullptr : tag;
-}
-
-bool Vocabulary::IsFrequencyOpcode(int32_t opcode) const {
-    return mFrequenciesInForce && std::find(kFrequencyOpcodes.begin(), kFrequencyOpcodes.end(),
-                                            opcode) != kFrequencyOpcodes.end();
 }
 
 bool IsInteractiveKey(std::string_view key) {

@@ -301,6 +301,11 @@ inline constexpr auto kFrequencyOpcodes = std::to_array<int32_t>({
     0x40804200,  // prime cluster, maximum
 });
 
+constexpr bool IsFrequencyOpcode(int32_t opcode) {
+    return std::find(kFrequencyOpcodes.begin(), kFrequencyOpcodes.end(), opcode) !=
+           kFrequencyOpcodes.end();
+}
+
 // The only keys that an interactive-governor element may have; "_l" is the little cluster, "_b" the
 // big one.
 inline constexpr auto kInteractiveKeys = std::to_array<std::string_view>({

@@ -61,13 +61,11 @@ void PerfLockClient::InitPerfLock() {
     }
 }
 
-int PerfLockClient::CleanUp() {
+void PerfLockClient::CleanUp() {
     sAcquire = nullptr;
     sRelease = nullptr;
-    if (sLibrary == nullptr) return 0;
-    const int result = dlclose(sLibrary);
+    if (sLibrary != nullptr) dlclose(sLibrary);
     sLibrary = nullptr;
-    return result;
 }
 
 int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
@@ -92,7 +90,7 @@ int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
     return result;
 }
 
-int PerfLockClient::PerfLockRel(int handle) {
+void PerfLockClient::PerfLockRel(int handle) {
     std::lock_guard lock(sMutex);
     if (sRelease == nullptr) InitPerfLock();
     TraceSection section(mSwitches);
@@ -100,7 +98,7 @@ int PerfLockClient::PerfLockRel(int handle) {
         TARQUEL_LOGE("tarQuel: PerfLockRel snprintf_s error\n");
     }
     section.Begin();
-    return sRelease != nullptr ? sRelease(handle) : 0;
+    if (sRelease != nullptr) sRelease(handle);
 }
 
 int PerfLockClient::CheckPerfLockHandle(int handle) {

@@ -22,9 +22,8 @@ class PerfLockClient {
     // whole process. Called with Mutex() held.
     static void InitPerfLock();
 
-    // Forgets both functions and closes the library. Returns dlclose's result, 0 when none is open.
-    // Called with Mutex() held.
-    static int CleanUp();
+    // Forgets both functions and closes the library, if it is open. Called with Mutex() held.
+    static void CleanUp();
 
     // Acquires or renews a lock.
     //   handle    0 for a new lock, a held handle to renew it
@@ -35,8 +34,8 @@ class PerfLockClient {
     //   missing
     int PerfLockAcq(int handle, int duration, int* list, int len);
 
-    // Releases a lock. Returns the HAL's result, 0 when it is not there. Threads as PerfLockAcq.
-    int PerfLockRel(int handle);
+    // Releases a lock. Threads as PerfLockAcq.
+    void PerfLockRel(int handle);
 
     // Releases `handle` and returns 0; a handle of 0 or -1 holds nothing and is returned as it is.
     int CheckPerfLockHandle(int handle);

@@ -9,7 +9,6 @@
 #include <set>
 #include <string>
 
-#include "loader/name_index.h"
 #include "loader/vocabulary_table.h"
 
 using namespace tarquel;
@@ -34,28 +33,21 @@ const std::map<std::string, int32_t>& Listed() {
     return listed;
 }
 
-Vocabulary InForce() {
-    Vocabulary vocabulary;
-    vocabulary.OpcodeMapInit();
-    vocabulary.OpcodeSetInit();
-    return vocabulary;
-}
-
 }  // namespace
 
 TEST(Vocabulary, EveryKeyIsFoundUnderItsOpcode) {
-    const Vocabulary vocabulary = InForce();
+    const Vocabulary vocabulary;
     const std::set<int> kFrequencies{0x40800000, 0x40800100, 0x40800200,
                                      0x40804000, 0x40804100, 0x40804200};
     EXPECT_EQ(Listed().size(), kOpcodeNames.size());
     for (const auto& [name, opcode] : Listed()) {
         EXPECT_EQ(Value(vocabulary.FindOpcode(name)), opcode) << name;
-        EXPECT_EQ(vocabulary.IsFrequencyOpcode(opcode), kFrequencies.count(opcode) == 1) << name;
+        EXPECT_EQ(IsFrequencyOpcode(opcode), kFrequencies.count(opcode) == 1) << name;
     }
 }
 
 TEST(Vocabulary, NothingIsFoundUnderANameThatDiffersInOneCharacter) {
-    const Vocabulary vocabulary = InForce();
+    const Vocabulary vocabulary;
     const auto expectNone = [&vocabulary](const std::string& name) {
         if (Listed().count(name) != 0) return;
         EXPECT_EQ(vocabulary.FindOpcode(name), nullptr) << name;
@@ -77,16 +69,10 @@ TEST(Vocabulary, NothingIsFoundUnderANameThatDiffersInOneCharacter) {
 
 TEST(Vocabulary, KeysComeIntoForceAndGo) {
     Vocabulary vocabulary;
-    EXPECT_EQ(vocabulary.FindOpcode("sched_boost"), nullptr);
-    EXPECT_FALSE(vocabulary.IsFrequencyOpcode(0x40804200));
-    EXPECT_EQ(vocabulary.FindTag("gpu_max_freq"), nullptr);
-
-    vocabulary = InForce();
     EXPECT_EQ(vocabulary.FindTag("gpu_max_freq"), nullptr);
     vocabulary.TarquelOpcodeMapInit(true);
     vocabulary.Clear();
     EXPECT_EQ(vocabulary.FindOpcode("sched_boost"), nullptr);
-    EXPECT_FALSE(vocabulary.IsFrequencyOpcode(0x40804200));
     EXPECT_EQ(Value(vocabulary.FindTag("gpu_max_freq")), 10);
 }
 

@@ -175,7 +175,8 @@ VocabularyList ListVocabulary() {
     for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
         const Unit lockUnit = ResourceOf(row.opcode, Layout::kThreeClusters).unit;
         list.tunables.push_back({row.name, row.opcode, OtherBusOpcode(row), FamilyOf(row.opcode),
-                                 IsFrequencyOpcode(row.opcode) ? Unit::kKhz : lockUnit, lockUnit});
+                                 tarquel::IsFrequencyOpcode(row.opcode) ? Unit::kKhz : lockUnit,
+                                 lockUnit});
     }
     list.element.assign(kElementKeys.begin(), kElementKeys.end());
     list.cpuInfo.assign(kCpuInfoKeys.begin(), kCpuInfoKeys.end());

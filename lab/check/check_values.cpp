@@ -22,11 +22,6 @@ constexpr int kKhzPerMhz = 1000;
 constexpr int kHighestKhz = 65534999;
 constexpr int64_t kHzPerMhz = 1'000'000;
 
-bool IsFrequencyOpcode(int code) {
-    const auto& opcodes = tarquel::kFrequencyOpcodes;
-    return std::find(opcodes.begin(), opcodes.end(), code) != opcodes.end();
-}
-
 bool IsFloorName(const std::string& name) {
     return name.find("min_freq") != std::string::npos;
 }
@@ -105,7 +100,7 @@ void CheckFrequency(RuleContext& context, const ElementMeaning& element, const K
     if (!table) return;
     Frequency frequency{&element, pair.key, *pair.number, "kHz", IsFloorName(pair.key->name), {}};
     if (drive.unit == Drive::Unit::kGpuMhz) frequency.unit = "MHz";
-    if (IsFrequencyOpcode(pair.code)) {
+    if (tarquel::IsFrequencyOpcode(pair.code)) {
         // What the loader refuses for its number CheckRefusals tells.
         if (*pair.number < kKhzPerMhz || *pair.number > kHighestKhz) return;
         frequency.becomes = ToNodeUnit(drive, *pair.number / kKhzPerMhz, context.device);
@@ -174,7 +169,7 @@ std::vector<NodeAccess> TryLock(Phone& phone, const std::vector<const KeyMeaning
     for (const KeyMeaning* pair : pairs) {
         const int value = *pair->number;
         list.push_back(pair->code);
-        list.push_back(IsFrequencyOpcode(pair->code) ? value / kKhzPerMhz : value);
+        list.push_back(tarquel::IsFrequencyOpcode(pair->code) ? value / kKhzPerMhz : value);
     }
     phone.Events().Clear();
     const int handle = phone.Hal().Acquire(0, 0, list.data(), static_cast<int>(list.size()));

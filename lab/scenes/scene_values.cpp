@@ -15,14 +15,9 @@ std::optional<int> FindKeyOpcode(const std::string& key) {
     return std::nullopt;
 }
 
-bool IsFrequencyOpcode(int opcode) {
-    return std::find(tarquel::kFrequencyOpcodes.begin(), tarquel::kFrequencyOpcodes.end(),
-                     opcode) != tarquel::kFrequencyOpcodes.end();
-}
-
 int HalValueOfKey(int opcode, const std::string& value) {
     const int number = std::atoi(value.c_str());
-    return IsFrequencyOpcode(opcode) ? number / 1000 : number;
+    return tarquel::IsFrequencyOpcode(opcode) ? number / 1000 : number;
 }
 
 std::optional<int> FindNumber(const SceneElement& element, std::string_view key) {

@@ -12,9 +12,6 @@ namespace lab {
 // The opcode of a tunable's key; nothing for a key that names none.
 std::optional<int> FindKeyOpcode(const std::string& key);
 
-// True for an opcode whose values are kHz in scene files and MHz in locks.
-bool IsFrequencyOpcode(int opcode);
-
 // A tunable's value as its lock gets it.
 int HalValueOfKey(int opcode, const std::string& value);
 
