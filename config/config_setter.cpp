@@ -47,7 +47,7 @@ bool ConfigSetter::Resolve(int tag, int& value) {
     }
     if (IsPassThrough(tag)) return true;
     const LimitTags* const limit = FindLimitTags(tag);
-    if (limit != nullptr && mRules.IsMissing(*limit)) {
+    if (limit != nullptr && !mRules.Has(*limit)) {
         value = 0;
     } else if (limit != nullptr) {
         value = tag == limit->floor ? mRules.UpdateMinCpuFreq(value, *limit)

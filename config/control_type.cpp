@@ -13,7 +13,7 @@ constexpr int kJankId = 361;
 
 }  // namespace
 
-int ControlType::SetControlType(int type) {
+void ControlType::SetControlType(int type) {
     const int unchanged = mControl.mEnableBoost;
     switch (type) {
         case 0:
@@ -43,7 +43,6 @@ int ControlType::SetControlType(int type) {
     TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: SetControlType config %d, mEnableBoost %d\n",
                     type, enableBoost);
     __zqlog_jank_print(kJankPriority, kJankId, "#EB:%d#PBP:%d", enableBoost, mControl.mPerf.load());
-    return 0;
 }
 
 void ControlType::Enter(int perf, int thermal, int enableBoost) {
@@ -60,9 +59,8 @@ void ControlType::ReleaseThermal(int enableBoost) {
 }
 
 void ControlType::WriteDefaultCeilings() {
-    for (size_t i = 0; i < kCpuDomains; ++i) {
-        const LimitTags& limit = kLimitTags[i];
-        if (limit.domain == LimitTags::kMiddle && !mTunables.clusters.HasPrime()) continue;
+    for (const LimitTags& limit : kLimitTags) {
+        if (limit.domain == LimitTags::kGpu || !mTunables.Has(limit)) continue;
         const auto turn = mScaling.TakeTurn(limit.ceiling);
         mTunables.Write(limit.ceiling, mTunables.RecordOf(limit.domain).cpuinfoMaxFreq);
     }

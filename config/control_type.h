@@ -19,9 +19,16 @@ class ControlType {
           mScaling(scaling),
           mTimer(timer) {}
 
-    // Enters a control type; 1, 3 and whatever is not 0 to 10 change nothing. Every type is logged
-    // and leaves a jank record. Always 0.
-    int SetControlType(int type);
+    // Enters a control type. Every type is logged and leaves a jank record.
+    //
+    //   type   mPerf  mThermal  mEnableBoost  breakthrough
+    //   0      1      0         1             goes on; the hardware's maxima are written to the
+    //   nodes 2, 9   0      -1        as it was     ends 4, 10  0      -1        0             ends
+    //   5      1      1         as it was     goes on
+    //   6-8    0      2-4       as it was     goes on
+    //
+    // Any other type changes nothing.
+    void SetControlType(int type);
 
   private:
     void Enter(int perf, int thermal, int enableBoost);

@@ -38,10 +38,7 @@ class FreqRules {
     // tag without a node is logged.
     void WriteUnlessOwned(int tag, int value, Mark mark);
 
-    // True for a limit that this device does not have: two clusters have no middle one.
-    bool IsMissing(const LimitTags& limit) const {
-        return limit.domain == LimitTags::kMiddle && !mTunables.clusters.HasPrime();
-    }
+    bool Has(const LimitTags& limit) const { return mTunables.Has(limit); }
 
   private:
     const DebugSwitches& mSwitches;

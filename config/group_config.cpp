@@ -60,7 +60,7 @@ TagValues GroupConfig::UpdateGroupTagMap(int tagLen, const int* tags, const int*
     for (int i = 1; i < tagLen; ++i) {
         if (isTimed || !IsCpuCeilingTag(tags[i])) {
             *group.Enter(tags[i]).first = configs[i];
-        } else if (const LimitTags& limit = *FindLimitTags(tags[i]); !mRules.IsMissing(limit)) {
+        } else if (const LimitTags& limit = *FindLimitTags(tags[i]); mTunables.Has(limit)) {
             ApplyCeiling(tagLen, limit, configs[i]);
         }
     }

@@ -1,4 +1,5 @@
-// Lets one request through at a time, and what must not meet a request in between them.
+// Lets one thread at a time through, and runs what must not meet it in between, which waits for
+// nobody.
 #pragma once
 
 #include <atomic>

@@ -26,7 +26,12 @@ struct Tunables {
     // The same, and true, if the table holds the tag.
     bool WriteIfHeld(int tag, int value) const;
 
-    // The limits of a frequency. Two clusters have no middle one.
+    // False for the middle cluster of a device that has two.
+    bool Has(const LimitTags& limit) const {
+        return limit.domain != LimitTags::kMiddle || clusters.HasPrime();
+    }
+
+    // The limits of a frequency that the device has.
     CPUFREQ& RecordOf(LimitTags::Domain domain);
 
     const CpuClusters clusters;
