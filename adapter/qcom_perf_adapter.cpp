@@ -7,6 +7,7 @@
 #include "base/cpu_info.h"
 #include "base/log.h"
 #include "base/null_argument.h"
+#include "config/timer_fence.h"
 #include "tarquel/plat.h"
 #include "tarquel/properties.h"
 
@@ -20,13 +21,13 @@ QcomPerfAdapter::QcomPerfAdapter()
     }
     mTunables.InitDefaultNodeValue();
     CheckDebugVersion();
-    mTimerFence.Open();
+    timer_fence::Open(this);
     mTimer.CreateTimer(&TimerCallback, this);
 }
 
 QcomPerfAdapter::~QcomPerfAdapter() {
     // From here on the timer finds no adapter; a callback under way ends first.
-    mTimerFence.Close();
+    timer_fence::Close();
     std::lock_guard lock(PerfLockClient::Mutex());
     PerfLockClient::CleanUp();
     mTimer.DeleteTimer();
@@ -38,8 +39,8 @@ void QcomPerfAdapter::TimerCallback(sigval value) {
         TARQUEL_LOGE("tarquel TimerCallback Failed");
         return;
     }
-    TimerFence::Run(value.sival_ptr,
-                    [](void* owner) { static_cast<QcomPerfAdapter*>(owner)->mTimer.Expire(); });
+    timer_fence::Run(value.sival_ptr,
+                     [](void* owner) { static_cast<QcomPerfAdapter*>(owner)->mTimer.Expire(); });
 }
 
 // A release build ("1" or "6") writes only what SetDebug asks for.

@@ -30,7 +30,6 @@
 #include "config/group_config.h"
 #include "config/queries.h"
 #include "config/scaling_writeback.h"
-#include "config/timer_fence.h"
 #include "freq/freq_manager.h"
 #include "freq/limit_sink.h"
 #include "locks/handle_cache.h"
@@ -94,7 +93,6 @@ class QcomPerfAdapter : public PerfAdapter, public tarquel::LimitSink {
 
     tarquel::ScalingWriteback mScaling{mTunables, mControl, *mFreqManager};
     tarquel::BreakthroughTimer mTimer{mSwitches, mControl, mScaling, *mFreqManager};
-    tarquel::TimerFence mTimerFence{this};
     tarquel::ControlType mControlType{mSwitches, mControl, mTunables, mScaling, mTimer};
     tarquel::FreqRules mRules{mSwitches, mControl, mTunables, mScaling, mPerfService};
     tarquel::GroupConfig mGroup{mSwitches, mControl, mTunables, mRules, mPerfService, mPerfLock};

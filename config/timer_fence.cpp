@@ -1,42 +1,43 @@
 #include "config/timer_fence.h"
 
-namespace tarquel {
+#include <pthread.h>
 
-pthread_mutex_t TimerFence::sMutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t TimerFence::sJobEnded = PTHREAD_COND_INITIALIZER;
-TimerFence* TimerFence::sFirst = nullptr;
+namespace tarquel::timer_fence {
 
-void TimerFence::Open() {
+namespace {
+
+// Plain memory, which serves while the process exits, too.
+pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards what follows
+pthread_cond_t sJobEnded = PTHREAD_COND_INITIALIZER;
+void* sOwner = nullptr;
+int sJobs = 0;  // that have begun and not ended
+
+}  // namespace
+
+void Open(void* owner) {
     pthread_mutex_lock(&sMutex);
-    mNext = sFirst;
-    sFirst = this;
+    sOwner = owner;
     pthread_mutex_unlock(&sMutex);
 }
 
-void TimerFence::Close() {
+void Close() {
     pthread_mutex_lock(&sMutex);
-    for (TimerFence** at = &sFirst; *at != nullptr; at = &(*at)->mNext) {
-        if (*at != this) continue;
-        *at = mNext;
-        break;
-    }
-    while (mJobs > 0) pthread_cond_wait(&sJobEnded, &sMutex);
+    sOwner = nullptr;
+    while (sJobs > 0) pthread_cond_wait(&sJobEnded, &sMutex);
     pthread_mutex_unlock(&sMutex);
 }
 
-void TimerFence::Run(void* owner, void (*job)(void* owner)) {
+void Run(void* owner, void (*job)(void* owner)) {
     pthread_mutex_lock(&sMutex);
-    TimerFence* fence = sFirst;
-    while (fence != nullptr && fence->mOwner != owner) fence = fence->mNext;
-    if (fence != nullptr) {
-        ++fence->mJobs;
-        pthread_mutex_unlock(&sMutex);
-        job(owner);
-        pthread_mutex_lock(&sMutex);
-        --fence->mJobs;
-        pthread_cond_broadcast(&sJobEnded);
-    }
+    const bool isOpen = owner == sOwner;
+    if (isOpen) ++sJobs;
+    pthread_mutex_unlock(&sMutex);
+    if (!isOpen) return;
+    job(owner);
+    pthread_mutex_lock(&sMutex);
+    --sJobs;
+    pthread_cond_broadcast(&sJobEnded);
     pthread_mutex_unlock(&sMutex);
 }
 
-}  // namespace tarquel
+}  // namespace tarquel::timer_fence
