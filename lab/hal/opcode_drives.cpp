@@ -149,8 +149,12 @@ std::vector<int> TagsOf(uint32_t opcode, const DeviceProfile& profile) {
 }
 
 const CpuCluster* ClusterOfPath(const std::string& path, const DeviceProfile& profile) {
+    std::string_view rest = path;
+    if (!rest.starts_with(tarquel::kCpuPrefix)) return nullptr;
+    rest.remove_prefix(std::string_view(tarquel::kCpuPrefix).size());
+    const std::string_view number = rest.substr(0, rest.find('/'));
     for (const CpuCluster& cluster : profile.clusters) {
-        if (path.starts_with(CpuPath(cluster, "/"))) return &cluster;
+        if (number == std::to_string(cluster.firstCpu)) return &cluster;
     }
     return nullptr;
 }

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "lab/hal/opcode_drives.h"
@@ -16,17 +17,18 @@ namespace lab {
 
 namespace {
 
-// A node, and the way in which the HAL writes it: locks that share both compete.
-using ResourceKey = std::pair<std::string, Kernel::Writer>;
+// A node, and the way in which the HAL writes it: locks that share both compete. The name is that
+// of a drive, which stays as long as the HAL does.
+using ResourceKey = std::pair<std::string_view, Kernel::Writer>;
 
 struct Resource {
-    Drive drive;
+    const Drive* drive = nullptr;
     std::vector<PerfHal::Claim> claims;  // oldest first
     std::optional<std::string> written;  // what the HAL has in the node now
     bool isAsWritten = true;             // the node took it without clamping or refusing
 };
 
-std::string FolderOf(const std::string& path) {
+std::string_view FolderOf(std::string_view path) {
     return path.substr(0, path.rfind('/'));
 }
 
@@ -36,8 +38,8 @@ const PerfHal::Claim* WinnerOf(const Resource& resource, std::optional<size_t> e
     for (const PerfHal::Claim& claim : resource.claims) {
         if (claim.entry != entry) continue;
         const bool isBetter = winner == nullptr ||
-                              resource.drive.winner == Drive::Winner::kNewest ||
-                              (resource.drive.winner == Drive::Winner::kHighest
+                              resource.drive->winner == Drive::Winner::kNewest ||
+                              (resource.drive->winner == Drive::Winner::kHighest
                                    ? claim.nodeValue > winner->nodeValue
                                    : claim.nodeValue < winner->nodeValue);
         if (isBetter) winner = &claim;
@@ -107,11 +109,11 @@ class PerfHal::Locks {
         std::lock_guard<std::mutex> guard(mMutex);
         std::vector<Claim> found;
         for (const auto& [key, resource] : mResources) {
-            if (key.first != path && !mKernel.IsSameNode(key.first, path)) continue;
+            if (key.first != path && !mKernel.IsSameNode(resource.drive->path, path)) continue;
             for (const Claim& claim : resource.claims) {
                 found.push_back(claim);
                 found.back().wins =
-                    !IsLifted(resource.drive) && WinnerOf(resource, claim.entry) == &claim;
+                    !IsLifted(*resource.drive) && WinnerOf(resource, claim.entry) == &claim;
             }
         }
         return found;
@@ -188,7 +190,7 @@ class PerfHal::Locks {
                 if (!mKernel.Has(drive.path)) continue;
                 named.emplace_back(drive.path, drive.writer);
                 Resource& resource = mResources[named.back()];
-                resource.drive = drive;
+                resource.drive = &drive;
                 resource.claims.push_back({lock.handle, opcode, value,
                                            ToNodeUnit(drive, value, mKernel.Profile()), drive.entry,
                                            drive.writer == Kernel::Writer::kHalInPlace, false});
@@ -203,7 +205,7 @@ class PerfHal::Locks {
         std::vector<ResourceKey> changed;
         for (size_t i = lock.list.size(); i >= 2; i -= 2) {
             for (const Drive& drive : Drives(lock.list[i - 2])) {
-                const auto found = mResources.find({drive.path, drive.writer});
+                const auto found = mResources.find(ResourceKey(drive.path, drive.writer));
                 if (found == mResources.end()) continue;
                 const size_t dropped = std::erase_if(
                     found->second.claims,
@@ -220,23 +222,23 @@ class PerfHal::Locks {
         if (drive.writer != Kernel::Writer::kHal || drive.winner != Drive::Winner::kLowest) {
             return false;
         }
-        const auto lifting = mResources.find({drive.path, Kernel::Writer::kHalInPlace});
+        const auto lifting = mResources.find(ResourceKey(drive.path, Kernel::Writer::kHalInPlace));
         return lifting != mResources.end() && !lifting->second.claims.empty();
     }
 
     // What the HAL wants in the node; none when it wants nothing there.
     std::optional<std::string> WantedIn(const Resource& resource) const {
-        if (resource.claims.empty() || IsLifted(resource.drive)) return std::nullopt;
-        if (resource.drive.entry) return WantedVector(resource);
+        if (resource.claims.empty() || IsLifted(*resource.drive)) return std::nullopt;
+        if (resource.drive->entry) return WantedVector(resource);
         const int64_t value = WinnerOf(resource, std::nullopt)->nodeValue;
         // A count can be raised by a lock and lowered again; any other value has no undoing.
-        if (resource.drive.isCounted && value <= 0) return std::nullopt;
+        if (resource.drive->isCounted && value <= 0) return std::nullopt;
         return std::to_string(value);
     }
 
     // Numbers that no lock claims stay the program's.
     std::string WantedVector(const Resource& resource) const {
-        std::istringstream present(mKernel.ProgramValue(resource.drive.path));
+        std::istringstream present(mKernel.ProgramValue(resource.drive->path));
         std::string text;
         for (size_t entry = 0; entry + 1 < mKernel.Profile().clusters.size(); ++entry) {
             int64_t number = 0;
@@ -265,7 +267,7 @@ class PerfHal::Locks {
 
     void Apply(const std::vector<ResourceKey>& named) {
         const std::vector<ResourceKey> changed = WithCeilings(named);
-        std::set<std::string> folders;
+        std::set<std::string_view> folders;
         for (const ResourceKey& key : changed) {
             Resource& resource = mResources.at(key);
             const std::optional<std::string> wanted = WantedIn(resource);
@@ -275,15 +277,15 @@ class PerfHal::Locks {
         }
         // A neighbour that was clamped or refused may fit now.
         for (auto& [key, resource] : mResources) {
-            const bool isChanged = std::find(changed.begin(), changed.end(), key) != changed.end();
-            if (isChanged || resource.isAsWritten || !resource.written) continue;
+            if (resource.isAsWritten || !resource.written) continue;
+            if (std::find(changed.begin(), changed.end(), key) != changed.end()) continue;
             if (folders.contains(FolderOf(key.first))) Put(resource, WantedIn(resource));
         }
         std::erase_if(mResources, [](const auto& item) { return item.second.claims.empty(); });
     }
 
     void Put(Resource& resource, const std::optional<std::string>& wanted) {
-        const Drive& drive = resource.drive;
+        const Drive& drive = *resource.drive;
         if (drive.isCounted) {
             if (resource.written) mKernel.Write(drive.path, "-" + *resource.written, drive.writer);
             if (wanted) mKernel.Write(drive.path, *wanted, drive.writer);

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 
 #include "lab/phone/events.h"
 #include "lab/phone/node_rules.h"
@@ -57,6 +58,10 @@ class Kernel::Tree {
   private:
     friend class Kernel;
 
+    struct Entry;
+    using Entries = std::map<std::string, std::shared_ptr<Entry>>;
+    using Neighbours = std::vector<const Entries::value_type*>;
+
     // A node and what has been laid over it. Its file is that of its first name; the other names
     // are links to it.
     struct Entry {
@@ -72,8 +77,8 @@ class Kernel::Tree {
     };
 
     Entry* Find(const std::string& path) const {
-        const auto found = mEntries.find(path);
-        return found == mEntries.end() ? nullptr : found->second.get();
+        const auto found = mByName.find(path);
+        return found == mByName.end() ? nullptr : found->second;
     }
 
     void Add(NamedNode named) {
@@ -87,7 +92,9 @@ class Kernel::Tree {
                 std::filesystem::create_symlink(mFolder + entry->names.front(), file);
             }
             mEntries[name] = entry;
+            mByName[name] = entry.get();
         }
+        mBeside.clear();
         UpdateFile(*entry);
     }
 
@@ -100,7 +107,9 @@ class Kernel::Tree {
             std::error_code ignored;
             std::filesystem::remove(mFolder + name, ignored);
             mEntries.erase(name);
+            mByName.erase(name);
         }
+        mBeside.clear();
     }
 
     // Replaces the file in one step, so that a reader sees the old or the new text.
@@ -114,25 +123,35 @@ class Kernel::Tree {
         if (!error) entry.onDisk = text;
     }
 
-    // The other nodes of a limit's folder, with what they show: a write to one end shows in them.
-    std::vector<NodeValue> Beside(const Entry& entry) const {
-        std::vector<NodeValue> beside;
-        if (entry.node->HalRequest() == nullptr) return beside;
+    // The other nodes of a limit's folder: a write to one end shows in them.
+    const Neighbours& Beside(Entry& entry) {
+        const auto [found, isNew] = mBeside.try_emplace(&entry);
+        Neighbours& beside = found->second;
+        if (!isNew || entry.node->HalRequest() == nullptr) return beside;
         const std::string folder = FolderOf(entry.names.front()) + "/";
         for (auto next = mEntries.lower_bound(folder);
              next != mEntries.end() && next->first.starts_with(folder); ++next) {
-            if (next->second.get() == &entry) continue;
-            beside.push_back({next->first, next->second->Shown()});
+            if (next->second.get() != &entry) beside.push_back(&*next);
         }
         return beside;
     }
 
-    // What `before` shows otherwise by now.
-    std::vector<NodeValue> ChangedSince(const std::vector<NodeValue>& before) const {
+    std::vector<std::string> ShownBeside(Entry& entry) {
+        const Neighbours& beside = Beside(entry);
+        std::vector<std::string> shown;
+        shown.reserve(beside.size());
+        for (const auto* neighbour : beside) shown.push_back(neighbour->second->Shown());
+        return shown;
+    }
+
+    // What they show otherwise than `before`.
+    std::vector<NodeValue> ChangedBeside(Entry& entry, const std::vector<std::string>& before) {
         std::vector<NodeValue> changed;
-        for (const NodeValue& node : before) {
-            std::string now = Find(node.path)->Shown();
-            if (now != node.value) changed.push_back({node.path, std::move(now)});
+        const Neighbours& beside = Beside(entry);
+        for (size_t i = 0; i < before.size(); ++i) {
+            const auto& [path, neighbour] = *beside[i];
+            std::string now = neighbour->Shown();
+            if (now != before[i]) changed.push_back({path, std::move(now)});
         }
         return changed;
     }
@@ -175,7 +194,9 @@ class Kernel::Tree {
     const std::string mFolder;
 
     mutable std::mutex mMutex;  // guards what follows
-    std::map<std::string, std::shared_ptr<Entry>> mEntries;
+    Entries mEntries;
+    std::unordered_map<std::string, Entry*> mByName;       // the same, found sooner
+    std::unordered_map<const Entry*, Neighbours> mBeside;  // found once, until nodes come or go
 };
 
 Kernel::Kernel(const DeviceProfile& profile, Recorder& recorder)
@@ -263,11 +284,11 @@ int Kernel::Write(const std::string& path, const std::string& text, Writer write
         return ENOENT;
     }
     const std::string before = entry->Shown();
-    const std::vector<NodeValue> beside = mTree->Beside(*entry);
+    const std::vector<std::string> beside = mTree->ShownBeside(*entry);
     const int error = mTree->Store(*entry, text, writer);
     if (error == 0) entry->forced.reset();
     mTree->Record(NodeAccess::Kind::kWrite, path, text, before, entry->Shown(), error, byHal,
-                  mTree->ChangedSince(beside));
+                  mTree->ChangedBeside(*entry, beside));
     return error;
 }
 
@@ -276,7 +297,7 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
     Tree::Entry* const entry = mTree->Find(path);
     if (entry == nullptr) return;
     const std::string before = entry->Shown();
-    const std::vector<NodeValue> beside = mTree->Beside(*entry);
+    const std::vector<std::string> beside = mTree->ShownBeside(*entry);
     std::optional<int64_t>* const halRequest =
         writer == Writer::kHal ? entry->node->HalRequest() : nullptr;
     std::string requested;
@@ -291,7 +312,7 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
     }
     entry->forced.reset();
     mTree->Record(NodeAccess::Kind::kWrite, path, requested, before, entry->Shown(), 0, true,
-                  mTree->ChangedSince(beside));
+                  mTree->ChangedBeside(*entry, beside));
 }
 
 void Kernel::Force(const std::string& path, const std::string& text) {

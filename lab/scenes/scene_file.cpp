@@ -87,7 +87,7 @@ RawXmlData& SceneFile::NewRecord(const SceneCommand& command, const SceneElement
 }
 
 std::map<int, RawXmlData*> SceneFile::Heads() {
-    std::map<int, RawXmlData*> heads;
+    if (!mHeads.empty()) return mHeads;
     for (const SceneCommand& command : mCommands) {
         if (command.interactive) continue;
         auto head = std::make_unique<RawXmlData>();
@@ -96,7 +96,7 @@ std::map<int, RawXmlData*> SceneFile::Heads() {
         head->headValue1 = command.headers[1];
         head->headValue2 = command.headers[2];
         head->name = command.name;
-        heads[command.id] = head.get();
+        mHeads[command.id] = head.get();
         RawXmlData* last = head.get();
         mRecords.push_back(std::move(head));
         for (const SceneElement& element : command.elements) {
@@ -104,7 +104,7 @@ std::map<int, RawXmlData*> SceneFile::Heads() {
             last = last->next;
         }
     }
-    return heads;
+    return mHeads;
 }
 
 RawXmlData& SceneFile::InteractiveRecord(const SceneCommand& command) {

@@ -69,7 +69,8 @@ class SceneFile {
     Layout ClusterLayout() const;
 
     // The records as the plug-in's loader takes them: for each command that is not interactive its
-    // head, whose `next` is the first element. They belong to this object.
+    // head, whose `next` is the first element. They belong to this object; every call gives the
+    // same.
     std::map<int, RawXmlData*> Heads();
 
     // The record of an interactive command's element. It belongs to this object.
@@ -81,6 +82,7 @@ class SceneFile {
     std::string mFile;
     std::vector<SceneCommand> mCommands;
     std::vector<std::unique_ptr<RawXmlData>> mRecords;
+    std::map<int, RawXmlData*> mHeads;
 };
 
 }  // namespace lab
