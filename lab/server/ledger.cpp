@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
@@ -49,12 +50,15 @@ Ledger::Ledger(const DeviceProfile& device, Layout layout, const Kernel& kernel)
     : mDevice(device), mLayout(layout), mKernel(kernel) {
     mRequests[0] = RequestFacts{};
     mRequests[0].text = "the start";
+    AtBoot atBoot;
     for (const std::string& path : kernel.Paths()) {
-        if (!IsUnwatched(path)) mBoot[path] = kernel.Value(path);
+        if (!IsUnwatched(path)) atBoot.values[path] = kernel.Value(path);
     }
     for (int tag = 0; tag <= kHighestTag; ++tag) {
-        for (const std::string& path : TagNodes(tag, device)) mTagsOfNode[path].push_back(tag);
+        for (const std::string& path : TagNodes(tag, device))
+            atBoot.tagsOfNode[path].push_back(tag);
     }
+    mAtBoot = std::make_shared<const AtBoot>(std::move(atBoot));
 }
 
 void Ledger::Announce(RequestFacts facts) {
@@ -62,32 +66,38 @@ void Ledger::Announce(RequestFacts facts) {
 }
 
 void Ledger::Arrange(const std::string& path, const std::optional<std::string>& value) {
+    const auto changed = std::make_shared<AtBoot>(*mAtBoot);
+    mAtBoot = changed;
     if (!value) {
-        mBoot.erase(path);
+        changed->values.erase(path);
         return;
     }
-    for (auto& [known, boot] : mBoot) {
+    for (auto& [known, boot] : changed->values) {
         if (mKernel.IsSameNode(known, path)) boot = *value;
     }
-    if (!IsUnwatched(path)) mBoot[path] = *value;
+    if (!IsUnwatched(path)) changed->values[path] = *value;
 }
 
 void Ledger::Observe(const Event& event) {
-    if (std::holds_alternative<RequestBegin>(event.what)) {
-        BeginRequest();
-    } else if (std::holds_alternative<RequestEnd>(event.what)) {
-        EndRequest();
-    } else if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
-        OnAcquire(*acquire, event.at);
-    } else if (const auto* release = std::get_if<LockRelease>(&event.what)) {
-        Forget(release->handle);
-    } else if (const auto* expire = std::get_if<LockExpire>(&event.what)) {
-        Forget(expire->handle);
-    } else if (const auto* access = std::get_if<NodeAccess>(&event.what)) {
-        if (access->kind == NodeAccess::Kind::kWrite && access->error == 0) {
-            mWrites[access->path] = {mRequest, access->byHal};
-        }
-    }
+    std::visit(
+        [&](const auto& what) {
+            using Kind = std::decay_t<decltype(what)>;
+            if constexpr (std::is_same_v<Kind, RequestBegin>) {
+                BeginRequest();
+            } else if constexpr (std::is_same_v<Kind, RequestEnd>) {
+                EndRequest();
+            } else if constexpr (std::is_same_v<Kind, LockAcquire>) {
+                OnAcquire(what, event.at);
+            } else if constexpr (std::is_same_v<Kind, LockRelease> ||
+                                 std::is_same_v<Kind, LockExpire>) {
+                Forget(what.handle);
+            } else if constexpr (std::is_same_v<Kind, NodeAccess>) {
+                if (what.kind == NodeAccess::Kind::kWrite && what.error == 0) {
+                    mWrites[what.path] = {mRequest, what.byHal};
+                }
+            }
+        },
+        event.what);
 }
 
 void Ledger::Forget(int handle) {
@@ -282,8 +292,8 @@ std::optional<int> Ledger::Bound(int tag) const {
 
 std::optional<int> Ledger::BootValue(int tag) const {
     for (const std::string& path : TagNodes(tag, mDevice)) {
-        const auto boot = mBoot.find(path);
-        if (boot == mBoot.end()) continue;
+        const auto boot = mAtBoot->values.find(path);
+        if (boot == mAtBoot->values.end()) continue;
         const std::optional<int64_t> value = ParseNumber(boot->second);
         if (value && *value <= INT32_MAX) return HalValue(tag, static_cast<int>(*value));
     }
@@ -316,7 +326,8 @@ bool Ledger::IsExplained(const std::string& path, const PerfHal& hal) const {
     }
     if (!hal.ClaimsOn(path).empty()) return true;
     // Two tags may reach one node under the names of different CPUs.
-    return std::any_of(mTagsOfNode.begin(), mTagsOfNode.end(), [&](const auto& entry) {
+    const auto& tagsOfNode = mAtBoot->tagsOfNode;
+    return std::any_of(tagsOfNode.begin(), tagsOfNode.end(), [&](const auto& entry) {
         const bool isNode = entry.first == path || mKernel.IsSameNode(entry.first, path);
         return isNode && std::any_of(entry.second.begin(), entry.second.end(),
                                      [&](int tag) { return IsExplainedBy(tag, hal); });
@@ -344,12 +355,11 @@ const Ledger::Write* Ledger::FindWrite(const std::string& path) const {
 
 void Ledger::AddNodeFindings(const PerfHal& hal, std::vector<std::string>& findings) const {
     std::vector<std::string> told;  // the CPUs of a cluster share their nodes: one line for all
-    for (const auto& entry : mBoot) {
+    for (const auto& entry : mAtBoot->values) {
         const std::string& path = entry.first;
         const std::string& boot = entry.second;
-        if (!mKernel.Has(path)) continue;
         const std::string now = mKernel.Value(path);
-        if (now == boot || IsExplained(path, hal)) continue;
+        if (now == boot || !mKernel.Has(path) || IsExplained(path, hal)) continue;
         const bool isTold = std::any_of(told.begin(), told.end(), [&](const std::string& other) {
             return mKernel.IsSameNode(other, path);
         });

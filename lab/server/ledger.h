@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -82,6 +83,12 @@ class Ledger {
         bool byHal = false;
     };
 
+    // What never changes but for Arrange: copies of a ledger share it.
+    struct AtBoot {
+        std::map<std::string, std::string> values;           // node -> value after boot
+        std::map<std::string, std::vector<int>> tagsOfNode;  // node -> tags
+    };
+
     void OnAcquire(const LockAcquire& acquire, Time at);
     void CheckAsked(const LockAcquire& acquire, Time at);
     void Forget(int handle);
@@ -103,8 +110,7 @@ class Ledger {
     const DeviceProfile& mDevice;
     const Layout mLayout;
     const Kernel& mKernel;
-    std::map<std::string, std::string> mBoot;             // node -> value after boot
-    std::map<std::string, std::vector<int>> mTagsOfNode;  // node -> tags
+    std::shared_ptr<const AtBoot> mAtBoot;
 
     std::deque<RequestFacts> mAnnounced;
     std::map<size_t, RequestFacts> mRequests;  // those that something still belongs to
