@@ -13,6 +13,7 @@ constexpr char kDevice[] = "sm8450";
 // Never destroyed: the fuzzer looks into the plug-in's memory when the program has ended.
 struct World {
     lab::Phone phone{lab::LoadDeviceProfile(kDevice)};
+    const lab::KnownNodes nodes{phone.GetKernel().Profile()};
     lab::Library library{""};
     lab::SceneFile scenes{lab::SceneFile::Load(lab::DataFolder() + "/scenes/" + kDevice + ".xml")};
     lab::CommandLists lists{phone, library, scenes};
@@ -32,8 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Require(last <= capture.end, "a line behind the capture's end");
     lab::DeviceOf(capture);
     lab::DetailOf(capture);
-    const lab::LogStory story =
-        lab::TellStory(capture, world->phone.GetKernel().Profile(), world->scenes, world->lists);
+    const lab::LogStory story = lab::TellStory(capture, world->nodes, world->scenes, world->lists);
     for (const lab::LogRequest& request : story.requests) {
         fuzz::Require(request.line > 0 && request.at <= capture.end,
                       "a request without its line or behind the end");

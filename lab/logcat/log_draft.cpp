@@ -50,16 +50,22 @@ bool LogDraft::IsOver(Time now) const {
     return kind != Kind::kNone && (now < last || now - last > kLongestPause);
 }
 
-DraftWriter::DraftWriter(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
-                         LogStory& story)
-    : mScenes(scenes), mLayout(scenes.ClusterLayout()), mLists(lists), mStory(story) {
+KnownNodes::KnownNodes(const DeviceProfile& device) {
     for (int tag = 0; tag <= kHighestTag; ++tag) {
-        for (const std::string& path : TagNodes(tag, device)) mTagOfNode.emplace(path, tag);
+        for (const std::string& path : TagNodes(tag, device)) tagOf.emplace(path, tag);
     }
     for (const NamedNode& node : LayOutNodes(device)) {
-        mNodes.insert(node.names.begin(), node.names.end());
+        names.insert(node.names.begin(), node.names.end());
     }
 }
+
+DraftWriter::DraftWriter(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
+                         LogStory& story)
+    : mNodes(nodes),
+      mScenes(scenes),
+      mLayout(scenes.ClusterLayout()),
+      mLists(lists),
+      mStory(story) {}
 
 void DraftWriter::Tell(const LogDraft& draft, const std::string& message) {
     mStory.problems.push_back({draft.line, draft.line, message});
@@ -246,8 +252,8 @@ YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
 }
 
 std::optional<int> DraftWriter::TagOf(const std::string& path) const {
-    const auto found = mTagOfNode.find(path);
-    return found == mTagOfNode.end() ? std::nullopt : std::optional(found->second);
+    const auto found = mNodes.tagOf.find(path);
+    return found == mNodes.tagOf.end() ? std::nullopt : std::optional(found->second);
 }
 
 YamlNode DraftWriter::ReadStep(const LogDraft& draft, std::string& result) const {
@@ -322,7 +328,7 @@ void DraftWriter::AddNodeFaults(const LogDraft& draft, LogRequest& request) {
     std::map<std::string, std::string> before;
     for (const Event& effect : draft.effects) {
         const auto* access = std::get_if<NodeAccess>(&effect.what);
-        if (!access || mNodes.count(access->path) == 0) continue;
+        if (!access || mNodes.names.count(access->path) == 0) continue;
         NodeErrors& errors = mNodeErrors[access->path];
         before.emplace(access->path, FaultWord(errors.read, errors.write));
         (access->kind == NodeAccess::Kind::kRead ? errors.read : errors.write) = access->error;

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "lab/logcat/known_nodes.h"
 #include "lab/logcat/log_story.h"
 #include "lab/server/scenario.h"
 
@@ -67,8 +68,8 @@ struct LogDraft {
 // Makes the step of a scenario, with text and result, of a finished draft.
 class DraftWriter {
   public:
-    // Takes references to the last three, and tells problems to `story`.
-    DraftWriter(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
+    // Takes references to all, and tells problems to `story`.
+    DraftWriter(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
                 LogStory& story);
 
     // The request that `draft` has become.
@@ -93,12 +94,11 @@ class DraftWriter {
     std::optional<int> TagOf(const std::string& path) const;
     void Tell(const LogDraft& draft, const std::string& message);
 
+    const KnownNodes& mNodes;
     const SceneFile& mScenes;
     const Layout mLayout;
     CommandLists& mLists;
     LogStory& mStory;
-    std::map<std::string, int> mTagOfNode;
-    std::set<std::string> mNodes;  // that the device has
     // What reading and writing a node came to last.
     struct NodeErrors {
         int read = 0;

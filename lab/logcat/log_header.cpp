@@ -253,6 +253,11 @@ size_t FindLogHeader(std::string_view text, size_t from) {
     // The seconds are the rarest part of a time: "12:34:56" stands 12 letters behind its head's
     // beginning in "06-14 12:34:56", 17 behind it with a year.
     for (size_t at = from; at + 14 <= text.size(); ++at) {
+        // On to the next letter with a dash where a date has one.
+        const size_t dash = text.find('-', at + 2);
+        if (dash == text.npos) break;
+        if (dash > at + 4) at = dash - 4;
+        if (at + 14 > text.size()) break;
         const bool hasDashes = text[at + 2] == '-' || text[at + 4] == '-';
         if (!IsDigit(text[at]) || !IsDigit(text[at + 1]) || !hasDashes) continue;
         const std::optional<LogHeader> header = ParseLogHeader(text.substr(at));

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <limits>
 #include <map>
 #include <unordered_map>
 
@@ -16,20 +18,31 @@ constexpr size_t kLongestLine = 16 * 1024;
 
 constexpr int64_t kUsPerDay = INT64_C(24) * 3600 * 1'000'000;
 
-// Reads up to the next newline, which is not kept. False at the end of the input.
-bool ReadLine(std::istream& in, std::string& line) {
-    line.clear();
-    std::streambuf& buffer = *in.rdbuf();
-    using Traits = std::istream::traits_type;
-    int letter = buffer.sbumpc();
-    if (letter == Traits::eof()) return false;
-    while (letter != Traits::eof() && letter != '\n') {
-        if (line.size() < kLongestLine) line.push_back(static_cast<char>(letter));
-        letter = buffer.sbumpc();
+// Reads lines through a buffer of its own.
+class LineReader {
+  public:
+    explicit LineReader(std::istream& in) : mIn(in), mBuffer(kLongestLine + 1) {}
+
+    // Reads up to the next newline, which is not kept. False at the end of the input.
+    bool Read(std::string& line) {
+        mIn.getline(mBuffer.data(), static_cast<std::streamsize>(mBuffer.size()));
+        auto count = static_cast<size_t>(mIn.gcount());
+        if (count == 0) return false;
+        const bool isCut = mIn.fail();
+        const bool hasNewline = !isCut && !mIn.eof();
+        line.assign(mBuffer.data(), hasNewline ? count - 1 : count);
+        if (isCut) {
+            mIn.clear();
+            mIn.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        }
+        while (!line.empty() && line.back() == '\r') line.pop_back();
+        return true;
     }
-    while (!line.empty() && line.back() == '\r') line.pop_back();
-    return true;
-}
+
+  private:
+    std::istream& mIn;
+    std::vector<char> mBuffer;
+};
 
 // Takes out the colours of -v color.
 void DropColours(std::string& line) {
@@ -42,10 +55,15 @@ void DropColours(std::string& line) {
 // The plug-in's messages are plain ASCII; anything else came from outside and must not reach a
 // terminal.
 std::string Printable(std::string_view text) {
+    static const std::array<char, 256> shown = [] {
+        std::array<char, 256> letters{};
+        letters.fill('?');
+        for (char letter = ' '; letter <= '~'; ++letter)
+            letters[static_cast<size_t>(letter)] = letter;
+        return letters;
+    }();
     std::string printable(text);
-    for (char& letter : printable) {
-        if (letter < ' ' || letter > '~') letter = '?';
-    }
+    for (char& letter : printable) letter = shown[static_cast<unsigned char>(letter)];
     while (!printable.empty() && printable.back() == ' ') printable.pop_back();
     return printable;
 }
@@ -384,7 +402,8 @@ Capture ReadCapture(std::istream& in, const std::string& file) {
     Capture capture;
     capture.file = file;
     Reader reader(capture);
-    for (std::string line; ReadLine(in, line);) reader.Add(line);
+    LineReader lines(in);
+    for (std::string line; lines.Read(line);) reader.Add(line);
     reader.Finish();
     return capture;
 }

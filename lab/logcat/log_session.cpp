@@ -81,7 +81,7 @@ LogSession::LogSession(const Options& options)
       mPhone(mDevice),
       mLibrary(options.library),
       mLists(mPhone, mLibrary, mScenes),
-      mStory(TellStory(mCapture, mDevice, mScenes, mLists)) {
+      mStory(TellStory(mCapture, KnownNodes(mDevice), mScenes, mLists)) {
     const std::optional<Layout> shown = LayoutOf(mCapture);
     if (shown && *shown != mScenes.ClusterLayout()) {
         const char* const count = *shown == Layout::kTwoClusters ? "two" : "three";

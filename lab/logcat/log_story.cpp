@@ -30,13 +30,26 @@ std::set<int> LimitedCpus(const Capture& capture) {
     return cpus;
 }
 
+struct ShippedDevice {
+    std::string name;
+    DeviceProfile profile;
+};
+
+std::vector<ShippedDevice> ShippedDevices() {
+    std::vector<ShippedDevice> devices;
+    for (const std::string& name : DeviceProfileNames()) {
+        devices.push_back({name, LoadDeviceProfile(name)});
+    }
+    return devices;
+}
+
 }  // namespace
 
-LogStory TellStory(const Capture& capture, const DeviceProfile& device, const SceneFile& scenes,
+LogStory TellStory(const Capture& capture, const KnownNodes& nodes, const SceneFile& scenes,
                    CommandLists& lists) {
     LogStory story;
     story.detail = DetailOf(capture);
-    StoryTeller teller(device, scenes, lists, story);
+    StoryTeller teller(nodes, scenes, lists, story);
     for (const CapturedLine& line : capture.lines) teller.Add(line);
     teller.Finish();
     return story;
@@ -54,15 +67,16 @@ LogDetail DetailOf(const Capture& capture) {
 }
 
 std::string DeviceOf(const Capture& capture) {
+    // Read once for a program that asks of many captures.
+    static const std::vector<ShippedDevice> shipped = ShippedDevices();
     const std::optional<Layout> layout = LayoutOf(capture);
     const std::set<int> cpus = LimitedCpus(capture);
     std::string found;
-    for (const std::string& name : DeviceProfileNames()) {
-        const DeviceProfile device = LoadDeviceProfile(name);
-        const auto isFirst = [&device](int cpu) {
-            return std::any_of(
-                device.clusters.begin(), device.clusters.end(),
-                [cpu](const CpuCluster& cluster) { return cluster.firstCpu == cpu; });
+    for (const auto& [name, device] : shipped) {
+        const auto isFirst = [&clusters = device.clusters](int cpu) {
+            return std::any_of(clusters.begin(), clusters.end(), [cpu](const CpuCluster& cluster) {
+                return cluster.firstCpu == cpu;
+            });
         };
         const bool fits = (!layout || *layout == LayoutOf(device)) &&
                           std::all_of(cpus.begin(), cpus.end(), isFirst);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "lab/logcat/command_lists.h"
+#include "lab/logcat/known_nodes.h"
 #include "lab/logcat/log_reader.h"
 #include "lab/phone/events.h"
 #include "lab/scenes/scene_file.h"
@@ -45,9 +46,9 @@ struct LogStory {
 };
 
 // Rebuilds the requests. Never fails: a line that fits nowhere stands for itself.
-//   device  tells which nodes belong to which tag
+//   nodes   of the phone, with the tags that they belong to
 //   scenes  names the commands; `lists` tells what they hold
-LogStory TellStory(const Capture& capture, const DeviceProfile& device, const SceneFile& scenes,
+LogStory TellStory(const Capture& capture, const KnownNodes& nodes, const SceneFile& scenes,
                    CommandLists& lists);
 
 // The layout that the capture's own lines show; nothing when they fit both.

@@ -1,6 +1,7 @@
 #include "lab/logcat/message_forms.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 namespace lab {
@@ -175,11 +176,14 @@ class FormReader {
     }
 
     std::optional<Reading> TakeLiteral(std::string_view literal) {
+        if (mText.starts_with(literal)) {
+            mText.remove_prefix(literal.size());
+            return std::nullopt;
+        }
         const size_t length = std::min(literal.size(), mText.size());
         size_t same = 0;
         while (same < length && mText[same] == literal[same]) ++same;
         mText.remove_prefix(same);
-        if (same == literal.size()) return std::nullopt;
         return Fault();
     }
 
@@ -231,6 +235,39 @@ class FormReader {
     int mValues = 0;
 };
 
+// The forms that a text may be of: most differ in their first letter behind the prefix.
+class FormFinder {
+  public:
+    struct Candidate {
+        const MessageForm* form = nullptr;
+        std::string_view literal;  // up to its first conversion
+    };
+    using Candidates = std::vector<Candidate>;
+
+    FormFinder() {
+        for (const MessageForm& form : kForms) {
+            const Candidate candidate{&form, form.text.substr(0, form.text.find('%'))};
+            mAll.push_back(candidate);
+            for (size_t letter = 0; letter < mByLetter.size(); ++letter) {
+                const bool mayFit =
+                    candidate.literal.size() <= kPrefixLength ||
+                    static_cast<unsigned char>(candidate.literal[kPrefixLength]) == letter;
+                if (mayFit) mByLetter[letter].push_back(candidate);
+            }
+        }
+    }
+
+    // In the order of the table.
+    const Candidates& CandidatesFor(std::string_view text) const {
+        if (text.size() <= kPrefixLength) return mAll;
+        return mByLetter[static_cast<unsigned char>(text[kPrefixLength])];
+    }
+
+  private:
+    Candidates mAll;
+    std::array<Candidates, 256> mByLetter;
+};
+
 }  // namespace
 
 const std::vector<MessageForm>& MessageForms() {
@@ -245,12 +282,12 @@ bool BeginsAsPlugin(std::string_view text) {
 }
 
 MessageMatch MatchMessage(std::string_view text) {
+    static const FormFinder finder;
     MessageMatch match;
     bool isTorn = false;
-    for (const MessageForm& form : kForms) {
-        // Most forms differ from the text in the first letters.
-        const size_t same = std::min({text.size(), form.text.size(), form.text.find('%')});
-        if (text.substr(0, same) != form.text.substr(0, same)) continue;
+    for (const FormFinder::Candidate& candidate : finder.CandidatesFor(text)) {
+        const MessageForm& form = *candidate.form;
+        if (!candidate.literal.starts_with(text.substr(0, candidate.literal.size()))) continue;
         const Reading reading = FormReader(form.text, text).Read(match);
         if (reading == Reading::kFits) {
             match.message = form.message;

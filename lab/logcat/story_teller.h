@@ -12,9 +12,9 @@ namespace lab {
 
 class StoryTeller {
   public:
-    StoryTeller(const DeviceProfile& device, const SceneFile& scenes, CommandLists& lists,
+    StoryTeller(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
                 LogStory& story)
-        : mWriter(device, scenes, lists, story), mLists(lists), mStory(story) {}
+        : mWriter(nodes, scenes, lists, story), mLists(lists), mStory(story) {}
 
     void Add(const CapturedLine& line);
     void Finish();
