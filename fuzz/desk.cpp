@@ -121,6 +121,7 @@ std::map<int, std::set<int>> Begun::Limits() const {
 Desk::Desk(const std::string& device, const lab::Phone::Options& options)
     : mDevice(lab::LoadDeviceProfile(device)),
       mScenes(lab::SceneFile::Load(lab::DataFolder() + "/scenes/" + device + ".xml")),
+      mLayout(mScenes.ClusterLayout()),
       mPhone(mDevice, options),
       mLibrary(""),
       mServer(mPhone, mLibrary, mScenes),
@@ -129,6 +130,11 @@ Desk::Desk(const std::string& device, const lab::Phone::Options& options)
         for (const std::string& path : lab::TagNodes(tag, mDevice)) {
             mLimitNodes[path] = mPhone.GetKernel().Value(path);
         }
+    }
+    for (const int tag : AllTags()) {
+        if (lab::IsSharedLimit(tag)) continue;
+        // One without an opcode has a lock on opcode 0 once a group has named it.
+        ++mTagsOfOpcode[lab::FindTagOpcode(tag, mLayout).value_or(0)];
     }
     mAtBoot = std::make_unique<lab::Ledger>(mDevice, ClusterLayout(), mPhone.GetKernel());
     mServer.Start();
@@ -337,12 +343,7 @@ std::vector<Deed> Desk::Endings() const {
 
 std::vector<std::string> Desk::Leftovers() {
     std::vector<std::string> leftovers;
-    std::map<int, int> tagsOfOpcode;
-    for (const int tag : AllTags()) {
-        if (lab::IsSharedLimit(tag)) continue;
-        // One without an opcode has a lock on opcode 0 once a group has named it.
-        ++tagsOfOpcode[lab::FindTagOpcode(tag, ClusterLayout()).value_or(0)];
-    }
+    std::map<int, int> tagsOfOpcode = mTagsOfOpcode;
     int others = 0;
     for (const lab::PerfHal::Lock& lock : mPhone.Hal().Held()) {
         if (lock.until) {
@@ -359,7 +360,7 @@ std::vector<std::string> Desk::Leftovers() {
     }
     for (const auto& [path, boot] : mLimitNodes) {
         const lab::Kernel& kernel = mPhone.GetKernel();
-        if (!kernel.Has(path) || kernel.Value(path) == boot || IsExplained(path)) continue;
+        if (kernel.Value(path) == boot || !kernel.Has(path) || IsExplained(path)) continue;
         leftovers.push_back(fmt::format("{} is {} instead of {}", path, kernel.Value(path), boot));
     }
     return leftovers;

@@ -72,7 +72,7 @@ class Desk {
     lab::Server& GetServer() { return mServer; }
     const lab::DeviceProfile& Device() const { return mDevice; }
     const lab::SceneFile& Scenes() const { return mScenes; }
-    lab::Layout ClusterLayout() const { return mScenes.ClusterLayout(); }
+    lab::Layout ClusterLayout() const { return mLayout; }
 
     // The adapter built anew; nothing is begun.
     void Restart();
@@ -125,6 +125,7 @@ class Desk {
 
     const lab::DeviceProfile mDevice;
     lab::SceneFile mScenes;
+    const lab::Layout mLayout;
     lab::Phone mPhone;
     lab::Library mLibrary;
     lab::Server mServer;
@@ -133,6 +134,7 @@ class Desk {
     Begun mBegun{mScenes};
     std::mutex mHandOverMutex;
     std::map<std::string, std::string> mLimitNodes;  // node of a shared limit -> value after boot
+    std::map<int, int> mTagsOfOpcode;                // that are no shared limits: how many
     std::unique_ptr<lab::Ledger> mAtBoot;
 };
 

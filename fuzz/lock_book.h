@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "lab/phone/device_profile.h"
@@ -54,7 +55,7 @@ class LockBook {
     void OnAcquire(const lab::LockAcquire& call);
     void OnRelease(const lab::LockRelease& call);
 
-    std::set<std::string> mKnownNodes;
+    std::unordered_set<std::string> mKnownNodes;
     std::vector<State> mStates;  // by handle, less mFirstHandle
     int mFirstHandle = 0;
     std::set<int> mLost;

@@ -13,6 +13,7 @@ using Kind = Misuse::Kind;
 
 constexpr int kBeyondCounts = 1'025;  // the first count that no request may have
 constexpr size_t kLongText = 100'000;
+constexpr size_t kPieceOfLongText = 100;
 constexpr int kCopyInts = 64;
 
 constexpr int kTags[2] = {1, 10};
@@ -20,6 +21,13 @@ constexpr int kValues[2] = {1'000'000, 0};
 
 int AtLeast(int low, int number) {
     return number < low ? low : number;
+}
+
+// A message of many pieces, none of which names a task.
+std::string LongMessage() {
+    std::string text(kLongText, 'a');
+    for (size_t i = 0; i < kLongText; i += kPieceOfLongText) text[i] = '|';
+    return text;
 }
 
 int Negative(int number) {
@@ -120,7 +128,7 @@ void Desk::CallWrongly(const Misuse& asked) {
             break;
         case Kind::kLongMessage:
             action->taskBoost = 1;
-            mAdapter->DoAddTaskBoostInfo(*action, std::string(kLongText, '|'));
+            mAdapter->DoAddTaskBoostInfo(*action, LongMessage());
             mAdapter->DoAddTaskBoostInfo(*action, "targetPid=" + std::string(kLongText, '1'));
             break;
         default:

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs every fuzz target for a while and prints what came of it. Called by ./dev fuzz.
-# usage: fuzz/run.sh BUILD_FOLDER SECONDS; exits with 1 when something was found
+# usage: fuzz/run.sh BUILD_FOLDER SECONDS [TARGET...]; exits with 1 when something was found
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bin=$1/bin
 export seconds=$2 bin
+shift 2
 export corpora=build/fuzz-corpora finds=build/fuzz-finds logs=build/fuzz-logs
 
 # Short stack traces of allocations, for speed; who runs a find again gets whole ones.
@@ -57,7 +58,8 @@ report() {
 }
 
 export -f run_target options seeds
-targets=$(cd "$bin" && ls -d fuzz_* | grep -vx fuzz_tests | tr '\n' ' ')
+targets=$*
+[ -n "$targets" ] || targets=$(cd "$bin" && ls -d fuzz_* | grep -vx fuzz_tests | tr '\n' ' ')
 failed=$(mktemp)
 trap 'rm -f "$failed"' EXIT
 export failed
@@ -68,6 +70,8 @@ printf '%-22s %12s %10s %8s %9s %10s\n' target executions "per s" edges features
 for target in $targets; do
     if grep -qx "$target" "$failed"; then report "$target" FOUND; else report "$target" fine; fi
 done
+for target in $targets; do figure 'stat::requests' "$target"; done |
+    awk '$1 { sum += $1 } END { if (sum) print sum " requests in the sequences of fuzz_requests_*" }'
 [ -s "$failed" ] || exit 0
 
 while read -r target; do

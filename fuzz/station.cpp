@@ -106,6 +106,7 @@ void Station::HandOn() {
 
 std::string Station::End() {
     const size_t drawn = mDeeds.size();
+    mRequestCount += drawn;
     mDesk.Mend();
     Pass(kAllRunsOutMs);
     for (const Deed& deed : mDesk.Endings()) Make(deed);

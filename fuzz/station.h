@@ -2,9 +2,11 @@
 // what is left of it when all is let go.
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "fuzz/desk.h"
@@ -24,6 +26,9 @@ class Station {
     // As Play, for given requests.
     std::string Play(const std::vector<Deed>& deeds);
 
+    // How many requests all sequences had, without those that let everything go.
+    uint64_t RequestCount() const { return mRequestCount; }
+
   private:
     void Begin();
     void Make(const Deed& deed);
@@ -38,9 +43,10 @@ class Station {
     LockBook mBook;
     const lab::Ledger mAtBoot;
     std::unique_ptr<lab::Ledger> mLedger;
-    std::map<std::string, std::string> mBootStates;  // of every node
+    std::unordered_map<std::string, std::string> mBootStates;  // of every node
     std::vector<Deed> mDeeds;
     std::vector<std::string> mFindings;
+    uint64_t mRequestCount = 0;
     std::set<std::string> mWritten;
     std::set<int> mOnDemand;          // commands whose duration the server changed
     const Misuse* mMisuse = nullptr;  // the request under way, when it must change nothing
