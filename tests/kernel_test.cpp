@@ -73,10 +73,21 @@ TEST_P(KernelWrites, FollowTheNodesRule) {
 INSTANTIATE_TEST_SUITE_P(CpuFrequency, KernelWrites, ::testing::Values(
     WriteCase{{}, {kBig + "scaling_max_freq", "1500000"}, 0, "1500000"},  // off the table: kept
     WriteCase{{}, {kBig + "scaling_max_freq", "9999999"}, 0, "2496000"},
-    WriteCase{{}, {kBig + "scaling_max_freq", "99999999999999999999"}, 0, "2496000"},
-    WriteCase{{}, {kBig + "scaling_max_freq", "1500000 and more"}, 0, "1500000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", " \t1500000 and more"}, 0, "1500000"},
     WriteCase{{}, {kBig + "scaling_max_freq", "-1"}, EINVAL, "2496000"},
-    WriteCase{{}, {kBig + "scaling_max_freq", ""}, EINVAL, "2496000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", "+1500000"}, EINVAL, "2496000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", " "}, EINVAL, "2496000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", ""}, 0, "2496000"},         // nothing happens
+    // No step between the ends: the ceiling gives way to the next one.
+    WriteCase{{{kBig + "scaling_min_freq", "1000000"}}, {kBig + "scaling_max_freq", "1000000"}, 0, "1113600"},
+    WriteCase{{{kBig + "scaling_max_freq", "1200000"}}, {kBig + "scaling_min_freq", "1200000"}, 0, "1200000"},
+    // Requests have 32 bits with a sign, and -1 is none.
+    WriteCase{{}, {kBig + "scaling_max_freq", "4294967296"}, 0, "633600"},
+    WriteCase{{}, {kBig + "scaling_max_freq", "4296467296"}, 0, "1500000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", "18446744073711051616"}, 0, "1500000"},
+    WriteCase{{}, {kBig + "scaling_max_freq", "2147483648"}, 0, "2496000"},
+    WriteCase{{}, {kBig + "scaling_min_freq", "2147483648"}, 0, "2496000"},
+    WriteCase{{{kBig + "scaling_min_freq", "1440000"}}, {kBig + "scaling_min_freq", "4294967295"}, 0, "633600"},
     WriteCase{{{kBig + "scaling_min_freq", "1440000"}}, {kBig + "scaling_min_freq", "0"}, 0, "633600"},
     WriteCase{{{kBig + "scaling_max_freq", "998400"}}, {kBig + "scaling_min_freq", "1440000"}, 0, "998400"},
     WriteCase{{}, {kBig + "cpuinfo_max_freq", "1"}, EACCES, "2496000"},
@@ -86,11 +97,15 @@ INSTANTIATE_TEST_SUITE_P(CoresAndWalt, KernelWrites, ::testing::Values(
     WriteCase{{}, {kCpu + "cpu4/core_ctl/min_cpus", "9"}, 0, "3"},
     WriteCase{{{kCpu + "cpu4/core_ctl/max_cpus", "1"}}, {kCpu + "cpu4/core_ctl/min_cpus", "2"}, 0, "2"},
     WriteCase{{}, {kCpu + "cpu4/core_ctl/max_cpus", "x"}, EINVAL, "3"},
+    WriteCase{{}, {kCpu + "cpu4/core_ctl/max_cpus", "4294967298"}, 0, "2"},
     WriteCase{{}, {kBig + "walt/hispeed_freq", "4294967295"}, 0, "4294967295"},
     WriteCase{{}, {kBig + "walt/hispeed_freq", "4294967296"}, EINVAL, "0"},
     WriteCase{{}, {kBig + "walt/rtg_boost_freq", "12x"}, EINVAL, "768000"},
+    WriteCase{{}, {kBig + "walt/rtg_boost_freq", " 12"}, EINVAL, "768000"},
+    WriteCase{{}, {kBig + "walt/rtg_boost_freq", std::string("+12\n\0 6", 7)}, 0, "12"},
     WriteCase{{}, {kBig + "walt/hispeed_load", "101"}, 0, "100"},
     WriteCase{{}, {kBig + "walt/pl", "on"}, 0, "1"},
+    WriteCase{{}, {kBig + "walt/pl", "true"}, EINVAL, "0"},
     WriteCase{{}, {kBig + "walt/pl", "2"}, EINVAL, "0"}));
 
 INSTANTIATE_TEST_SUITE_P(Scheduler, KernelWrites, ::testing::Values(
@@ -100,16 +115,31 @@ INSTANTIATE_TEST_SUITE_P(Scheduler, KernelWrites, ::testing::Values(
     WriteCase{{{kSched + "sched_boost", "1"}, {kSched + "sched_boost", "1"}}, {kSched + "sched_boost", "0"}, 0, "0"},
     WriteCase{{{kSched + "sched_boost", "-1"}}, {kSched + "sched_boost", "1"}, 0, "1"},  // none to drop
     WriteCase{{}, {kSched + "sched_boost", "4"}, EINVAL, "0"},
+    WriteCase{{}, {kSched + "sched_boost", "2 1"}, 0, "2"},
+    WriteCase{{}, {kSched + "sched_boost", "-"}, EINVAL, "0"},
+    WriteCase{{}, {kSched + "sched_boost", " "}, EINVAL, "0"},
+    WriteCase{{}, {kSched + "sched_boost", ""}, 0, "0"},
     WriteCase{{}, {kSched + "sched_upmigrate", "90 88"}, 0, "90\t88"},
-    WriteCase{{}, {kSched + "sched_upmigrate", "90"}, EINVAL, "95\t95"},
+    WriteCase{{}, {kSched + "sched_upmigrate", "90"}, 0, "90\t95"},            // the first alone
+    WriteCase{{}, {kSched + "sched_upmigrate", "90 x"}, EINVAL, "90\t95"},     // and here, too
     WriteCase{{}, {kSched + "sched_upmigrate", "95 84"}, EINVAL, "95\t95"},     // below down
     WriteCase{{}, {kSched + "sched_downmigrate", "85 96"}, EINVAL, "85\t85"},   // above up
     WriteCase{{}, {kSched + "sched_downmigrate", "0 50"}, EINVAL, "85\t85"},
     WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "8"}, 0, "8"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "0x5\n"}, 0, "5"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "010"}, 0, "8"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "08"}, EINVAL, "4"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "5x"}, EINVAL, "4"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", std::string("5\0", 2)}, EINVAL, "4"},
+    WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "4294967301"}, EINVAL, "4"},
     WriteCase{{}, {kSched + "sched_ravg_window_nr_ticks", "6"}, EINVAL, "4"}));
 
 INSTANTIATE_TEST_SUITE_P(Gpu, KernelWrites, ::testing::Values(
-    WriteCase{{}, {kGpu + "devfreq/max_freq", "600000001"}, 0, "600000001"},    // not snapped
+    WriteCase{{}, {kGpu + "devfreq/max_freq", "600000001"}, 0, "600001000"},    // to kHz, not snapped
+    WriteCase{{}, {kGpu + "devfreq/min_freq", "300000999"}, 0, "300000000"},
+    WriteCase{{}, {kGpu + "devfreq/max_freq", "1"}, 0, "1000"},                 // below the table
+    WriteCase{{{kGpu + "devfreq/max_freq", "1"}}, {kGpu + "devfreq/min_freq", "350000000"}, 0, "1000"},
+    WriteCase{{}, {kGpu + "devfreq/max_freq", "3000000000000"}, 0, "818000000"},
     WriteCase{{{kGpu + "devfreq/max_freq", "500000000"}}, {kGpu + "devfreq/max_freq", "0"}, 0, "818000000"},
     WriteCase{{{kGpu + "devfreq/max_freq", "500000000"}}, {kGpu + "devfreq/min_freq", "600000000"}, 0, "500000000"},
     WriteCase{{}, {kGpu + "devfreq/min_freq", "fast"}, EINVAL, "220000000"},
@@ -134,6 +164,19 @@ INSTANTIATE_TEST_SUITE_P(Clamps, KernelWrites, ::testing::Values(
     WriteCase{{}, {kGroup + "min", "40"}, 0, "40.00"},
     WriteCase{{}, {kGroup + "min", "12.345"}, 0, "12.35"},
     WriteCase{{}, {kGroup + "max", "100"}, 0, "max"},
+    WriteCase{{}, {kGroup + "max", "99.96"}, 0, "max"},                         // 1024 of 1024
+    WriteCase{{}, {kGroup + "max", "99.95"}, 0, "99.95"},
+    WriteCase{{}, {kGroup + "min", "5%"}, 0, "5.00"},
+    WriteCase{{}, {kGroup + "min", "5e1"}, 0, "5.00"},
+    WriteCase{{}, {kGroup + "min", " 5 6"}, 0, "5.00"},
+    WriteCase{{}, {kGroup + "min", "0x5"}, 0, "0.00"},
+    WriteCase{{}, {kGroup + "min", "1.2.3"}, 0, "1.20"},
+    WriteCase{{}, {kGroup + "min", "1.995"}, 0, "2.00"},
+    WriteCase{{}, {kGroup + "min", "1.-5"}, EINVAL, "0.00"},
+    WriteCase{{}, {kGroup + "min", ".5"}, EINVAL, "0.00"},
+    WriteCase{{}, {kGroup + "min", "+5"}, EINVAL, "0.00"},
+    WriteCase{{}, {kGroup + "min", "max\n"}, 0, "max"},
+    WriteCase{{}, {kGroup + "min", "maximum"}, EINVAL, "0.00"},
     WriteCase{{{kGroup + "min", "40"}}, {kGroup + "min", "max"}, 0, "max"},
     WriteCase{{}, {kGroup + "max", "100.01"}, ERANGE, "max"},
     WriteCase{{}, {kGroup + "min", "-1"}, ERANGE, "0.00"},
@@ -176,10 +219,73 @@ TEST_F(KernelTest, CpusOfAClusterShareTheirPolicyAndItsFile) {
 TEST_F(KernelTest, TwoClustersTakeOneMigrationMargin) {
     Boot("sm4450");
 
-    EXPECT_EQ(mKernel->Write(kSched + "sched_upmigrate", "90 90"), EINVAL);
     EXPECT_EQ(mKernel->Write(kSched + "sched_upmigrate", "90"), 0);
-
     EXPECT_EQ(mKernel->Value(kSched + "sched_upmigrate"), "90\t95");
+    EXPECT_EQ(mKernel->WriteAt(kSched + "sched_upmigrate", "91 92", 0), 3) << "up to the second";
+    EXPECT_EQ(mKernel->Value(kSched + "sched_upmigrate"), "91\t95");
+}
+
+// The kernel looks at the first page of what is written to sysfs; /proc/sys at nothing that is
+// written behind the beginning.
+TEST_F(KernelTest, PlaceAndLengthOfAWriteCountInTheirOwnWay) {
+    Boot("sm8450");
+    const std::string ticks = kSched + "sched_ravg_window_nr_ticks";
+    const std::string longText = "1440000" + std::string(5000, ' ');
+
+    EXPECT_EQ(mKernel->WriteAt(ticks, "5", 1), 1);
+    EXPECT_EQ(mKernel->Value(ticks), "4");
+    EXPECT_EQ(mKernel->WriteAt(kBig + "scaling_max_freq", longText, 7), 4096);
+    EXPECT_EQ(mKernel->Value(kBig + "scaling_max_freq"), "1440000");
+    EXPECT_EQ(mKernel->WriteAt(kGroup + "min", longText, 0), -E2BIG);
+}
+
+// What holds for the limits of a cluster none of whose CPUs runs.
+TEST_F(KernelTest, OfflineClusterRefusesLimitsAndKeepsWhatItHad) {
+    Boot("sm8450");
+    const std::string max = kBig + "scaling_max_freq";
+    const auto setOnline = [this](int cpu, const char* text) {
+        return mKernel->Write(kCpu + "cpu" + std::to_string(cpu) + "/online", text);
+    };
+    mKernel->Write(max, "1440000");
+    for (const int cpu : {4, 5}) ASSERT_EQ(setOnline(cpu, "0"), 0);
+    EXPECT_EQ(mKernel->Write(max, "1555200"), 0) << "CPU 6 runs";
+    ASSERT_EQ(setOnline(6, "0"), 0);
+
+    EXPECT_EQ(mKernel->Write(max, "998400"), EINVAL);
+    EXPECT_EQ(mKernel->Write(max, "998400", true), 0) << "a request of the HAL's own";
+    EXPECT_EQ(mKernel->Value(max), "1555200") << "follows when a CPU is back";
+    EXPECT_EQ(mKernel->Open(max, false), 0);
+    ASSERT_EQ(setOnline(5, "1"), 0);
+    EXPECT_EQ(mKernel->Value(max), "998400");
+    mKernel->Withdraw(max, Kernel::Writer::kHal);
+    EXPECT_EQ(mKernel->Value(max), "1555200");
+
+    for (const int cpu : {0, 1, 2, 3, 5}) ASSERT_EQ(setOnline(cpu, "0"), 0);
+    EXPECT_EQ(setOnline(7, "0"), EBUSY) << "the last one that runs";
+    EXPECT_EQ(mKernel->Value(kCpu + "cpu7/online"), "1");
+}
+
+// Another kernel's rules, as one under test is told to have.
+TEST_F(KernelTest, LaterKernelAnswersByItsOwnRules) {
+    KernelRules rules;
+    rules.snapsCpuLimits = true;
+    rules.offlineWriteError = rules.offlineReadError = EBUSY;
+    rules.refusesNegativeRequest = rules.knowsTrueAndFalse = true;
+    mKernel.emplace(LoadDeviceProfile("sm8450"), mRecorder,
+                    [&](const DeviceProfile& profile) { return LayOutNodes(profile, rules); });
+    const std::string min = kBig + "scaling_min_freq";
+    const std::string max = kBig + "scaling_max_freq";
+
+    mKernel->Write(min, "1000000");
+    mKernel->Write(max, "1500000");
+    EXPECT_EQ(mKernel->Value(min), "1113600") << "up to a step";
+    EXPECT_EQ(mKernel->Value(max), "1440000") << "down to a step";
+    EXPECT_EQ(mKernel->Write(max, "2147483648"), EINVAL);
+    for (const int cpu : {4, 5, 6}) {
+        EXPECT_EQ(mKernel->Write(kCpu + "cpu" + std::to_string(cpu) + "/online", "false"), 0);
+    }
+    EXPECT_EQ(mKernel->Write(max, "998400"), EBUSY);
+    EXPECT_TRUE(std::filesystem::is_directory(mKernel->FileOf(max))) << "opens, cannot be read";
 }
 
 TEST_F(KernelTest, HalRequestsStandBesideTheProgramsAndGoWithoutTrace) {
@@ -195,6 +301,14 @@ TEST_F(KernelTest, HalRequestsStandBesideTheProgramsAndGoWithoutTrace) {
 
     EXPECT_EQ(mKernel->Value(node), "2112000");
     EXPECT_TRUE(mRecorder.All<NodeAccess>().back().byHal);
+
+    // A program that takes its request back leaves the HAL's.
+    mKernel->Write(node, "1324800", true);
+    mKernel->Write(node, "4294967295");
+    EXPECT_EQ(mKernel->Value(node), "1324800");
+    // As a number with a sign this one is below the HAL's, and as a frequency above the table.
+    mKernel->Write(node, "2147483648");
+    EXPECT_EQ(mKernel->Value(node), "2496000");
 }
 
 // In the program's place the HAL can lift what the program has lowered.

@@ -86,6 +86,49 @@ TEST_F(PhoneTest, DescriptorsReachTheKernelAtOnce) {
     close(other);
 }
 
+// The kernel passes over where a text is written in sysfs, and over a text behind the beginning in
+// /proc/sys.
+TEST_F(PhoneTest, SecondWriteOnADescriptorCountsWhereTheKernelCountsIt) {
+    const std::string ticks = "/proc/sys/walt/sched_ravg_window_nr_ticks";
+    const int node = open(kMaxFreq.c_str(), O_WRONLY);
+    EXPECT_EQ(write(node, "1344000", 7), 7);
+    EXPECT_EQ(write(node, "1190400", 7), 7);
+    EXPECT_EQ(mPhone.GetKernel().Value(kMaxFreq), "1190400");
+    EXPECT_EQ(pwrite(node, "960000", 6, 3), 6);
+    EXPECT_EQ(mPhone.GetKernel().Value(kMaxFreq), "960000");
+    EXPECT_EQ(pwrite(node, "960000", 6, -1), -1);
+    EXPECT_EQ(errno, EINVAL);
+    close(node);
+    const int sysctl = open(ticks.c_str(), O_WRONLY);
+    EXPECT_EQ(write(sysctl, "5 8", 3), 2) << "up to what it has no place for";
+    EXPECT_EQ(write(sysctl, "8", 1), 1);
+    EXPECT_EQ(mPhone.GetKernel().Value(ticks), "5");
+    EXPECT_EQ(pwrite64(sysctl, "8", 1, 0), 1);
+    EXPECT_EQ(mPhone.GetKernel().Value(ticks), "8");
+    close(sysctl);
+}
+
+TEST_F(PhoneTest, NodesAreNotCreated) {
+    const struct {
+        std::string path;
+        int flags;
+        int error;
+    } cases[] = {
+        {kMaxFreq + "2", O_WRONLY, ENOENT},
+        {kMaxFreq + "2", O_WRONLY | O_CREAT, EACCES},  // sysfs has nothing that would create it
+        {"/sys/devices/system/cpu/cpu9/cpufreq/scaling_max_freq", O_WRONLY | O_CREAT, ENOENT},
+        {kMaxFreq, O_WRONLY | O_CREAT | O_EXCL, EEXIST},
+        {kCpuinfo, O_WRONLY | O_CREAT, EACCES},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(open(c.path.c_str(), c.flags, 0666), -1) << c.path;
+        EXPECT_EQ(errno, c.error) << c.path;
+    }
+    EXPECT_EQ(fopen((kMaxFreq + "2").c_str(), "w"), nullptr);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(mPhone.Events().All<NodeAccess>().size(), 6u);
+}
+
 TEST_F(PhoneTest, RefusedOpeningsAreRecorded) {
     EXPECT_EQ(fopen(kCpuinfo.c_str(), "w"), nullptr);
     EXPECT_EQ(errno, EACCES);

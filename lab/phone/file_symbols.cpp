@@ -1,5 +1,5 @@
-// fopen, open, write and close, as the plug-in finds them: a path of the phone's kernel reaches its
-// nodes, any other path and file the C library.
+// fopen, open, write, pwrite and close, as the plug-in finds them: a path of the phone's kernel
+// reaches its nodes, any other path and file the C library.
 #include <fcntl.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -46,17 +46,28 @@ int RecordFault(const std::string& path, NodeAccess::Kind kind, const std::strin
     return error;
 }
 
+// How a program opens a node.
+struct Opening {
+    bool forWriting = false;
+    bool creates = false;   // what is not there
+    bool excludes = false;  // what is there
+};
+
 // Opens the node as the plug-in finds it. Returns 0 or the errno.
-int OpenNode(Kernel& kernel, const std::string& path, bool forWriting) {
+int OpenNode(Kernel& kernel, const std::string& path, const Opening& opening) {
     const lab::Faults& faults = Phone::Current()->GetFaults();
     const std::optional<NodeFault> fault = faults.OnNode(path);
-    const NodeAccess::Kind kind = forWriting ? NodeAccess::Kind::kWrite : NodeAccess::Kind::kRead;
-    if (Has(fault, NodeFault::Kind::kMissing)) return RecordFault(path, kind, "", ENOENT);
+    const NodeAccess::Kind kind =
+        opening.forWriting ? NodeAccess::Kind::kWrite : NodeAccess::Kind::kRead;
+    if (Has(fault, NodeFault::Kind::kMissing) || !kernel.Has(path)) {
+        return RecordFault(path, kind, "", kernel.MissingError(path, opening.creates));
+    }
+    if (opening.creates && opening.excludes) return RecordFault(path, kind, "", EEXIST);
     const NodeFault::Kind closed =
-        forWriting ? NodeFault::Kind::kUnwritable : NodeFault::Kind::kUnreadable;
+        opening.forWriting ? NodeFault::Kind::kUnwritable : NodeFault::Kind::kUnreadable;
     if (Has(fault, closed)) return RecordFault(path, kind, "", EACCES);
     if (Has(fault, NodeFault::Kind::kSlow)) faults.PassTime(fault->slowMs);
-    return kernel.Open(path, forWriting);
+    return kernel.Open(path, opening.forWriting);
 }
 
 // The file to read a node from.
@@ -67,7 +78,7 @@ std::string FileToRead(const Kernel& kernel, const std::string& path) {
 
 // Hands `text` to the node at `path` of the phone that is alive. Returns how much it took, or -1
 // with errno.
-ssize_t StoreTo(const std::string& path, const char* text, size_t length) {
+ssize_t StoreTo(const std::string& path, const char* text, size_t length, size_t offset) {
     Kernel* const kernel = KernelFor(path.c_str());
     if (kernel == nullptr) {
         errno = ENODEV;
@@ -79,42 +90,55 @@ ssize_t StoreTo(const std::string& path, const char* text, size_t length) {
         errno = RecordFault(path, NodeAccess::Kind::kWrite, whole, EIO);
         return static_cast<ssize_t>(length / 2);
     }
-    const int error = Has(fault, NodeFault::Kind::kRefusing)
-                          ? RecordFault(path, NodeAccess::Kind::kWrite, whole, EINVAL)
-                          : kernel->Write(path, whole);
-    if (error == 0) return static_cast<ssize_t>(length);
-    errno = error;
+    const ssize_t taken = Has(fault, NodeFault::Kind::kRefusing)
+                              ? -RecordFault(path, NodeAccess::Kind::kWrite, whole, EINVAL)
+                              : kernel->WriteAt(path, whole, offset);
+    if (taken >= 0) return taken;
+    errno = static_cast<int>(-taken);
     return -1;
 }
+
+// A node that is open for writing, and how much was written.
+struct OpenNodeFile {
+    std::string path;
+    size_t offset = 0;
+};
 
 // The nodes that are open for writing by descriptor.
 class OpenNodes {
   public:
     void Add(int fd, const std::string& path) {
         std::lock_guard<std::mutex> guard(mMutex);
-        mPaths[fd] = path;
-        mCount = mPaths.size();
+        mFiles[fd] = {path, 0};
+        mCount = mFiles.size();
     }
 
     // Without any open node this takes no lock: it stands in the way of every write and close.
-    std::optional<std::string> Find(int fd) {
+    std::optional<OpenNodeFile> Find(int fd) {
         if (mCount == 0) return std::nullopt;
         std::lock_guard<std::mutex> guard(mMutex);
-        const auto found = mPaths.find(fd);
-        return found == mPaths.end() ? std::nullopt : std::optional(found->second);
+        const auto found = mFiles.find(fd);
+        return found == mFiles.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    void Advance(int fd, ssize_t taken) {
+        if (taken <= 0) return;
+        std::lock_guard<std::mutex> guard(mMutex);
+        const auto found = mFiles.find(fd);
+        if (found != mFiles.end()) found->second.offset += static_cast<size_t>(taken);
     }
 
     void Remove(int fd) {
         if (mCount == 0) return;
         std::lock_guard<std::mutex> guard(mMutex);
-        mPaths.erase(fd);
-        mCount = mPaths.size();
+        mFiles.erase(fd);
+        mCount = mFiles.size();
     }
 
   private:
     std::atomic<size_t> mCount{0};
     std::mutex mMutex;
-    std::map<int, std::string> mPaths;
+    std::map<int, OpenNodeFile> mFiles;
 };
 
 // Never destroyed: other destructors of the program may still write and close.
@@ -123,13 +147,21 @@ OpenNodes& Nodes() {
     return *nodes;
 }
 
+// A stream writes the rest of what was taken in part, as it does with a file.
 ssize_t WriteCookie(void* cookie, const char* text, size_t length) {
-    const ssize_t taken = StoreTo(*static_cast<std::string*>(cookie), text, length);
-    return taken < 0 ? 0 : taken;  // 0 is what a cookie stream takes for a failure
+    auto& file = *static_cast<OpenNodeFile*>(cookie);
+    size_t written = 0;
+    while (written < length) {
+        const ssize_t taken = StoreTo(file.path, text + written, length - written, file.offset);
+        if (taken <= 0) return 0;  // what a cookie stream takes for a failure
+        written += static_cast<size_t>(taken);
+        file.offset += static_cast<size_t>(taken);
+    }
+    return static_cast<ssize_t>(written);
 }
 
 int CloseCookie(void* cookie) {
-    delete static_cast<std::string*>(cookie);
+    delete static_cast<OpenNodeFile*>(cookie);
     return 0;
 }
 
@@ -141,16 +173,18 @@ FILE* OpenStream(FopenFunction* real, const char* path, const char* mode) {
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, mode);
     const bool forWriting = std::strpbrk(mode, "wa+") != nullptr;
-    const int error = OpenNode(*kernel, path, forWriting);
+    const bool creates = std::strpbrk(mode, "wa") != nullptr;
+    const bool excludes = std::strchr(mode, 'x') != nullptr;
+    const int error = OpenNode(*kernel, path, {forWriting, creates, excludes});
     if (error != 0) {
         errno = error;
         return nullptr;
     }
     if (std::strchr(mode, 'e') == nullptr) ++Phone::Current()->GetBreaches().inheritableNodes;
     if (!forWriting) return real(FileToRead(*kernel, path).c_str(), mode);
-    auto* const name = new std::string(path);
-    FILE* const stream = fopencookie(name, "w", {nullptr, WriteCookie, nullptr, CloseCookie});
-    if (stream == nullptr) delete name;
+    auto* const file = new OpenNodeFile{path};
+    FILE* const stream = fopencookie(file, "w", {nullptr, WriteCookie, nullptr, CloseCookie});
+    if (stream == nullptr) delete file;
     return stream;
 }
 
@@ -160,7 +194,8 @@ int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, flags, mode);
     const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
-    const int error = OpenNode(*kernel, path, forWriting);
+    const int error =
+        OpenNode(*kernel, path, {forWriting, (flags & O_CREAT) != 0, (flags & O_EXCL) != 0});
     if (error != 0) {
         errno = error;
         return -1;
@@ -172,6 +207,19 @@ int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
         real((forWriting ? kernel->FileOf(path) : FileToRead(*kernel, path)).c_str(), kept);
     if (fd >= 0 && forWriting) Nodes().Add(fd, path);
     return fd;
+}
+
+template <typename PwriteFunction>
+ssize_t WriteAtOffset(PwriteFunction* real, int fd, const void* data, size_t length,
+                      int64_t offset) {
+    const std::optional<OpenNodeFile> file = Nodes().Find(fd);
+    if (!file) return real(fd, data, length, offset);
+    if (offset >= 0) {
+        return StoreTo(file->path, static_cast<const char*>(data), length,
+                       static_cast<size_t>(offset));
+    }
+    errno = EINVAL;
+    return -1;
 }
 
 }  // namespace
@@ -208,9 +256,22 @@ int open64(const char* path, int flags, ...) {
 
 ssize_t write(int fd, const void* data, size_t length) {
     static const auto real = lab::RealFunction<ssize_t(int, const void*, size_t)>("write");
-    const std::optional<std::string> path = Nodes().Find(fd);
-    if (!path) return real(fd, data, length);
-    return StoreTo(*path, static_cast<const char*>(data), length);
+    const std::optional<OpenNodeFile> file = Nodes().Find(fd);
+    if (!file) return real(fd, data, length);
+    const ssize_t taken = StoreTo(file->path, static_cast<const char*>(data), length, file->offset);
+    Nodes().Advance(fd, taken);
+    return taken;
+}
+
+ssize_t pwrite(int fd, const void* data, size_t length, off_t offset) {
+    static const auto real = lab::RealFunction<ssize_t(int, const void*, size_t, off_t)>("pwrite");
+    return WriteAtOffset(real, fd, data, length, offset);
+}
+
+ssize_t pwrite64(int fd, const void* data, size_t length, off64_t offset) {
+    static const auto real =
+        lab::RealFunction<ssize_t(int, const void*, size_t, off64_t)>("pwrite64");
+    return WriteAtOffset(real, fd, data, length, offset);
 }
 
 int close(int fd) {

@@ -13,7 +13,7 @@
 #include <unordered_map>
 
 #include "lab/phone/events.h"
-#include "lab/phone/node_rules.h"
+#include "lab/phone/kernel_text.h"
 
 namespace lab {
 
@@ -43,9 +43,11 @@ std::string FolderOf(const std::string& path) {
 // The nodes by name, and their files.
 class Kernel::Tree {
   public:
-    Tree(const DeviceProfile& profile, Recorder& recorder)
+    Tree(const DeviceProfile& profile, Recorder& recorder, const NodeLayout& layOut)
         : mProfile(profile), mRecorder(recorder), mFolder(MakeTemporaryFolder()) {
-        for (NamedNode& named : LayOutNodes(mProfile)) Add(std::move(named));
+        for (NamedNode& named : layOut ? layOut(mProfile) : LayOutNodes(mProfile)) {
+            Add(std::move(named));
+        }
     }
     ~Tree() {
         std::error_code ignored;
@@ -127,7 +129,7 @@ class Kernel::Tree {
     const Neighbours& Beside(Entry& entry) {
         const auto [found, isNew] = mBeside.try_emplace(&entry);
         Neighbours& beside = found->second;
-        if (!isNew || entry.node->HalRequest() == nullptr) return beside;
+        if (!isNew || !entry.node->KeepsRequests()) return beside;
         const std::string folder = FolderOf(entry.names.front()) + "/";
         for (auto next = mEntries.lower_bound(folder);
              next != mEntries.end() && next->first.starts_with(folder); ++next) {
@@ -156,20 +158,19 @@ class Kernel::Tree {
         return changed;
     }
 
-    int Store(Entry& entry, const std::string& text, Writer writer) {
+    // Returns as Node::Store does.
+    ssize_t Store(Entry& entry, const std::string& text, size_t offset, Writer writer) {
         Node& node = *entry.node;
-        std::optional<int64_t>* const halRequest =
-            writer == Writer::kHal ? node.HalRequest() : nullptr;
-        if (halRequest != nullptr) {
-            const std::optional<int64_t> value = ParseLeadingNumber(text);
-            if (!value) return EINVAL;
-            *halRequest = *value;
-            return 0;
+        if (writer == Writer::kHal && node.KeepsRequests()) {
+            const std::optional<uint64_t> value = ScanNumber(text);
+            if (!value) return -EINVAL;
+            node.SetHalRequest(static_cast<int64_t>(*value));
+            return static_cast<ssize_t>(text.size());
         }
         const std::string state = node.Save();
         const std::string shown = entry.Shown();
-        const int error = node.Store(text);
-        if (error != 0) return error;
+        const ssize_t taken = node.Store(text, offset);
+        if (taken < 0) return taken;
         if (writer == Writer::kProgram) {
             if (entry.programState) {
                 entry.programState = node.Save();
@@ -179,7 +180,12 @@ class Kernel::Tree {
             entry.programState = state;
             entry.programShown = shown;
         }
-        return 0;
+        return taken;
+    }
+
+    bool HasFolder(const std::string& folder) const {
+        const auto first = mEntries.lower_bound(folder + "/");
+        return first != mEntries.end() && first->first.starts_with(folder + "/");
     }
 
     void Record(NodeAccess::Kind kind, const std::string& path, const std::string& requested,
@@ -199,8 +205,8 @@ class Kernel::Tree {
     std::unordered_map<const Entry*, Neighbours> mBeside;  // found once, until nodes come or go
 };
 
-Kernel::Kernel(const DeviceProfile& profile, Recorder& recorder)
-    : mTree(std::make_unique<Tree>(profile, recorder)) {}
+Kernel::Kernel(const DeviceProfile& profile, Recorder& recorder, const NodeLayout& layOut)
+    : mTree(std::make_unique<Tree>(profile, recorder, layOut)) {}
 
 Kernel::~Kernel() = default;
 
@@ -249,12 +255,15 @@ std::string Kernel::ProgramValue(const std::string& path) const {
 std::optional<Kernel::LimitRequests> Kernel::RequestsOn(const std::string& path) const {
     std::lock_guard<std::mutex> guard(mTree->mMutex);
     const Tree::Entry* const entry = mTree->Find(path);
-    if (entry == nullptr || entry->node->HalRequest() == nullptr) return std::nullopt;
+    if (entry == nullptr || !entry->node->KeepsRequests()) return std::nullopt;
+    const auto toNumber = [](const std::string& state) {
+        return static_cast<int64_t>(ScanNumber(state).value_or(0));
+    };
     LimitRequests requests;
     const std::string present = entry->node->Save();
-    requests.program = ParseLeadingNumber(entry->programState.value_or(present)).value_or(0);
-    if (entry->programState) requests.inPlace = ParseLeadingNumber(present);
-    requests.hal = *entry->node->HalRequest();
+    requests.program = toNumber(entry->programState.value_or(present));
+    if (entry->programState) requests.inPlace = toNumber(present);
+    requests.hal = entry->node->HalRequest();
     return requests;
 }
 
@@ -271,25 +280,41 @@ int Kernel::Open(const std::string& path, bool forWriting) {
     return error;
 }
 
+int Kernel::MissingError(const std::string& path, bool creates) const {
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    return creates && mTree->HasFolder(FolderOf(path)) ? EACCES : ENOENT;
+}
+
 int Kernel::Write(const std::string& path, const std::string& text, bool byHal) {
     return Write(path, text, byHal ? Writer::kHal : Writer::kProgram);
 }
 
 int Kernel::Write(const std::string& path, const std::string& text, Writer writer) {
+    const ssize_t taken = Put(path, text, 0, writer);
+    return taken < 0 ? static_cast<int>(-taken) : 0;
+}
+
+ssize_t Kernel::WriteAt(const std::string& path, const std::string& text, size_t offset) {
+    return Put(path, text, offset, Writer::kProgram);
+}
+
+ssize_t Kernel::Put(const std::string& path, const std::string& text, size_t offset,
+                    Writer writer) {
     std::lock_guard<std::mutex> guard(mTree->mMutex);
     const bool byHal = writer != Writer::kProgram;
     Tree::Entry* const entry = mTree->Find(path);
     if (entry == nullptr) {
         mTree->Record(NodeAccess::Kind::kWrite, path, text, "", "", ENOENT, byHal);
-        return ENOENT;
+        return -ENOENT;
     }
     const std::string before = entry->Shown();
     const std::vector<std::string> beside = mTree->ShownBeside(*entry);
-    const int error = mTree->Store(*entry, text, writer);
+    const ssize_t taken = mTree->Store(*entry, text, offset, writer);
+    const int error = taken < 0 ? static_cast<int>(-taken) : 0;
     if (error == 0) entry->forced.reset();
     mTree->Record(NodeAccess::Kind::kWrite, path, text, before, entry->Shown(), error, byHal,
                   mTree->ChangedBeside(*entry, beside));
-    return error;
+    return taken;
 }
 
 void Kernel::Withdraw(const std::string& path, Writer writer) {
@@ -298,12 +323,10 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
     if (entry == nullptr) return;
     const std::string before = entry->Shown();
     const std::vector<std::string> beside = mTree->ShownBeside(*entry);
-    std::optional<int64_t>* const halRequest =
-        writer == Writer::kHal ? entry->node->HalRequest() : nullptr;
     std::string requested;
-    if (halRequest != nullptr) {
-        if (!*halRequest) return;
-        halRequest->reset();
+    if (writer == Writer::kHal && entry->node->KeepsRequests()) {
+        if (!entry->node->HalRequest()) return;
+        entry->node->SetHalRequest(std::nullopt);
     } else {
         if (!entry->programState) return;
         requested = *entry->programState;
@@ -334,7 +357,10 @@ void Kernel::Remove(const std::string& path) {
 }
 
 std::string Kernel::FileOf(const std::string& path) const {
-    return mTree->mFolder + path;
+    std::lock_guard<std::mutex> guard(mTree->mMutex);
+    const Tree::Entry* const entry = mTree->Find(path);
+    const bool isReadable = entry == nullptr || entry->node->ReadError() == 0;
+    return isReadable ? mTree->mFolder + path : mTree->mFolder;
 }
 
 const std::string& Kernel::Folder() const {

@@ -2,6 +2,9 @@
 // meets (clamping to a table, minimum against maximum, refusal of nonsense).
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -9,6 +12,7 @@
 #include <vector>
 
 #include "lab/phone/device_profile.h"
+#include "lab/phone/node_rules.h"
 
 namespace lab {
 
@@ -31,14 +35,14 @@ class Kernel {
 
     // What meets in a limit node (cpufreq's scaling limits, the GPU's devfreq limits).
     struct LimitRequests {
-        int64_t program = 0;             // the program's, as written
+        int64_t program = 0;             // the program's, as the kernel took it
         std::optional<int64_t> inPlace;  // the HAL's that stands in its place
         std::optional<int64_t> hal;      // the HAL's own
     };
 
-    // Lays out the nodes of `profile` as files in a new temporary folder. Throws
-    // std::system_error when that fails.
-    Kernel(const DeviceProfile& profile, Recorder& recorder);
+    // Lays out the nodes of `profile` as files in a new temporary folder: those that `layOut`
+    // makes, or LayOutNodes. Throws std::system_error when that fails.
+    Kernel(const DeviceProfile& profile, Recorder& recorder, const NodeLayout& layOut = nullptr);
     ~Kernel();
 
     Kernel(const Kernel&) = delete;
@@ -70,10 +74,18 @@ class Kernel {
     // for writing one that can only be read. Records a read, and any refusal.
     int Open(const std::string& path, bool forWriting);
 
+    // What opening gives where there is no such node: EACCES to a program that would create one
+    // (`creates`) in a folder that there is, else ENOENT.
+    int MissingError(const std::string& path, bool creates) const;
+
     // Writes `text` as a program would, rules and all. Returns 0 or the errno.
     // Records the access; `byHal` says that it is done on behalf of a lock (Writer::kHal).
     int Write(const std::string& path, const std::string& text, bool byHal = false);
     int Write(const std::string& path, const std::string& text, Writer writer);
+
+    // As a program's Write, at `offset` of the file. Returns how many bytes were taken, or the
+    // negative errno.
+    ssize_t WriteAt(const std::string& path, const std::string& text, size_t offset);
 
     // Takes back what the HAL wrote as `writer`; the program's own shows again. Records the write
     // if there was anything to take back.
@@ -87,7 +99,8 @@ class Kernel {
     // theirs.
     void Remove(const std::string& path);
 
-    // The file that holds the node, brought up to date when the node is opened for reading.
+    // The file that holds the node, brought up to date when the node is opened for reading. For a
+    // node that cannot be read just now, something else that opens and cannot be read.
     std::string FileOf(const std::string& path) const;
 
     // The folder that holds the node files, for a look with ordinary tools. Brings all up to date:
@@ -95,6 +108,8 @@ class Kernel {
     const std::string& Folder() const;
 
   private:
+    ssize_t Put(const std::string& path, const std::string& text, size_t offset, Writer writer);
+
     class Tree;
     std::unique_ptr<Tree> mTree;
 };

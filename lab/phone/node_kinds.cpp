@@ -1,68 +1,42 @@
 #include "lab/phone/node_kinds.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <sstream>
 #include <utility>
+
+#include "lab/phone/kernel_text.h"
 
 namespace lab {
 
 namespace {
 
 constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
-constexpr std::string_view kDigits = "0123456789";
-constexpr std::string_view kSpaces = " \t\n\v\f\r";
-
-// strtoll saturates, which is what a number of any length needs.
-int64_t ToNumber(const std::string& digits) {
-    return std::strtoll(digits.c_str(), nullptr, 10);
-}
-
-// kstrtouint: the whole text, an ending newline apart, is an unsigned 32-bit number.
-std::optional<int64_t> ParseWholeNumber(std::string text) {
-    if (text.ends_with('\n')) text.pop_back();
-    if (text.starts_with('+')) text.erase(0, 1);
-    if (text.empty() || text.find_first_not_of(kDigits) != std::string::npos) return std::nullopt;
-    const int64_t value = ToNumber(text);
-    if (value > kU32Max) return std::nullopt;
-    return value;
-}
+constexpr size_t kPageSize = 4096;
 
 std::optional<int64_t> Parse(Scan scan, const std::string& text) {
-    return scan == Scan::kLeading ? ParseLeadingNumber(text) : ParseWholeNumber(text);
+    if (scan == Scan::kWhole) return ParseWholeNumber(text);
+    const std::optional<uint64_t> number = ScanNumber(text);
+    if (!number) return std::nullopt;
+    return static_cast<int64_t>(*number & kU32Max);
 }
 
-// Signed numbers with white space between them, as sysctl vectors are written.
-std::optional<std::vector<int64_t>> ParseVector(const std::string& text) {
-    std::vector<int64_t> numbers;
-    std::istringstream input(text);
-    for (std::string word; input >> word;) {
-        const size_t digits = word.starts_with('-') ? 1 : 0;
-        if (digits == word.size() || word.find_first_not_of(kDigits, digits) != std::string::npos) {
-            return std::nullopt;
-        }
-        numbers.push_back(ToNumber(word));
-    }
-    return numbers;
-}
-
-class NumberNode : public Node {
+class NumberNode : public SysfsNode {
   public:
     explicit NumberNode(const NumberRule& rule) : mRule(rule), mValue(rule.initial) {}
 
     std::string Show() const override { return std::to_string(mValue); }
-    int Store(const std::string& text) override {
+    void Restore(const std::string& saved) override {
+        if (const auto value = ParseWholeNumber(saved)) mValue = *value;
+    }
+
+  protected:
+    int Take(const std::string& text) override {
         const std::optional<int64_t> value = Parse(mRule.scan, text);
         if (!value) return EINVAL;
         mValue = std::clamp(*value, mRule.low, mRule.high);
         return 0;
-    }
-    void Restore(const std::string& saved) override {
-        if (const auto value = ParseLeadingNumber(saved)) mValue = *value;
     }
 
   private:
@@ -70,44 +44,69 @@ class NumberNode : public Node {
     int64_t mValue;
 };
 
-class BoolNode : public Node {
+class BoolNode : public SysfsNode {
   public:
-    explicit BoolNode(bool initial) : mValue(initial) {}
+    BoolNode(bool initial, bool knowsTrueAndFalse)
+        : mKnowsTrueAndFalse(knowsTrueAndFalse), mValue(initial) {}
 
     std::string Show() const override { return mValue ? "1" : "0"; }
-    // As kstrtobool: the first letter decides, the second after an "o".
-    int Store(const std::string& text) override {
-        const std::string word = text.substr(0, 2) + "  ";
-        const char first = static_cast<char>(std::tolower(static_cast<unsigned char>(word[0])));
-        const char second = static_cast<char>(std::tolower(static_cast<unsigned char>(word[1])));
-        const bool isOn = first == '1' || first == 'y' || (first == 'o' && second == 'n');
-        const bool isOff = first == '0' || first == 'n' || (first == 'o' && second == 'f');
-        if (!isOn && !isOff) return EINVAL;
-        mValue = isOn;
-        return 0;
-    }
     void Restore(const std::string& saved) override { mValue = saved == "1"; }
 
+  protected:
+    int Take(const std::string& text) override {
+        const std::optional<bool> value = ParseBool(text, mKnowsTrueAndFalse);
+        if (!value) return EINVAL;
+        mValue = *value;
+        return 0;
+    }
+
   private:
+    const bool mKnowsTrueAndFalse;
     bool mValue;
 };
 
-class ChoiceNode : public Node {
+class SysctlNumbersNode : public SysctlNode {
+  public:
+    SysctlNumbersNode(std::vector<int64_t> initial, int64_t low, int64_t high)
+        : mNumbers(std::move(initial)), mLow(low), mHigh(high) {}
+
+    std::string Show() const override {
+        std::string text;
+        for (const int64_t number : mNumbers) {
+            text += (text.empty() ? "" : "\t") + std::to_string(number);
+        }
+        return text;
+    }
+    void Restore(const std::string& saved) override { Store(saved, 0); }
+
+  protected:
+    size_t Count() const override { return mNumbers.size(); }
+    bool Set(size_t index, int64_t number) override {
+        if (number < mLow || number > mHigh) return false;
+        mNumbers[index] = number;
+        return true;
+    }
+
+  private:
+    std::vector<int64_t> mNumbers;
+    const int64_t mLow;
+    const int64_t mHigh;
+};
+
+class ChoiceNode : public SysctlNode {
   public:
     ChoiceNode(std::vector<int64_t> choices, int64_t initial)
         : mChoices(std::move(choices)), mValue(initial) {}
 
     std::string Show() const override { return std::to_string(mValue); }
-    int Store(const std::string& text) override {
-        const auto numbers = ParseVector(text);
-        if (!numbers || numbers->size() != 1) return EINVAL;
-        const int64_t value = numbers->front();
-        if (std::find(mChoices.begin(), mChoices.end(), value) == mChoices.end()) return EINVAL;
-        mValue = value;
-        return 0;
-    }
-    void Restore(const std::string& saved) override {
-        if (const auto value = ParseLeadingNumber(saved)) mValue = *value;
+    void Restore(const std::string& saved) override { Store(saved, 0); }
+
+  protected:
+    size_t Count() const override { return 1; }
+    bool Set(size_t, int64_t number) override {
+        if (std::find(mChoices.begin(), mChoices.end(), number) == mChoices.end()) return false;
+        mValue = number;
+        return true;
     }
 
   private:
@@ -117,46 +116,21 @@ class ChoiceNode : public Node {
 
 class ReadOnlyNode : public Node {
   public:
-    explicit ReadOnlyNode(std::function<std::string()> show) : mShow(std::move(show)) {}
+    ReadOnlyNode(std::function<std::string()> show, std::function<int()> readError)
+        : mShow(std::move(show)), mReadError(std::move(readError)) {}
 
     std::string Show() const override { return mShow(); }
-    int Store(const std::string&) override { return EACCES; }
+    int ReadError() const override { return mReadError ? mReadError() : 0; }
+    ssize_t Store(const std::string&, size_t) override { return -EACCES; }
     void Restore(const std::string&) override {}
     bool IsReadOnly() const override { return true; }
 
   private:
     const std::function<std::string()> mShow;
+    const std::function<int()> mReadError;
 };
 
-class FreqLimitNode : public Node {
-  public:
-    FreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side)
-        : mLimits(std::move(limits)), mSide(side) {}
-
-    std::string Show() const override {
-        return std::to_string(mSide == Side::kMin ? mLimits->EffectiveMin()
-                                                  : mLimits->EffectiveMax());
-    }
-    int Store(const std::string& text) override {
-        const std::optional<int64_t> value = ParseLeadingNumber(text);
-        if (!value) return EINVAL;
-        Mine().program = *value;
-        return 0;
-    }
-    std::string Save() const override {
-        return std::to_string(mSide == Side::kMin ? mLimits->min.program : mLimits->max.program);
-    }
-    void Restore(const std::string& saved) override { Store(saved); }
-    std::optional<int64_t>* HalRequest() override { return &Mine().hal; }
-
-  private:
-    FreqLimits::Requests& Mine() { return mSide == Side::kMin ? mLimits->min : mLimits->max; }
-
-    const std::shared_ptr<FreqLimits> mLimits;
-    const Side mSide;
-};
-
-class BusLimitNode : public Node {
+class BusLimitNode : public SysfsNode {
   public:
     BusLimitNode(std::shared_ptr<BusLimits> limits, Side side)
         : mLimits(std::move(limits)), mSide(side) {}
@@ -164,7 +138,13 @@ class BusLimitNode : public Node {
     std::string Show() const override {
         return std::to_string(mSide == Side::kMin ? mLimits->min : mLimits->max);
     }
-    int Store(const std::string& text) override {
+    void Restore(const std::string& saved) override {
+        const auto value = ParseWholeNumber(saved);
+        if (value) (mSide == Side::kMin ? mLimits->min : mLimits->max) = *value;
+    }
+
+  protected:
+    int Take(const std::string& text) override {
         const std::optional<int64_t> value = ParseWholeNumber(text);
         if (!value) return EINVAL;
         if (mSide == Side::kMin) {
@@ -174,17 +154,13 @@ class BusLimitNode : public Node {
         }
         return 0;
     }
-    void Restore(const std::string& saved) override {
-        const auto value = ParseLeadingNumber(saved);
-        if (value) (mSide == Side::kMin ? mLimits->min : mLimits->max) = *value;
-    }
 
   private:
     const std::shared_ptr<BusLimits> mLimits;
     const Side mSide;
 };
 
-class GpuLevelNode : public Node {
+class GpuLevelNode : public SysfsNode {
   public:
     GpuLevelNode(std::vector<int64_t> levelsMhz, int64_t initialMhz, int64_t hzPerUnit,
                  int noMatchError)
@@ -194,7 +170,12 @@ class GpuLevelNode : public Node {
           mMhz(initialMhz) {}
 
     std::string Show() const override { return std::to_string(mMhz * kHzPerMhz / mHzPerUnit); }
-    int Store(const std::string& text) override {
+    void Restore(const std::string& saved) override {
+        if (const auto value = ParseWholeNumber(saved)) mMhz = *value * mHzPerUnit / kHzPerMhz;
+    }
+
+  protected:
+    int Take(const std::string& text) override {
         constexpr int64_t kReachHz = 5 * kHzPerMhz;
         const std::optional<int64_t> value = ParseWholeNumber(text);
         if (!value) return EINVAL;
@@ -204,9 +185,6 @@ class GpuLevelNode : public Node {
             return 0;
         }
         return mNoMatchError;
-    }
-    void Restore(const std::string& saved) override {
-        if (const auto value = ParseWholeNumber(saved)) mMhz = *value * mHzPerUnit / kHzPerMhz;
     }
 
   private:
@@ -218,7 +196,7 @@ class GpuLevelNode : public Node {
     int64_t mMhz;
 };
 
-class SchedBoostNode : public Node {
+class SchedBoostNode : public SysctlNode {
   public:
     std::string Show() const override {
         for (size_t boost = 1; boost <= kBoosts; ++boost) {
@@ -226,26 +204,26 @@ class SchedBoostNode : public Node {
         }
         return "0";
     }
-    int Store(const std::string& text) override {
-        const auto numbers = ParseVector(text);
-        if (!numbers || numbers->size() != 1) return EINVAL;
-        const int64_t value = numbers->front();
-        const size_t boost = static_cast<size_t>(std::abs(value));
-        if (boost > kBoosts) return EINVAL;
-        if (value == 0) {
+    void Restore(const std::string& saved) override {
+        mHolders.fill(0);
+        Store(saved, 0);
+    }
+    bool IsCounted() const override { return true; }
+
+  protected:
+    size_t Count() const override { return 1; }
+    bool Set(size_t, int64_t number) override {
+        const size_t boost = static_cast<size_t>(std::abs(number));
+        if (boost > kBoosts) return false;
+        if (number == 0) {
             mHolders.fill(0);
-        } else if (value > 0) {
+        } else if (number > 0) {
             ++mHolders[boost];
         } else if (mHolders[boost] > 0) {
             --mHolders[boost];
         }
-        return 0;
+        return true;
     }
-    void Restore(const std::string& saved) override {
-        mHolders.fill(0);
-        Store(saved);
-    }
-    bool IsCounted() const override { return true; }
 
   private:
     static constexpr size_t kBoosts = 3;
@@ -253,7 +231,7 @@ class SchedBoostNode : public Node {
     std::array<int, kBoosts + 1> mHolders{};
 };
 
-class MigrateNode : public Node {
+class MigrateNode : public SysctlNode {
   public:
     MigrateNode(std::shared_ptr<MigrateMargins> margins, bool isUp)
         : mMargins(std::move(margins)), mIsUp(isUp) {}
@@ -262,61 +240,64 @@ class MigrateNode : public Node {
         const auto& mine = mIsUp ? mMargins->up : mMargins->down;
         return std::to_string(mine[0]) + "\t" + std::to_string(mine[1]);
     }
-    int Store(const std::string& text) override {
-        const auto numbers = ParseVector(text);
-        if (!numbers || numbers->size() != mMargins->boundaries) return EINVAL;
-        for (size_t i = 0; i < numbers->size(); ++i) {
-            const int64_t value = (*numbers)[i];
-            if (value < 1 || value > 100) return EINVAL;
-            if (mIsUp ? value < mMargins->down[i] : value > mMargins->up[i]) return EINVAL;
-        }
-        Set(*numbers);
-        return 0;
-    }
     void Restore(const std::string& saved) override {
-        const auto numbers = ParseVector(saved);
-        if (numbers && numbers->size() <= MigrateMargins::kShown) Set(*numbers);
+        std::string_view rest = saved;
+        auto numbers = mIsUp ? mMargins->up : mMargins->down;
+        for (int64_t& number : numbers) {
+            const std::optional<int64_t> next = TakeSysctlNumber(rest);
+            if (!next) return;
+            number = *next;
+        }
+        (mIsUp ? mMargins->up : mMargins->down) = numbers;
+    }
+
+  protected:
+    size_t Count() const override { return mMargins->boundaries; }
+    bool Set(size_t index, int64_t number) override {
+        if (number < 1 || number > 100) return false;
+        if (mIsUp ? number < mMargins->down[index] : number > mMargins->up[index]) return false;
+        (mIsUp ? mMargins->up : mMargins->down)[index] = number;
+        return true;
     }
 
   private:
-    void Set(const std::vector<int64_t>& numbers) {
-        auto& mine = mIsUp ? mMargins->up : mMargins->down;
-        std::copy(numbers.begin(), numbers.end(), mine.begin());
-    }
-
     const std::shared_ptr<MigrateMargins> mMargins;
     const bool mIsUp;
 };
 
 class UclampNode : public Node {
   public:
-    explicit UclampNode(const std::string& initial) { Store(initial); }
+    explicit UclampNode(const std::string& initial) { Store(initial, 0); }
 
     std::string Show() const override {
-        if (mHundredths == kFull) return "max";
+        // Kept as a percentage, shown as the whole when its share of 1024 rounds to that.
+        if ((mHundredths * 1024 + kFull / 2) / kFull == 1024) return "max";
         const std::string decimals = std::to_string(100 + mHundredths % 100).substr(1);
         return std::to_string(mHundredths / 100) + "." + decimals;
     }
-    int Store(const std::string& text) override {
-        const size_t begin = text.find_first_not_of(kSpaces);
-        if (begin == std::string::npos) return EINVAL;
-        const std::string word = text.substr(begin, text.find_last_not_of(kSpaces) + 1 - begin);
-        if (word == "max") {
+    ssize_t Store(const std::string& text, size_t) override {
+        if (text.size() > kPageSize) return -E2BIG;
+        std::string_view word = std::string_view(text).substr(0, text.find('\0'));
+        TakeBlanks(word);
+        if (word.substr(0, 3) == "max" && IsBlank(word.substr(3))) {
             mHundredths = kFull;
-            return 0;
+        } else {
+            const std::optional<int64_t> hundredths = ParseHundredths(word);
+            if (!hundredths) return -EINVAL;
+            if (*hundredths < 0 || *hundredths > kFull) return -ERANGE;
+            mHundredths = *hundredths;
         }
-        char* end = nullptr;
-        const double percent = std::strtod(word.c_str(), &end);
-        const bool isPlain = word.find_first_not_of("+-.0123456789") == std::string::npos;
-        if (!isPlain || end != word.c_str() + word.size()) return EINVAL;
-        if (percent < 0 || percent > 100) return ERANGE;
-        mHundredths = std::llround(percent * 100);
-        return 0;
+        return static_cast<ssize_t>(text.size());
     }
-    void Restore(const std::string& saved) override { Store(saved); }
+    void Restore(const std::string& saved) override { Store(saved, 0); }
 
   private:
     static constexpr int64_t kFull = 10'000;
+
+    static bool IsBlank(std::string_view text) {
+        TakeBlanks(text);
+        return text.empty();
+    }
 
     int64_t mHundredths = 0;
 };
@@ -326,9 +307,9 @@ class FreeNode : public Node {
     explicit FreeNode(std::string text) : mText(std::move(text)) {}
 
     std::string Show() const override { return mText; }
-    int Store(const std::string& text) override {
+    ssize_t Store(const std::string& text, size_t) override {
         mText = text;
-        return 0;
+        return static_cast<ssize_t>(text.size());
     }
     void Restore(const std::string& saved) override { mText = saved; }
 
@@ -338,44 +319,45 @@ class FreeNode : public Node {
 
 }  // namespace
 
-std::optional<int64_t> ParseLeadingNumber(const std::string& text) {
-    const size_t begin = text.find_first_not_of(kSpaces);
-    if (begin == std::string::npos || kDigits.find(text[begin]) == std::string_view::npos) {
-        return std::nullopt;
+ssize_t SysfsNode::Store(const std::string& text, size_t) {
+    const std::string page = text.substr(0, kPageSize);
+    if (page.empty()) return 0;
+    const int error = Take(page.substr(0, page.find('\0')));
+    return error != 0 ? -error : static_cast<ssize_t>(page.size());
+}
+
+ssize_t SysctlNode::Store(const std::string& text, size_t offset) {
+    if (text.empty() || offset > 0) return static_cast<ssize_t>(text.size());
+    std::string_view rest = text;
+    TakeBlanks(rest);
+    if (rest.empty()) return -EINVAL;
+    for (size_t i = 0; i < Count() && !rest.empty(); ++i) {
+        const std::optional<int64_t> number = TakeSysctlNumber(rest);
+        if (!number || !Set(i, *number)) return -EINVAL;
+        TakeBlanks(rest);
     }
-    return ToNumber(text.substr(begin));
-}
-
-int64_t FreqLimits::EffectiveMax() const {
-    int64_t value = zeroLiftsMax && max.program == 0 ? high : max.program;
-    if (max.hal) value = std::min(value, *max.hal);
-    return std::clamp(value, low, high);
-}
-
-int64_t FreqLimits::EffectiveMin() const {
-    int64_t value = min.program;
-    if (min.hal) value = std::max(value, *min.hal);
-    return std::min(std::clamp(value, low, high), EffectiveMax());
+    return static_cast<ssize_t>(text.size() - rest.size());
 }
 
 std::shared_ptr<Node> MakeNumberNode(const NumberRule& rule) {
     return std::make_shared<NumberNode>(rule);
 }
 
-std::shared_ptr<Node> MakeBoolNode(bool initial) {
-    return std::make_shared<BoolNode>(initial);
+std::shared_ptr<Node> MakeBoolNode(bool initial, const KernelRules& rules) {
+    return std::make_shared<BoolNode>(initial, rules.knowsTrueAndFalse);
+}
+
+std::shared_ptr<Node> MakeSysctlNode(std::vector<int64_t> initial, int64_t low, int64_t high) {
+    return std::make_shared<SysctlNumbersNode>(std::move(initial), low, high);
 }
 
 std::shared_ptr<Node> MakeChoiceNode(std::vector<int64_t> choices, int64_t initial) {
     return std::make_shared<ChoiceNode>(std::move(choices), initial);
 }
 
-std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show) {
-    return std::make_shared<ReadOnlyNode>(std::move(show));
-}
-
-std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side) {
-    return std::make_shared<FreqLimitNode>(std::move(limits), side);
+std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show,
+                                       std::function<int()> readError) {
+    return std::make_shared<ReadOnlyNode>(std::move(show), std::move(readError));
 }
 
 std::shared_ptr<Node> MakeBusLimitNode(std::shared_ptr<BusLimits> limits, Side side) {

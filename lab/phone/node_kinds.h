@@ -11,12 +11,38 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/phone/freq_limits.h"
 #include "lab/phone/node_rules.h"
 
 namespace lab {
 
-// How a text becomes a number: the number with which it begins (the kernel's sscanf), or the whole
-// text as a 32-bit number (its kstrtouint).
+// A file of sysfs: what is written counts from the file's beginning wherever it is written, and no
+// more than a page of it, up to a NUL. Nothing written is nothing done.
+class SysfsNode : public Node {
+  public:
+    ssize_t Store(const std::string& text, size_t offset) final;
+
+  protected:
+    // Returns 0 or the errno.
+    virtual int Take(const std::string& text) = 0;
+};
+
+// A file of /proc/sys with ints in it. What is written at another place than the beginning is
+// passed over; a write with fewer numbers sets the first ones, and what stands behind the last
+// number is not taken. Where a number is refused, those before it stay.
+class SysctlNode : public Node {
+  public:
+    ssize_t Store(const std::string& text, size_t offset) final;
+
+  protected:
+    virtual size_t Count() const = 0;
+
+    // Sets the number of that index; false: refused.
+    virtual bool Set(size_t index, int64_t number) = 0;
+};
+
+// How a text becomes a number: the number with which it begins, less what does not fit into 32 bits
+// (the kernel's sscanf), or the whole text as a 32-bit number (its kstrtouint).
 enum class Scan : uint8_t { kLeading, kWhole };
 
 // A node with one number. Below `low` and above `high` it is clamped.
@@ -30,38 +56,17 @@ struct NumberRule {
 std::shared_ptr<Node> MakeNumberNode(const NumberRule& rule);
 
 // A node that takes a boolean word (1, y, on, 0, n, off) and shows 1 or 0.
-std::shared_ptr<Node> MakeBoolNode(bool initial);
+std::shared_ptr<Node> MakeBoolNode(bool initial, const KernelRules& rules);
 
-// A node that takes one of a few numbers.
+// A node of /proc/sys with as many numbers as `initial`, each from `low` to `high`, tabs between.
+std::shared_ptr<Node> MakeSysctlNode(std::vector<int64_t> initial, int64_t low, int64_t high);
+
+// A node of /proc/sys that takes one of a few numbers.
 std::shared_ptr<Node> MakeChoiceNode(std::vector<int64_t> choices, int64_t initial);
 
-// A node that can only be read.
-std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show);
-
-enum class Side : uint8_t { kMin, kMax };
-
-// The two ends of a frequency range with the requests of each: a program's own, which the node
-// keeps as written, and the perf HAL's. The lowest maximum and the highest minimum count; where
-// they cross, the minimum is the maximum.
-struct FreqLimits {
-    struct Requests {
-        int64_t program = 0;
-        std::optional<int64_t> hal;
-    };
-
-    int64_t low = 0;
-    int64_t high = 0;
-    bool zeroLiftsMax = false;  // a maximum of 0 means none
-    Requests min;
-    Requests max;
-
-    FreqLimits(int64_t lowest, int64_t highest, bool zeroLifts)
-        : low(lowest), high(highest), zeroLiftsMax(zeroLifts), min{lowest, {}}, max{highest, {}} {}
-
-    int64_t EffectiveMin() const;
-    int64_t EffectiveMax() const;
-};
-std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side);
+// A node that can only be read. `readError` gives the errno with which that fails, or 0.
+std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show,
+                                       std::function<int()> readError = nullptr);
 
 // A bus monitor's range: each end stays between the hardware's end and the other one.
 struct BusLimits {
@@ -81,8 +86,8 @@ std::shared_ptr<Node> MakeGpuLevelNode(std::vector<int64_t> levelsMhz, int64_t i
 // Shows the lowest-numbered boost that is held, 0 for none.
 std::shared_ptr<Node> MakeSchedBoostNode();
 
-// Percentages at which a task moves up and down, one of each for each cluster boundary. A write
-// gives all of them; up stays at or above down. A read always gives two.
+// Percentages at which a task moves up and down, one of each for each cluster boundary; up stays at
+// or above down. A read always gives two.
 struct MigrateMargins {
     static constexpr size_t kShown = 2;
 
@@ -92,7 +97,8 @@ struct MigrateMargins {
 };
 std::shared_ptr<Node> MakeMigrateNode(std::shared_ptr<MigrateMargins> margins, bool isUp);
 
-// A utilization clamp: percent with two decimals, or "max".
+// A utilization clamp: percent with two decimals, or "max", which is what rounds to the whole in
+// steps of 1/1024.
 std::shared_ptr<Node> MakeUclampNode(const std::string& initial);
 
 }  // namespace lab

@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <iterator>
+#include <functional>
 #include <limits>
 #include <utility>
 
+#include "lab/phone/freq_limits.h"
 #include "lab/phone/node_kinds.h"
 #include "lab/phone/node_rules.h"
 
@@ -45,12 +46,14 @@ std::string CpuFolder(int cpu) {
 
 class Layout {
   public:
-    explicit Layout(const DeviceProfile& profile) : mProfile(profile) {}
+    Layout(const DeviceProfile& profile, const KernelRules& rules)
+        : mProfile(profile), mRules(rules) {}
 
     std::vector<NamedNode> Take() {
         for (const CpuCluster& cluster : mProfile.clusters) {
-            AddPolicy(cluster);
-            AddCores(cluster);
+            const auto limits = std::make_shared<CpuLimits>(cluster.khz, mRules);
+            AddPolicy(cluster, limits);
+            AddCores(cluster, limits);
         }
         AddGpu();
         for (const BusMonitor& bus : mProfile.buses) AddBus(bus);
@@ -76,28 +79,18 @@ class Layout {
         mNodes.push_back(std::move(named));
     }
 
-    void AddPolicy(const CpuCluster& cluster) {
-        const int64_t low = cluster.khz.front();
-        const int64_t high = cluster.khz.back();
-        const auto limits = std::make_shared<FreqLimits>(low, high, false);
+    void AddPolicy(const CpuCluster& cluster, const std::shared_ptr<CpuLimits>& limits) {
         AddPolicyNode(cluster, "scaling_min_freq", MakeFreqLimitNode(limits, Side::kMin));
         AddPolicyNode(cluster, "scaling_max_freq", MakeFreqLimitNode(limits, Side::kMax));
-        AddPolicyNode(cluster, "cpuinfo_min_freq",
-                      MakeReadOnlyNode([low] { return std::to_string(low); }));
-        AddPolicyNode(cluster, "cpuinfo_max_freq",
-                      MakeReadOnlyNode([high] { return std::to_string(high); }));
-        // No load runs on this phone: a cluster stays at its floor, on the first step that is high
-        // enough, or on the highest one below the ceiling where the two leave no step between.
-        AddPolicyNode(cluster, "scaling_cur_freq", MakeReadOnlyNode([limits, khz = cluster.khz] {
-                          const auto above =
-                              std::lower_bound(khz.begin(), khz.end(), limits->EffectiveMin());
-                          if (above != khz.end() && *above <= limits->EffectiveMax()) {
-                              return std::to_string(*above);
-                          }
-                          const auto beyond =
-                              std::upper_bound(khz.begin(), khz.end(), limits->EffectiveMax());
-                          return std::to_string(*std::prev(beyond));
-                      }));
+        const auto addReadOnly = [&](const std::string& name, std::function<int64_t()> khz) {
+            AddPolicyNode(cluster, name,
+                          MakeReadOnlyNode([khz] { return std::to_string(khz()); },
+                                           [limits] { return limits->ReadError(); }));
+        };
+        addReadOnly("cpuinfo_min_freq", [low = cluster.khz.front()] { return low; });
+        addReadOnly("cpuinfo_max_freq", [high = cluster.khz.back()] { return high; });
+        // No load runs on this phone.
+        addReadOnly("scaling_cur_freq", [limits] { return limits->Current(); });
 
         for (const NumberRule& rule : kWaltNodes) {
             AddPolicyNode(cluster, "walt/" + std::string(rule.name), MakeNumberNode(rule));
@@ -105,18 +98,19 @@ class Layout {
         AddPolicyNode(
             cluster, "walt/rtg_boost_freq",
             MakeNumberNode({"rtg_boost_freq", Scan::kWhole, 0, kU32Max, cluster.rtgBoostKhz}));
-        AddPolicyNode(cluster, "walt/pl", MakeBoolNode(false));
+        AddPolicyNode(cluster, "walt/pl", MakeBoolNode(false, mRules));
     }
 
     // Core control has its nodes on a cluster's first CPU only. Its ends are not checked against
     // each other: where they cross, the kernel lets the maximum win.
-    void AddCores(const CpuCluster& cluster) {
+    void AddCores(const CpuCluster& cluster, const std::shared_ptr<CpuLimits>& limits) {
         const int64_t size = cluster.lastCpu - cluster.firstCpu + 1;
         const std::string folder = CpuFolder(cluster.firstCpu) + "/core_ctl/";
         Add(folder + "min_cpus", MakeNumberNode({"min_cpus", Scan::kLeading, 0, size, 1}));
         Add(folder + "max_cpus", MakeNumberNode({"max_cpus", Scan::kLeading, 0, size, size}));
+        const auto running = std::make_shared<RunningCpus>();
         for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
-            Add(CpuFolder(cpu) + "/online", MakeBoolNode(true));
+            Add(CpuFolder(cpu) + "/online", MakeOnlineNode(mRunning, running, limits, mRules));
         }
     }
 
@@ -125,14 +119,14 @@ class Layout {
         const int64_t highest = mProfile.gpuMhz.front();
         const int64_t lowest = mProfile.gpuMhz.back();
         const auto limits =
-            std::make_shared<FreqLimits>(lowest * kHzPerMhz, highest * kHzPerMhz, true);
+            std::make_shared<DevfreqLimits>(lowest * kHzPerMhz, highest * kHzPerMhz);
         Add(folder + "devfreq/min_freq", MakeFreqLimitNode(limits, Side::kMin));
         Add(folder + "devfreq/max_freq", MakeFreqLimitNode(limits, Side::kMax));
         // Idle: the level in which the GPU starts, as far as the limits allow.
         Add(folder + "devfreq/cur_freq",
             MakeReadOnlyNode([limits, initial = mProfile.gpuInitialMhz * kHzPerMhz] {
                 return std::to_string(
-                    std::clamp(initial, limits->EffectiveMin(), limits->EffectiveMax()));
+                    std::clamp(initial, limits->Show(Side::kMin), limits->Show(Side::kMax)));
             }));
         Add(folder + "min_clock_mhz", MakeGpuLevelNode(mProfile.gpuMhz, lowest, kHzPerMhz, 0));
         Add(folder + "max_gpuclk", MakeGpuLevelNode(mProfile.gpuMhz, highest, 1, ERANGE));
@@ -167,13 +161,15 @@ class Layout {
     }
 
     const DeviceProfile& mProfile;
+    const KernelRules& mRules;
+    const std::shared_ptr<RunningCpus> mRunning = std::make_shared<RunningCpus>();
     std::vector<NamedNode> mNodes;
 };
 
 }  // namespace
 
-std::vector<NamedNode> LayOutNodes(const DeviceProfile& profile) {
-    return Layout(profile).Take();
+std::vector<NamedNode> LayOutNodes(const DeviceProfile& profile, const KernelRules& rules) {
+    return Layout(profile, rules).Take();
 }
 
 }  // namespace lab

@@ -1,6 +1,10 @@
 // What one kernel node shows and what it does with a text that is written to it.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,10 +24,14 @@ class Node {
     // What a read gives, without the newline.
     virtual std::string Show() const = 0;
 
-    // Takes `text` as the kernel does. Returns 0 or the errno; a refusal changes nothing.
-    virtual int Store(const std::string& text) = 0;
+    // The errno with which a read fails instead, or 0.
+    virtual int ReadError() const { return 0; }
 
-    // The node's own state as text, and back, past every rule. Text that is no state of this node
+    // Takes `text`, written at `offset` of the file, as the kernel does. Returns how many bytes it
+    // took, or the negative errno; a refusal changes nothing but where a kind says otherwise.
+    virtual ssize_t Store(const std::string& text, size_t offset) = 0;
+
+    // The node's own state as a text that it takes, and back. Text that is no state of this node
     // is ignored.
     virtual std::string Save() const { return Show(); }
     virtual void Restore(const std::string& saved) = 0;
@@ -33,9 +41,11 @@ class Node {
     // True for a node that counts what is written to it: undoing a write takes another write.
     virtual bool IsCounted() const { return false; }
 
-    // The perf HAL's own request on a node that keeps several requests and shows what follows from
-    // all; null for a node with one value.
-    virtual std::optional<int64_t>* HalRequest() { return nullptr; }
+    // True for a node that keeps several requests and shows what follows from all; the perf HAL has
+    // one of its own there. None takes that back.
+    virtual bool KeepsRequests() const { return false; }
+    virtual std::optional<int64_t> HalRequest() const { return std::nullopt; }
+    virtual void SetHalRequest(std::optional<int64_t>) {}
 };
 
 // A node of a device under all its names: the CPUs of a cluster share their policy's nodes.
@@ -45,13 +55,22 @@ struct NamedNode {
     std::shared_ptr<Node> node;
 };
 
+// Where kernels answer differently. As it is made, the phones' generation (5.10).
+struct KernelRules {
+    bool snapsCpuLimits = false;          // a limit becomes a step of the table
+    int offlineWriteError = EINVAL;       // a limit of a cluster without a CPU that runs
+    int offlineReadError = 0;             // and of any node of its policy; 0: the last value
+    bool refusesNegativeRequest = false;  // a limit that is negative as a 32-bit number
+    bool knowsTrueAndFalse = false;       // as boolean words
+};
+
 // Every node of the device as it is after boot.
-std::vector<NamedNode> LayOutNodes(const DeviceProfile& profile);
+std::vector<NamedNode> LayOutNodes(const DeviceProfile& profile, const KernelRules& rules = {});
+
+// Makes the nodes of a device in another way.
+using NodeLayout = std::function<std::vector<NamedNode>(const DeviceProfile&)>;
 
 // A node without any rule, for a situation that a test arranges.
 std::shared_ptr<Node> MakeFreeNode(const std::string& text);
-
-// The request in a text: the number with which it begins, saturating. None: no number.
-std::optional<int64_t> ParseLeadingNumber(const std::string& text);
 
 }  // namespace lab

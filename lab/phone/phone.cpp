@@ -38,7 +38,7 @@ void* LoadHalLibrary(const std::string& variant) {
 Phone::Phone(const DeviceProfile& profile, const Options& options)
     : mClock(options.realtime ? MakeRealClock() : MakeVirtualClock()),
       mRecorder(*mClock),
-      mKernel(profile, mRecorder),
+      mKernel(profile, mRecorder, options.nodes),
       mHal(*mClock, mRecorder, mKernel),
       mFaults(*mClock),
       mTraceEnabled(options.traceEnabled),

@@ -31,6 +31,7 @@ class Phone {
         bool realtime = false;     // the machine's clock and POSIX timer
         bool hal = true;           // false: the perf-HAL library is not there
         bool traceEnabled = true;  // atrace's tag bit 0
+        NodeLayout nodes;          // none: LayOutNodes
     };
 
     // Boots the phone: lays out the profile's nodes, sets the properties that every phone has
