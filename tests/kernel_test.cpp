@@ -285,7 +285,7 @@ TEST_F(KernelTest, LaterKernelAnswersByItsOwnRules) {
         EXPECT_EQ(mKernel->Write(kCpu + "cpu" + std::to_string(cpu) + "/online", "false"), 0);
     }
     EXPECT_EQ(mKernel->Write(max, "998400"), EBUSY);
-    EXPECT_TRUE(std::filesystem::is_directory(mKernel->FileOf(max))) << "opens, cannot be read";
+    EXPECT_TRUE(std::filesystem::is_directory(mKernel->FileToRead(max))) << "opens, cannot be read";
 }
 
 TEST_F(KernelTest, HalRequestsStandBesideTheProgramsAndGoWithoutTrace) {

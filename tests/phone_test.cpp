@@ -117,6 +117,7 @@ TEST_F(PhoneTest, NodesAreNotCreated) {
         {kMaxFreq + "2", O_WRONLY, ENOENT},
         {kMaxFreq + "2", O_WRONLY | O_CREAT, EACCES},  // sysfs has nothing that would create it
         {"/sys/devices/system/cpu/cpu9/cpufreq/scaling_max_freq", O_WRONLY | O_CREAT, ENOENT},
+        {"/proc/sys/walt/none", O_WRONLY | O_CREAT, ENOENT},
         {kMaxFreq, O_WRONLY | O_CREAT | O_EXCL, EEXIST},
         {kCpuinfo, O_WRONLY | O_CREAT, EACCES},
     };
@@ -126,7 +127,7 @@ TEST_F(PhoneTest, NodesAreNotCreated) {
     }
     EXPECT_EQ(fopen((kMaxFreq + "2").c_str(), "w"), nullptr);
     EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(mPhone.Events().All<NodeAccess>().size(), 6u);
+    EXPECT_EQ(mPhone.Events().All<NodeAccess>().size(), 7u);
 }
 
 TEST_F(PhoneTest, RefusedOpeningsAreRecorded) {

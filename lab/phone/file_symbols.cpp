@@ -73,7 +73,7 @@ int OpenNode(Kernel& kernel, const std::string& path, const Opening& opening) {
 // The file to read a node from.
 std::string FileToRead(const Kernel& kernel, const std::string& path) {
     const auto fault = Phone::Current()->GetFaults().OnNode(path);
-    return Has(fault, NodeFault::Kind::kShort) ? "/dev/null" : kernel.FileOf(path);
+    return Has(fault, NodeFault::Kind::kShort) ? "/dev/null" : kernel.FileToRead(path);
 }
 
 // Hands `text` to the node at `path` of the phone that is alive. Returns how much it took, or -1

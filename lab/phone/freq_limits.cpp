@@ -106,7 +106,8 @@ int CpuLimits::Take(Side side, const std::string& text) {
     const std::optional<uint64_t> number = ScanNumber(text);
     if (!number) return EINVAL;
     const int32_t request = ToRequest(*number);
-    if (mRules.refusesNegativeRequest && request < 0) return EINVAL;
+    const bool isNegative = request < 0 && request != kDefaultRequest;
+    if (mRules.refusesNegativeRequest && isNegative) return EINVAL;
     Of(side).program = request == kDefaultRequest ? NoRequest(side) : request;
     Follow();
     return 0;

@@ -282,7 +282,9 @@ int Kernel::Open(const std::string& path, bool forWriting) {
 
 int Kernel::MissingError(const std::string& path, bool creates) const {
     std::lock_guard<std::mutex> guard(mTree->mMutex);
-    return creates && mTree->HasFolder(FolderOf(path)) ? EACCES : ENOENT;
+    // Where there is nothing that creates files, sysctl says so before it is asked to.
+    const bool isSysctl = path.starts_with("/proc/sys/");
+    return creates && !isSysctl && mTree->HasFolder(FolderOf(path)) ? EACCES : ENOENT;
 }
 
 int Kernel::Write(const std::string& path, const std::string& text, bool byHal) {
@@ -357,6 +359,10 @@ void Kernel::Remove(const std::string& path) {
 }
 
 std::string Kernel::FileOf(const std::string& path) const {
+    return mTree->mFolder + path;
+}
+
+std::string Kernel::FileToRead(const std::string& path) const {
     std::lock_guard<std::mutex> guard(mTree->mMutex);
     const Tree::Entry* const entry = mTree->Find(path);
     const bool isReadable = entry == nullptr || entry->node->ReadError() == 0;

@@ -75,7 +75,7 @@ class Kernel {
     int Open(const std::string& path, bool forWriting);
 
     // What opening gives where there is no such node: EACCES to a program that would create one
-    // (`creates`) in a folder that there is, else ENOENT.
+    // (`creates`) in a folder of sysfs or cgroups that there is, else ENOENT.
     int MissingError(const std::string& path, bool creates) const;
 
     // Writes `text` as a program would, rules and all. Returns 0 or the errno.
@@ -99,9 +99,12 @@ class Kernel {
     // theirs.
     void Remove(const std::string& path);
 
-    // The file that holds the node, brought up to date when the node is opened for reading. For a
-    // node that cannot be read just now, something else that opens and cannot be read.
+    // The file that holds the node, brought up to date when the node is opened for reading.
     std::string FileOf(const std::string& path) const;
+
+    // As FileOf, for reading: for a node that cannot be read just now something else that opens and
+    // cannot be read.
+    std::string FileToRead(const std::string& path) const;
 
     // The folder that holds the node files, for a look with ordinary tools. Brings all up to date:
     // between two looks a file may keep an older text.

@@ -60,7 +60,7 @@ struct KernelRules {
     bool snapsCpuLimits = false;          // a limit becomes a step of the table
     int offlineWriteError = EINVAL;       // a limit of a cluster without a CPU that runs
     int offlineReadError = 0;             // and of any node of its policy; 0: the last value
-    bool refusesNegativeRequest = false;  // a limit that is negative as a 32-bit number
+    bool refusesNegativeRequest = false;  // a limit that is below -1 as a 32-bit number
     bool knowsTrueAndFalse = false;       // as boolean words
 };
 
