@@ -59,6 +59,7 @@ const std::vector<StepReader::Kind>& StepReader::Kinds() {
         {"faults", {}, &StepReader::ReadFaultStep},
         {"hal", {}, &StepReader::ReadHal},
         {"node", {}, &StepReader::ReadNode},
+        {"cpus", {}, &StepReader::ReadCpus},
         {"property", {}, &StepReader::ReadProperty},
         {"wait", {}, &StepReader::ReadWait},
         {"expect", {}, &StepReader::ReadExpect},
@@ -258,6 +259,28 @@ Request StepReader::ReadNode(const YamlNode&, const YamlNode& value, Step& made)
         made.text += fmt::format("{}{} {}", made.text.empty() ? "node " : ", ", ShortNode(path),
                                  text ? "= " + *text : "taken away");
         arranged.nodes.emplace_back(path, text);
+    }
+    return arranged;
+}
+
+// "4-6" or "7", as in a device's profile.
+Request StepReader::ReadCpus(const YamlNode&, const YamlNode& value, Step& made) {
+    AsMap(value, "a map from offline or online to CPUs, such as {offline: 4-6}",
+          {"offline", "online"});
+    ArrangeNodes arranged;
+    for (const auto& [key, cpus] : value.fields) {
+        const std::string& text = cpus.AsText("CPUs");
+        const size_t dash = text.find('-');
+        const auto first = ParseNumber(text.substr(0, dash));
+        const auto last = dash == std::string::npos ? first : ParseNumber(text.substr(dash + 1));
+        if (!first || !last || *first < 0 || *last < *first || *last > 63) {
+            cpus.Fail("expected a CPU or a range of them, such as 4-6, not '" + text + "'");
+        }
+        made.text += fmt::format("{}cpus {} {}", made.text.empty() ? "" : ", ", text, key.scalar);
+        for (int64_t cpu = *first; cpu <= *last; ++cpu) {
+            arranged.nodes.emplace_back(fmt::format("/sys/devices/system/cpu/cpu{}/online", cpu),
+                                        key.scalar == "online" ? "1" : "0");
+        }
     }
     return arranged;
 }

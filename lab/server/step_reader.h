@@ -63,6 +63,7 @@ class StepReader {
     Request ReadFaultStep(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadHal(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadNode(const YamlNode& step, const YamlNode& value, Step& made);
+    Request ReadCpus(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadProperty(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadWait(const YamlNode& step, const YamlNode& value, Step& made);
     Request ReadExpect(const YamlNode& step, const YamlNode& value, Step& made);
