@@ -75,6 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"AtInRepeat", "- {repeat: 3, steps: [{at: 1, do: touch}]}", "my.yaml:2:28: "},
         Mistake{"Forever", "- {repeat: 100000000, steps: [{wait: 1000000}]}", "my.yaml:2:12: "},
         Mistake{"Node", "- {node: {sys: 1}}", "my.yaml:2:11: a node's path begins with '/'"},
+        Mistake{"Cpus", "- {cpus: {offline: 6-4}}", "my.yaml:2:20: expected a CPU or a range"},
         Mistake{"Device", "- {device: sm845, do: touch}",
                 "my.yaml:2:12: there is no shipped device 'sm845' (did you mean 'sm8450'?)"},
         Mistake{"DeviceOfRepeat", "- {device: sm8450, repeat: 1, steps: []}", "my.yaml:2:12: "},
