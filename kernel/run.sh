@@ -18,7 +18,7 @@ devices=()
 writes=()
 files=()
 # Seconds for a boot and all that is played; generous, for it is there to end what hangs.
-patience=${TARQUEL_KERNEL_TIMEOUT:-300}
+patience=${TARQUEL_KERNEL_TIMEOUT:-600}
 
 fail() {
     echo "kernel: $*" >&2
@@ -31,6 +31,7 @@ while [ $# -gt 0 ]; do
         --device) devices+=("${2:?--device takes a name or a file}"); shift ;;
         --write) writes+=("${2:?--write takes NODE=TEXT}"); shift ;;
         --program) program=${2:?--program takes a file}; shift ;;
+        --help) sed -n '2,/^set/{s/^# \{0,1\}//;/^set/d;p}' "$0"; exit 0 ;;
         --*) fail "there is no option $1; there are --own, --device, --write and --program" ;;
         *) files+=("$1") ;;
     esac
@@ -48,16 +49,17 @@ done
 
 # The module is as the kernel that it is built for.
 build_module() {
-    local folder=$build/$kernel/module headers
-    headers=$(cat "$build/$kernel/headers.txt" 2>/dev/null ||
-        echo "$PWD/$build/$kernel/headers/usr/src/linux-headers-$(cat "$build/$kernel/release.txt")")
+    local folder=$build/$kernel/module headers=$build/own/source
+    if [ $kernel = stock ]; then
+        headers=$build/stock/headers/usr/src/linux-headers-$(cat "$build/stock/release.txt")
+    fi
     mkdir -p "$folder"
     if [ -s "$folder/lab_hal.ko" ] && cmp -s kernel/hal_requests/lab_hal.c "$folder/lab_hal.c" &&
         [ "$folder/lab_hal.ko" -nt "$build/$kernel/Image" ]; then
         return
     fi
     cp kernel/hal_requests/* "$folder"
-    if ! make -C "$headers" ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu- M="$PWD/$folder" modules \
+    if ! make -C "$PWD/$headers" ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu- M="$PWD/$folder" modules \
         >"$folder/log.txt" 2>&1; then
         cat "$folder/log.txt" >&2
         fail "the module for the HAL's requests cannot be built"
@@ -119,7 +121,7 @@ lay_out_system() {
     cp "$knowledge" "$root/files/kernel.yaml"
 }
 
-# Plays everything on one device. Says what the machine said.
+# Plays everything on one device. Says what the machine said; its result is in FOLDER/result.txt.
 play() {
     local device=$1 folder=$2 status=0
     local root=$folder/root
@@ -163,7 +165,7 @@ play() {
     while read -r address image; do
         registers+=(-device "loader,file=$image,addr=$address,force-raw=on")
     done <"$folder/registers.txt"
-    timeout -k 5 "$patience" "${machine[@]}" -dtb "$folder/machine.dtb" "${registers[@]}" \
+    timeout --foreground -k 5 "$patience" "${machine[@]}" -dtb "$folder/machine.dtb" "${registers[@]}" \
         -kernel "$build/$kernel/Image" -initrd "$folder/initrd.gz" \
         -append "console=ttyAMA0 quiet panic=-1 rdinit=/init" \
         </dev/null >"$folder/console.txt" 2>"$folder/qemu.txt" || status=$?
@@ -171,19 +173,21 @@ play() {
     local result
     result=$(tr -d '\r' <"$folder/console.txt" | sed -nE 's/^LAB RESULT ([0-9]+)$/\1/p' | tail -1)
     if [ -z "$result" ]; then
-        tail -30 "$folder/console.txt" "$folder/qemu.txt" >&2
+        tail -n 30 "$folder/console.txt" "$folder/qemu.txt" >&2
         [ $status -eq 124 ] && echo "kernel: not over after $patience s" >&2
         echo "kernel: $device: no result (QEMU ended with $status); $folder/console.txt has it all" >&2
         return 2
     fi
-    return "$result"
+    echo "$result" >"$folder/result.txt"
 }
 
 [ -f "$build/$kernel/Image" ] || fail "there is no kernel in $build/$kernel"
 build_module
 lay_out_system "$build/$kernel/system"
 
-# The devices' machines run beside each other: each has one thread.
+# The devices' machines run beside each other: each has one thread. Each is a process group of its
+# own, which ends with this script.
+set -m
 index=0
 runs=()
 folders=()
@@ -194,11 +198,12 @@ for device in "${devices[@]}"; do
     play "$device" "$folder" >"$folder.txt" 2>&1 &
     runs+=($!)
 done
-trap 'kill "${runs[@]}" 2>/dev/null || true' EXIT
+trap 'for run in "${runs[@]}"; do kill -- "-$run" 2>/dev/null || true; done' EXIT
 worst=0
 for index in "${!runs[@]}"; do
-    status=0
-    wait "${runs[$index]}" || status=$?
+    wait "${runs[$index]}" || true
+    # What fails before the machine has said a result is no difference.
+    status=$(cat "${folders[$index]}/result.txt" 2>/dev/null || echo 2)
     echo "== ${devices[$index]} on $(sed -nE 's/^kernel: (.*)/\1/p' "$knowledge")"
     cat "${folders[$index]}.txt"
     [ $status -le $worst ] || worst=$status

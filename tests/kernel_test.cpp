@@ -177,6 +177,8 @@ INSTANTIATE_TEST_SUITE_P(Clamps, KernelWrites, ::testing::Values(
     WriteCase{{}, {kGroup + "min", "+5"}, EINVAL, "0.00"},
     WriteCase{{}, {kGroup + "min", "max\n"}, 0, "max"},
     WriteCase{{}, {kGroup + "min", "maximum"}, EINVAL, "0.00"},
+    WriteCase{{{kGroup + "min", "40"}}, {kGroup + "min", ""}, 0, "40.00"},
+    WriteCase{{}, {kGroup + "min", "5.0000000000000000001"}, ERANGE, "0.00"},   // divided by 32 bits
     WriteCase{{{kGroup + "min", "40"}}, {kGroup + "min", "max"}, 0, "max"},
     WriteCase{{}, {kGroup + "max", "100.01"}, ERANGE, "max"},
     WriteCase{{}, {kGroup + "min", "-1"}, ERANGE, "0.00"},

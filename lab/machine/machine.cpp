@@ -231,7 +231,7 @@ void Machine::AddStandIns(std::vector<NamedNode>& nodes) const {
     constexpr int64_t kHigh = std::numeric_limits<int32_t>::max();
     constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
     nodes.push_back({{"/proc/sys/vm/swappiness"}, MakeSysctlNode({60}, 0, 200)});
-    nodes.push_back({{"/proc/sys/kernel/printk"}, MakeSysctlNode({4, 4, 1, 7}, kLow, kHigh)});
+    nodes.push_back({{"/proc/sys/kernel/printk"}, MakeSysctlNode({1, 4, 1, 7}, kLow, kHigh)});
     nodes.push_back({{"/sys/kernel/mm/ksm/sleep_millisecs"},
                      MakeNumberNode({"sleep_millisecs", Scan::kWhole, 0, kU32Max, 20})});
 }
@@ -270,8 +270,24 @@ std::vector<NamedNode> Machine::LayOut(const DeviceProfile& profile) {
         nodes.push_back(std::move(named));
     }
     mCounts.nodes = mDoubles.size();
+    if (!mHasBooted) {
+        for (const auto& node : mDoubles) CompareNames(*node);
+        CompareAll("booting");
+    }
+    mHasBooted = true;
     Boot();
     return nodes;
+}
+
+// Of the phone's names for a node the machine's kernel must have the same file.
+void Machine::CompareNames(const Double& node) {
+    const std::vector<std::string>& names = node.Names();
+    for (size_t i = 1; i < names.size(); ++i) {
+        std::error_code error;
+        const bool isSame = std::filesystem::equivalent(names[0], names[i], error);
+        ++mCounts.comparisons;
+        if (!isSame) Differ(names[i], "another file than " + names[0], "the same");
+    }
 }
 
 void Machine::Boot() {
@@ -279,7 +295,6 @@ void Machine::Boot() {
         for (const auto& node : mDoubles) {
             if (node->IsReadOnly() || node->Path().ends_with("/online") != isOnline) continue;
             const ssize_t taken = node->File().Write(node->Model().Save());
-            // CPU 0 may be one that cannot be taken away.
             if (taken < 0) {
                 throw std::runtime_error(fmt::format("{} cannot be set to {}: {}", node->Path(),
                                                      node->Model().Save(), ResultText(taken)));
@@ -289,7 +304,7 @@ void Machine::Boot() {
     if (mHalMin.Write("all none") < 0 || mHalMax.Write("all none") < 0) {
         throw std::runtime_error("the module for the HAL's requests is not loaded");
     }
-    CompareAll("booting");
+    CompareAll("going back to the state after boot");
 }
 
 // A driver is as slow as the phone's faults say of any name of its node.

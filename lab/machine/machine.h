@@ -60,9 +60,9 @@ class Machine {
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
 
-    // Lays out a phone's nodes, those that the machine has as the machine's, which is first brought
-    // to the state after boot. Throws std::runtime_error when the machine lacks a node that its
-    // kernel must have, or the means for the perf HAL's requests.
+    // Lays out a phone's nodes, those that the machine has as the machine's: as it has booted when
+    // this is the first phone, else brought back to that. Throws std::runtime_error when the
+    // machine lacks a node that its kernel must have, or the means for the perf HAL's requests.
     std::vector<NamedNode> LayOut(const DeviceProfile& profile);
 
     // The nodes of the model alone, by the rules of the machine's kernel.
@@ -95,6 +95,7 @@ class Machine {
 
     std::optional<std::string> RealPath(const std::string& path) const;
     void AddStandIns(std::vector<NamedNode>& nodes) const;
+    void CompareNames(const Double& node);
     void Boot();
     void SetDelay(const std::vector<std::string>& names);
     ssize_t Judge(const Double& node, const std::string& written, ssize_t kernels, ssize_t models);
@@ -114,6 +115,7 @@ class Machine {
     MachineFile mDelay;
     MachineFile mSettle;
     int mDelayMs = 0;
+    bool mHasBooted = false;
     size_t mToldOfPart = 0;
     Counts mCounts;
 };

@@ -42,6 +42,14 @@ SingleWrite ReadWhere(std::string key) {
     return write;
 }
 
+// A text, or {text: "5", blanks: 5000}: with so many blanks behind it.
+std::string ReadText(const YamlNode& node) {
+    if (node.kind != YamlNode::Kind::kMap) return node.AsText("the text");
+    node.ExpectFields("a text", {"text", "blanks"});
+    const int64_t blanks = node.Get("blanks").AsInt("a number of blanks", 0, 100'000);
+    return node.Get("text").AsText("the text") + std::string(static_cast<size_t>(blanks), ' ');
+}
+
 WriteCase ReadCase(const YamlNode& node) {
     node.ExpectFields("a case", {"name", "device", "writes"});
     WriteCase made;
@@ -59,7 +67,7 @@ WriteCase ReadCase(const YamlNode& node) {
         }
         SingleWrite& write = made.writes.back();
         write.line = item.line;
-        if (text.kind != YamlNode::Kind::kNull) write.text = text.AsText("the text");
+        if (text.kind != YamlNode::Kind::kNull) write.text = ReadText(text);
         if (!write.text && write.kind != SingleWrite::Kind::kHal) {
             text.Fail("only the HAL takes a request back; \"\" is an empty text");
         }

@@ -180,7 +180,7 @@ std::string DevfreqLimits::Taken(Side side) const {
 uint64_t DevfreqLimits::EffectiveMax() const {
     std::optional<int32_t> hal;
     if (const auto hz = Of(Side::kMax).hal) {
-        hal = ToRequest(static_cast<uint64_t>((*hz + kHzPerKhz - 1) / kHzPerKhz));
+        hal = ToRequest((static_cast<uint64_t>(*hz) + kHzPerKhz - 1) / kHzPerKhz);
     }
     const int32_t khz = Strictest(Side::kMax, hal);
     // Negative ones wrap to what is above every table.

@@ -128,7 +128,9 @@ std::optional<int64_t> ParseHundredths(std::string_view text) {
         }
         const auto digits = static_cast<uint64_t>(fraction);
         if (length <= kDecimals) hundredths += digits * scale;
-        if (length > kDecimals && scale != 0) hundredths += (digits + scale / 2) / scale;
+        // The kernel divides by 32 bits of it.
+        const auto divisor = static_cast<uint32_t>(scale);
+        if (length > kDecimals && divisor != 0) hundredths += (digits + scale / 2) / divisor;
     }
     return static_cast<int64_t>(hundredths);
 }

@@ -276,6 +276,7 @@ class UclampNode : public Node {
         return std::to_string(mHundredths / 100) + "." + decimals;
     }
     ssize_t Store(const std::string& text, size_t) override {
+        if (text.empty()) return 0;
         if (text.size() > kPageSize) return -E2BIG;
         std::string_view word = std::string_view(text).substr(0, text.find('\0'));
         TakeBlanks(word);
