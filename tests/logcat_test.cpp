@@ -189,8 +189,8 @@ TEST(Recording, UnrollsRepeatsAndKeepsTheEnd) {
               "  - {wait: 7}\n");
 }
 
-// The interactive governor's nodes are written without a word in the log, and neither a fault is told
-// nor that a CPU goes.
+// The interactive governor's nodes are written without a word in the log, and neither a fault is
+// told nor that a CPU goes.
 bool IsLogged(const Shipped& shipped) {
     for (const YamlNode& step : shipped.flat.Get("steps").items) {
         if (step.Find("inter") || step.Find("faults") || step.Find("cpus")) return false;
