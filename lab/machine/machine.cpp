@@ -272,6 +272,7 @@ std::vector<NamedNode> Machine::LayOut(const DeviceProfile& profile) {
     mCounts.nodes = mDoubles.size();
     if (!mHasBooted) {
         for (const auto& node : mDoubles) CompareNames(*node);
+        CompareCpus(profile);
         CompareAll("booting");
     }
     mHasBooted = true;
@@ -287,6 +288,22 @@ void Machine::CompareNames(const Double& node) {
         const bool isSame = std::filesystem::equivalent(names[0], names[i], error);
         ++mCounts.comparisons;
         if (!isSame) Differ(names[i], "another file than " + names[0], "the same");
+    }
+}
+
+// Under every name that the machine's kernel has for a node the phone must have it as well.
+void Machine::CompareCpus(const DeviceProfile& profile) {
+    for (int cpu = 0; cpu <= profile.clusters.back().lastCpu; ++cpu) {
+        for (const char* const name :
+             {"online", "cpufreq/scaling_min_freq", "cpufreq/scaling_max_freq",
+              "cpufreq/scaling_cur_freq", "cpufreq/cpuinfo_min_freq", "cpufreq/cpuinfo_max_freq"}) {
+            const std::string path = fmt::format("/sys/devices/system/cpu/cpu{}/{}", cpu, name);
+            ++mCounts.comparisons;
+            std::error_code ignored;
+            if (std::filesystem::exists(path, ignored) == PathOf(path).has_value()) continue;
+            Differ(path, PathOf(path) ? "no such node" : "a node",
+                   PathOf(path) ? "a node" : "none");
+        }
     }
 }
 

@@ -96,6 +96,7 @@ class Machine {
     std::optional<std::string> RealPath(const std::string& path) const;
     void AddStandIns(std::vector<NamedNode>& nodes) const;
     void CompareNames(const Double& node);
+    void CompareCpus(const DeviceProfile& profile);
     void Boot();
     void SetDelay(const std::vector<std::string>& names);
     ssize_t Judge(const Double& node, const std::string& written, ssize_t kernels, ssize_t models);
