@@ -21,6 +21,10 @@ QcomPerfPlat* sLive = nullptr;
 alignas(QcomPerfPlat) std::byte sPlaces[2][sizeof(QcomPerfPlat)];
 size_t sPlace = 0;
 
+// Here and not on the heap: the timer's callback takes an address whose lower half is 0 for none,
+// and a heap may begin at one.
+alignas(QcomPerfAdapter) std::byte sAdapter[sizeof(QcomPerfAdapter)];
+
 }  // namespace
 
 extern "C" QcomPerfPlat* GetPlat() {
@@ -55,7 +59,7 @@ int QcomPerfPlat::Initialize() {
                             "tarquel: server plat has been created, do not need initialize again");
         return 0;
     }
-    mAdapter = std::make_unique<QcomPerfAdapter>();
+    mAdapter.reset(::new (sAdapter) QcomPerfAdapter);
     return 0;
 }
 

@@ -31,7 +31,12 @@ class QcomPerfPlat : public TarQuelPlat {
     static void operator delete(void*) {}
 
   private:
+    // Ends an adapter, which lies in the library's own storage, too.
+    struct EndAdapter {
+        void operator()(PerfAdapter* adapter) const { adapter->~PerfAdapter(); }
+    };
+
     QcomPerfPlat() = default;
 
-    std::unique_ptr<PerfAdapter> mAdapter;
+    std::unique_ptr<PerfAdapter, EndAdapter> mAdapter;
 };

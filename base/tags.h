@@ -1,9 +1,9 @@
 // Tags: the numbers by which the policy server names tunables.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace tarquel {
 
@@ -53,10 +53,18 @@ inline constexpr size_t kCpuDomains = 3;
 
 // The row whose floor or ceiling the tag is, or null.
 constexpr const LimitTags* FindLimitTags(int tag) {
-    for (const LimitTags& row : kLimitTags) {
-        if (row.floor == tag || row.ceiling == tag) return &row;
-    }
-    return nullptr;
+    constexpr auto kRowOfTag = [] {
+        std::array<int8_t, kTagGpuMax + 1> rows{};
+        rows.fill(-1);
+        for (const LimitTags& row : kLimitTags) {
+            rows[static_cast<size_t>(row.floor)] = static_cast<int8_t>(row.domain);
+            rows[static_cast<size_t>(row.ceiling)] = static_cast<int8_t>(row.domain);
+        }
+        return rows;
+    }();
+    if (tag < 0 || tag > kTagGpuMax) return nullptr;
+    const int8_t row = kRowOfTag[static_cast<size_t>(tag)];
+    return row < 0 ? nullptr : &kLimitTags[static_cast<size_t>(row)];
 }
 
 constexpr bool IsFloorTag(int tag) {

@@ -39,7 +39,7 @@ constexpr std::array<const char*, 4> kCeilingNodes{
 };
 
 void WriteNode(const char* path, const char* text) {
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
     if (fd < 0 || write(fd, text, std::strlen(text)) < 0) std::abort();
     close(fd);
 }

@@ -153,7 +153,7 @@ TEST_F(ExitTest, ProgramMayEndUnderRunningThreads) {
                     Do(*chain);
                     Adapter().CanThermalBoost(4353);
                     Limit(kTemp, {{7, 1843200}});
-                    Forget();
+                    GetPhone().Events().Clear();
                 }),
                 testing::ExitedWithCode(0), "");
 }
