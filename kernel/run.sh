@@ -3,7 +3,7 @@
 # hardware, and compares it with the lab's model. `./dev test kernel` builds what is needed and calls
 # this; docs/kernel.md tells more.
 #
-#   kernel/run.sh [--own] [--device NAME|FILE]... [--write NODE=TEXT]... [--program FILE] [FILE...]
+#   kernel/run.sh [--own|--phones] [--device NAME|FILE]... [--write NODE=TEXT]... [--program FILE] [FILE...]
 #
 # Without a device both shipped ones, without a file or write kernel/writes.yaml and every shipped
 # scenario. Exits with 0 when nothing differs, 1 for differences, 2 when it cannot run.
@@ -28,11 +28,12 @@ fail() {
 while [ $# -gt 0 ]; do
     case $1 in
         --own) kernel=own knowledge=kernel/linux-own.yaml ;;
+        --phones) kernel=phones knowledge=kernel/linux-5.10.yaml ;;
         --device) devices+=("${2:?--device takes a name or a file}"); shift ;;
         --write) writes+=("${2:?--write takes NODE=TEXT}"); shift ;;
         --program) program=${2:?--program takes a file}; shift ;;
         --help) sed -n '2,/^set/{s/^# \{0,1\}//;/^set/d;p}' "$0"; exit 0 ;;
-        --*) fail "there is no option $1; there are --own, --device, --write and --program" ;;
+        --*) fail "there is no option $1; there are --own, --phones, --device, --write and --program" ;;
         *) files+=("$1") ;;
     esac
     shift
@@ -40,7 +41,7 @@ done
 [ ${#devices[@]} -gt 0 ] || devices=(sm8450 sm4450)
 if [ ${#files[@]} -eq 0 ] && [ ${#writes[@]} -eq 0 ]; then
     files=(kernel/writes.yaml lab/data/scenarios/*.yaml)
-    [ $kernel = own ] && files+=(kernel/uclamp.yaml)
+    [ $kernel = stock ] || files+=(kernel/uclamp.yaml)
 fi
 for file in "${files[@]}"; do [ -f "$file" ] || fail "there is no file $file"; done
 for tool in qemu-system-aarch64 dtc cpio readelf make; do
@@ -49,7 +50,7 @@ done
 
 # The module is as the kernel that it is built for.
 build_module() {
-    local folder=$build/$kernel/module headers=$build/own/source
+    local folder=$build/$kernel/module headers=$build/$kernel/source
     if [ $kernel = stock ]; then
         headers=$build/stock/headers/usr/src/linux-headers-$(cat "$build/stock/release.txt")
     fi
