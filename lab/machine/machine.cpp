@@ -131,6 +131,7 @@ class Machine::Double : public Node {
     }
     std::string Save() const override { return mModel->Save(); }
     void Restore(const std::string& saved) override {
+        ++mMachine.mCounts.writes;
         mModel->Restore(saved);
         // What the model takes as its state, also where it is not what was said.
         mFile.Write(mModel->Save());

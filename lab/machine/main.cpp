@@ -108,7 +108,7 @@ class Session {
             if (!isKernels) mMachine.Differ("a finding of " + file, "none", finding);
         }
         if (found == models) {
-            std::cout << fmt::format("  {} findings that this kernel's own rules make:\n",
+            std::cout << fmt::format("  {} findings, as the model with this kernel's rules has:\n",
                                      found.size());
             for (const std::string& finding : found) std::cout << "    " << finding << "\n";
         }
