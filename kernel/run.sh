@@ -43,7 +43,11 @@ if [ ${#files[@]} -eq 0 ] && [ ${#writes[@]} -eq 0 ]; then
     files=(kernel/writes.yaml lab/data/scenarios/*.yaml)
     [ $kernel = stock ] || files+=(kernel/uclamp.yaml)
 fi
-for file in "${files[@]}"; do [ -f "$file" ] || fail "there is no file $file"; done
+# By their place below here, or by their whole path.
+for index in "${!files[@]}"; do
+    [ -f "${files[$index]}" ] || fail "there is no file ${files[$index]}"
+    files[index]=$(realpath --relative-base="$PWD" "${files[$index]}")
+done
 for tool in qemu-system-aarch64 dtc cpio readelf make; do
     command -v $tool >/dev/null || fail "$tool is missing; ./dev test kernel installs it"
 done
@@ -80,10 +84,8 @@ libraries_of() {
             [ -z "${seen[$name]:-}" ] || continue
             seen[$name]=1
             found=
-            for folder in lib usr/lib; do
-                for folder in $folder/aarch64-linux-gnu $folder/aarch64-linux-gnu/android $folder/p7zip; do
-                    [ -e "$sysroot/$folder/$name" ] && found=$folder/$name && break 2
-                done
+            for folder in {lib,usr/lib}/{aarch64-linux-gnu,aarch64-linux-gnu/android,p7zip}; do
+                [ -e "$sysroot/$folder/$name" ] && found=$folder/$name && break
             done
             [ -n "$found" ] || continue
             echo "$found"

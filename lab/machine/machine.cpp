@@ -33,7 +33,7 @@ const std::string kHalFolder = "/sys/kernel/lab_hal/";
 // may be until the rest is not waited for.
 constexpr milliseconds kPatience{5000};
 constexpr milliseconds kLittlePatience{50};
-constexpr size_t kManyDifferences = 10;
+constexpr size_t kManyDifferences = 4;
 
 constexpr int64_t kHzPerKhz = 1000;
 
