@@ -219,6 +219,7 @@ TEST_F(LoaderTest, LoaderServesOneConfiguration) {
 TEST_F(LoaderTest, WhatIsRefusedOrFreedIsGivenBack) {
     const auto deleteAction =
         Exported<void (*)(void*, Action&)>("_ZN15QcomPerfLoadXml12DeleteActionER6Action");
+    void* const loader = Exported<void* (*)()>("CreateTarQuelLoadXml")();
     const Pairs fine{{"duration_ms", "1"}, {"sched_boost", "1"}};
     Command refused(4353);
     refused.Element("first", fine).Element("second", fine).Element("third", {{"nonsense", "1"}});
@@ -229,7 +230,7 @@ TEST_F(LoaderTest, WhatIsRefusedOrFreedIsGivenBack) {
     const auto run = [&] {
         auto chains = Parse({&refused, &endless, &good});
         EXPECT_THAT(chains, SizeIs(1));
-        deleteAction(nullptr, *chains.at(4355).release());
+        deleteAction(loader, *chains.at(4355).release());
         Forget();
     };
     const auto runs = [&run] {
@@ -239,6 +240,7 @@ TEST_F(LoaderTest, WhatIsRefusedOrFreedIsGivenBack) {
     const long before = runs();
     // What the allocator keeps for itself is a matter of luck; a hundred actions are 20 KB.
     EXPECT_LT(runs() - before, 4096);
+    (*static_cast<void (***)(void*)>(loader))[1](loader);  // its deleting destructor
 }
 
 TEST_F(LoaderTest, AnActionHasAtMost65536Pairs) {
