@@ -22,5 +22,6 @@ void AddVocabularyCommand(CLI::App& app, int& exitCode);
 void AddWhyCommand(CLI::App& app, int& exitCode);
 void AddLogcatCommand(CLI::App& app, int& exitCode);
 void AddRecordCommand(CLI::App& app, int& exitCode);
+void AddManualCommands(CLI::App& app);
 
 }  // namespace lab

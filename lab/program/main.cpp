@@ -1,13 +1,18 @@
 #include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
 #include "lab/names/paint.h"
+#include "lab/phone/device_profile.h"
 #include "lab/program/commands.h"
 
 namespace {
+
+constexpr char kHalFile[] = "libqti-perfd-client.so";
 
 // What the program returns when all that it said has been written: a full disk or a reader that
 // went away must not look like success.
@@ -19,6 +24,28 @@ int ExitCodeOfWritten(int exitCode, const lab::Paint& paint) {
     const std::string reason = errno == 0 ? "" : ": " + std::generic_category().message(errno);
     std::cerr << paint(lab::Colour::kRed, "standard output cannot be written" + reason) << "\n";
     return lab::kCannotRun;
+}
+
+// What the program reads and loads is beside it, or in the source tree and the build folder that
+// made it; of a copy of the program or of its build folder something may be missing.
+void RequireFolder() {
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    const fs::path root = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
+    const std::string data = lab::DataFolder();
+    std::string missing;
+    if (!fs::is_directory(data, ignored)) {
+        missing = "its devices, scene files and scenarios neither in " +
+                  (root / "share/tarquel-lab").string() + " nor in " + data;
+    } else if (!fs::exists(root / "lib" / kHalFile, ignored) &&
+               !fs::exists(root / TARQUEL_LIBRARY_FOLDER / kHalFile, ignored)) {
+        missing = "no " + std::string(kHalFile) + " in " + (root / "lib").string();
+    }
+    if (missing.empty()) return;
+    throw std::runtime_error(
+        "tarquel-lab finds " + missing +
+        "; where it was built, 'cmake --install build/default --prefix FOLDER' or './dev package' "
+        "makes a folder that runs anywhere as a whole");
 }
 
 }  // namespace
@@ -39,6 +66,8 @@ int main(int argc, char** argv) {
     lab::AddVocabularyCommand(app, exitCode);
     lab::AddLogcatCommand(app, exitCode);
     lab::AddRecordCommand(app, exitCode);
+    lab::AddManualCommands(app);
+    app.parse_complete_callback(RequireFolder);
     const lab::Paint paint = lab::Paint::ForTerminal(2);
     try {
         app.parse(argc, argv);
