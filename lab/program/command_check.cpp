@@ -10,6 +10,7 @@
 #include "lab/names/paint.h"
 #include "lab/names/text.h"
 #include "lab/program/commands.h"
+#include "lab/program/input_files.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
@@ -130,7 +131,8 @@ int Check(const CheckOptions& options) {
     size_t counts[3] = {};
     bool isUnreadable = false;
     Json files = Json::array();
-    for (const std::string& file : options.files) {
+    const std::vector<std::string> names = FilesOf(options.files, {".xml"});
+    for (const std::string& file : names) {
         try {
             const SceneCheck check = CheckSceneFile(file, options.device, options.library);
             for (const Severity severity :
@@ -158,8 +160,8 @@ int Check(const CheckOptions& options) {
                           {"notes", notes}}
                          .dump(2, ' ', false, Json::error_handler_t::replace)
                   << "\n";
-    } else if (options.files.size() > 1) {
-        std::cout << fmt::format("{}: {}\n", Counted(options.files.size(), "file"),
+    } else if (names.size() > 1) {
+        std::cout << fmt::format("{}: {}\n", Counted(names.size(), "file"),
                                  CountsText(errors, warnings, notes));
     }
     if (isUnreadable) return kCannotRun;
@@ -174,7 +176,9 @@ void AddCheckCommand(CLI::App& app, int& exitCode) {
         "check",
         "Finds every mistake of scene files: of form, what the plug-in refuses, and what it "
         "accepts though its author would regret it.");
-    check->add_option("scenes", options->files, "The scene files")->required()->type_name("SCENES");
+    check->add_option("scenes", options->files, "The scene files, or folders of them")
+        ->required()
+        ->type_name("SCENES");
     check
         ->add_option("--device", options->device,
                      "The device that runs them: a shipped name or a YAML file")

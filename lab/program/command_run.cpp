@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -11,6 +12,9 @@
 #include "lab/names/node_names.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
+#include "lab/program/coverage.h"
+#include "lab/program/input_files.h"
+#include "lab/program/junit.h"
 #include "lab/program/progress.h"
 #include "lab/program/run_result.h"
 #include "lab/server/inputs.h"
@@ -28,22 +32,32 @@ struct RunOptions {
     std::string trace;
     std::string report;
     std::string logcat;
+    std::string junit;
+    bool coverage = false;
+    int coverageLimit = 0;  // percent of each scene file
+    bool summary = false;
     bool verbose = false;
     bool quiet = false;
     bool json = false;
     bool realtime = false;
     bool debug = false;
 
+    // Nothing of a single run on standard output.
+    bool IsSilent() const { return json || summary; }
+
     // Files that show one run.
     bool HasFiles() const { return !trace.empty() || !report.empty() || !logcat.empty(); }
 };
 
 constexpr char kRunFooter[] =
-    "SCENARIO is a YAML file, or the name of one that ships with the lab:\n"
+    "SCENARIO is a YAML file, a folder that stands for all YAML files below it, or the name of "
+    "one\n"
+    "that ships with the lab:\n"
     "  tarquel-lab run first_seconds\n"
     "  tarquel-lab run --device sm4450 thermal_breakthrough\n"
     "  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml\n"
-    "  tarquel-lab run --quiet tests/*.yaml              # a summary ends several\n"
+    "  tarquel-lab run --quiet scenarios                 # a summary ends several\n"
+    "  tarquel-lab run --summary --coverage-limit 80 --junit results.xml scenarios\n"
     "  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json\n"
     "\n"
     "A scenario says what the policy server is asked, and when:\n"
@@ -58,7 +72,8 @@ constexpr char kRunFooter[] =
     "\n"
     "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
     "Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),\n"
-    "2 when a file or the usage is at fault; of several scenarios the worst.";
+    "2 when a file or the usage is at fault; of several scenarios the worst. --coverage-limit\n"
+    "returns 1 when fewer of the scenes are used.";
 
 // What the plug-in refused in the scene file, and where the file does not fit the device.
 void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& problems,
@@ -98,7 +113,8 @@ PictureHead HeadOfPictures(const RunResult& result, Layout layout) {
 }
 
 // Plays one scenario; throws what makes it impossible.
-void RunScenario(const RunOptions& options, const std::string& name, RunResult& result) {
+void RunScenario(const RunOptions& options, const std::string& name, RunResult& result,
+                 Coverage& coverage) {
     const YamlNode root = LoadYamlFile(FindScenarioFile(name));
     ScenarioHead head = ReadScenarioHead(root);
     if (options.debug) head.debug = true;
@@ -106,6 +122,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     const DeviceProfile device = DeviceOfScenario(instead, head);
     SceneFile scenes = SceneFile::Load(ScenesOfScenario(instead, head, device));
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
+    coverage.Add(scenes, steps, device.name);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     const Layout layout = scenes.ClusterLayout();
     result.title = head.title;
@@ -125,7 +142,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     Ledger ledger(device, layout, phone.GetKernel());
     pictures.Begin(device, phone.GetKernel());
     Timeline timeline(std::cout, layout, {options.verbose, paint});
-    const bool hasTimeline = !options.quiet && !options.json;
+    const bool hasTimeline = !options.quiet && !options.IsSilent();
     std::optional<Progress> progress;
     progress.emplace(std::filesystem::path(head.file).stem().string(), CountRequests(steps),
                      !hasTimeline || isatty(STDOUT_FILENO) == 0);
@@ -140,7 +157,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
         }
     };
 
-    if (!options.json) {
+    if (!options.IsSilent()) {
         std::cout << paint(Colour::kBold, head.title.empty() ? head.file : head.title) << "\n"
                   << fmt::format("device {}, scenes {}, scenario {}\n\n", device.name,
                                  scenes.File(), head.file);
@@ -161,36 +178,79 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     result.held = HeldLocks(phone.Hal(), ledger, now, layout);
     result.findings = ledger.Findings(phone.Hal());
     if (hasTimeline) std::cout << "\n";
-    if (!options.json) PrintEnd(result, paint, std::cout);
+    if (!options.IsSilent()) PrintEnd(result, paint, std::cout);
     pictures.End(now, [&] { return HeadOfPictures(result, layout); });
     if (logFile) logFile->Fill([&](std::ostream& out) { out << log.str(); });
 }
 
+// RunScenario with the time that it takes, and with what makes it impossible in the result.
+void RunToResult(const RunOptions& options, const std::string& name, RunResult& result,
+                 Coverage& coverage) {
+    result.name = result.scenario = name;
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+        RunScenario(options, name, result, coverage);
+    } catch (const std::exception& error) {
+        result.error = error.what();
+        std::cout << std::flush;
+        std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+    }
+    result.tookSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// One result more for each scene file of which too little is used.
+void AddLacks(const std::vector<Coverage::File>& files, int least,
+              std::vector<RunResult>& results) {
+    for (const Coverage::File& file : files) {
+        if (file.Percent() >= least) continue;
+        RunResult& lack = results.emplace_back();
+        lack.name = "coverage";
+        lack.scenario = file.scenes;
+        lack.findings.push_back(fmt::format("{}; at least {} % are asked for", file.Text(), least));
+    }
+}
+
 int RunAll(const RunOptions& options) {
-    const bool isOne = options.scenarios.size() == 1;
+    const std::vector<std::string> names = FilesOf(options.scenarios, {".yaml", ".yml"});
+    const bool isOne = names.size() == 1;
     if (options.HasFiles() && !isOne) {
         throw std::runtime_error(
             "--trace, --report and --logcat show one scenario; give one, or run them one by one");
     }
+    std::optional<OutputFile> junit;
+    if (!options.junit.empty()) junit.emplace(options.junit);
     std::vector<RunResult> results;
-    for (const std::string& name : options.scenarios) {
-        RunResult& result = results.emplace_back();
-        result.name = result.scenario = name;
-        try {
-            RunScenario(options, name, result);
-        } catch (const std::exception& error) {
-            result.error = error.what();
-            std::cout << std::flush;
-            std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
-        }
-        if (!isOne && !options.json) std::cout << "\n";
+    Coverage coverage;
+    for (const std::string& name : names) {
+        RunToResult(options, name, results.emplace_back(), coverage);
+        if (!isOne && !options.IsSilent()) std::cout << "\n";
     }
+    const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
+    std::vector<Coverage::File> covered;
+    if (options.coverage || options.coverageLimit > 0) covered = coverage.Files();
+    std::vector<RunResult> all = results;
+    AddLacks(covered, options.coverageLimit, all);
+    const ExitCode exit = WorstExit(all);
+    if (junit) junit->Fill([&](std::ostream& out) { WriteJunit(all, out); });
     if (options.json) {
-        PrintJson(results, std::cout);
-    } else if (!isOne) {
-        PrintSummary(results, Paint::ForTerminal(STDOUT_FILENO), std::cout);
+        PrintJson(results, covered, exit, std::cout);
+        return exit;
     }
-    return WorstExit(results);
+    for (const Coverage::File& file : covered) {
+        const bool isEnough = file.Percent() >= options.coverageLimit;
+        std::cout << paint(isEnough ? Colour::kGreen : Colour::kRed, file.Text())
+                  << (isEnough
+                          ? ""
+                          : fmt::format("; at least {} % are asked for", options.coverageLimit))
+                  << "\n";
+    }
+    if (options.summary) {
+        PrintSummaryLine(results, paint, std::cout);
+    } else if (!isOne) {
+        PrintSummary(results, paint, std::cout);
+    }
+    return exit;
 }
 
 }  // namespace
@@ -201,7 +261,8 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
         "run",
         "Plays scenarios on a phone and prints their timelines, the locks still held, and "
         "whatever leaked; draws pictures of a run.");
-    run->add_option("scenario", options->scenarios, "The scenarios: YAML files or shipped names")
+    run->add_option("scenario", options->scenarios,
+                    "The scenarios: YAML files, folders of them or shipped names")
         ->required()
         ->type_name("SCENARIO");
     run->add_option("--device", options->device,
@@ -219,6 +280,16 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
         ->type_name("FILE.html");
     run->add_flag("--json", options->json,
                   "Print findings and locks held as JSON, instead of the timeline");
+    run->add_flag("--summary", options->summary,
+                  "Print one line for all scenarios, and what was found");
+    run->add_option("--junit", options->junit, "Write the results as JUnit XML, for a CI server")
+        ->type_name("FILE.xml");
+    run->add_flag("--coverage", options->coverage,
+                  "Say which scenes of the scene files no scenario uses");
+    run->add_option("--coverage-limit", options->coverageLimit,
+                    "As --coverage, and fail when less of a scene file is used, in percent")
+        ->type_name("PERCENT")
+        ->check(CLI::Range(0, 100, ""));
     run->add_flag("-v,--verbose", options->verbose,
                   "Show info and debug lines, trace sections, node reads and whole paths too");
     run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");

@@ -147,17 +147,44 @@ void PrintSummary(const std::vector<RunResult>& results, const Paint& paint, std
     }
 }
 
+void PrintSummaryLine(const std::vector<RunResult>& results, const Paint& paint,
+                      std::ostream& out) {
+    size_t counts[3] = {};
+    size_t requests = 0;
+    double seconds = 0;
+    for (const RunResult& result : results) {
+        ++counts[result.Exit()];
+        requests += result.requests;
+        seconds += result.tookSeconds;
+        for (const std::string& finding : result.findings) {
+            out << paint(Colour::kRed, result.name + ": " + finding) << "\n";
+        }
+    }
+    out << paint(ColourOf(WorstExit(results)),
+                 fmt::format("{}: {} fine, {} with findings, {} cannot run; {} in {:.1f} s",
+                             Counted(results.size(), "scenario"), counts[kFine], counts[kFindings],
+                             counts[kCannotRun], Counted(requests, "request"), seconds))
+        << "\n";
+}
+
 ExitCode WorstExit(const std::vector<RunResult>& results) {
     ExitCode worst = kFine;
     for (const RunResult& result : results) worst = std::max(worst, result.Exit());
     return worst;
 }
 
-void PrintJson(const std::vector<RunResult>& results, std::ostream& out) {
+void PrintJson(const std::vector<RunResult>& results, const std::vector<Coverage::File>& coverage,
+               int exitCode, std::ostream& out) {
     Json scenarios = Json::array();
     for (const RunResult& result : results) scenarios.push_back(JsonOf(result));
-    const Json document = {{"exit_code", static_cast<int>(WorstExit(results))},
-                           {"scenarios", std::move(scenarios)}};
+    Json document = {{"exit_code", exitCode}, {"scenarios", std::move(scenarios)}};
+    for (const Coverage::File& file : coverage) {
+        document["coverage"].push_back({{"scenes", file.scenes},
+                                        {"used", file.used},
+                                        {"all", file.All()},
+                                        {"percent", file.Percent()},
+                                        {"unused", file.unused}});
+    }
     out << document.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
 }
 

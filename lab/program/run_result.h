@@ -9,6 +9,7 @@
 
 #include "lab/names/paint.h"
 #include "lab/program/commands.h"
+#include "lab/program/coverage.h"
 #include "lab/server/ledger.h"
 
 namespace lab {
@@ -36,6 +37,7 @@ struct RunResult {
     std::string scenes;
     size_t requests = 0;  // made, the start not counted
     int64_t lastedMs = 0;
+    double tookSeconds = 0;             // of the machine's time
     std::vector<std::string> problems;  // of the scene file
     std::vector<HeldLock> held;
     std::vector<std::string> findings;
@@ -54,10 +56,15 @@ void PrintEnd(const RunResult& result, const Paint& paint, std::ostream& out);
 // One line a scenario, and the sum of them.
 void PrintSummary(const std::vector<RunResult>& results, const Paint& paint, std::ostream& out);
 
+// The sum of them alone, on one line; above it, with the scenario's name, each finding.
+void PrintSummaryLine(const std::vector<RunResult>& results, const Paint& paint, std::ostream& out);
+
 // The worst of the results.
 ExitCode WorstExit(const std::vector<RunResult>& results);
 
 // All of it as a JSON document; docs/scenarios.md describes the form.
-void PrintJson(const std::vector<RunResult>& results, std::ostream& out);
+//   coverage  of each scene file, or none when nobody asked
+void PrintJson(const std::vector<RunResult>& results, const std::vector<Coverage::File>& coverage,
+               int exitCode, std::ostream& out);
 
 }  // namespace lab

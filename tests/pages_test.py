@@ -1,0 +1,198 @@
+#!/usr/bin/env python3
+"""Pastes the examples of README and docs into a shell and looks at what they claim; does what a
+product's CI does.
+
+usage: pages_test.py TARQUEL_LAB
+
+A fenced block is told by its language:
+  console     lines behind "$ " are run, what follows each is its whole output; "..." stands for
+              any lines, or for anything within a line
+  sh          every command is run and succeeds
+  yaml, xml   a scenario or a scene file, or steps or commands of one: it is run or checked
+Others are not looked at. A comment in the line before the block, <!-- test: WORDS -->, says more:
+  save NAME          the block is that file for all that follows
+  lines of COMMAND   its lines stand in the command's output, in this order
+  returns N          not 0
+  not run: WHY
+Commands of one page share a folder, in which lab/data is the source tree's.
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree
+
+LAB = pathlib.Path(sys.argv.pop(1)).resolve()
+SOURCES = pathlib.Path(__file__).resolve().parent.parent
+CLUSTERS = """<command id="1"><qcom_cpu_info><lit_cpu_num>0-3</lit_cpu_num>
+<big_cpu_num>4-6</big_cpu_num><prime_cpu_num>7-7</prime_cpu_num></qcom_cpu_info></command>
+"""
+BLOCK = re.compile(r"(?:^<!-- test: (?P<words>.*?) -->\n)?^```(?P<kind>\w*)\n(?P<text>.*?)^```$",
+                   re.M | re.S)
+
+
+def run(command, folder):
+    environment = dict(os.environ, PATH=f"{LAB.parent}:{os.environ['PATH']}", COLUMNS="100")
+    ran = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True,
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120)
+    return ran.returncode, ran.stdout
+
+
+def pattern(text):
+    """What matches the text, of whose lines each may end in blanks."""
+    lines = []
+    for line in text.rstrip("\n").split("\n"):
+        if line.strip() == "...":
+            lines.append(r"(?:.*\n)*?")
+        else:
+            lines.append(".*".join(map(re.escape, line.rstrip().split("..."))) + r" *\n")
+    return "".join(lines)
+
+
+class Shell(unittest.TestCase):
+    """A folder of its own, and commands in it."""
+    maxDiff = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def play(self, command, code=0):
+        returned, output = run(command, self.folder)
+        self.assertEqual(returned, code, f"{command}\n{output}")
+        return output
+
+
+class Pages(Shell):
+    def play_console(self, text, code):
+        for part in re.split(r"^\$ ", text, flags=re.M)[1:]:
+            command, _, expected = part.partition("\n")
+            output = self.play(command, code)
+            if not re.fullmatch(pattern(expected) if expected else "", output):
+                self.assertEqual(expected, output, f"of {command}")
+
+    def play_lines(self, command, text, code):
+        rest = iter(self.play(command, code).split("\n"))
+        for line in text.rstrip("\n").split("\n"):
+            if line.strip() != "...":
+                self.assertTrue(any(line.rstrip() == other.rstrip() for other in rest),
+                                f"not in the output of {command}, or not there: {line}")
+
+    def play_block(self, kind, text, words):
+        code = 0
+        save = re.search(r"save (\S+)", words)
+        returns = re.search(r"returns (\d)", words)
+        lines = re.search(r"lines of ([^;]*)", words)
+        if returns:
+            code = int(returns[1])
+        if words.startswith("not run:"):
+            return
+        if save:
+            file = self.folder / save[1]
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text(text)
+        elif lines:
+            self.play_lines(lines[1], text, code)
+        elif kind == "console":
+            self.play_console(text, code)
+        elif kind == "sh":
+            for command in re.sub(r"\\\n", " ", text).splitlines():
+                if command.startswith("./dev "):
+                    name = command.split()[1]
+                    self.assertRegex((SOURCES / "dev").read_text(), rf"\n    {name}\)", command)
+                else:
+                    self.play(command)
+        elif kind == "yaml":
+            file = self.folder / "pasted.yaml"
+            file.write_text(text if re.search(r"^steps:", text, re.M) else "steps:\n" + text)
+            self.play(f"tarquel-lab run {file.name}", code)
+        elif kind == "xml":
+            file = self.folder / "pasted.xml"
+            file.write_text(text if text.startswith(("<?xml", "<scenes>"))
+                            else f"<scenes>\n{CLUSTERS}{text}</scenes>\n")
+            self.play(f"tarquel-lab check {file.name} --device sm8450", code)
+        elif kind:
+            self.fail(f"no test for blocks of {kind}")
+
+
+def of_page(page):
+    def test(self):
+        (self.folder / "lab").mkdir()
+        (self.folder / "lab/data").symlink_to(SOURCES / "lab/data")
+        if page.parent.name == "product":
+            shutil.copytree(page.parent, self.folder, dirs_exist_ok=True)
+        text = page.read_text()
+        for block in BLOCK.finditer(text):
+            line = text.count("\n", 0, block.start()) + 1
+            with self.subTest(f"{page}:{line}"):
+                self.play_block(block["kind"], block["text"], block["words"] or "")
+    return test
+
+
+def fields_of(value):
+    """The names of all fields of a JSON value. Names that are data have letters of no field's."""
+    if isinstance(value, dict):
+        own = {name for name in value if not re.search("_freq$", name)}
+        return own.union(*map(fields_of, value.values()))
+    return set().union(*map(fields_of, value)) if isinstance(value, list) else set()
+
+
+class Json(Shell):
+    def test_every_field_is_described(self):
+        (self.folder / "lab").symlink_to(SOURCES / "lab")
+        for section in (SOURCES / "docs/json.md").read_text().split("\n## ")[1:]:
+            for command in re.findall("^tarquel-lab .*", section, re.M):
+                with self.subTest(command):
+                    fields = fields_of(json.loads(self.play(command)))
+                    self.assertGreater(len(fields), 5)
+                    self.assertEqual(fields - set(re.findall(r"`(\w+)`", section)), set())
+
+
+for page in [SOURCES / "README.md", *sorted((SOURCES / "docs").rglob("*.md"))]:
+    name = re.sub(r"\W", "_", str(page.relative_to(SOURCES).with_suffix("")))
+    setattr(Pages, f"test_{name}", of_page(page))
+
+
+class Product(Shell):
+    """The example of a product's repository, where there is nothing of the lab's sources."""
+
+    def results(self):
+        suite = xml.etree.ElementTree.parse(self.folder / "results.xml").getroot()[0]
+        return {case.get("name"): [child.tag for child in case] for case in suite}, suite
+
+    def test_its_ci_finds_what_is_wrong(self):
+        shutil.copytree(SOURCES / "docs/product", self.folder, dirs_exist_ok=True)
+        self.play("cd / && " + str(self.folder / "ci.sh"))
+        self.assertEqual(self.results()[0], {"cold_start": [], "power_save": []})
+
+        # A floor lower than the scenario expects, and a scene that nobody uses.
+        scenes = self.folder / "scenes/aster.xml"
+        text = scenes.read_text().replace(">1804800</big_cpu0_min_freq>",
+                                          ">1516800</big_cpu0_min_freq>")
+        scenes.write_text(text.replace(
+            "</scenes>", '<command id="4099" name="fling"><boost><duration_ms>500</duration_ms>'
+            "<big_cpu0_min_freq>1228800</big_cpu0_min_freq></boost></command></scenes>"))
+        (self.folder / "scenarios/broken.yaml").write_text("steps:\n- {du: touch}\n")
+        output = self.play("./ci.sh", code=2)
+        self.assertIn("scenes/aster.xml: 3 of 4 scenes used (75 %); not used: fling (4099)", output)
+        self.assertIn("scenarios/cold_start.yaml: ", output)
+        self.assertIn("3 scenarios: 1 fine, 1 with findings, 1 cannot run; ", output)
+        cases, suite = self.results()
+        self.assertEqual(cases, {"broken": ["error"], "cold_start": ["failure"], "power_save": [],
+                                 "aster": ["failure"]})
+        self.assertEqual((suite.get("tests"), suite.get("failures"), suite.get("errors")),
+                         ("4", "2", "1"))
+        (self.folder / "scenarios/broken.yaml").unlink()
+        self.play("./ci.sh", code=1)
+        self.play("rm scenarios/cold_start.yaml; tarquel-lab run --coverage scenarios")
+        self.play("tarquel-lab run --coverage-limit 51 scenarios", code=1)
+
+
+if __name__ == "__main__":
+    unittest.main()
