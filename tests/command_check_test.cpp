@@ -74,7 +74,7 @@ TEST_F(CommandCheck, ReturnsTwoForWhatCannotBeCheckedAndChecksTheRest) {
     const Result several = Check(mFolder.string() + " " + warned + " nowhere.xml");
     EXPECT_EQ(several.exitCode, 2);
     for (const char* part :
-         {"Is a directory", "nowhere.xml: this scene file cannot be read: No such",
+         {"3 files: 0 errors, 2 warnings", "nowhere.xml: this scene file cannot be read: No such",
           "warned.xml: 0 errors, 1 warning"}) {
         EXPECT_NE(several.output.find(part), std::string::npos) << part;
     }
@@ -94,9 +94,9 @@ TEST_F(CommandCheck, NamesTheFaultOfADevice) {
     EXPECT_NE(Check("--device " + own + " " + scenes).output.find("no step of my_phone's big"),
               std::string::npos);
     const std::string faulty[][2] = {
-        {with("307200, 403200", "403200, 307200"), ":29:19: khz must be in ascending order"},
-        {with("cpus: 4-6", "cpus: 5-6"), ":33:11: this cluster must begin with CPU 4"},
-        {with("name: little", "nam: little"), ":27:5: a cluster has no field 'nam'"},
+        {with("307200, 403200", "403200, 307200"), ":15:19: khz must be in ascending order"},
+        {with("cpus: 4-6", "cpus: 5-6"), ":19:11: this cluster must begin with CPU 4"},
+        {with("name: little", "nam: little"), ":13:5: a cluster has no field 'nam'"},
         {"", ":1:1: a device profile must be a map"},
     };
     for (const auto& [text, message] : faulty) {

@@ -9,12 +9,14 @@ A fenced block is told by its language:
               any lines, or for anything within a line
   sh          every command is run and succeeds
   yaml, xml   a scenario or a scene file, or steps or commands of one: it is run or checked
-Others are not looked at. A comment in the line before the block, <!-- test: WORDS -->, says more:
+Others are not looked at, and hold no commands. A comment in the line before the
+block, <!-- test: WORDS -->, says more:
   save NAME          the block is that file for all that follows
   lines of COMMAND   its lines stand in the command's output, in this order
   returns N          not 0
   not run: WHY
-Commands of one page share a folder, in which lab/data is the source tree's.
+Commands of one page share a folder, in which lab/data is the source tree's and some files are those
+that a user would have made; adb stands for one with a phone.
 """
 import json
 import os
@@ -37,7 +39,7 @@ BLOCK = re.compile(r"(?:^<!-- test: (?P<words>.*?) -->\n)?^```(?P<kind>\w*)\n(?P
 
 
 def run(command, folder):
-    environment = dict(os.environ, PATH=f"{LAB.parent}:{os.environ['PATH']}", COLUMNS="100")
+    environment = dict(os.environ, PATH=f"{LAB.parent}:{folder}:{os.environ['PATH']}")
     ran = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True,
                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120)
     return ran.returncode, ran.stdout
@@ -93,6 +95,8 @@ class Pages(Shell):
             code = int(returns[1])
         if words.startswith("not run:"):
             return
+        if not kind and not lines:
+            self.assertNotRegex(text, r"(?m)^(\$ |tarquel-lab |\./dev )", "name their language")
         if save:
             file = self.folder / save[1]
             file.parent.mkdir(parents=True, exist_ok=True)
@@ -121,11 +125,28 @@ class Pages(Shell):
             self.fail(f"no test for blocks of {kind}")
 
 
+def furnish(folder):
+    data = SOURCES / "lab/data"
+    (folder / "lab").mkdir()
+    (folder / "lab/data").symlink_to(data)
+    (folder / "scenarios").mkdir()
+    (folder / "docs").mkdir()
+    shutil.copy(data / "devices/sm8450.yaml", folder / "my_phone.yaml")
+    shutil.copy(data / "scenes/sm8450.xml", folder / "my_scenes.xml")
+    shutil.copy(data / "captures/hot_game.txt", folder / "evening.txt")
+    for name in ["my_scenario.yaml", "scenarios/first.yaml", "scenarios/second.yaml"]:
+        shutil.copy(data / "scenarios/first_seconds.yaml", folder / name)
+    adb = folder / "adb"
+    adb.write_text("#!/bin/sh\ncase $* in logcat*-[Gc]*) ;; "
+                   f"*) cat {data}/captures/hot_game.txt;; esac\n")
+    adb.chmod(0o755)
+
+
 def of_page(page):
     def test(self):
-        (self.folder / "lab").mkdir()
-        (self.folder / "lab/data").symlink_to(SOURCES / "lab/data")
-        if page.parent.name == "product":
+        if page.parent.name != "product":
+            furnish(self.folder)
+        else:
             shutil.copytree(page.parent, self.folder, dirs_exist_ok=True)
         text = page.read_text()
         for block in BLOCK.finditer(text):
@@ -141,6 +162,26 @@ def fields_of(value):
         own = {name for name in value if not re.search("_freq$", name)}
         return own.union(*map(fields_of, value.values()))
     return set().union(*map(fields_of, value)) if isinstance(value, list) else set()
+
+
+class Help(Shell):
+    def test_its_examples_run(self):
+        commands = self.play("tarquel-lab --help").split("Subcommands:")[1]
+        commands = re.findall(r"^  (\w+) ", commands, re.M)
+        self.assertGreater(len(commands), 7)
+        top = self.folder
+        for command in commands:
+            self.folder = top / command
+            self.folder.mkdir()
+            furnish(self.folder)
+            words = self.play(f"tarquel-lab {command} --help")
+            examples = re.findall(r"^  (.*tarquel-lab .*)$", words, re.M)
+            self.assertTrue(examples, f"none of {command}")
+            for example in examples:
+                with self.subTest(example):
+                    words = re.findall(r"\| (\w+)", example)
+                    if all(map(shutil.which, set(words) - {"tarquel"})):
+                        self.play(example)
 
 
 class Json(Shell):

@@ -27,7 +27,7 @@ struct CheckOptions {
 };
 
 constexpr char kCheckFooter[] =
-    "SCENES are XML files, as docs/scene-files.md describes them:\n"
+    "SCENES are XML files, as docs/scene-files.md describes them, or folders of such files:\n"
     "  tarquel-lab check my_scenes.xml\n"
     "  tarquel-lab check --device sm4450 --strict lab/data/scenes/sm4450.xml\n"
     "  tarquel-lab check --device my_phone.yaml --json *.xml\n"

@@ -57,7 +57,7 @@ constexpr char kRunFooter[] =
     "  tarquel-lab run --device sm4450 thermal_breakthrough\n"
     "  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml\n"
     "  tarquel-lab run --quiet scenarios                 # a summary ends several\n"
-    "  tarquel-lab run --summary --coverage-limit 80 --junit results.xml scenarios\n"
+    "  tarquel-lab run --summary --coverage-limit 20 --junit results.xml scenarios\n"
     "  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json\n"
     "\n"
     "A scenario says what the policy server is asked, and when:\n"
