@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <nlohmann/json_fwd.hpp>
 #include <set>
 #include <string>
 #include <vector>
