@@ -23,6 +23,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -182,6 +183,37 @@ class Help(Shell):
                     words = re.findall(r"\| (\w+)", example)
                     if all(map(shutil.which, set(words) - {"tarquel"})):
                         self.play(example)
+
+
+class Watch(Shell):
+    def test_what_is_edited_runs_again(self):
+        scenario = self.folder / "mine.yaml"
+        scenario.write_text("title: One\nsteps:\n- {do: touch}\n- {wait: 9000}\n")
+        report = self.folder / "mine.html"
+        program = subprocess.Popen([LAB, "run", "--watch", "mine.yaml", "--report", report],
+                                   cwd=self.folder, stdout=subprocess.PIPE, text=True)
+        self.addCleanup(program.stdout.close)
+        self.addCleanup(program.kill)
+
+        def shown(title):
+            text = ""
+            for line in program.stdout:
+                text += line
+                if title in text and line.startswith(("Nothing leaked", "  ! ")):
+                    return text
+            return self.fail(f"ended after {text}")
+
+        self.assertIn("do touch", shown("One"))
+        scenario.write_text("title: Two\nsteps:\n- {do: game_fight, returns: 7}\n")
+        self.assertIn("do game_fight", shown("Two"))
+        self.assertIn('"title":"Two"', report.read_text())
+        # A mistake is waited out, and an end is one.
+        scenario.write_text("stops: [\n")
+        scenario.write_text("title: Three\nsteps:\n- {do: touch}\n- {wait: 9000}\n")
+        shown("Three")
+        program.send_signal(signal.SIGINT)
+        self.assertEqual(program.wait(20), 0)
+        self.assertFalse((self.folder / "mine.html.watched.js").exists())
 
 
 class Json(Shell):

@@ -169,6 +169,24 @@ class ReportPage(unittest.TestCase):
         start, end = float(start or 0), float(end or 18.14)
         return x + width * (t - start) / (end - start), y + height / 2
 
+    def test_reloads_itself_while_it_is_watched_and_says_when_it_is_not(self):
+        scenario = self.write("watched.yaml", "title: One\nsteps:\n- {do: touch}\n")
+        file = os.path.join(self.folder, "watched.html")
+        with subprocess.Popen([LAB, "run", "--quiet", "--watch", scenario, "--report", file],
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True) as lab:
+            try:
+                while "Watching" not in lab.stdout.readline():
+                    self.assertIsNone(lab.poll())
+                self.browser.load(file, "#from=0.1")
+                self.write("watched.yaml", "title: Two\nsteps:\n- {do: game_fight}\n")
+                self.browser.wait_for("return document.title.startsWith('Two')"
+                                      " && location.hash.includes('from=0.1')")
+            finally:
+                lab.terminate()
+        self.browser.wait_for("return !document.getElementById('watched').hidden")
+        # The browser tells of the stamp that is gone.
+        self.assertIn("ERR_FILE_NOT_FOUND", " ".join(self.browser.console()))
+
     def test_shows_charts_with_every_line_and_all_lanes(self):
         self.browser.load(self.report)
         self.assertEqual(self.browser.texts(".chart .name b"), ["little", "big", "prime", "gpu"])

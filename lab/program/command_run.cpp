@@ -6,10 +6,12 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "lab/logcat/log_writer.h"
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
 #include "lab/program/coverage.h"
@@ -17,6 +19,7 @@
 #include "lab/program/junit.h"
 #include "lab/program/progress.h"
 #include "lab/program/run_result.h"
+#include "lab/program/watch.h"
 #include "lab/server/inputs.h"
 #include "lab/server/runner.h"
 #include "lab/server/timeline.h"
@@ -36,6 +39,7 @@ struct RunOptions {
     bool coverage = false;
     int coverageLimit = 0;  // percent of each scene file
     bool summary = false;
+    bool watch = false;
     bool verbose = false;
     bool quiet = false;
     bool json = false;
@@ -113,14 +117,21 @@ PictureHead HeadOfPictures(const RunResult& result, Layout layout) {
 }
 
 // Plays one scenario; throws what makes it impossible.
+//   files  gets what it reads
 void RunScenario(const RunOptions& options, const std::string& name, RunResult& result,
-                 Coverage& coverage) {
-    const YamlNode root = LoadYamlFile(FindScenarioFile(name));
+                 Coverage& coverage, std::set<std::string>& files) {
+    const std::string file = FindScenarioFile(name);
+    files.insert(file);
+    const YamlNode root = LoadYamlFile(file);
     ScenarioHead head = ReadScenarioHead(root);
     if (options.debug) head.debug = true;
     const Instead instead{options.device, options.scenes};
+    const std::string deviceFile = DeviceFileOf(instead, head);
+    if (!deviceFile.empty()) files.insert(deviceFile);
     const DeviceProfile device = DeviceOfScenario(instead, head);
-    SceneFile scenes = SceneFile::Load(ScenesOfScenario(instead, head, device));
+    const std::string scenesFile = ScenesOfScenario(instead, head, device);
+    files.insert(scenesFile);
+    SceneFile scenes = SceneFile::Load(scenesFile);
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     coverage.Add(scenes, steps, device.name);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
@@ -185,11 +196,12 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
 
 // RunScenario with the time that it takes, and with what makes it impossible in the result.
 void RunToResult(const RunOptions& options, const std::string& name, RunResult& result,
-                 Coverage& coverage) {
+                 Coverage& coverage, std::set<std::string>& files) {
     result.name = result.scenario = name;
+    files.insert(name);
     const auto begin = std::chrono::steady_clock::now();
     try {
-        RunScenario(options, name, result, coverage);
+        RunScenario(options, name, result, coverage, files);
     } catch (const std::exception& error) {
         result.error = error.what();
         std::cout << std::flush;
@@ -211,8 +223,12 @@ void AddLacks(const std::vector<Coverage::File>& files, int least,
     }
 }
 
-int RunAll(const RunOptions& options) {
-    const std::vector<std::string> names = FilesOf(options.scenarios, {".yaml", ".yml"});
+std::vector<std::string> ScenariosOf(const RunOptions& options) {
+    return FilesOf(options.scenarios, {".yaml", ".yml"});
+}
+
+int RunAll(const RunOptions& options, std::set<std::string>& files) {
+    const std::vector<std::string> names = ScenariosOf(options);
     const bool isOne = names.size() == 1;
     if (options.HasFiles() && !isOne) {
         throw std::runtime_error(
@@ -223,7 +239,7 @@ int RunAll(const RunOptions& options) {
     std::vector<RunResult> results;
     Coverage coverage;
     for (const std::string& name : names) {
-        RunToResult(options, name, results.emplace_back(), coverage);
+        RunToResult(options, name, results.emplace_back(), coverage, files);
         if (!isOne && !options.IsSilent()) std::cout << "\n";
     }
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
@@ -251,6 +267,25 @@ int RunAll(const RunOptions& options) {
         PrintSummary(results, paint, std::cout);
     }
     return exit;
+}
+
+// Runs all, and again whenever a file was edited.
+int RunWatched(const RunOptions& options) {
+    Watch watch(options.report);
+    std::set<std::string> files;
+    int exit = kCannotRun;
+    for (bool isAgain = false;; isAgain = true) {
+        if (isAgain && isatty(STDOUT_FILENO) != 0) std::cout << "\033[H\033[2J";
+        watch.Begin();
+        exit = RunAll(options, files);
+        watch.End(files, exit != kCannotRun);
+        std::cout << std::flush;
+        std::cerr << Paint::ForTerminal(STDERR_FILENO)(
+                         Colour::kDim,
+                         fmt::format("Watching {}; Ctrl-C ends.", Counted(watch.Files(), "file")))
+                  << std::endl;
+        if (!watch.WaitForChange([&] { return ScenariosOf(options); })) return exit;
+    }
 }
 
 }  // namespace
@@ -290,6 +325,9 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
                     "As --coverage, and fail when less of a scene file is used, in percent")
         ->type_name("PERCENT")
         ->check(CLI::Range(0, 100, ""));
+    run->add_flag("--watch", options->watch,
+                  "Run again whenever a scenario, scene file or device is edited, until Ctrl-C; an "
+                  "open report reloads itself");
     run->add_flag("-v,--verbose", options->verbose,
                   "Show info and debug lines, trace sections, node reads and whole paths too");
     run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");
@@ -305,7 +343,10 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
         ->type_name("FILE");
     run->footer(kRunFooter);
-    run->callback([options, &exitCode] { exitCode = RunAll(*options); });
+    run->callback([options, &exitCode] {
+        std::set<std::string> files;
+        exitCode = options->watch ? RunWatched(*options) : RunAll(*options, files);
+    });
 }
 
 }  // namespace lab
