@@ -216,6 +216,26 @@ class Watch(Shell):
         self.assertFalse((self.folder / "mine.html.watched.js").exists())
 
 
+def seconds_of(time):
+    hours, minutes, seconds = time.split(":")
+    return f"{int(hours) * 3600 + int(minutes) * 60 + float(seconds):.3f}"
+
+
+class Trace(Shell):
+    def test_of_a_capture_is_in_the_phones_clock(self):
+        capture = (SOURCES / "lab/data/captures/hot_game.txt").read_text()
+        day = 1718323200 - 10 * 3600  # 14 June 2024, where clocks are 10 hours ahead
+        for stamp, begin in [(lambda time: f"06-14 {time}", 0),
+                             (lambda time: f"2024-06-14 {time} +1000", day + 70937),
+                             (seconds_of, 70937)]:
+            (self.folder / "log.txt").write_text(
+                re.sub(r"^06-14 ([\d:.]+)", lambda match: stamp(match[1]), capture, flags=re.M))
+            self.play("tarquel-lab logcat log.txt --trace trace.json")
+            events = json.loads((self.folder / "trace.json").read_text())["traceEvents"]
+            first = min(event["ts"] for event in events if event["ph"] != "M")
+            self.assertAlmostEqual(first / 1e6, begin, delta=0.001)
+
+
 class Json(Shell):
     def test_every_field_is_described(self):
         (self.folder / "lab").symlink_to(SOURCES / "lab")

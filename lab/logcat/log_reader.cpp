@@ -166,6 +166,17 @@ std::string StampText(const LogStamp& stamp) {
                        day / 3'600'000, day / 60'000 % 60, day / 1000 % 60, day % 1000);
 }
 
+// Since boot or since 1970; nothing without a year.
+std::optional<Time> OnClock(const LogStamp& stamp) {
+    const std::chrono::microseconds us(stamp.us);
+    if (stamp.month == 0) return us;
+    if (stamp.year < 0) return std::nullopt;
+    const std::chrono::year_month_day day(std::chrono::year(stamp.year),
+                                          std::chrono::month(static_cast<unsigned>(stamp.month)),
+                                          std::chrono::day(static_cast<unsigned>(stamp.day)));
+    return std::chrono::sys_days(day).time_since_epoch() + us;
+}
+
 // Where a run of lines begins that may be repeated ones: how many lines and problems there were.
 struct Doubtful {
     size_t lines = 0;
@@ -198,7 +209,7 @@ class Reader {
                          [](const CapturedLine& a, const CapturedLine& b) { return a.at < b.at; });
         if (!lines.empty() && lines.front().at < Time(0)) {
             const Time first = lines.front().at;
-            mCapture.origin = mOrigins[lines.front().line];
+            SetOrigin(mOrigins[lines.front().line]);
             for (CapturedLine& line : lines) line.at -= first;
             mEnd -= first;
         }
@@ -211,6 +222,11 @@ class Reader {
         LogHeader header;
         std::string tag;
     };
+
+    void SetOrigin(const LogStamp& stamp) {
+        mCapture.origin = StampText(stamp);
+        mCapture.onClock = OnClock(stamp);
+    }
 
     // A line, or what is behind a head in the middle of it.
     void AddPart(std::string_view line) {
@@ -274,7 +290,7 @@ class Reader {
     void AddWhole(const LogHeader& header, bool isCut) {
         const Time at = header.stamp ? mCalendar.At(*header.stamp) : mCalendar.Last();
         mEnd = std::max(mEnd, at);
-        if (header.stamp && mCapture.origin.empty()) mCapture.origin = StampText(*header.stamp);
+        if (header.stamp && mCapture.origin.empty()) SetOrigin(*header.stamp);
         const bool isPlugin = BeginsAsPlugin(header.text);
         CapturedLine line;
         if (isPlugin || header.text.size() < 120) line.match = MatchMessage(header.text);
@@ -306,7 +322,7 @@ class Reader {
             mStrangers.insert(line.line);
         }
         mLatest = std::max(mLatest, at);
-        if (header.stamp && at < Time(0)) mOrigins[line.line] = StampText(*header.stamp);
+        if (header.stamp && at < Time(0)) mOrigins[line.line] = *header.stamp;
         mCapture.formats.insert(header.format);
         mCapture.hasUntimed = mCapture.hasUntimed || !header.stamp;
         mCapture.lines.push_back(std::move(line));
@@ -381,7 +397,7 @@ class Reader {
     Capture& mCapture;
     Calendar mCalendar;
     std::optional<LongHead> mLong;
-    std::map<int, std::string> mOrigins;  // of lines earlier than the first one
+    std::map<int, LogStamp> mOrigins;  // of lines earlier than the first one
     Time mEnd{};
     Time mPrevious{};            // of the plug-in's line before
     Time mLatest = Time::min();  // of the plug-in's lines so far

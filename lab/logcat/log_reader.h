@@ -38,8 +38,11 @@ struct Capture {
     std::vector<CapturedLine> lines;  // in the order of their times
     std::vector<LogProblem> problems;
     std::set<LogFormat> formats;
-    Time end{};                  // of its last line, since the earliest
-    std::string origin;          // the time that counts as 0, as printed; empty without times
+    Time end{};          // of its last line, since the earliest
+    std::string origin;  // the time that counts as 0, as printed; empty without times
+    // The same on the phone's clock, where all of it is printed: seconds (-v monotonic since boot,
+    // -v epoch since 1970) or a date with its year.
+    std::optional<Time> onClock;
     size_t lineCount = 0;        // of the capture
     size_t foreignCount = 0;     // log lines of other programs
     bool isWide = false;         // UTF-16, of which nothing can be read

@@ -18,6 +18,7 @@ struct PictureHead {
     std::string scenes;                      // the scene file; may be empty
     Layout layout = Layout::kThreeClusters;  // how opcodes are called
     std::vector<std::string> findings;       // what is wrong with the run
+    Time origin{};                           // of a trace: what time 0 is on the phone's clock
 };
 
 // Writes the run as a trace in the JSON trace event format, for ui.perfetto.dev and

@@ -87,7 +87,8 @@ class TraceWriter {
 
     void Add(Time at, const char* phase, int process, int lane, const std::string& name,
              Json more = Json::object()) {
-        Json event = {{"ph", phase}, {"pid", process}, {"tid", lane}, {"ts", Micros(at)}};
+        Json event = {
+            {"ph", phase}, {"pid", process}, {"tid", lane}, {"ts", Micros(mHead.origin + at)}};
         if (!name.empty()) event["name"] = name;
         event.update(more);
         mEvents.push_back({at, Text(event)});

@@ -102,7 +102,8 @@ class LogcatReport {
                 mSession.Device().name,
                 nameOf(mSession.Scenes().File()),
                 mLayout,
-                Notes()};
+                Notes(),
+                mSession.Log().onClock.value_or(Time(0))};
     }
 
     std::string FormatsText() const {
