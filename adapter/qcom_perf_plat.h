@@ -14,7 +14,7 @@
 class QcomPerfPlat : public TarQuelPlat {
   public:
     // Destroys the adapter first, then the server's side. What configurations said stays until the
-    // next one is read, which then begins with nothing.
+    // clusters are described anew, which then begins with nothing.
     ~QcomPerfPlat() override;
 
     // Builds the one adapter. Always 0; a second call only logs. Threads: any.

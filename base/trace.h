@@ -21,9 +21,7 @@ using TextBuffer = std::array<char, kTextMax>;
 // One section, open from Begin until it is destroyed, whatever the switches say by then.
 class TraceSection {
   public:
-    explicit TraceSection(const DebugSwitches& switches) : mIsWanted(switches.IsVerbose()) {
-        mName[0] = '\0';
-    }
+    explicit TraceSection(const DebugSwitches& switches) : mIsWanted(switches.IsVerbose()) {}
     ~TraceSection();
     TraceSection(const TraceSection&) = delete;
     TraceSection& operator=(const TraceSection&) = delete;
@@ -31,8 +29,11 @@ class TraceSection {
     // True when a debug switch was on as the section was made: else a name is not worth formatting.
     bool IsWanted() const { return mIsWanted; }
 
-    // Where its name goes.
-    TextBuffer& Name() { return mName; }
+    // Where its name goes; empty until then.
+    TextBuffer& Name() {
+        mName[0] = '\0';
+        return mName;
+    }
 
     // Opens the section, unless it is not wanted or atrace's tag bit 0 is clear.
     void Begin();
@@ -44,7 +45,7 @@ class TraceSection {
   private:
     const bool mIsWanted;
     bool mIsOpen = false;
-    TextBuffer mName;  // left as it is until it is needed, but for its first character
+    TextBuffer mName;  // left as it is until it is needed
 };
 
 }  // namespace tarquel

@@ -119,7 +119,8 @@ void QcomFreqManager::SetThermalConfig(int tag, int value) {
 // What the client asked for, not what it got: its own table never arbitrates its own request.
 void QcomFreqManager::CacheTags(int clientId, std::span<const int> tags, const int* configs,
                                 const int* newConfigs) {
-    std::lock_guard lock(mThermalMutex);
+    std::unique_lock lock(mThermalMutex, std::defer_lock);
+    if (clientId == kClientTemp) lock.lock();
     for (size_t i = 0; i < tags.size(); ++i) {
         Table(clientId).Set(tags[i], configs[i]);
         // Again: a breakthrough that ended since may have derived it from the former request.

@@ -39,6 +39,13 @@ size_t PairCount(const RawXmlData& element) {
     return std::min(element.keys.size(), element.values.size());
 }
 
+bool DescribesDevice(const std::map<int, RawXmlData*>& commands) {
+    return std::any_of(commands.begin(), commands.end(), [](const auto& command) {
+        const RawXmlData* const head = command.second;
+        return head != nullptr && head->next != nullptr && head->next->name == keys::kCpuInfo;
+    });
+}
+
 }  // namespace
 
 extern "C" QcomPerfLoadXml* CreateTarQuelLoadXml() {
@@ -66,7 +73,7 @@ void QcomPerfLoadXml::DeleteAction(Action& head) {
 std::map<int, Action*>* QcomPerfLoadXml::ParserXml(std::map<int, RawXmlData*>& commands) {
     std::unique_ptr<std::map<int, Action*>, ActionsDeleter> actions(new std::map<int, Action*>);
     if (tarquel::IsNullArgument(&commands, "ParserXml")) return actions.release();
-    tarquel::BeginConfiguration();
+    if (DescribesDevice(commands)) tarquel::BeginConfiguration();
     for (const auto& [command, head] : commands) {
         if (head == nullptr) {
             TARQUEL_LOGE("tarquel: xml is invalid, cmdId is %d element is NULL", command);

@@ -82,11 +82,12 @@ int PerfLockClient::PerfLockAcq(int handle, int duration, int* list, int len) {
         if (sAcquire != nullptr) result = sAcquire(handle, duration, list, len);
     }
     // The handle that came back, as an empty section behind the call's own.
-    TraceSection section(mSwitches);
-    if (section.IsWanted() && !TARQUEL_FORMAT(section.Name(), "PerfLockAcq retHandle=%d", result)) {
-        TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf_ret error\n");
+    if (TraceSection section(mSwitches); section.IsWanted()) {
+        if (!TARQUEL_FORMAT(section.Name(), "PerfLockAcq retHandle=%d", result)) {
+            TARQUEL_LOGE("tarQuel: PerfLockAcq snprintf_s trace_buf_ret error\n");
+        }
+        section.Begin();
     }
-    section.Begin();
     return result;
 }
 

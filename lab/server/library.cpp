@@ -63,9 +63,13 @@ Library::Library(const std::string& file) : mFile(file.empty() ? BesideProgram()
     mHandle = dlopen(mFile.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!mHandle)
         throw std::runtime_error(std::string("the plug-in cannot be loaded: ") + dlerror());
-    // What a configuration of an earlier Library said is forgotten when the next one is read.
-    std::map<int, RawXmlData*> nothing;
-    ParseScenes(nothing);
+    // What a configuration of an earlier Library said is forgotten when clusters are described.
+    RawXmlData head;
+    RawXmlData clusters;
+    clusters.name = "qcom_cpu_info";
+    head.next = &clusters;
+    std::map<int, RawXmlData*> device{{1, &head}};
+    ParseScenes(device);
 }
 
 Library::~Library() {
