@@ -26,7 +26,7 @@ constexpr int kMaxReentries = 1000;
 // One re-entry of DoAction on this thread.
 class Reentry {
   public:
-    Reentry() : mIsAllowed(sDepth < kMaxReentryDepth && sCount < kMaxReentries) {
+    Reentry() {
         ++sDepth;
         ++sCount;
     }
@@ -36,25 +36,16 @@ class Reentry {
     Reentry(const Reentry&) = delete;
     Reentry& operator=(const Reentry&) = delete;
 
-    bool IsAllowed() const { return mIsAllowed; }
+    bool IsAllowed() const { return sDepth <= kMaxReentryDepth && sCount <= kMaxReentries; }
 
   private:
-    static thread_local int sDepth;
-    static thread_local int sCount;
-
-    bool mIsAllowed;
+    static inline thread_local int sDepth = 0;
+    static inline thread_local int sCount = 0;
 };
-
-thread_local int Reentry::sDepth = 0;
-thread_local int Reentry::sCount = 0;
 
 constexpr int kBreakthroughDefaultMs = 3000;
 
 }  // namespace
-
-bool Payload::IsOnOrOff() const {
-    return Is(kEventOn) || Is(kEventOff);
-}
 
 int ActionExecutor::DoAction(const Action& first, const Payload& payload) {
     if (IsEndlessChain(first)) return -1;

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "base/debug_switches.h"
+#include "base/ids.h"
 #include "config/breakthrough_timer.h"
 #include "config/control_state.h"
 #include "freq/freq_manager.h"
@@ -22,7 +23,7 @@ struct Payload {
 
     // True for a payload of exactly one value equal to `value`.
     bool Is(int value) const { return count == 1 && first != nullptr && first[0] == value; }
-    bool IsOnOrOff() const;
+    bool IsOnOrOff() const { return Is(kEventOn) || Is(kEventOff); }
 
     int count;  // as the server says it; trusted no further than the first value
     const int* first;

@@ -36,8 +36,6 @@ void ControlType::SetControlType(int type) {
         case 8:
             Enter(0, type - 4, unchanged);  // thermal level 2, 3, 4
             break;
-        default:
-            break;
     }
     const int enableBoost = mControl.mEnableBoost;
     TARQUEL_LOGI_IF(mSwitches.IsVerbose(), "tarquel: SetControlType config %d, mEnableBoost %d\n",

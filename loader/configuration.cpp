@@ -7,11 +7,7 @@
 
 namespace tarquel {
 
-namespace {
-
-std::atomic<bool> sIsOutdated{false};
-
-}  // namespace
+static std::atomic<bool> sIsOutdated{false};
 
 void BeginNextConfigurationAfresh() {
     sIsOutdated = true;

@@ -14,11 +14,9 @@ namespace {
 constexpr auto kRegularCommands =
     std::to_array<int>({4098, 4099, 4105, 4112, 4116, 4118, 4123, kCmdRegularEvent, 4402});
 
-int RegularId(int cmdId) {
+bool IsRegular(int cmdId) {
     return std::find(kRegularCommands.begin(), kRegularCommands.end(), cmdId) !=
-                   kRegularCommands.end()
-               ? 1
-               : 0;
+           kRegularCommands.end();
 }
 
 }  // namespace
@@ -62,7 +60,7 @@ int HandleCache::GetEventHandle(const Key& key) const {
     }
     TARQUEL_LOGD_IF(mSwitches.IsVerbose(),
                     "tarquel: GetEventHandle handleKey = %d-%d, handle = %d, regularId = %d\n",
-                    key.cmdId, key.index, found->second, RegularId(key.cmdId));
+                    key.cmdId, key.index, found->second, IsRegular(key.cmdId) ? 1 : 0);
     return found->second;
 }
 
