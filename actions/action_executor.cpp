@@ -150,7 +150,7 @@ void ActionExecutor::LogAcquired(const Action& action, int oldHandle, int newHan
 void ActionExecutor::StartBreakthroughIfAllowed(const Action& action, int durationMs) {
     const int thermal = mControl.mThermal;
     if (thermal < 1 || action.boostLimitLevel < thermal || action.breakThrough == 0) return;
-    if (durationMs != 0 && action.cmdId == kCmdRegularEventEnd) mTimer.SetTimer(0);
+    if (durationMs != 0 && action.cmdId == kCmdRegularEventEnd) mTimer.Disarm();
     mTimer.Start(durationMs == 0 ? kBreakthroughDefaultMs : durationMs);
 }
 

@@ -16,8 +16,11 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
 #define TARQUEL_LOGI(...) __android_log_print(ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
 
 // The same while `isOn`, at info and at debug priority.
-#define TARQUEL_LOGI_IF(isOn, ...) \
-    ((isOn) ? static_cast<void>(TARQUEL_LOGI(__VA_ARGS__)) : static_cast<void>(0))
-#define TARQUEL_LOGD_IF(isOn, ...)                                                            \
-    ((isOn) ? static_cast<void>(__android_log_print(ANDROID_LOG_DEBUG, nullptr, __VA_ARGS__)) \
-            : static_cast<void>(0))
+#define TARQUEL_LOGI_IF(isOn, ...)           \
+    do {                                     \
+        if (isOn) TARQUEL_LOGI(__VA_ARGS__); \
+    } while (false)
+#define TARQUEL_LOGD_IF(isOn, ...)                                              \
+    do {                                                                        \
+        if (isOn) __android_log_print(ANDROID_LOG_DEBUG, nullptr, __VA_ARGS__); \
+    } while (false)

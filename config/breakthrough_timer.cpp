@@ -14,38 +14,32 @@ constexpr long kNsPerMs = 1000000;
 
 }  // namespace
 
-int BreakthroughTimer::CreateTimer(void (*callback)(sigval), void* owner) {
+void BreakthroughTimer::CreateTimer(void (*callback)(sigval), void* owner) {
     std::lock_guard lock(mMutex);
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD;
     event.sigev_notify_function = callback;
     event.sigev_value.sival_ptr = owner;
-    const int result = timer_create(CLOCK_MONOTONIC, &event, &mTimerId);
-    if (result == 0) {
-        mTimerCreated = true;
-    } else {
-        TARQUEL_LOGE("tarquel Failed to create timer");
-    }
-    return result;
+    mTimerCreated = timer_create(CLOCK_MONOTONIC, &event, &mTimerId) == 0;
+    if (!mTimerCreated) TARQUEL_LOGE("tarquel Failed to create timer");
 }
 
-int BreakthroughTimer::DeleteTimer() {
+void BreakthroughTimer::DeleteTimer() {
     std::lock_guard lock(mMutex);
-    if (!mTimerCreated) return -1;
-    const int result = timer_delete(mTimerId);
-    if (result != 0) TARQUEL_LOGE("Failed to delete timer for a request");
+    if (!mTimerCreated) return;
+    if (timer_delete(mTimerId) != 0) TARQUEL_LOGE("Failed to delete timer for a request");
     mTimerCreated = false;
-    return result;
 }
 
 void BreakthroughTimer::Start(int ms) {
+    ms = std::min(ms, kLongestMs);
     const uint32_t expiriesBefore = mExpiries;
     uint32_t number = 0;
     {
         std::lock_guard lock(mMutex);
         // Armed before it is numbered: an expiry of an earlier breakthrough that is only now on its
         // way finds either the earlier number or an armed timer, and never ends this one.
-        ArmUnlessLonger(std::min(ms, kLongestMs));
+        if (ms > RemainingMs()) Arm(ms);
         if (++mLastNumber == 0) ++mLastNumber;
         number = mLastNumber;
         mControl.mBreakThrough = number;
@@ -60,23 +54,15 @@ void BreakthroughTimer::Cancel() {
     Arm(0);
 }
 
-int BreakthroughTimer::SetTimer(int ms) {
-    int result = -1;
+void BreakthroughTimer::Disarm() {
     {
         std::lock_guard lock(mMutex);
-        result = ms == 0 ? Arm(0) : ArmUnlessLonger(std::min(ms, kLongestMs));
+        Arm(0);
     }
-    if (ms != 0) return result;
     const uint32_t running = mControl.mBreakThrough;
     if (running != 0) {
         RestoreLimits(running, "tarquel SetTimer End Temperature Control Breakthrough");
     }
-    return result;
-}
-
-// Called with the mutex held.
-int BreakthroughTimer::ArmUnlessLonger(int ms) {
-    return ms <= RemainingMs() ? -1 : Arm(ms);
 }
 
 // 0 when the timer is not armed, not there or cannot be read. Called with the mutex held.
@@ -91,17 +77,13 @@ int64_t BreakthroughTimer::RemainingMs() const {
            remaining.it_value.tv_nsec / kNsPerMs;
 }
 
-// Called with the mutex held.
-int BreakthroughTimer::Arm(int ms) {
-    if (!mTimerCreated) return -1;
+// 0 disarms. Called with the mutex held.
+void BreakthroughTimer::Arm(int ms) {
+    if (!mTimerCreated) return;
     itimerspec once{};
     once.it_value.tv_sec = ms / kMsPerSecond;
     once.it_value.tv_nsec = (ms % kMsPerSecond) * kNsPerMs;
-    if (timer_settime(mTimerId, 0, &once, nullptr) != 0) {
-        TARQUEL_LOGE("Failed to set timer");
-        return -1;
-    }
-    return 0;
+    if (timer_settime(mTimerId, 0, &once, nullptr) != 0) TARQUEL_LOGE("Failed to set timer");
 }
 
 // True while the timer counts, also when it is due and has not fired.

@@ -26,11 +26,10 @@ class BreakthroughTimer {
         : mSwitches(switches), mControl(control), mScaling(scaling), mFreqManager(freqManager) {}
 
     // Creates the timer, unarmed; when it fires, `callback` gets `owner`, and is to call Expire.
-    // Returns timer_create's result.
-    int CreateTimer(void (*callback)(sigval), void* owner);
+    void CreateTimer(void (*callback)(sigval), void* owner);
 
-    // Deletes the timer. Returns timer_delete's result, -1 when there is none.
-    int DeleteTimer();
+    // Deletes the timer if there is one.
+    void DeleteTimer();
 
     // Begins a breakthrough of `ms`, or lets the one that is running last at least as long; 3000 ms
     // is the most.
@@ -39,12 +38,9 @@ class BreakthroughTimer {
     // Ends a breakthrough without putting limits back and disarms the timer.
     void Cancel();
 
-    // Arms the timer once, or disarms it.
-    //   ms       at most 3000 counts; 0 disarms and, during a breakthrough without performance
-    //            mode, puts the limits back (the breakthrough flag stays set)
-    //   Returns  0; -1 when as much time as `ms` still remains (the timer runs on), when there is
-    //            no timer and when it cannot be set
-    int SetTimer(int ms);
+    // Disarms the timer and, during a breakthrough without performance mode, puts the limits back.
+    // The breakthrough flag stays set: whoever disarms begins another one.
+    void Disarm();
 
     // A breakthrough's time is up: ends it and puts the limits back, unless the timer counts for
     // another one by now. Waits for no request and takes no mutex that a request holds for long.
@@ -53,8 +49,7 @@ class BreakthroughTimer {
   private:
     int64_t RemainingMs() const;
     bool IsArmed() const;
-    int ArmUnlessLonger(int ms);
-    int Arm(int ms);
+    void Arm(int ms);
     void End(uint32_t number);
     void RestoreLimits(uint32_t number, const char* message);
 

@@ -125,6 +125,22 @@ TEST_F(ExpiryTest, TouchThatEndsNoneWaitsForNoNode) {
     EXPECT_LT(PlaceOfLock(kBoostOpcode), PlaceOfWrite(gpu, "500000000"));
 }
 
+TEST_F(ExpiryTest, PlatformGoesBehindAnExpiryThatIsUnderWay) {
+    GetPhone().GetFaults().SetNode(kPrimeMax, {lab::NodeFault::Kind::kSlow, 100});
+    const auto boost = Boost(5);
+    Forget();
+    Do(*boost);
+    SpinUntil(steady_clock::now() + milliseconds(50));  // its end is at the slow node
+    Exported<TarQuelPlat* (*)()>("GetPlat")()->~TarQuelPlat();
+    const long goneAt = PlaceOf([](const lab::What& what) {
+        const auto* timer = std::get_if<lab::TimerEvent>(&what);
+        return timer != nullptr && timer->kind == lab::TimerEvent::Kind::kDelete;
+    });
+    EXPECT_GE(PlaceOfWrite(kPrimeMax, "2054400"), 0);
+    EXPECT_LT(PlaceOfWrite(kPrimeMax, "2054400"), goneAt);
+    Initialize();
+}
+
 // The program takes its time to end after the plug-in's turn, as a server with much to clean up.
 class ExitTest : public ExpiryTest {
   protected:
