@@ -141,6 +141,7 @@ TEST_F(ExpiryTest, PlatformGoesBehindAnExpiryThatIsUnderWay) {
     Initialize();
 }
 
+#ifndef TARQUEL_EMULATED
 // The program takes its time to end after the plug-in's turn, as a server with much to clean up.
 class ExitTest : public ExpiryTest {
   protected:
@@ -173,6 +174,7 @@ TEST_F(ExitTest, ProgramMayEndUnderRunningThreads) {
                 }),
                 testing::ExitedWithCode(0), "");
 }
+#endif
 
 TEST_F(ExpiryTest, PlatformMayBeAskedForWhileItIsDestroyed) {
     const auto getPlat = Exported<TarQuelPlat* (*)()>("GetPlat");
