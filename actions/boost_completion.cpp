@@ -100,8 +100,7 @@ void BoostCompletion::AppendCeilings(Action& action, int level) const {
     BoostFrequencies khz{mTunables.records.little.cpuinfoMaxFreq,
                          mTunables.records.big.cpuinfoMaxFreq,
                          mTunables.records.prime.cpuinfoMaxFreq};
-    const FreqBoostInfo& info = FreqBoostInfo::GetInstance();
-    if (info.HasBoostInfo(level)) khz = info.Frequencies(level);
+    khz = FreqBoostInfo::GetInstance().GetBoostInfo(level).value_or(khz);
 
     std::vector<int32_t>& list = action.perfList;
     list.insert(list.end(), {kOpcodeLittleScalingMax, khz.little, kOpcodeBigScalingMax, khz.big});
@@ -111,18 +110,17 @@ void BoostCompletion::AppendCeilings(Action& action, int level) const {
 }
 
 void BoostCompletion::DoAddBoostFreqInfo(Action& first, int level) const {
-    const FreqBoostInfo& info = FreqBoostInfo::GetInstance();
-    if (!info.HasBoostInfo(level)) return;
-    const BoostFrequencies khz = info.Frequencies(level);
+    const auto khz = FreqBoostInfo::GetInstance().GetBoostInfo(level);
+    if (!khz) return;
     for (Action* action = &first; action != nullptr; action = action->next) {
         const std::span<int32_t> pairs = PerfPairs(*action);
         for (size_t i = 0; i < pairs.size(); i += 2) {
             if (pairs[i] == kOpcodeBigMax) {
-                pairs[i + 1] = khz.big / kKhzPerMhz;
+                pairs[i + 1] = khz->big / kKhzPerMhz;
             } else if (pairs[i] == kOpcodeLittleMax) {
-                pairs[i + 1] = khz.little / kKhzPerMhz;
+                pairs[i + 1] = khz->little / kKhzPerMhz;
             } else if (pairs[i] == kOpcodePrimeMax && mTunables.clusters.HasPrime()) {
-                pairs[i + 1] = khz.prime / kKhzPerMhz;
+                pairs[i + 1] = khz->prime / kKhzPerMhz;
             }
         }
     }

@@ -55,11 +55,12 @@ void BreakthroughTimer::Cancel() {
 }
 
 void BreakthroughTimer::Disarm() {
+    uint32_t running = 0;
     {
         std::lock_guard lock(mMutex);
         Arm(0);
+        running = mControl.mBreakThrough;
     }
-    const uint32_t running = mControl.mBreakThrough;
     if (running != 0) {
         RestoreLimits(running, "tarquel SetTimer End Temperature Control Breakthrough");
     }

@@ -27,6 +27,7 @@ void ConfigSetter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags
         mGroup.DoGroupPerfSetConfig(clientId, tagLen, tags, newConfigs);
         return;
     }
+    const uint32_t breakthroughBefore = mControl.mBreakThrough;
     bool touchesCeilings = false;
     for (int i = 0; i < tagLen; ++i) {
         const int tag = tags[i];
@@ -34,10 +35,10 @@ void ConfigSetter::DoRealPerfSetConfig(int clientId, int tagLen, const int* tags
         touchesCeilings = touchesCeilings || TouchesCeilings(tag, value);
         if (Resolve(tag, value)) Apply(tagLen, tag, value);
     }
-    if (mControl.mPerf == 0 && mControl.mBreakThrough == 0 && clientId == kClientTemp &&
-        touchesCeilings) {
-        mScaling.WriteAllScaling();
-    }
+    if (mControl.mPerf != 0 || clientId != kClientTemp || !touchesCeilings) return;
+    // Also when a breakthrough began meanwhile: the marks of this request are none of its end's.
+    const uint32_t running = mControl.mBreakThrough;
+    if (running == 0 || running != breakthroughBefore) mScaling.WriteAllScaling();
 }
 
 bool ConfigSetter::Resolve(int tag, int& value) {

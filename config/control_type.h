@@ -21,11 +21,14 @@ class ControlType {
 
     // Enters a control type. Every type is logged and leaves a jank record.
     //
+    // clang-format off
     //   type   mPerf  mThermal  mEnableBoost  breakthrough
-    //   0      1      0         1             goes on; the hardware's maxima are written to the
-    //   nodes 2, 9   0      -1        as it was     ends 4, 10  0      -1        0             ends
+    //   0      1      0         1             goes on; the nodes get the hardware's maxima
+    //   2, 9   0      -1        as it was     ends
+    //   4, 10  0      -1        0             ends
     //   5      1      1         as it was     goes on
     //   6-8    0      2-4       as it was     goes on
+    // clang-format on
     //
     // Any other type changes nothing.
     void SetControlType(int type);

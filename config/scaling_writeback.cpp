@@ -46,7 +46,11 @@ void ScalingWriteback::MarkWritten(int tag) {
 void ScalingWriteback::WriteAllScaling() {
     for (Ceiling& ceiling : mCeilings) {
         const RequestGate::Turn turn(ceiling.gate);
-        Write(ceiling, 0);
+        if (MayWrite(0)) {
+            Write(ceiling);
+        } else {
+            ceiling.isWritten = false;
+        }
     }
 }
 
@@ -69,9 +73,11 @@ bool ScalingWriteback::MayWrite(uint32_t endedBreakthrough) const {
     return endedBreakthrough != 0 && !IsLater(running, endedBreakthrough);
 }
 
-// Called in the ceiling's turn.
-void ScalingWriteback::Write(Ceiling& ceiling, uint32_t endedBreakthrough) {
-    if (!MayWrite(endedBreakthrough)) return;
+void ScalingWriteback::Restore(Ceiling& ceiling) {
+    if (MayWrite(ceiling.endedBreakthrough)) Write(ceiling);
+}
+
+void ScalingWriteback::Write(Ceiling& ceiling) {
     const int thermalKhz = mFreqManager.GetThermalConfig(ceiling.tag);
     const bool isWritten = ceiling.isWritten.exchange(false);
     if (thermalKhz == kNoValidCeiling || isWritten) return;

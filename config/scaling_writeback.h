@@ -30,8 +30,9 @@ class ScalingWriteback {
     // once. Tags without a write-back are ignored. Called in the ceiling's turn.
     void MarkWritten(int tag);
 
-    // Writes every cluster's ceiling but those marked; clears all marks. For a request while no
-    // breakthrough runs: a ceiling that one lifts meanwhile is left alone.
+    // Writes every cluster's ceiling but those marked; clears all marks. For the end of a request:
+    // a breakthrough that began during it keeps its ceilings lifted, and writes them at its own
+    // end.
     void WriteAllScaling();
 
     // The same for the end of breakthrough `number`; one that began since is left alone. Waits for
@@ -48,15 +49,16 @@ class ScalingWriteback {
         std::atomic<uint32_t> endedBreakthrough{0};  // the latest one that restores it
         const RequestGate::Job restore{[](void* self) noexcept {
                                            auto& ceiling = *static_cast<Ceiling*>(self);
-                                           ceiling.writeback.Write(ceiling,
-                                                                   ceiling.endedBreakthrough);
+                                           ceiling.writeback.Restore(ceiling);
                                        },
                                        this};
     };
 
     Ceiling* Find(int tag);
     bool MayWrite(uint32_t endedBreakthrough) const;
-    void Write(Ceiling& ceiling, uint32_t endedBreakthrough);
+    // Called in the ceiling's turn.
+    void Restore(Ceiling& ceiling);
+    void Write(Ceiling& ceiling);
 
     Tunables& mTunables;
     const ControlState& mControl;

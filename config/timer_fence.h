@@ -1,5 +1,6 @@
 // Keeps a timer that fires late away from an adapter that is gone: deleting a POSIX timer does not
-// wait for a callback that has begun, nor for one that is about to.
+// wait for a callback that has begun, nor for one that is about to. A callback that is about to may
+// reach the next adapter at the same address, and is an expiry like any other there.
 #pragma once
 
 namespace tarquel::timer_fence {

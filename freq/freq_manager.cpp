@@ -75,12 +75,17 @@ int QcomFreqManager::DoClientConfig(int clientId, std::span<const int> tags, con
     return 0;
 }
 
-int QcomFreqManager::GetMinTagConfigs(int clientId, int tag) const {
+std::array<int, 3> QcomFreqManager::OthersConfigs(int clientId, int tag) const {
     std::array<int, 3> others{};
     size_t count = 0;
     for (int id = kClientPower; id <= kClientCamera; ++id) {
         if (id != clientId) others[count++] = Table(id).Get(tag);
     }
+    return others;
+}
+
+int QcomFreqManager::GetMinTagConfigs(int clientId, int tag) const {
+    const std::array<int, 3> others = OthersConfigs(clientId, tag);
     const int smallest = GetValidMinValue(others[0], others[1], others[2]);
     TARQUEL_LOGI_IF(mSwitches.IsDebug(),
                     "tarquel: GetValidMinValue config1 = %d, config2 = %d, config3 = %d", others[0],
@@ -101,9 +106,13 @@ int QcomFreqManager::GetSceneConfig(int tag) {
 void QcomFreqManager::GetLastFreqLimitStrategy() {
     for (size_t domain = 0; domain < kCpuDomains; ++domain) {
         const int tag = kLimitTags[domain].ceiling;
-        const int others = GetMinTagConfigs(kClientTemp, tag);
-        std::lock_guard lock(mThermalMutex);
-        SetThermalConfig(tag, LimitMerge(others, Table(kClientTemp).Get(tag)));
+        {
+            std::lock_guard lock(mThermalMutex);
+            const auto [power, eapa, camera] = OthersConfigs(kClientTemp, tag);
+            SetThermalConfig(tag, LimitMerge(GetValidMinValue(power, eapa, camera),
+                                             Table(kClientTemp).Get(tag)));
+        }
+        GetMinTagConfigs(kClientTemp, tag);  // for what it logs
     }
 }
 

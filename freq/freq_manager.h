@@ -63,6 +63,7 @@ class QcomFreqManager {
     int DoClientConfig(int clientId, std::span<const int> tags, const int* configs);
     int DoPerfEventConfig(int cmdId, std::span<const int> tags, const int* configs, int event);
 
+    std::array<int, 3> OthersConfigs(int clientId, int tag) const;
     int GetMinTagConfigs(int clientId, int tag) const;
     int GetSceneConfig(int tag);
     int GetMaxFreqFromMap(int cmdId, int event, int tag, int config);

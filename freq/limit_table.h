@@ -21,19 +21,21 @@ constexpr bool IsConfigTag(int tag) {
 
 inline constexpr int kUnset = -1;
 
-// Writers hold the frequency manager's mutex; readers need not (the dump and the timer do not).
+// Writers hold the frequency manager's mutex; readers need not (the dump and the timer do not). In
+// one order with the breakthrough flag: who stores a limit and then finds a breakthrough running is
+// seen by that breakthrough's end.
 class LimitTable {
   public:
     // 0 for a tag outside kConfigSet.
     int Get(int tag) const {
         const std::atomic<int>* value = Slot(*this, tag);
-        return value == nullptr ? 0 : value->load(std::memory_order_relaxed);
+        return value == nullptr ? 0 : value->load();
     }
 
     // Ignores a tag outside kConfigSet.
     void Set(int tag, int value) {
         std::atomic<int>* slot = Slot(*this, tag);
-        if (slot != nullptr) slot->store(value, std::memory_order_relaxed);
+        if (slot != nullptr) *slot = value;
     }
 
   private:

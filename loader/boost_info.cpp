@@ -27,21 +27,15 @@ FreqBoostInfo& FreqBoostInfo::GetInstance() {
     return instance.Get();
 }
 
-bool FreqBoostInfo::HasBoostInfo(int level) const {
-    if (!IsBoostLevel(level)) return false;
+std::optional<BoostFrequencies> FreqBoostInfo::GetBoostInfo(int level) const {
+    if (!IsBoostLevel(level)) return std::nullopt;
     const bool hasPrime = CpuInfo::GetInstance().Get().HasPrime();
-    return With([=](const auto& levels) {
-        const BoostTexts& texts = levels[static_cast<size_t>(level)];
-        return !texts.little.empty() && !texts.big.empty() && (!hasPrime || !texts.prime.empty());
-    });
-}
-
-BoostFrequencies FreqBoostInfo::Frequencies(int level) const {
-    return With([=](const auto& levels) {
-        const BoostTexts& texts = levels[static_cast<size_t>(level)];
-        return BoostFrequencies{DecimalToInt(texts.little), DecimalToInt(texts.big),
-                                DecimalToInt(texts.prime)};
-    });
+    const BoostTexts texts = With([=](const auto& all) { return all[static_cast<size_t>(level)]; });
+    if (texts.little.empty() || texts.big.empty() || (hasPrime && texts.prime.empty())) {
+        return std::nullopt;
+    }
+    return BoostFrequencies{DecimalToInt(texts.little), DecimalToInt(texts.big),
+                            DecimalToInt(texts.prime)};
 }
 
 BoostCountLimitInfo& BoostCountLimitInfo::GetInstance() {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "base/guarded.h"
@@ -32,12 +33,10 @@ class FreqBoostInfo : public tarquel::Guarded<std::array<BoostTexts, kBoostLevel
   public:
     static FreqBoostInfo& GetInstance();
 
-    // True when the level has a frequency for every cluster that the configuration names.
-    // False for a level outside 0 to 9.
-    bool HasBoostInfo(int level) const;
-
-    // The level's frequencies; a text that is no number counts as 0. `level` is one of 0 to 9.
-    BoostFrequencies Frequencies(int level) const;
+    // The level's frequencies when it has one for every cluster that the configuration names; a
+    // text that is no number counts as 0. Nothing for a level outside 0 to 9.
+    std::optional<BoostFrequencies> GetBoostInfo(int level) const;
+    bool HasBoostInfo(int level) const { return GetBoostInfo(level).has_value(); }
 };
 
 // By command.

@@ -48,11 +48,12 @@ class ExpiryTest : public PluginTest {
         GetPhone().GetClock().Stop();
     }
 
-    // The places of events in the order of all; -1 for one that never came.
+    // The places of events in the order of all, the first from a place on; -1 for one that never
+    // came.
     template <typename Is>
-    long PlaceOf(const Is& is) {
+    long PlaceOf(const Is& is, size_t from = 0) {
         const auto& events = GetPhone().Events().Events();
-        for (size_t i = 0; i < events.size(); ++i) {
+        for (size_t i = from; i < events.size(); ++i) {
             if (is(events[i].what)) return static_cast<long>(i);
         }
         return -1;
@@ -110,6 +111,31 @@ TEST_F(ExpiryTest, WaitsForNoRequestThatTheHalKeeps) {
     EXPECT_LT(restored, PlaceOfLock(0x40804100));
     EXPECT_LT(restored, PlaceOfLock(kBoostOpcode));
     EXPECT_EQ(PrimeCeiling(), 2054400);
+}
+
+TEST_F(ExpiryTest, WritesTheCeilingThatARequestWroteBeforeItBegan) {
+    GetPhone().GetFaults().SetHalDelay(100);
+    Forget();
+    const auto boost = Boost(200);
+    std::thread limit([this] { Limit(kTemp, {{7, 1843200}}); });  // its node, then the HAL
+    SpinUntil(steady_clock::now() + milliseconds(50));
+    const auto began = steady_clock::now();
+    Do(*boost);
+    limit.join();
+    SpinUntil(began + milliseconds(250));
+    ComeToRest();
+    const long fired = PlaceOf([](const lab::What& what) {
+        const auto* timer = std::get_if<lab::TimerEvent>(&what);
+        return timer != nullptr && timer->kind == lab::TimerEvent::Kind::kFire;
+    });
+    ASSERT_GE(fired, 0);
+    const long writtenThen = PlaceOf(
+        [](const lab::What& what) {
+            const auto* access = std::get_if<lab::NodeAccess>(&what);
+            return access != nullptr && access->path == kPrimeMax && !access->byHal;
+        },
+        static_cast<size_t>(fired));
+    EXPECT_GE(writtenThen, 0);
 }
 
 TEST_F(ExpiryTest, TouchThatEndsNoneWaitsForNoNode) {

@@ -20,7 +20,7 @@ class PerfAdapter {
     PerfAdapter(const PerfAdapter&) = delete;
     PerfAdapter& operator=(const PerfAdapter&) = delete;
 
-    // Turns debug logging and tracing on or off. -1, changing nothing, without a frequency manager.
+    // Turns debug logging and tracing on or off. 0; -1 is of adapters without a frequency manager.
     virtual int SetDebug(bool on) = 0;
 
     // Sets the state bits that actions' state masks are tested against. Always 0.
