@@ -131,6 +131,9 @@ Desk::Desk(const std::string& device, const lab::Phone::Options& options)
             mLimitNodes[path] = mPhone.GetKernel().Value(path);
         }
     }
+    for (const std::string& path : mPhone.GetKernel().Paths()) {
+        if (path.ends_with("/online")) mOnlineNodes.push_back(path);
+    }
     for (const int tag : AllTags()) {
         if (lab::IsSharedLimit(tag)) continue;
         // One without an opcode has a lock on opcode 0 once a group has named it.
@@ -207,6 +210,7 @@ void Desk::Mend() {
     mPhone.Hal().RefuseNext(0, 0);
     mPhone.GetFaults().LiftNodes();
     mPhone.GetFaults().SetTimer(false, false);
+    for (const std::string& path : mOnlineNodes) mPhone.GetKernel().Force(path, "1");
 }
 
 lab::ActionChain Desk::Make(const RunOwn& asked) {

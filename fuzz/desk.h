@@ -88,7 +88,8 @@ class Desk {
     // Says that what was begun has ended.
     void Forget() { mBegun.Clear(); }
 
-    // Makes the phone whole again.
+    // Makes the phone whole again, and its CPUs run: the kernel refuses the limits of a cluster
+    // whose CPUs a request has taken offline.
     void Mend();
 
     // The requests that end whatever is begun: scenes, events, limits, groups. What
@@ -134,7 +135,8 @@ class Desk {
     Begun mBegun{mScenes};
     std::mutex mHandOverMutex;
     std::map<std::string, std::string> mLimitNodes;  // node of a shared limit -> value after boot
-    std::map<int, int> mTagsOfOpcode;                // that are no shared limits: how many
+    std::vector<std::string> mOnlineNodes;
+    std::map<int, int> mTagsOfOpcode;  // that are no shared limits: how many
     std::unique_ptr<lab::Ledger> mAtBoot;
 };
 
