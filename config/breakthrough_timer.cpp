@@ -55,12 +55,10 @@ void BreakthroughTimer::Cancel() {
 }
 
 void BreakthroughTimer::Disarm() {
-    uint32_t running = 0;
-    {
-        std::lock_guard lock(mMutex);
-        Arm(0);
-        running = mControl.mBreakThrough;
-    }
+    std::unique_lock lock(mMutex);
+    Arm(0);
+    const uint32_t running = mControl.mBreakThrough;
+    lock.unlock();
     if (running != 0) {
         RestoreLimits(running, "tarquel SetTimer End Temperature Control Breakthrough");
     }

@@ -75,8 +75,8 @@ int QcomFreqManager::DoClientConfig(int clientId, std::span<const int> tags, con
     return 0;
 }
 
-std::array<int, 3> QcomFreqManager::OthersConfigs(int clientId, int tag) const {
-    std::array<int, 3> others{};
+QcomFreqManager::Others QcomFreqManager::OthersConfigs(int clientId, int tag) const {
+    Others others{};
     size_t count = 0;
     for (int id = kClientPower; id <= kClientCamera; ++id) {
         if (id != clientId) others[count++] = Table(id).Get(tag);
@@ -85,18 +85,21 @@ std::array<int, 3> QcomFreqManager::OthersConfigs(int clientId, int tag) const {
 }
 
 int QcomFreqManager::GetMinTagConfigs(int clientId, int tag) const {
-    const std::array<int, 3> others = OthersConfigs(clientId, tag);
-    const int smallest = GetValidMinValue(others[0], others[1], others[2]);
+    const Others others = OthersConfigs(clientId, tag);
+    PrintTagConfigs(clientId, tag, others);
+    return GetValidMinValue(others[0], others[1], others[2]);
+}
+
+void QcomFreqManager::PrintTagConfigs(int clientId, int tag, const Others& others) const {
     TARQUEL_LOGI_IF(mSwitches.IsDebug(),
                     "tarquel: GetValidMinValue config1 = %d, config2 = %d, config3 = %d", others[0],
                     others[1], others[2]);
     TARQUEL_LOGI_IF(mSwitches.IsVerbose(),
                     "tarquel: TagConfigs clientId = %d, Tag = %d, min = %d, Temp = %d, Power = %d, "
                     "Eapa = %d, Camera = %d\n",
-                    clientId, tag, smallest, Table(kClientTemp).Get(tag),
-                    Table(kClientPower).Get(tag), Table(kClientEapa).Get(tag),
-                    Table(kClientCamera).Get(tag));
-    return smallest;
+                    clientId, tag, GetValidMinValue(others[0], others[1], others[2]),
+                    Table(kClientTemp).Get(tag), Table(kClientPower).Get(tag),
+                    Table(kClientEapa).Get(tag), Table(kClientCamera).Get(tag));
 }
 
 int QcomFreqManager::GetSceneConfig(int tag) {
@@ -106,13 +109,14 @@ int QcomFreqManager::GetSceneConfig(int tag) {
 void QcomFreqManager::GetLastFreqLimitStrategy() {
     for (size_t domain = 0; domain < kCpuDomains; ++domain) {
         const int tag = kLimitTags[domain].ceiling;
+        Others others;
         {
             std::lock_guard lock(mThermalMutex);
-            const auto [power, eapa, camera] = OthersConfigs(kClientTemp, tag);
-            SetThermalConfig(tag, LimitMerge(GetValidMinValue(power, eapa, camera),
+            others = OthersConfigs(kClientTemp, tag);
+            SetThermalConfig(tag, LimitMerge(GetValidMinValue(others[0], others[1], others[2]),
                                              Table(kClientTemp).Get(tag)));
         }
-        GetMinTagConfigs(kClientTemp, tag);  // for what it logs
+        PrintTagConfigs(kClientTemp, tag, others);
     }
 }
 

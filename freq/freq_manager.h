@@ -63,8 +63,11 @@ class QcomFreqManager {
     int DoClientConfig(int clientId, std::span<const int> tags, const int* configs);
     int DoPerfEventConfig(int cmdId, std::span<const int> tags, const int* configs, int event);
 
-    std::array<int, 3> OthersConfigs(int clientId, int tag) const;
+    // What the other clients last asked for, in the order of their ids.
+    using Others = std::array<int, 3>;
+    Others OthersConfigs(int clientId, int tag) const;
     int GetMinTagConfigs(int clientId, int tag) const;
+    void PrintTagConfigs(int clientId, int tag, const Others& others) const;
     int GetSceneConfig(int tag);
     int GetMaxFreqFromMap(int cmdId, int event, int tag, int config);
     int GetMinFreqFromMap(int cmdId, int event, int tag, int config);
