@@ -14,9 +14,9 @@
 
 #include "fuzz/lock_book.h"
 #include "fuzz/requests.h"
+#include "lab/book/book.h"
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_file.h"
-#include "lab/server/ledger.h"
 #include "lab/server/library.h"
 #include "lab/server/server.h"
 

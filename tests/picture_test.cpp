@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "lab/names/node_names.h"
-#include "lab/pictures/history.h"
+#include "lab/book/history.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"

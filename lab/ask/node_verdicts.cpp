@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <sstream>
 
+#include "lab/book/book.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
-#include "lab/server/ledger.h"
 
 namespace lab {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/ask/node_history.h"
+#include "lab/book/node_history.h"
 
 namespace lab {
 

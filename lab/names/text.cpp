@@ -66,6 +66,11 @@ int64_t WholeMs(std::chrono::nanoseconds time) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
 }
 
+std::string WithoutNewline(std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
 std::string Join(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;

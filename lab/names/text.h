@@ -19,6 +19,9 @@ std::string DidYouMean(const std::string& word, const std::vector<std::string>& 
 std::string SecondsText(std::chrono::nanoseconds time);
 int64_t WholeMs(std::chrono::nanoseconds time);
 
+// A log line as it is shown.
+std::string WithoutNewline(std::string text);
+
 // "a, b, c".
 std::string Join(const std::vector<std::string>& words);
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/pictures/history.h"
+#include "lab/book/history.h"
 
 namespace lab {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "lab/book/history.h"
 #include "lab/phone/kernel.h"
-#include "lab/pictures/history.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
 

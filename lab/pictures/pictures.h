@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/book/history.h"
 #include "lab/names/tag_names.h"
-#include "lab/pictures/history.h"
 
 namespace lab {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "lab/pictures/history.h"
+#include "lab/book/history.h"
 #include "lab/pictures/pictures.h"
 
 namespace lab {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/names/paint.h"
 #include "lab/program/commands.h"
 #include "lab/program/coverage.h"
-#include "lab/server/ledger.h"
 
 namespace lab {
 

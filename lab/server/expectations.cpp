@@ -15,11 +15,6 @@ constexpr size_t kMostShown = 3;
 constexpr char kNotOnRealClock[] = "nothing that can be told with --realtime";
 constexpr std::string_view kPriorityLetters = "??VDIWEF";
 
-std::string WithoutNewline(std::string text) {
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
-}
-
 std::string LineText(const LogLine& line) {
     const auto letter = static_cast<size_t>(line.priority);
     return fmt::format("{} {}", letter < kPriorityLetters.size() ? kPriorityLetters[letter] : '?',

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/phone/phone.h"
-#include "lab/server/ledger.h"
 #include "lab/server/scenario.h"
 #include "lab/server/server.h"
 

@@ -1,7 +1,7 @@
 // What a request asks to be held, from its own words: the facts that the ledger checks against.
 #pragma once
 
-#include "lab/server/ledger.h"
+#include "lab/book/book.h"
 #include "lab/server/scenario.h"
 #include "tarquel/action.h"
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/phone/phone.h"
 #include "lab/server/expectations.h"
-#include "lab/server/ledger.h"
 #include "lab/server/scenario.h"
 #include "lab/server/server.h"
 

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_file.h"
 #include "lab/scenes/scene_problems.h"
-#include "lab/server/ledger.h"
 #include "lab/server/library.h"
 #include "lab/server/scenario.h"
 

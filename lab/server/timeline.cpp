@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
 
 namespace lab {
 namespace {
@@ -22,11 +23,6 @@ std::string TimeText(Time time) {
 
 int64_t Ms(Time time) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-}
-
-std::string WithoutNewline(std::string text) {
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
 }
 
 // The kernel separates the numbers of a node by tabs, which would tear the columns.

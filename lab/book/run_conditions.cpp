@@ -1,4 +1,4 @@
-#include "lab/ask/run_conditions.h"
+#include "lab/book/run_conditions.h"
 
 #include <fmt/format.h>
 

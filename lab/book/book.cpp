@@ -1,4 +1,4 @@
-#include "lab/ask/node_history.h"
+#include "lab/book/node_history.h"
 
 #include <fmt/format.h>
 
@@ -19,11 +19,6 @@ namespace {
 constexpr size_t kMostEnded = 200;
 
 constexpr int kEventEndCommand = 5379;  // ends what 5378 holds
-
-std::string WithoutNewline(std::string text) {
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
-}
 
 bool IsOn(const DoCommand& request) {
     return request.payload == std::vector<int>{0};

@@ -1,4 +1,4 @@
-#include "lab/server/ledger.h"
+#include "lab/book/book.h"
 
 #include <fmt/format.h>
 

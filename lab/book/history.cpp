@@ -1,4 +1,4 @@
-#include "lab/pictures/history.h"
+#include "lab/book/history.h"
 
 #include <algorithm>
 #include <utility>
@@ -15,11 +15,6 @@ constexpr char kGpuFolder[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
 
 bool IsGpuNode(const std::string& path) {
     return path.starts_with(kGpuFolder);
-}
-
-std::string WithoutNewline(std::string text) {
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
 }
 
 std::string ClusterLabel(const CpuCluster& cluster) {

@@ -1,4 +1,4 @@
-#include "lab/ask/node_target.h"
+#include "lab/book/node_target.h"
 
 #include <fmt/format.h>
 

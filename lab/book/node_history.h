@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "lab/ask/node_target.h"
-#include "lab/ask/run_conditions.h"
+#include "lab/book/node_target.h"
+#include "lab/book/run_conditions.h"
 #include "lab/phone/phone.h"
 #include "lab/server/scenario.h"
 #include "lab/server/server.h"
