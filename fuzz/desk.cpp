@@ -139,7 +139,7 @@ Desk::Desk(const std::string& device, const lab::Phone::Options& options)
         // One without an opcode has a lock on opcode 0 once a group has named it.
         ++mTagsOfOpcode[lab::FindTagOpcode(tag, mLayout).value_or(0)];
     }
-    mAtBoot = std::make_unique<lab::Ledger>(mDevice, ClusterLayout(), mPhone.GetKernel());
+    mAtBoot = std::make_unique<lab::Book>(mDevice, mScenes, mPhone.GetKernel());
     mServer.Start();
     Restart();
 }

@@ -137,7 +137,7 @@ class Desk {
     std::map<std::string, std::string> mLimitNodes;  // node of a shared limit -> value after boot
     std::vector<std::string> mOnlineNodes;
     std::map<int, int> mTagsOfOpcode;  // that are no shared limits: how many
-    std::unique_ptr<lab::Ledger> mAtBoot;
+    std::unique_ptr<lab::Book> mAtBoot;
 };
 
 }  // namespace fuzz

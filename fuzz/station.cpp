@@ -22,8 +22,8 @@ lab::Time Ms(int64_t ms) {
 Station::Station(const std::string& device)
     : mDesk(device, lab::Phone::Options()),
       mMaker(mDesk.Device(), mDesk.Scenes(), RequestMaker::Options()),
-      mBook(mDesk.Device()),
-      mAtBoot(mDesk.Device(), mDesk.ClusterLayout(), mDesk.GetPhone().GetKernel()) {
+      mCalls(mDesk.Device()),
+      mAtBoot(mDesk.Device(), mDesk.Scenes(), mDesk.GetPhone().GetKernel()) {
     for (const std::string& path : mDesk.GetPhone().GetKernel().Paths()) {
         mBootStates[path] = StateOf(path);
     }
@@ -42,8 +42,8 @@ std::string Station::Play(const std::vector<Deed>& deeds) {
 }
 
 void Station::Begin() {
-    mLedger = std::make_unique<lab::Ledger>(mAtBoot);
-    mBook.Begin();
+    mBook = std::make_unique<lab::Book>(mAtBoot);
+    mCalls.Begin();
     mDeeds.clear();
     mFindings.clear();
     mDesk.Restart();
@@ -61,9 +61,9 @@ void Station::Make(const Deed& deed) {
     } catch (const Finding& finding) {
         mFindings.push_back(fmt::format("request {}: {}", mDeeds.size(), finding.what()));
     }
-    events.Add(lab::RequestEnd{""});
     outcome.facts.text = fmt::format("request {}", mDeeds.size());
-    mLedger->Announce(std::move(outcome.facts));
+    events.Explain(std::make_shared<const lab::RequestFacts>(std::move(outcome.facts)));
+    events.Add(lab::RequestEnd{""});
     if (const auto* request = std::get_if<lab::Request>(&deed.what)) {
         if (const auto* fate = std::get_if<lab::SetOnDemand>(request)) {
             for (const auto& [cmdId, ms] : fate->msOfCommand) mOnDemand.insert(cmdId);
@@ -85,8 +85,8 @@ void Station::HandOn() {
     lab::Recorder& events = mDesk.GetPhone().Events();
     bool isLogged = mMisuse == nullptr || !mMisuse->IsLogged();
     for (const lab::Event& event : events.Events()) {
-        mLedger->Observe(event);
-        mBook.Observe(event);
+        mBook->Observe(event);
+        mCalls.Observe(event);
         const auto* const access = std::get_if<lab::NodeAccess>(&event.what);
         const bool isWrite = access != nullptr && access->kind == lab::NodeAccess::Kind::kWrite;
         if (isWrite) mWritten.insert(access->path);
@@ -111,15 +111,19 @@ std::string Station::End() {
     Pass(kAllRunsOutMs);
     for (const Deed& deed : mDesk.Endings()) Make(deed);
     Pass(kAllRunsOutMs);
-    for (const int handle : std::set<int>(mBook.Lost())) mDesk.GetPhone().Hal().Release(handle);
+    for (const int handle : std::set<int>(mCalls.Lost())) mDesk.GetPhone().Hal().Release(handle);
     HandOn();
 
     std::vector<std::string> findings = mFindings;
     const auto add = [&findings](const std::vector<std::string>& more) {
         findings.insert(findings.end(), more.begin(), more.end());
     };
-    add(mBook.Findings());
-    add(mLedger->Findings(mDesk.GetPhone().Hal()));
+    add(mCalls.Findings());
+    add(mBook->Findings());
+    for (const lab::PerfHal::Lock& lock : mDesk.GetPhone().Hal().Held()) {
+        if (mBook->FindLock(lock.handle) != nullptr) continue;
+        findings.push_back(fmt::format("lock {} is held, which no event told of", lock.handle));
+    }
     add(mDesk.Leftovers());
     std::string report;
     if (!findings.empty()) {

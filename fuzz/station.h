@@ -40,9 +40,9 @@ class Station {
 
     Desk mDesk;
     RequestMaker mMaker;
-    LockBook mBook;
-    const lab::Ledger mAtBoot;
-    std::unique_ptr<lab::Ledger> mLedger;
+    LockBook mCalls;
+    const lab::Book mAtBoot;
+    std::unique_ptr<lab::Book> mBook;
     std::unordered_map<std::string, std::string> mBootStates;  // of every node
     std::vector<Deed> mDeeds;
     std::vector<std::string> mFindings;

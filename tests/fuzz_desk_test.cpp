@@ -101,7 +101,7 @@ TEST(Station, FindsLocksThatNobodyAskedFor) {
     const int list[2] = {0x40800000, 1000};
     for (int i = 0; i < 2; ++i) lab::Phone::Current()->Hal().Acquire(0, 0, list, 2);
     const std::string report = station.Play({Ask(lab::GetStatus{})});
-    EXPECT_NE(report.find("is held until released, but no request took it"), report.npos) << report;
+    EXPECT_NE(report.find("is held, which no event told of"), report.npos) << report;
     EXPECT_NE(report.find("is held for nobody"), report.npos) << report;
     EXPECT_EQ(station.Play({Ask(lab::GetStatus{})}), "") << "the next sequence starts afresh";
 }
@@ -133,16 +133,16 @@ TEST_P(FormerRequests, StayMended) {
 INSTANTIATE_TEST_SUITE_P(
     Finds, FormerRequests,
     testing::Values(
-        // The ledger took every marker in a group for the one that begins it.
+        // The book took every marker in a group for the one that begins it.
         Find{"GroupNamesItsMarkerAgain",
              "sm4450",
              {Ask(SetLimits{1, {{98, 26980}, {121, 1695}, {98, 0}, {57, 3}}})}},
-        // Two tags without an opcode, made known by a group, were one to the ledger.
+        // Two tags without an opcode, made known by a group, were one to the book.
         Find{"LocksOfTagsWithoutOpcode",
              "sm8450",
              {Ask(SetLimits{1, {{98, 100}, {1023, 5}, {128, 5}}}),
               Ask(SetLimits{1, {{1023, 5}, {128, 5}}})}},
-        // CPU 4's node is CPU 0's: the ledger looked for the tag under one name alone.
+        // CPU 4's node is CPU 0's: the book looked for the tag under one name alone.
         Find{"TagNamesANeighboursCpu",
              "sm4450",
              {Ask(SetLimits{2, {{57, 7}}}), Ask(SetLimits{2, {{105, 1480}}})}}),

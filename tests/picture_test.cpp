@@ -9,8 +9,8 @@
 #include <set>
 #include <sstream>
 
-#include "lab/names/node_names.h"
 #include "lab/book/history.h"
+#include "lab/names/node_names.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
@@ -150,19 +150,18 @@ struct Played {
         SceneFile scenes = SceneFile::Load(DataFolder() + "/scenes/sm8450.xml");
         const YamlNode root = LoadYamlText("steps:\n" + steps, "my.yaml");
         Phone phone(Device());
-        Ledger ledger(Device(), scenes.ClusterLayout(), phone.GetKernel());
+        Book book(Device(), scenes, phone.GetKernel());
         for (const std::string& path : history.FrequencyNodes()) {
             history.Start(path, phone.GetKernel().Value(path));
         }
         // At the end of a request the kernel and the model must agree.
         const auto observe = [&](const Event& event) {
-            ledger.Observe(event);
             history.Observe(event);
             if (std::holds_alternative<RequestEnd>(event.what)) Compare(phone.GetKernel());
         };
         Library library("");
         Server server(phone, library, scenes);
-        Runner runner(phone, server, ledger, Device(), scenes, observe);
+        Runner runner(phone, server, book, Device(), scenes, observe);
         runner.Start(ReadScenarioHead(root));
         runner.Play(ReadScenarioSteps(root, scenes));
         runner.Finish();

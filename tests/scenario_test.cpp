@@ -102,20 +102,31 @@ TEST(StepText, ShowsAFrequencyInAMistakenUnit) {
               "big_min >= 1113.6 MHz, little_max lifted");
 }
 
-TEST(TimelineText, WritesTheNumbersOfANodeInOneColumn) {
+// A timeline and the book that it reads, without a run.
+struct TimelineText : testing::Test {
+    void Observe(const Event& event) {
+        book.Observe(event);
+        timeline.Observe(event);
+    }
+
+    const DeviceProfile device = LoadDeviceProfile("sm8450");
+    const SceneFile scenes = SceneFile::Load(Shipped("scenes/sm8450.xml"));
+    Phone phone{device};
+    Book book{device, scenes, phone.GetKernel()};
     std::ostringstream out;
-    Timeline timeline(out, Layout::kThreeClusters, {});
+    Timeline timeline{out, book, {}};
+};
+
+TEST_F(TimelineText, WritesTheNumbersOfANodeInOneColumn) {
     const std::string node = "/proc/sys/walt/sched_upmigrate";
     const auto kWrite = NodeAccess::Kind::kWrite;
-    timeline.Observe({Time(0), NodeAccess{kWrite, node, "85 95", "95\t95", "85\t95", 0, true}});
-    timeline.Observe({Time(0), NodeAccess{kWrite, node, "", "95\t95", "95\t95", 13, false}});
+    Observe({Time(0), NodeAccess{kWrite, node, "85 95", "95\t95", "85\t95", 0, true}});
+    Observe({Time(0), NodeAccess{kWrite, node, "", "95\t95", "95\t95", 13, false}});
     EXPECT_NE(out.str().find("95 95 -> 85 95 %\n"), std::string::npos) << out.str();
     EXPECT_NE(out.str().find("write refused"), std::string::npos) << out.str();
 }
 
-TEST(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
-    std::ostringstream out;
-    Timeline timeline(out, Layout::kThreeClusters, {});
+TEST_F(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
     const auto at = [](int ms) { return Time(std::chrono::milliseconds(ms)); };
     const std::string minimum = "/sys/devices/system/cpu/cpu4/cpufreq/scaling_min_freq";
     const Event events[] = {
@@ -135,7 +146,7 @@ TEST(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
         {at(600), LockRelease{2, 0, true}},
         {at(600), LockRelease{2, -1, false}},
     };
-    for (const Event& event : events) timeline.Observe(event);
+    for (const Event& event : events) Observe(event);
     EXPECT_EQ(out.str(),
               "     0.001  do a (1)\n"
               "              + lock 1    big_cpu0_min_freq                >= 1324 MHz              "
@@ -171,19 +182,18 @@ Played Play(const YamlNode& root, const std::string& deviceName) {
     SceneFile scenes = SceneFile::Load(Shipped("scenes/" + device.name + ".xml"));
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     Phone phone(device);
-    Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
+    Book book(device, scenes, phone.GetKernel());
     Library library("");
     Server server(phone, library, scenes);
     size_t requests = 0;
-    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
-        ledger.Observe(event);
+    Runner runner(phone, server, book, device, scenes, [&](const Event& event) {
         if (std::holds_alternative<RequestBegin>(event.what)) ++requests;
     });
     runner.Start(head);
     runner.Play(steps);
     runner.Finish();
     EXPECT_TRUE(server.Problems().empty());
-    return {ledger.Findings(phone.Hal()), phone.Hal().Held().size(), requests};
+    return {book.Findings(), phone.Hal().Held().size(), requests};
 }
 
 struct Run {
@@ -211,7 +221,7 @@ TEST_P(EndOfRun, TellsWhatNoRequestInForceAsksFor) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Ledger, EndOfRun,
+    Book, EndOfRun,
     testing::Values(
         Run{"HeldByAnEventInForce", "sm8450", "steps:\n- {on: launch}", 0, 1, ""},
         // In the cold nothing is released either: the event's end passes the plug-in by.

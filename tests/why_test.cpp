@@ -398,7 +398,7 @@ TEST(Why, SaysInOneSentenceWhyTheNodeReadsThat) {
 
 TEST(Why, SaysOnceThatANodeOfSeveralCpusRefusesAWrite) {
     const auto& ended = Ask(kOldWrite, "big_max").story.ended;
-    const auto isOfStep = [](const EndedAsk& end) { return end.ask.line == 5; };
+    const auto isOfStep = [](const EndedAsk& end) { return end.ask.request->line == 5; };
     EXPECT_EQ(std::count_if(ended.begin(), ended.end(), isOfStep), 1);
 }
 

@@ -8,20 +8,19 @@
 
 namespace lab {
 
-NodeStory TellNodeStory(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                        Layout layout, const std::string& boot,
+NodeStory TellNodeStory(const NodeTarget& target, const Book& book, const std::string& boot,
                         const std::map<std::string, int>& status) {
     NodeStory story;
-    const Kernel& kernel = phone.GetKernel();
+    const Kernel& kernel = book.GetKernel();
     story.target = target;
-    story.at = phone.GetClock().Now();
+    story.at = book.Now();
     story.exists = kernel.Has(target.path);
     story.value = kernel.Value(target.path);
     story.boot = boot;
     story.unit = NodeUnit(target.path);
     story.status = status;
-    story.holders = WeighHolders(target, history, phone, layout, boot);
-    story.ended.assign(history.Ended().rbegin(), history.Ended().rend());
+    story.holders = WeighHolders(target, book, boot);
+    story.ended.assign(book.Ended().rbegin(), book.Ended().rend());
     return story;
 }
 

@@ -27,8 +27,7 @@ struct NodeStory {
 // Tells the story as it is now.
 //   boot    what the node read after boot
 //   status  as the plug-in reports it
-NodeStory TellNodeStory(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                        Layout layout, const std::string& boot,
+NodeStory TellNodeStory(const NodeTarget& target, const Book& book, const std::string& boot,
                         const std::map<std::string, int>& status);
 
 }  // namespace lab

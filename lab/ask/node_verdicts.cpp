@@ -13,7 +13,7 @@
 namespace lab {
 namespace {
 
-using By = NodeAsk::By;
+using By = Ask::By;
 
 // The tags of online cores.
 constexpr int kFirstCoresTag = 61;
@@ -33,18 +33,20 @@ bool IsStricter(Bound bound, int64_t value, int64_t than) {
 
 class Weigher {
   public:
-    Weigher(const NodeTarget& target, const NodeHistory& history, Phone& phone, Layout layout)
+    Weigher(const NodeTarget& target, const Book& book)
         : mTarget(target),
-          mHistory(history),
-          mKernel(phone.GetKernel()),
-          mLayout(layout),
-          mClaims(phone.Hal().ClaimsOn(target.path)),
+          mBook(book),
+          mKernel(book.GetKernel()),
+          mLayout(book.ClusterLayout()),
+          mAsks(book.AsksOn(target)),
+          mLastWrite(book.LastWrite(target)),
+          mClaims(book.ClaimsOn(target.path)),
           mRequests(mKernel.RequestsOn(target.path)),
           mValue(mKernel.Value(target.path)) {}
 
     std::vector<Holder> Weigh(const std::string& boot) {
         std::vector<Holder> holders;
-        for (const NodeAsk& ask : mHistory.InForce()) holders.push_back(WeighAsk(ask));
+        for (const Ask& ask : mAsks) holders.push_back(WeighAsk(ask));
         AddPluginLocks(boot, holders);
         AddWrite(boot, holders);
         std::stable_sort(holders.begin(), holders.end(),
@@ -53,7 +55,7 @@ class Weigher {
     }
 
   private:
-    Holder WeighAsk(const NodeAsk& ask) {
+    Holder WeighAsk(const Ask& ask) {
         Holder holder;
         holder.ask = ask;
         if (ask.by == By::kLock) {
@@ -67,36 +69,35 @@ class Weigher {
 
     // Layer one: words on a tag against each other, then the lock that carries one of them.
     void WeighTagAsk(Holder& holder) {
-        const NodeAsk& ask = holder.ask;
-        const NodeHistory::TagLock* lock = mHistory.FindTagLock(ask.opcode);
-        if (lock && lock->value == HalValue(ask.tag, static_cast<int>(ask.value))) {
+        const Ask& ask = holder.ask;
+        const BookedLock* lock = mBook.FindTagLock(ask.opcode);
+        if (lock && lock->list[1] == HalValue(ask.tag, static_cast<int>(ask.value))) {
             holder.held = fmt::format("lock {} of the tag", lock->handle);
             Judge(lock->handle, ask.opcode, holder);
             return;
         }
         holder.held = "no lock";
-        if (const NodeAsk* rival = StricterWord(ask)) {
+        if (const Ask* rival = StricterWord(ask)) {
             holder.verdict =
                 fmt::format("{} asks for {}: the {} wins among the words on a tag", rival->who,
                             rival->ValueText(),
                             ask.bound == Bound::kFloor ? "highest floor" : "lowest ceiling");
-        } else if (mHistory.IsTagLockRefused(ask.opcode)) {
+        } else if (mBook.IsTagLockRefused(ask.opcode)) {
             holder.verdict = "the HAL refused the lock that should carry it";
         } else if (!lock) {
             WithoutLock(holder);
         } else if (ask.bound == Bound::kFloor &&
-                   lock->value < HalValue(ask.tag, static_cast<int>(ask.value))) {
+                   lock->list[1] < HalValue(ask.tag, static_cast<int>(ask.value))) {
             holder.held = fmt::format("lock {} of the tag", lock->handle);
             holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
-                                         kFloorAboveCeiling, LockValue(ask.opcode, lock->value));
+                                         kFloorAboveCeiling, LockValue(ask.opcode, lock->list[1]));
         } else {
-            holder.verdict = fmt::format("'{}'{} gave the tag's lock another value since",
-                                         lock->request, AtLine(lock->line));
+            holder.verdict = lock->request->Quoted() + " gave the tag's lock another value since";
         }
     }
 
     void WithoutLock(Holder& holder) const {
-        const NodeAsk& ask = holder.ask;
+        const Ask& ask = holder.ask;
         const std::vector<double> now = Numbers(mValue);
         const bool isFree = ask.bound == Bound::kCeiling && !now.empty() &&
                             static_cast<double>(ask.value) >= now[0];
@@ -107,17 +108,17 @@ class Weigher {
             holder.verdict =
                 "no stricter than the hardware's own end: needs no lock, limits nothing";
         } else {
-            const std::string releaser = mHistory.WhoReleasedTag(ask.opcode);
+            const std::string releaser = mBook.WhoReleasedTag(ask.opcode);
             holder.verdict = "the plug-in remembers it, but no lock carries it" +
                              (releaser.empty() ? "" : ": " + releaser + " released the tag's lock");
         }
     }
 
     // The strictest other word that the frequency manager weighs against `ask`.
-    const NodeAsk* StricterWord(const NodeAsk& ask) const {
-        const NodeAsk* strictest = nullptr;
+    const Ask* StricterWord(const Ask& ask) const {
+        const Ask* strictest = nullptr;
         if (!ask.isRemembered || !IsSharedLimit(ask.tag)) return nullptr;
-        for (const NodeAsk& other : mHistory.InForce()) {
+        for (const Ask& other : mAsks) {
             if (other.tag != ask.tag || !other.isRemembered || other.value == 0) continue;
             if (!IsStricter(ask.bound, other.value, ask.value)) continue;
             if (!strictest || IsStricter(ask.bound, other.value, strictest->value)) {
@@ -176,7 +177,7 @@ class Weigher {
             holder.wins = false;
             holder.verdict = fmt::format(
                 "{} of {} came later, and a later write of this node replaces the lock's",
-                WriteName(), mHistory.LastWrite()->text);
+                WriteName(), mLastWrite->text);
             return;
         }
         const bool isFloor = holder.ask.bound == Bound::kFloor;
@@ -216,12 +217,12 @@ class Weigher {
     // the HAL's request beside the program's; elsewhere, and in place of them, the last write
     // counts.
     bool IsOverwritten(const PerfHal::Claim& claim) const {
-        if (!mHistory.LastWrite() || (mRequests && !claim.isInPlace)) return false;
+        if (!mLastWrite || (mRequests && !claim.isInPlace)) return false;
         if (mRequests) {
             return mRequests->inPlace != claim.nodeValue &&
                    mRequests->inPlace == mRequests->program;
         }
-        const std::string& written = mHistory.LastWrite()->text;
+        const std::string& written = mLastWrite->text;
         return written == mValue || Numbers(written) == Numbers(mValue);
     }
 
@@ -235,7 +236,7 @@ class Weigher {
         if (claim.isInPlace) return "in place of all ceilings and writes while its lock lasts";
         size_t rivals = 0;
         for (const PerfHal::Claim& other : mClaims) rivals += other.entry == claim.entry ? 1 : 0;
-        for (const NodeAsk& ask : mHistory.InForce()) {
+        for (const Ask& ask : mAsks) {
             if (ask.by == By::kClient || ask.by == By::kScene) ++rivals;
         }
         const Drive drive = mTarget.DriveOf(claim.opcode, mKernel.Profile(), mKernel);
@@ -254,24 +255,25 @@ class Weigher {
     // Locks of the plug-in that carry nobody's word: a lifted limit's default, a floor that went
     // down with its ceiling.
     void AddPluginLocks(const std::string& boot, std::vector<Holder>& holders) {
-        for (const auto& [opcode, lock] : mHistory.TagLocks()) {
-            const std::string held = fmt::format("lock {} of the tag", lock.handle);
+        for (const auto& [handle, lock] : mBook.Locks()) {
+            const bool isTags = lock.tag >= 0 && !lock.list.empty();
+            if (!isTags || !mTarget.opcodes.count(lock.list[0])) continue;
+            const std::string held = fmt::format("lock {} of the tag", handle);
             const bool isCarrier = std::any_of(holders.begin(), holders.end(),
                                                [&](const Holder& h) { return h.held == held; });
             if (isCarrier) continue;
             Holder holder;
             holder.ask.who = "the plug-in's lock";
             holder.ask.request = lock.request;
-            holder.ask.line = lock.line;
             holder.ask.since = lock.since;
-            holder.ask.opcode = opcode;
-            holder.ask.value = lock.value;
-            holder.ask.handle = lock.handle;
-            const Resource resource = ResourceOf(opcode, mLayout);
+            holder.ask.opcode = lock.list[0];
+            holder.ask.value = lock.list[1];
+            holder.ask.handle = handle;
+            const Resource resource = ResourceOf(lock.list[0], mLayout);
             holder.ask.unit = resource.unit;
             holder.ask.bound = resource.bound;
             holder.held = held;
-            Judge(lock.handle, opcode, holder);
+            Judge(handle, lock.list[0], holder);
             if (mValue == boot) {
                 holder.wins = false;
                 holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
@@ -286,8 +288,8 @@ class Weigher {
 
     // A write that says something else than the locks and differs from the value after boot.
     void AddWrite(const std::string& boot, std::vector<Holder>& holders) const {
-        if (!mHistory.LastWrite()) return;
-        const NodeAsk& write = *mHistory.LastWrite();
+        if (!mLastWrite) return;
+        const Ask& write = *mLastWrite;
         const std::vector<double> written = Numbers(write.text);
         const auto isSame = [&](const Holder& holder) {
             const bool isWord = holder.ask.by == By::kClient || holder.ask.by == By::kScene;
@@ -379,12 +381,12 @@ class Weigher {
 
     // "game_fight (9220)" with its lock.
     std::string NameOf(const PerfHal::Claim& claim) const {
-        for (const NodeAsk& ask : mHistory.InForce()) {
+        for (const Ask& ask : mAsks) {
             if (ask.by == By::kLock && ask.handle == claim.handle) {
                 return fmt::format("{}'s lock {}", ask.who, claim.handle);
             }
         }
-        for (const NodeAsk& ask : mHistory.InForce()) {
+        for (const Ask& ask : mAsks) {
             if (ask.by == By::kLock || ask.opcode != claim.opcode) continue;
             if (HalValue(ask.tag, static_cast<int>(ask.value)) == claim.value) {
                 return fmt::format("{}'s lock {}", ask.who, claim.handle);
@@ -394,9 +396,10 @@ class Weigher {
     }
 
     std::string WriteName() const {
-        if (!mHistory.LastWrite()) return "what a program wrote";
-        const NodeAsk& write = *mHistory.LastWrite();
-        return fmt::format("{} during '{}'{}", write.who, write.request, AtLine(write.line));
+        if (!mLastWrite) return "what a program wrote";
+        const Ask& write = *mLastWrite;
+        return fmt::format("{} during '{}'{}", write.who, write.RequestText(),
+                           AtLine(write.request->line));
     }
 
     std::string NodeValue(int64_t value) const {
@@ -408,12 +411,12 @@ class Weigher {
         return WithUnit(value, ResourceOf(opcode, mLayout).unit);
     }
 
-    static std::string AtLine(int line) { return line ? fmt::format(" (line {})", line) : ""; }
-
     const NodeTarget& mTarget;
-    const NodeHistory& mHistory;
+    const Book& mBook;
     const Kernel& mKernel;
     const Layout mLayout;
+    const std::vector<Ask> mAsks;  // oldest first
+    const std::optional<Ask> mLastWrite;
     const std::vector<PerfHal::Claim> mClaims;
     const std::optional<Kernel::LimitRequests> mRequests;
     const std::string mValue;
@@ -421,9 +424,9 @@ class Weigher {
 
 }  // namespace
 
-std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                                 Layout layout, const std::string& boot) {
-    return Weigher(target, history, phone, layout).Weigh(boot);
+std::vector<Holder> WeighHolders(const NodeTarget& target, const Book& book,
+                                 const std::string& boot) {
+    return Weigher(target, book).Weigh(boot);
 }
 
 }  // namespace lab

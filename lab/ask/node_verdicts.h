@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "lab/book/node_history.h"
+#include "lab/book/book.h"
 
 namespace lab {
 
 struct Holder {
-    NodeAsk ask;
+    Ask ask;
     bool wins = false;
     std::string held;                // "lock 4", "lock 3 of the tag"; empty for a write
     std::string verdict;             // the rule by which it wins or loses
@@ -18,8 +18,8 @@ struct Holder {
 
 // Everybody who asks for something now: those that win first, then the oldest first.
 //   boot  what the node read after boot; a write of that is nobody's word
-std::vector<Holder> WeighHolders(const NodeTarget& target, const NodeHistory& history, Phone& phone,
-                                 Layout layout, const std::string& boot);
+std::vector<Holder> WeighHolders(const NodeTarget& target, const Book& book,
+                                 const std::string& boot);
 
 // The verdict on a floor that asks for more than the ceiling of its node begins with it.
 inline constexpr char kFloorAboveCeiling[] = "floor above ceiling";

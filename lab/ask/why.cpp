@@ -53,17 +53,11 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     const NodeTarget target = FindNode(question.node, device, phone.GetKernel(), arranged);
     const std::string boot = phone.GetKernel().Value(target.path);
 
-    Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
-    NodeHistory history(target, scenes, phone.GetKernel());
+    Book book(device, scenes, phone.GetKernel());
+    book.KeepEnded(target);
     Library library(question.library);
     Server server(phone, library, scenes);
-    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
-        ledger.Observe(event);
-        history.Observe(event);
-    });
-    runner.HeedRequests([&history](const Step& step, const Server::Outcome& outcome) {
-        history.Heed(step, outcome);
-    });
+    Runner runner(phone, server, book, device, scenes, [](const Event&) {});
     runner.Start(head);
     if (question.at) {
         runner.PlayUntil(steps, *question.at);
@@ -73,8 +67,8 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     runner.Finish();
 
     WhyAnswer answer;
-    answer.story =
-        TellNodeStory(target, history, phone, scenes.ClusterLayout(), boot, server.Status());
+    answer.story = TellNodeStory(target, book, boot, server.Status());
+    answer.story.at = phone.GetClock().Now();
     answer.device = device.name;
     answer.scenario = head.title.empty() ? head.file : head.title;
     answer.scenes = scenes.File();

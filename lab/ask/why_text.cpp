@@ -12,7 +12,7 @@
 namespace lab {
 namespace {
 
-using By = NodeAsk::By;
+using By = Ask::By;
 
 constexpr size_t kWidestRequest = 60;
 
@@ -27,7 +27,7 @@ std::string SharedText(const NodeTarget& target) {
                        cpuOf(target.sharedBy.back()));
 }
 
-std::string Lasts(const NodeAsk& ask, Time now) {
+std::string Lasts(const Ask& ask, Time now) {
     if (ask.until) return fmt::format("{} ms left", WholeMs(*ask.until - now));
     switch (ask.by) {
         case By::kClient:
@@ -42,12 +42,12 @@ std::string Lasts(const NodeAsk& ask, Time now) {
     return "until written again";
 }
 
-std::string Asked(const NodeAsk& ask) {
+std::string Asked(const Ask& ask) {
     // A group's words can fill a page; the line tells where to read on.
-    std::string request = ask.request;
+    std::string request = ask.RequestText();
     if (request.size() > kWidestRequest) request = request.substr(0, kWidestRequest) + "...";
     std::string text = fmt::format("asked by '{}'", request);
-    if (ask.line) text += fmt::format(", line {}", ask.line);
+    if (ask.request->line) text += fmt::format(", line {}", ask.request->line);
     return text;
 }
 
@@ -91,13 +91,13 @@ void PrintEnded(std::ostream& out, const NodeStory& story, size_t most, const Pa
     }
 }
 
-nlohmann::json AskJson(const NodeAsk& ask) {
+nlohmann::json AskJson(const Ask& ask) {
     static constexpr const char* kKinds[] = {"client", "scene", "lock", "write"};
     nlohmann::json json = {{"by", kKinds[static_cast<size_t>(ask.by)]},
                            {"who", ask.who},
                            {"asked", ask.ValueText()},
-                           {"request", ask.request},
-                           {"line", ask.line},
+                           {"request", ask.RequestText()},
+                           {"line", ask.request->line},
                            {"since_ms", WholeMs(ask.since)}};
     if (ask.by != By::kWrite) {
         json["value"] = ask.value;

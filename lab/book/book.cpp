@@ -1,4 +1,4 @@
-#include "lab/book/node_history.h"
+#include "lab/book/book.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +10,6 @@
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
 #include "lab/scenes/scene_values.h"
-#include "lab/server/request_facts.h"
 
 namespace lab {
 namespace {
@@ -18,42 +17,95 @@ namespace {
 // What a report can use of a day's replay.
 constexpr size_t kMostEnded = 200;
 
+constexpr int kCameraClient = 4;
 constexpr int kEventEndCommand = 5379;  // ends what 5378 holds
 
-bool IsOn(const DoCommand& request) {
-    return request.payload == std::vector<int>{0};
-}
-bool IsOff(const DoCommand& request) {
-    return request.payload == std::vector<int>{-1};
+// Shifts of the load: a 0 is no value of theirs and leaves the last one in force.
+bool IgnoresZero(int tag) {
+    return tag >= 105 && tag <= 107;
 }
 
-bool IsGroup(const SetLimits& request) {
-    return !request.tags.empty() && request.tags.front().tag == kGroupTag;
+// Present frequencies follow everything and are nobody's; a policy's folder is another name of what
+// its CPUs have.
+bool IsUnwatched(const std::string& path) {
+    return path.find("cur_freq") != std::string::npos ||
+           path.find("/cpufreq/policy") != std::string::npos;
+}
+
+bool IsStricter(Bound bound, int64_t value, int64_t than) {
+    return bound == Bound::kFloor ? value > than : value < than;
 }
 
 }  // namespace
 
-std::string NodeAsk::ValueText() const {
+std::string AtLine(int line) {
+    return line ? fmt::format(" (line {})", line) : "";
+}
+
+std::string BookedRequest::Quoted() const {
+    return fmt::format("'{}'{}", text, AtLine(line));
+}
+
+std::string Ask::RequestText() const {
+    return (isAfterwards ? "the end of the breakthrough after " : "") + request->text;
+}
+
+std::string Ask::ValueText() const {
     if (by != By::kWrite) return BoundText(bound, value, unit);
     return text.empty() ? "" : "= " + text;
 }
 
-NodeHistory::NodeHistory(const NodeTarget& target, const SceneFile& scenes, const Kernel& kernel)
-    : mTarget(target), mScenes(scenes), mKernel(kernel), mLayout(scenes.ClusterLayout()) {}
-
-void NodeHistory::Heed(const Step& step, const Server::Outcome& outcome) {
-    mHeeded.push_back({step, outcome});
+bool IsSharedLimit(int tag) {
+    switch (tag) {
+        case 0:
+        case 1:
+        case 3:
+        case 4:
+        case 6:
+        case 7:
+        case 9:
+        case 10:
+            return true;
+        default:
+            return false;
+    }
 }
 
-void NodeHistory::Observe(const Event& event) {
+bool IsArbitrated(int tag) {
+    return tag == 1 || tag == 4 || tag == 7 || tag == 10 || tag == 40 || tag == 41;
+}
+
+Book::Book(const DeviceProfile& device, const SceneFile& scenes, const Kernel& kernel)
+    : mDevice(device),
+      mScenes(scenes),
+      mKernel(kernel),
+      mLayout(scenes.ClusterLayout()),
+      mDrives(std::make_shared<DriveTable>()),
+      mRequest(std::make_shared<BookedRequest>()) {
+    AtBoot atBoot;
+    for (const std::string& path : kernel.Paths()) {
+        if (!IsUnwatched(path)) atBoot.values[path] = kernel.Value(path);
+    }
+    for (int tag = 0; tag <= kHighestTag; ++tag) {
+        for (const std::string& path : TagNodes(tag, device)) {
+            atBoot.tagsOfNode[path].push_back(tag);
+        }
+    }
+    mAtBoot = std::make_shared<const AtBoot>(std::move(atBoot));
+}
+
+void Book::Observe(const Event& event) {
     mNow = event.at;
-    if (std::holds_alternative<RequestBegin>(event.what)) {
-        BeginRequest();
-    } else if (std::holds_alternative<RequestEnd>(event.what)) {
-        EndRequest();
-        mIsInRequest = false;
+    mEndedLock.reset();
+    mChangedHands.clear();
+    if (const auto* begin = std::get_if<RequestBegin>(&event.what)) {
+        BeginRequest(*begin);
+    } else if (const auto* end = std::get_if<RequestEnd>(&event.what)) {
+        EndRequest(*end);
     } else if (const auto* line = std::get_if<LogLine>(&event.what)) {
-        if (line->priority >= kAndroidError) mErrors.push_back(WithoutNewline(line->text));
+        if (mKept && line->priority >= kAndroidError) {
+            mErrors.push_back(WithoutNewline(line->text));
+        }
     } else if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
         OnAcquire(*acquire);
     } else if (const auto* release = std::get_if<LockRelease>(&event.what)) {
@@ -65,342 +117,207 @@ void NodeHistory::Observe(const Event& event) {
     }
 }
 
-void NodeHistory::BeginRequest() {
-    mIsInRequest = true;
-    mIsTouched = false;
-    mErrors.clear();
-    mRequest = Asked{};
-    mRequest.step.text = "the start";
-    if (mHeeded.empty()) return;
-    mRequest = std::move(mHeeded.front());
-    mHeeded.pop_front();
+// Requests.
+
+const RequestFacts& Book::Facts() const {
+    static const RequestFacts none;
+    return mRequest->facts ? *mRequest->facts : none;
 }
 
-void NodeHistory::EndRequest() {
-    const Request& request = mRequest.step.request;
-    if (const auto* limits = std::get_if<SetLimits>(&request)) {
-        OnLimits(*limits);
-    } else if (const auto* command = std::get_if<DoCommand>(&request)) {
-        OnCommand(*command);
-    } else if (const auto* bits = std::get_if<SetStateBits>(&request)) {
-        mConditions.SetState(bits->state);
-    } else if (const auto* arrange = std::get_if<ArrangeNodes>(&request)) {
-        OnArrange(*arrange);
+void Book::BeginRequest(const RequestBegin& begin) {
+    auto request = std::make_shared<BookedRequest>();
+    request->number = mRequest->number + 1;
+    request->begin = mNow;
+    request->text = begin.facts && !begin.facts->text.empty() ? begin.facts->text : begin.text;
+    request->line = begin.line;
+    request->facts = begin.facts;
+    mRequest = std::move(request);
+    mIsInRequest = true;
+    mTookLock = false;
+    mTookUntimedLock = false;
+    mLockedTags.clear();
+    mTouched.clear();
+    mErrors.clear();
+    const RequestFacts& facts = Facts();
+    mRefusalsLeft = facts.arrangedRefusals.value_or(mRefusalsLeft);
+    TakeWords(facts);
+}
+
+void Book::EndRequest(const RequestEnd& end) {
+    mIsInRequest = false;
+    const RequestFacts& facts = Facts();
+    for (const std::string& name : facts.ended) mStanding.erase(name);
+    if (!facts.standing.empty() && mTookLock) {
+        // What has a time limit replaces nothing.
+        if (facts.replaces && mTookUntimedLock) mStanding[facts.standing].clear();
+        mStanding[facts.standing].insert(mRequest->number);
+    }
+    for (const TagValue& claim : facts.claims) {
+        const auto lock = mTagHandles.find(claim.tag);
+        if (lock == mTagHandles.end()) continue;
+        const auto held = mLocks.find(lock->second);
+        if (held != mLocks.end()) SetOwner(held->second);
+    }
+    if (mKept) NoteUnheard(facts, end.result);
+    if (facts.state) mConditions.SetState(*facts.state);
+    if (facts.clientId && !facts.isGroup && facts.result == 0) {
+        for (const TagValue& pair : facts.asked) {
+            if (pair.tag == kControlTypeTag) {
+                mConditions.SetControlType(pair.value, mRequest->line);
+            }
+        }
+    }
+    if (mRequest->number % 1024 == 0) PruneStanding();
+}
+
+// A long run would keep the number of every request that ever took a lock.
+void Book::PruneStanding() {
+    std::set<size_t> needed;
+    for (const auto& [handle, lock] : mLocks) needed.insert(lock.request->number);
+    for (auto& [name, requests] : mStanding) {
+        std::erase_if(requests, [&](size_t request) { return !needed.count(request); });
     }
 }
 
-// Limits: what a client says about tags.
+// Words on tags.
 
-void NodeHistory::OnLimits(const SetLimits& request) {
-    const bool isGroup = IsGroup(request);
-    const int result = mRequest.outcome.result;
-    const std::string who = ClientLabel(request.clientId);
-    for (const TagValue& pair : request.tags) {
-        if (pair.tag == kControlTypeTag && !isGroup && result == 0) {
-            mConditions.SetControlType(pair.value, mRequest.step.line);
-        }
-        if (!mTarget.HasTag(pair.tag)) continue;
-        NodeAsk ask = TagAsk(NodeAsk::By::kClient, who, pair.tag, pair.value);
-        const std::vector<Claim>& claims = mRequest.outcome.facts.claims;
-        const bool isClaim = std::any_of(claims.begin(), claims.end(),
-                                         [&](const Claim& claim) { return claim.tag == pair.tag; });
-        if (result != 0) {
-            AddEnded(ask, "refused: " + Errors());
-        } else if (isClaim) {
+void Book::TakeWords(const RequestFacts& facts) {
+    const bool isScene = !facts.clientId.has_value();
+    const SceneCommand* command = isScene && facts.cmdId ? mScenes.Find(*facts.cmdId) : nullptr;
+    if (command && facts.event == RequestFacts::Event::kEnds) {
+        for (const SceneElement& element : command->elements) NotePassedEnd(element, facts.who);
+    }
+    const bool isPassedOver =
+        command && !mConditions.WhyPassedOver(command->elements.front()).empty();
+    if (isPassedOver) return;
+    for (const TagValue& claim : facts.claims) {
+        if (claim.value == 0 && IgnoresZero(claim.tag)) continue;
+        mLastWord[claim.tag] = claim.value;
+        Ask ask = TagAsk(isScene ? Ask::By::kScene : Ask::By::kClient, claim.tag, claim.value);
+        const bool isLifted = claim.value == 0 && IsSharedLimit(claim.tag);
+        if (isScene) {
+            ask.isRemembered = true;
+            const bool isOn = facts.event == RequestFacts::Event::kBegins;
+            SetWord(std::move(ask),
+                    (isOn ? "asked again" : "its event ended") + AtLine(mRequest->line));
+        } else {
             // Of the camera's words only an untimed group's count later.
-            ask.isRemembered = IsArbitrated(pair.tag) && (request.clientId != 4 || isGroup);
-            SetClaim(ask,
-                     fmt::format("{} by the same client{}",
-                                 pair.value == 0 && IsSharedLimit(pair.tag) ? "lifted" : "replaced",
-                                 AtLine()));
-        } else if (!mIsTouched) {
-            AddEnded(ask, "took no lock: " + Errors());
+            ask.isRemembered =
+                IsArbitrated(claim.tag) && (facts.clientId != kCameraClient || facts.isGroup);
+            SetWord(std::move(ask),
+                    fmt::format("{} by the same client{}", isLifted ? "lifted" : "replaced",
+                                AtLine(mRequest->line)));
         }
     }
 }
 
 // The requester's word on a tag from now on. A word that the manager does not weigh against others
 // ends with the next one on its tag, whoever says it.
-void NodeHistory::SetClaim(const NodeAsk& ask, const std::string& how) {
-    for (size_t i = mInForce.size(); i-- > 0;) {
-        const NodeAsk& other = mInForce[i];
+void Book::SetWord(Ask ask, const std::string& how) {
+    for (size_t i = mWords.size(); i-- > 0;) {
+        const Ask& other = mWords[i];
         if (other.tag != ask.tag) continue;
-        if (other.by == ask.by && other.who == ask.who) {
-            EndAsk(i, how);
-        } else if (!other.isRemembered) {
-            EndAsk(i, fmt::format("replaced by {}'s request{}: such requests for one tag are not "
-                                  "weighed, the last one counts",
-                                  ask.who, AtLine()));
-        }
+        const bool isOwn = other.by == ask.by && other.who == ask.who;
+        if (!isOwn && other.isRemembered) continue;
+        AddEnded(other, isOwn ? how
+                              : fmt::format("replaced by {}'s request{}: such requests for one tag "
+                                            "are not weighed, the last one counts",
+                                            ask.who, AtLine(mRequest->line)));
+        mWords.erase(mWords.begin() + static_cast<std::ptrdiff_t>(i));
     }
-    if (ask.value != 0 || !IsSharedLimit(ask.tag)) mInForce.push_back(ask);
+    if (ask.value != 0 || !IsSharedLimit(ask.tag)) mWords.push_back(std::move(ask));
 }
 
-// Commands: what scenes ask for.
+const Ask* Book::StrictestWord(int tag) const {
+    const Ask* found = nullptr;
+    for (const Ask& word : mWords) {
+        if (word.tag != tag) continue;
+        const bool isWeighed =
+            word.isRemembered && found && found->isRemembered && IsSharedLimit(tag);
+        if (!isWeighed || IsStricter(word.bound, word.value, found->value)) found = &word;
+    }
+    return found;
+}
 
-void NodeHistory::OnCommand(const DoCommand& request) {
-    const SceneCommand* command = mScenes.Find(request.cmdId);
-    if (!command) return;
-    if (IsLongScene(*command)) return OnLongScene(request, *command);
-    for (const SceneElement& element : command->elements) {
-        if (IsOff(request)) {
-            const std::string skipped = mConditions.WhyPassedOver(element);
-            for (NodeAsk& ask : mInForce) {
-                if (ask.who != command->Label() || skipped.empty()) continue;
-                ask.remark = fmt::format("its end{} was passed over: {}", AtLine(), skipped);
-            }
-            continue;
+// What ends without having been in force, for those who ask what was before.
+
+void Book::NoteUnheard(const RequestFacts& facts, const std::string& result) {
+    if (facts.clientId) {
+        NoteLimits(facts);
+    } else if (facts.cmdId) {
+        NoteCommand(facts, result);
+    }
+}
+
+void Book::NoteLimits(const RequestFacts& facts) {
+    for (const TagValue& pair : facts.asked) {
+        const bool isClaim =
+            std::any_of(facts.claims.begin(), facts.claims.end(),
+                        [&](const TagValue& claim) { return claim.tag == pair.tag; });
+        if (isClaim && facts.result == 0) continue;
+        const Ask ask = TagAsk(Ask::By::kClient, pair.tag, pair.value);
+        if (facts.result != 0) {
+            AddEnded(ask, "refused: " + Errors());
+        } else if (!mTouched.count(ask.opcode)) {
+            AddEnded(ask, "took no lock: " + Errors());
         }
-        if (mIsTouched) return;
+    }
+}
+
+void Book::NoteCommand(const RequestFacts& facts, const std::string& result) {
+    const SceneCommand* command = mScenes.Find(*facts.cmdId);
+    const bool isOff = facts.event == RequestFacts::Event::kEnds;
+    if (!command || isOff) return;
+    const bool isScene = IsLongScene(*command);
+    if (isScene && facts.event != RequestFacts::Event::kBegins) return;
+    for (const SceneElement& element : command->elements) {
+        const std::string skipped = mConditions.WhyPassedOver(element);
         for (const SceneKey& key : element.keys) {
+            if (isScene) {
+                const std::optional<int> tag = FindTag(key.name, mLayout);
+                if (!tag || (facts.result == 0 && skipped.empty())) continue;
+                AddEnded(TagAsk(Ask::By::kScene, *tag, std::atoi(key.value.c_str())),
+                         facts.result != 0 ? "refused: " + Errors() : "passed over: " + skipped);
+                continue;
+            }
             const std::optional<int> opcode = FindKeyOpcode(key.name);
-            if (!opcode || !mTarget.opcodes.count(*opcode)) continue;
-            NodeAsk ask = NewAsk(NodeAsk::By::kLock, command->Label());
+            if (!opcode || mTouched.count(*opcode)) continue;
+            Ask ask = NewAsk(Ask::By::kLock, command->Label());
             const Resource resource = ResourceOf(*opcode, mLayout);
             ask.opcode = *opcode;
             ask.unit = resource.unit;
             ask.bound = resource.bound;
             ask.value = HalValueOfKey(*opcode, key.value);
-            AddEnded(ask, "took no lock: " + WhyNoLock(element));
+            AddEnded(ask, "took no lock: " + WhyNoLock(element, result));
         }
+        if (isScene) return;
     }
 }
 
-void NodeHistory::OnLongScene(const DoCommand& request, const SceneCommand& command) {
-    const SceneElement& element = command.elements.front();
-    for (const SceneKey& key : element.keys) {
-        const std::optional<int> tag = FindTag(key.name, mLayout);
-        if (!tag || !mTarget.HasTag(*tag)) continue;
-        const int value = std::atoi(key.value.c_str());
-        NodeAsk ask = TagAsk(NodeAsk::By::kScene, command.Label(), *tag, value);
-        ask.isRemembered = true;
-        const std::string skipped = mConditions.WhyPassedOver(element);
-        if (mRequest.outcome.result != 0) {
-            AddEnded(ask, "refused: " + Errors());
-        } else if (IsOn(request) && skipped.empty()) {
-            SetClaim(ask, "asked again" + AtLine());
-        } else if (IsOn(request)) {
-            AddEnded(ask, "passed over: " + skipped);
-        } else if (skipped.empty()) {
-            ask.value = 0;
-            SetClaim(ask, "its event ended" + AtLine());
-        } else {
-            for (NodeAsk& held : mInForce) {
-                if (held.who != ask.who) continue;
-                held.remark = fmt::format("its end{} was passed over: {}", AtLine(), skipped);
-            }
-        }
+// An end that the plug-in passes over leaves standing what it should end.
+void Book::NotePassedEnd(const SceneElement& element, const std::string& who) {
+    const std::string skipped = mConditions.WhyPassedOver(element);
+    if (skipped.empty()) return;
+    const std::string remark =
+        fmt::format("its end{} was passed over: {}", AtLine(mRequest->line), skipped);
+    for (Ask& word : mWords) {
+        if (word.who != who) continue;
+        word.remark = remark;
+        word.isOver = true;
+    }
+    for (auto& [handle, lock] : mLocks) {
+        if (lock.tag < 0 && lock.owner == who) lock.remark = remark;
     }
 }
 
-std::string NodeHistory::WhyNoLock(const SceneElement& element) const {
-    const std::string& told = mRequest.outcome.text;
-    if (told.starts_with("failed: ")) return told.substr(std::strlen("failed: "));
+std::string Book::WhyNoLock(const SceneElement& element, const std::string& result) const {
+    if (result.starts_with("failed: ")) return result.substr(std::strlen("failed: "));
     const std::string skipped = mConditions.WhyPassedOver(element);
     if (!skipped.empty()) return skipped;
     return mErrors.empty() ? "its lock takes 32 pairs, and this one stands behind them" : Errors();
 }
 
-// Locks.
-
-// A lock that carries one tag's arbitrated value, not one of a command or of a group.
-bool NodeHistory::IsTagLock(const LockAcquire& acquire) const {
-    if (acquire.list.size() != 2 || acquire.durationMs != 0) return false;
-    const RequestFacts& facts = mRequest.outcome.facts;
-    if (std::holds_alternative<DoCommand>(mRequest.step.request)) return !facts.claims.empty();
-    return std::none_of(facts.groupTags.begin(), facts.groupTags.end(),
-                        [&](int tag) { return FindTagOpcode(tag, mLayout) == acquire.list[0]; });
-}
-
-void NodeHistory::OnAcquire(const LockAcquire& acquire) {
-    if (acquire.returned >= 1) {
-        // What a renewal no longer names.
-        for (size_t i = mInForce.size(); i-- > 0;) {
-            if (mInForce[i].handle != acquire.returned) continue;
-            const auto& list = acquire.list;
-            bool isNamed = false;
-            for (size_t at = 0; at + 1 < list.size(); at += 2) {
-                isNamed = isNamed ||
-                          (list[at] == mInForce[i].opcode && list[at + 1] == mInForce[i].value);
-            }
-            if (!isNamed) EndAsk(i, "its lock was renewed with another list" + AtLine());
-        }
-    }
-    for (size_t at = 0; at + 1 < acquire.list.size(); at += 2) {
-        if (!mTarget.opcodes.count(acquire.list[at])) continue;
-        mIsTouched = true;
-        OnPair(acquire, acquire.list[at], acquire.list[at + 1]);
-    }
-}
-
-void NodeHistory::OnPair(const LockAcquire& acquire, int opcode, int value) {
-    if (IsTagLock(acquire)) {
-        mRefusedTags.erase(opcode);
-        mTagLocks.erase(opcode);
-        if (acquire.returned < 1) {
-            mRefusedTags.insert(opcode);
-        } else {
-            mTagLocks[opcode] = {acquire.returned, value, mRequest.step.text, mRequest.step.line,
-                                 mNow};
-        }
-        return;
-    }
-    NodeAsk ask = NewAsk(NodeAsk::By::kLock, LockHolder());
-    const Resource resource = ResourceOf(opcode, mLayout);
-    ask.opcode = opcode;
-    ask.value = value;
-    ask.unit = resource.unit;
-    ask.bound = resource.bound;
-    ask.handle = acquire.returned;
-    ask.remark = WhyNoBreakthrough(opcode);
-    if (acquire.durationMs > 0) ask.until = mNow + std::chrono::milliseconds(acquire.durationMs);
-    if (acquire.returned < 1) {
-        AddEnded(ask, fmt::format("the HAL refused the lock with {}", acquire.returned));
-        return;
-    }
-    for (NodeAsk& held : mInForce) {
-        if (held.handle != ask.handle || held.opcode != opcode) continue;
-        held.until = ask.until;
-        held.remark = fmt::format("renewed at {} s{}", SecondsText(mNow), AtLine());
-        return;
-    }
-    mInForce.push_back(ask);
-}
-
-// Why the command's lock lifts none of the thermal limits on the node; empty when it does, or when
-// there are none.
-std::string NodeHistory::WhyNoBreakthrough(int opcode) const {
-    const auto* request = std::get_if<DoCommand>(&mRequest.step.request);
-    const SceneCommand* command = request ? mScenes.Find(request->cmdId) : nullptr;
-    if (!command || mTarget.path.find("/scaling_m") == std::string::npos) return "";
-    if (mRequest.outcome.text.find("boost count used up") != std::string::npos) {
-        return "lifts no thermal limit: its boosts of this period are used up";
-    }
-    for (const SceneElement& element : command->elements) {
-        for (const SceneKey& key : element.keys) {
-            if (FindKeyOpcode(key.name) == opcode) return mConditions.WhyNoBreakthrough(element);
-        }
-    }
-    return "";
-}
-
-std::string NodeHistory::LockHolder() const {
-    const Request& request = mRequest.step.request;
-    if (const auto* command = std::get_if<DoCommand>(&request)) {
-        const SceneCommand* found = mScenes.Find(command->cmdId);
-        return found ? found->Label() : "command " + std::to_string(command->cmdId);
-    }
-    if (const auto* limits = std::get_if<SetLimits>(&request)) {
-        return ClientLabel(limits->clientId) + "'s group";
-    }
-    return "the plug-in";
-}
-
-void NodeHistory::EndLock(int handle, const std::string& how) {
-    std::erase_if(mTagLocks, [&](const auto& lock) {
-        if (lock.second.handle != handle) return false;
-        mTagReleasers[lock.first] = fmt::format("'{}'{}", mRequest.step.text, AtLine());
-        return true;
-    });
-    for (size_t i = mInForce.size(); i-- > 0;) {
-        if (mInForce[i].by == NodeAsk::By::kLock && mInForce[i].handle == handle) EndAsk(i, how);
-    }
-}
-
-// Why a lock of a command or of a group was released by the request under way.
-std::string NodeHistory::WhyReleased() const {
-    const Request& request = mRequest.step.request;
-    if (const auto* command = std::get_if<DoCommand>(&request)) {
-        if (IsOff(*command) || command->cmdId == kEventEndCommand) {
-            return "its event ended" + AtLine();
-        }
-        return fmt::format("replaced by '{}'{}: untimed commands share one lock",
-                           mRequest.step.text, AtLine());
-    }
-    if (const auto* limits = std::get_if<SetLimits>(&request); limits && IsGroup(*limits)) {
-        return (limits->tags.front().value < 0 ? "its group was cancelled"
-                                               : "replaced by the next group") +
-               AtLine();
-    }
-    return fmt::format("released during '{}'{}", mRequest.step.text, AtLine());
-}
-
-// Writes without a lock.
-
-void NodeHistory::OnWrite(const NodeAccess& access) {
-    if (access.kind != NodeAccess::Kind::kWrite || access.byHal) return;
-    if (access.path != mTarget.path && !mKernel.IsSameNode(access.path, mTarget.path)) return;
-    NodeAsk ask = NewAsk(NodeAsk::By::kWrite, "the plug-in's write");
-    ask.text = access.requested;
-    if (!mIsInRequest) ask.request = "the end of the breakthrough after " + ask.request;
-    if (access.error != 0) {
-        const std::string how =
-            std::string("refused by the kernel: ") + std::strerror(access.error);
-        // The plug-in tries the node under the name of every CPU that shares it.
-        const bool isSaid = !mEnded.empty() && mEnded.back().how == how &&
-                            mEnded.back().at == mNow && mEnded.back().ask.request == ask.request;
-        if (!isSaid) AddEnded(ask, how);
-        return;
-    }
-    // Where locks reach the node too, a write goes along with them.
-    if (mLastWrite && mTarget.opcodes.empty()) {
-        AddEnded(*mLastWrite, "overwritten by '" + ask.request + "'" + AtLine());
-    }
-    mLastWrite = ask;
-}
-
-void NodeHistory::OnArrange(const ArrangeNodes& request) {
-    for (const auto& [path, value] : request.nodes) {
-        if (path != mTarget.path && !mKernel.IsSameNode(path, mTarget.path)) continue;
-        NodeAsk ask = NewAsk(NodeAsk::By::kWrite, "the scenario's node step");
-        ask.text = value.value_or("taken away");
-        mLastWrite = ask;
-    }
-}
-
-NodeAsk NodeHistory::NewAsk(NodeAsk::By by, const std::string& who) const {
-    NodeAsk ask;
-    ask.by = by;
-    ask.who = who;
-    ask.request = mRequest.step.text;
-    ask.line = mRequest.step.line;
-    ask.since = mNow;
-    return ask;
-}
-
-NodeAsk NodeHistory::TagAsk(NodeAsk::By by, const std::string& who, int tag, int value) const {
-    NodeAsk ask = NewAsk(by, who);
-    ask.tag = tag;
-    ask.opcode = FindTagOpcode(tag, mLayout).value_or(0);
-    ask.value = value;
-    if (const TagFacts* facts = FindTagFacts(tag, mLayout)) {
-        ask.unit = facts->unit;
-        ask.bound = facts->bound;
-    }
-    return ask;
-}
-
-void NodeHistory::EndAsk(size_t index, const std::string& how) {
-    AddEnded(mInForce[index], how);
-    mInForce.erase(mInForce.begin() + static_cast<std::ptrdiff_t>(index));
-}
-
-void NodeHistory::AddEnded(const NodeAsk& ask, const std::string& how) {
-    mEnded.push_back({ask, mNow, how});
-    if (mEnded.size() > kMostEnded) mEnded.pop_front();
-}
-
-const NodeHistory::TagLock* NodeHistory::FindTagLock(int opcode) const {
-    const auto found = mTagLocks.find(opcode);
-    return found == mTagLocks.end() ? nullptr : &found->second;
-}
-
-std::string NodeHistory::WhoReleasedTag(int opcode) const {
-    const auto found = mTagReleasers.find(opcode);
-    return found == mTagReleasers.end() ? "" : found->second;
-}
-
-std::string NodeHistory::Errors() const {
+std::string Book::Errors() const {
     std::vector<std::string> distinct;
     for (const std::string& error : mErrors) {
         // Said for every tag that held no lock before: no reason for anything.
@@ -414,8 +331,441 @@ std::string NodeHistory::Errors() const {
     return "the plug-in says " + Join(distinct);
 }
 
-std::string NodeHistory::AtLine() const {
-    return mRequest.step.line ? fmt::format(" (line {})", mRequest.step.line) : "";
+// Locks.
+
+// A lock that carries one tag's arbitrated value, not one of a command or of a group.
+bool Book::IsTagLock(const LockAcquire& acquire) const {
+    if (acquire.list.size() != 2 || acquire.durationMs != 0) return false;
+    const RequestFacts& facts = Facts();
+    if (!facts.clientId) return !facts.claims.empty();
+    return std::none_of(facts.groupTags.begin(), facts.groupTags.end(), [&](int tag) {
+        return FindTagOpcode(tag, mLayout).value_or(0) == acquire.list[0];
+    });
+}
+
+// The tag that a lock of the request under way belongs to. Some tags share an opcode: then it is
+// the one with this value, at best one that has no lock yet.
+int Book::TagOf(const std::vector<int>& list) const {
+    std::optional<int> found;
+    int best = -1;
+    for (const TagValue& claim : Facts().claims) {
+        if (FindTagOpcode(claim.tag, mLayout) != list[0]) continue;
+        const int fit = (HalValue(claim.tag, claim.value) == list[1] ? 2 : 0) +
+                        (mLockedTags.count(claim.tag) ? 0 : 1);
+        if (fit <= best) continue;
+        best = fit;
+        found = claim.tag;
+    }
+    return found ? *found : FindOpcodeTag(list[0], mLayout).value_or(-1);
+}
+
+void Book::OnAcquire(const LockAcquire& acquire) {
+    mTookLock = true;
+    mTookUntimedLock = mTookUntimedLock || acquire.durationMs == 0;
+    for (size_t at = 0; at + 1 < acquire.list.size(); at += 2) mTouched.insert(acquire.list[at]);
+    const int tag = IsTagLock(acquire) ? TagOf(acquire.list) : -1;
+    if (acquire.returned < 1) return OnRefusal(acquire, tag);
+    CheckAsked(acquire);
+
+    const auto [entry, isNew] = mLocks.try_emplace(acquire.returned);
+    BookedLock& lock = entry->second;
+    if (isNew) {
+        lock.number = mLockCount++;
+        lock.handle = acquire.returned;
+        lock.since = mNow;
+        lock.takenBy = mRequest;
+    } else if (mKept && lock.tag < 0) {
+        // What a renewal no longer names.
+        for (size_t at = 0; at + 1 < lock.list.size(); at += 2) {
+            bool isNamed = false;
+            for (size_t i = 0; i + 1 < acquire.list.size(); i += 2) {
+                isNamed = isNamed || (acquire.list[i] == lock.list[at] &&
+                                      acquire.list[i + 1] == lock.list[at + 1]);
+            }
+            if (isNamed) continue;
+            AddEnded(PairAsk(lock, at),
+                     "its lock was renewed with another list" + AtLine(mRequest->line));
+        }
+    }
+    lock.remark =
+        isNew ? "" : fmt::format("renewed at {} s{}", SecondsText(mNow), AtLine(mRequest->line));
+    lock.tag = tag;
+    lock.list = acquire.list;
+    lock.until.reset();
+    if (acquire.durationMs > 0) lock.until = mNow + std::chrono::milliseconds(acquire.durationMs);
+    ++lock.terms;
+    lock.request = mRequest;
+    lock.order = ++mOrder;
+    lock.conditions = mConditions;
+    lock.drives.clear();
+    for (size_t at = 0; at + 1 < lock.list.size(); at += 2) {
+        lock.drives.push_back(&DrivenBy(lock.list[at]));
+    }
+    if (tag >= 0) {
+        mLockedTags.insert(tag);
+        mTagHandles[tag] = lock.handle;
+        mRefusedTags.erase(lock.list[0]);
+    }
+    SetOwner(lock);
+}
+
+void Book::OnRefusal(const LockAcquire& acquire, int tag) {
+    if (mRefusalsLeft > 0) {
+        --mRefusalsLeft;
+    } else {
+        mFindings.push_back(
+            fmt::format("{} s: the HAL refused a lock with {}, and no step "
+                        "arranged it, during {}",
+                        SecondsText(mNow), acquire.returned, Asker(mRequest)));
+    }
+    if (tag >= 0) {
+        mRefusedTags.insert(acquire.list[0]);
+        return;
+    }
+    if (!mKept) return;
+    BookedLock refused;
+    refused.list = acquire.list;
+    refused.owner = LockHolder();
+    refused.takenBy = mRequest;
+    refused.since = mNow;
+    for (size_t at = 0; at + 1 < refused.list.size(); at += 2) {
+        AddEnded(PairAsk(refused, at),
+                 fmt::format("the HAL refused the lock with {}", acquire.returned));
+    }
+}
+
+void Book::CheckAsked(const LockAcquire& acquire) {
+    const RequestFacts& facts = Facts();
+    if (!mIsInRequest || !facts.mayLock) {
+        mFindings.push_back(fmt::format("{} s: lock {} was taken {} {}, which asks for none",
+                                        SecondsText(mNow), acquire.returned,
+                                        mIsInRequest ? "during" : "after", Asker(mRequest)));
+        return;
+    }
+    for (size_t i = 0; i + 1 < acquire.list.size(); i += 2) {
+        if (facts.opcodes.count(acquire.list[i])) continue;
+        mFindings.push_back(fmt::format(
+            "{} s: lock {} names {}, which {} does not ask for", SecondsText(mNow),
+            acquire.returned, ResourceOf(acquire.list[i], mLayout).name, Asker(mRequest)));
+    }
+}
+
+// A lock of a tag belongs to whoever asks for what it carries, any other to who took it.
+void Book::SetOwner(BookedLock& lock) {
+    const std::string former = lock.owner;
+    if (lock.tag < 0) {
+        lock.owner = LockHolder();
+        lock.askedBy = lock.request;
+    } else {
+        const Ask* word = StrictestWord(lock.tag);
+        lock.owner = word ? word->who : "the plug-in";
+        lock.askedBy = word ? word->request : nullptr;
+    }
+    if (lock.owner != former) mChangedHands.push_back(lock.handle);
+}
+
+std::string Book::LockHolder() const {
+    const RequestFacts& facts = Facts();
+    if (!mIsInRequest || facts.who.empty()) return "the plug-in";
+    return facts.clientId ? facts.who + "'s group" : facts.who;
+}
+
+void Book::EndLock(int handle, const std::string& how) {
+    const auto found = mLocks.find(handle);
+    if (found == mLocks.end()) return;
+    mEndedLock = std::move(found->second);
+    mLocks.erase(found);
+    const BookedLock& lock = *mEndedLock;
+    if (lock.tag >= 0) {
+        if (!lock.list.empty()) mTagReleasers[lock.list[0]] = mRequest->Quoted();
+        return;
+    }
+    if (!mKept) return;
+    for (size_t at = lock.list.size() / 2 * 2; at >= 2; at -= 2) {
+        AddEnded(PairAsk(lock, at - 2), how);
+    }
+}
+
+// Why a lock of a command or of a group was released by the request under way.
+std::string Book::WhyReleased() const {
+    if (!mKept) return "";
+    const RequestFacts& facts = Facts();
+    const std::string line = AtLine(mRequest->line);
+    if (facts.cmdId) {
+        if (facts.event == RequestFacts::Event::kEnds || facts.cmdId == kEventEndCommand) {
+            return "its event ended" + line;
+        }
+        return fmt::format("replaced by {}: untimed commands share one lock", mRequest->Quoted());
+    }
+    if (facts.isGroup) {
+        return (facts.asked.front().value < 0 ? "its group was cancelled"
+                                              : "replaced by the next group") +
+               line;
+    }
+    return "released during " + mRequest->Quoted();
+}
+
+const BookedLock* Book::FindLock(int handle) const {
+    const auto found = mLocks.find(handle);
+    return found == mLocks.end() ? nullptr : &found->second;
+}
+
+const BookedLock* Book::FindTagLock(int opcode) const {
+    const BookedLock* newest = nullptr;
+    for (const auto& [handle, lock] : mLocks) {
+        const bool isIts = lock.tag >= 0 && !lock.list.empty() && lock.list[0] == opcode;
+        if (isIts && (!newest || lock.order > newest->order)) newest = &lock;
+    }
+    return newest;
+}
+
+std::string Book::WhoReleasedTag(int opcode) const {
+    const auto found = mTagReleasers.find(opcode);
+    return found == mTagReleasers.end() ? "" : found->second;
+}
+
+// Locks against each other.
+
+const std::vector<BookedLock::Driven>& Book::DrivenBy(int opcode) const {
+    const auto [driven, isNew] = mDrives->ofOpcode.try_emplace(opcode);
+    if (isNew) {
+        for (Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
+            const auto node = mDrives->nodes.try_emplace(drive.path, mDrives->nodes.size()).first;
+            driven->second.push_back({node->second, std::move(drive)});
+        }
+    }
+    return driven->second;
+}
+
+std::vector<PerfHal::Claim> Book::ClaimsOn(const std::string& path) const {
+    const auto node = mDrives->nodes.find(path);
+    if (node != mDrives->nodes.end()) return ClaimsOn(node->second);
+    for (const auto& [other, number] : mDrives->nodes) {
+        if (mKernel.IsSameNode(other, path)) return ClaimsOn(number);
+    }
+    return {};
+}
+
+std::vector<PerfHal::Claim> Book::ClaimsOn(size_t node) const {
+    std::vector<std::pair<uint64_t, PerfHal::Claim>> ordered;
+    for (const auto& [handle, lock] : mLocks) {
+        for (size_t i = 0; i < lock.drives.size(); ++i) {
+            for (const BookedLock::Driven& driven : *lock.drives[i]) {
+                if (driven.node != node || !mKernel.Has(driven.drive.path)) continue;
+                ordered.emplace_back(lock.order,
+                                     PerfHal::ClaimOf(driven.drive, handle, lock.list[2 * i],
+                                                      lock.list[2 * i + 1], mDevice));
+            }
+        }
+    }
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<PerfHal::Claim> claims;
+    for (auto& [order, claim] : ordered) claims.push_back(claim);
+    PerfHal::Weigh(claims);
+    return claims;
+}
+
+// What locks claim on the first node that `opcode` drives.
+std::vector<PerfHal::Claim> Book::ClaimsOf(int opcode) const {
+    const std::vector<BookedLock::Driven>& driven = DrivenBy(opcode);
+    return driven.empty() ? std::vector<PerfHal::Claim>() : ClaimsOn(driven.front().node);
+}
+
+Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
+    const std::vector<PerfHal::Claim> claims = ClaimsOf(opcode);
+    const PerfHal::Claim* own = nullptr;
+    for (const PerfHal::Claim& claim : claims) {
+        const bool isIts = claim.handle == handle && claim.opcode == opcode && claim.value == value;
+        if (isIts) own = &claim;
+    }
+    if (!own) return {};
+    if (own->isInPlace) {
+        // It stands above the ceilings, of which the lowest is told.
+        const PerfHal::Claim* ceiling = nullptr;
+        for (const PerfHal::Claim& claim : claims) {
+            const bool isLifted = claim.handle != handle && !claim.isInPlace;
+            if (isLifted && (!ceiling || claim.nodeValue < ceiling->nodeValue)) ceiling = &claim;
+        }
+        if (!ceiling) return {};
+        return {Contest::How::kLifts, ceiling->handle, ceiling->opcode, ceiling->value};
+    }
+    if (own->winner == Drive::Winner::kNewest) return {};
+    const PerfHal::Claim* rival = nullptr;
+    for (const PerfHal::Claim& claim : claims) {
+        const bool isRival = claim.handle != handle && claim.entry == own->entry &&
+                             claim.isInPlace == own->isInPlace;
+        if (isRival && (!rival || PerfHal::Beats(claim, *rival))) rival = &claim;
+    }
+    if (!rival) return {};
+    const Contest::How how = rival->nodeValue == own->nodeValue ? Contest::How::kSame
+                             : PerfHal::Beats(*own, *rival)     ? Contest::How::kWins
+                                                                : Contest::How::kLoses;
+    return {how, rival->handle, rival->opcode, rival->value};
+}
+
+std::optional<PerfHal::Claim> Book::HeirOf(int opcode, int value) const {
+    const std::vector<BookedLock::Driven>& driven = DrivenBy(opcode);
+    if (driven.empty()) return std::nullopt;
+    const PerfHal::Claim ended = PerfHal::ClaimOf(driven.front().drive, 0, opcode, value, mDevice);
+    if (ended.winner == Drive::Winner::kNewest) return std::nullopt;
+    for (const PerfHal::Claim& claim : ClaimsOn(driven.front().node)) {
+        if (claim.wins && claim.entry == ended.entry && PerfHal::Beats(ended, claim)) return claim;
+    }
+    return std::nullopt;
+}
+
+// Asks on a node.
+
+Ask Book::NewAsk(Ask::By by, const std::string& who) const {
+    Ask ask;
+    ask.by = by;
+    ask.who = who;
+    ask.request = mRequest;
+    ask.since = mNow;
+    ask.order = mOrder;
+    return ask;
+}
+
+Ask Book::TagAsk(Ask::By by, int tag, int value) const {
+    Ask ask = NewAsk(by, Facts().who);
+    ask.tag = tag;
+    ask.opcode = FindTagOpcode(tag, mLayout).value_or(0);
+    ask.value = value;
+    if (const TagFacts* facts = FindTagFacts(tag, mLayout)) {
+        ask.unit = facts->unit;
+        ask.bound = facts->bound;
+    }
+    return ask;
+}
+
+Ask Book::PairAsk(const BookedLock& lock, size_t at) const {
+    Ask ask;
+    ask.who = lock.owner;
+    ask.request = lock.takenBy;
+    ask.opcode = lock.list[at];
+    ask.value = lock.list[at + 1];
+    const Resource resource = ResourceOf(ask.opcode, mLayout);
+    ask.unit = resource.unit;
+    ask.bound = resource.bound;
+    ask.since = lock.since;
+    ask.until = lock.until;
+    ask.handle = lock.handle;
+    ask.remark = lock.remark;
+    ask.order = lock.order;
+    return ask;
+}
+
+void Book::AddEnded(const Ask& ask, const std::string& how) {
+    if (!mKept) return;
+    const bool isOn = ask.by == Ask::By::kWrite  ? IsNode(*mKept, ask.path)
+                      : ask.by == Ask::By::kLock ? mKept->opcodes.count(ask.opcode) > 0
+                                                 : mKept->HasTag(ask.tag);
+    if (!isOn) return;
+    // The plug-in tries a node under the name of every CPU that shares it.
+    const bool isSaid = ask.by == Ask::By::kWrite && !mEnded.empty() && mEnded.back().how == how &&
+                        mEnded.back().at == mNow && mEnded.back().ask.request == ask.request;
+    if (isSaid) return;
+    mEnded.push_back({ask, mNow, how});
+    if (mEnded.size() > kMostEnded) mEnded.pop_front();
+}
+
+std::vector<Ask> Book::AsksOn(const NodeTarget& target) const {
+    std::vector<Ask> asks;
+    for (const Ask& word : mWords) {
+        if (target.HasTag(word.tag)) asks.push_back(word);
+    }
+    for (const auto& [handle, lock] : mLocks) {
+        if (lock.tag >= 0) continue;
+        for (size_t at = 0; at + 1 < lock.list.size(); at += 2) {
+            if (!target.opcodes.count(lock.list[at])) continue;
+            asks.push_back(PairAsk(lock, at));
+            Ask& ask = asks.back();
+            const bool isLimit = target.path.find("/scaling_m") != std::string::npos;
+            if (isLimit && ask.remark.empty()) ask.remark = WhyNoBreakthrough(lock, ask.opcode);
+        }
+    }
+    std::stable_sort(asks.begin(), asks.end(),
+                     [](const Ask& a, const Ask& b) { return a.order < b.order; });
+    return asks;
+}
+
+// Why the command's lock lifts none of the thermal limits on its node; empty when it does, or when
+// there are none.
+std::string Book::WhyNoBreakthrough(const BookedLock& lock, int opcode) const {
+    const RequestFacts* facts = lock.takenBy->facts.get();
+    const SceneCommand* command = facts && facts->cmdId ? mScenes.Find(*facts->cmdId) : nullptr;
+    if (!command) return "";
+    if (facts->isBoostUsedUp)
+        return "lifts no thermal limit: its boosts of this period are used up";
+    for (const SceneElement& element : command->elements) {
+        for (const SceneKey& key : element.keys) {
+            if (FindKeyOpcode(key.name) == opcode)
+                return lock.conditions.WhyNoBreakthrough(element);
+        }
+    }
+    return "";
+}
+
+// Writes without a lock.
+
+bool Book::IsNode(const NodeTarget& target, const std::string& path) const {
+    return path == target.path || mKernel.IsSameNode(path, target.path);
+}
+
+void Book::OnWrite(const NodeAccess& access) {
+    if (access.kind == NodeAccess::Kind::kArrange) return Arrange(access);
+    if (access.kind != NodeAccess::Kind::kWrite) return;
+    if (access.error != 0 && (access.byHal || !mKept)) return;
+    Ask ask = NewAsk(Ask::By::kWrite, "the plug-in's write");
+    ask.order = ++mOrder;
+    ask.path = access.path;
+    ask.text = access.requested;
+    ask.isAfterwards = !mIsInRequest;
+    if (access.error != 0) {
+        AddEnded(ask, std::string("refused by the kernel: ") + std::strerror(access.error));
+        return;
+    }
+    Writes& writes = mWrites[access.path];
+    writes.request = mRequest;
+    writes.byHal = access.byHal;
+    if (access.byHal) return;
+    // Where locks reach the node too, a write goes along with them.
+    if (writes.program && mKept && mKept->opcodes.empty()) {
+        AddEnded(*writes.program,
+                 fmt::format("overwritten by '{}'{}", ask.RequestText(), AtLine(mRequest->line)));
+    }
+    writes.program = std::move(ask);
+}
+
+// A node that the scenario itself sets or takes away: no one's leak.
+void Book::Arrange(const NodeAccess& access) {
+    Ask ask = NewAsk(Ask::By::kWrite, "the scenario's node step");
+    ask.order = ++mOrder;
+    ask.path = access.path;
+    ask.text = access.after.empty() ? "taken away" : access.after;
+    Writes& writes = mWrites[access.path];
+    writes.request = mRequest;
+    writes.program = std::move(ask);
+    const auto changed = std::make_shared<AtBoot>(*mAtBoot);
+    mAtBoot = changed;
+    if (access.after.empty()) {
+        changed->values.erase(access.path);
+        return;
+    }
+    for (auto& [known, boot] : changed->values) {
+        if (mKernel.IsSameNode(known, access.path)) boot = access.after;
+    }
+    if (!IsUnwatched(access.path)) changed->values[access.path] = access.after;
+}
+
+std::optional<Ask> Book::LastWrite(const NodeTarget& target) const {
+    std::optional<Ask> last;
+    for (const auto& [path, writes] : mWrites) {
+        if (!writes.program || !IsNode(target, path)) continue;
+        if (!last || writes.program->order > last->order) last = writes.program;
+    }
+    return last;
 }
 
 }  // namespace lab

@@ -1,133 +1,292 @@
-// Who asked for what: the bookkeeping behind the checks at the end of a run.
+// The book: who asks for what, which lock carries it, and what became of what was asked before.
+// Kept from the phone's events alone, of a run or of a real phone's log; everything that the lab
+// shows of requesters and locks is read from here.
 //
-// Each lock belongs to the request during which it was taken or last renewed, each node's value to
-// the request that wrote it. A request stands until it is ended (an event by its end, an untimed
-// command by the next one, a limit by being lifted). What is still held then and belongs to no
-// standing request is a leak.
+// There are two layers. A client's or a long scene's word on a tag stands until the same requester
+// says otherwise; the plug-in carries the arbitrated value by one lock for the tag, which belongs
+// to whoever asks for that value now. A lock of a command or of a group speaks for itself.
 #pragma once
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "lab/book/node_target.h"
+#include "lab/book/request_facts.h"
+#include "lab/book/run_conditions.h"
 #include "lab/hal/perf_hal.h"
 #include "lab/names/tag_names.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
 #include "lab/phone/kernel.h"
+#include "lab/scenes/scene_file.h"
 
 namespace lab {
 
-// Floors and ceilings that several requesters share: among those in force the strictest counts, and
-// 0 lifts one. Every other tag does what it was told last.
-bool IsSharedLimit(int tag);
+// A request as the book keeps it, for as long as something of it is in force.
+struct BookedRequest {
+    size_t number = 0;  // the first is 1; 0: the time before it
+    Time begin{};
+    std::string text = "the start";  // "on touch (4098)"
+    int line = 0;                    // of the scenario or capture; 0: none
+    std::shared_ptr<const RequestFacts> facts;
 
-// One requester's word on a tag, as requested; it stands until the same requester says otherwise.
-struct Claim {
-    std::string holder;  // "thermal", "scene 12290"
-    int tag = 0;
-    int value = 0;  // 0 lifts a limit
+    // "'on touch (4098)' (line 12)".
+    std::string Quoted() const;
+};
+using RequestPtr = std::shared_ptr<const BookedRequest>;
+
+// " (line 12)"; nothing for 0.
+std::string AtLine(int line);
+
+// A requester's word on a tag, a lock's on a resource, a program's on a node.
+struct Ask {
+    enum class By : uint8_t {
+        kClient,  // a client's word on a tag
+        kScene,   // a long scene's word on a tag
+        kLock,    // a lock of a command or of a group
+        kWrite,   // a write without a lock, of the plug-in or of the scenario
+    };
+
+    By by = By::kLock;
+    std::string who;          // "thermal", "power_save (12288)", "camera's group"
+    RequestPtr request;       // that asked; a write's may be over
+    int tag = -1;             // of kClient and kScene
+    int opcode = 0;           // all but kWrite
+    int64_t value = 0;        // in `unit`
+    std::string path;         // of kWrite
+    std::string text;         // of kWrite: as written
+    Unit unit = Unit::kNone;  // of the tag, or of the HAL
+    Bound bound = Bound::kExact;
+    bool isRemembered = false;  // the frequency manager weighs it against later requests
+    Time since{};
+    std::optional<Time> until;  // when it ends by itself
+    int handle = 0;             // of kLock
+    std::string remark;         // what befell it without ending it
+    bool isAfterwards = false;  // of kWrite: it was done when its request was over
+    bool isOver = false;        // its end was passed over: it stands, but nobody wants it
+    uint64_t order = 0;         // in which asks were made
+
+    // "<= 1651.2 MHz".
+    std::string ValueText() const;
+
+    // "limit by thermal: big_max <= 1651.2 MHz".
+    std::string RequestText() const;
 };
 
-// What one request asks of the plug-in, told to the ledger once its result is known.
-struct RequestFacts {
-    std::string text;
-    int line = 0;                    // of the scenario; 0 for the start
-    std::optional<int> cmdId;        // of a command's request
-    std::optional<int> clientId;     // of a client's
-    bool mayLock = false;            // it asks for some lock
-    std::set<int> opcodes;           // those that its locks may name
-    std::string standing;            // "event 4098", "untimed", "group 98": locks held under a name
-    bool replaces = false;           // the name's earlier locks end when this request takes one
-    std::vector<std::string> ended;  // names that end here
-    std::vector<Claim> claims;       // in force afterwards
-    std::set<int> groupTags;         // tags that a group's one lock holds
-    std::optional<int> arrangedRefusals;  // locks that the HAL is told to refuse from here on
-    bool writesStay = false;              // its node writes are never undone, by design
+struct EndedAsk {
+    Ask ask;
+    Time at{};
+    std::string how;
 };
 
-class Ledger {
+// A lock that the HAL holds.
+struct BookedLock {
+    // A node that a pair of the list drives.
+    struct Driven {
+        size_t node = 0;  // a number for its path
+        Drive drive;
+    };
+
+    int handle = 0;
+    size_t number = 0;      // of all locks taken, from 0
+    int tag = -1;           // whose arbitrated value it carries; -1: a command's or a group's
+    std::vector<int> list;  // opcode, value, ...; empty: nothing tells
+    Time since{};           // taken; a renewal does not change it
+    std::optional<Time> until;
+    size_t terms = 0;  // 1, and one more with each renewal
+    RequestPtr takenBy;
+    RequestPtr request;        // that took or last renewed it
+    RunConditions conditions;  // at that time
+    std::string owner;         // who asks for what it carries: "thermal", "touch (4098)"
+    RequestPtr askedBy;        // the owner's request; null: nobody's
+    std::string remark;        // what befell it
+    uint64_t order = 0;        // of its last term
+    std::vector<const std::vector<Driven>*> drives;  // of each pair
+};
+
+class Book {
   public:
-    // Takes the values of all nodes now as those after boot. Keeps references to the device and the
-    // kernel.
-    Ledger(const DeviceProfile& device, Layout layout, const Kernel& kernel);
+    // Takes the values of all nodes now as those after boot. Keeps references to all of them.
+    Book(const DeviceProfile& device, const SceneFile& scenes, const Kernel& kernel);
 
-    // The facts of the request whose events come next; once for each RequestBegin, in order.
-    void Announce(RequestFacts facts);
+    // From here on what ended of the asks on `target` is kept too.
+    void KeepEnded(const NodeTarget& target) { mKept = target; }
 
+    // Takes the events in order.
     void Observe(const Event& event);
-
-    // A node that the scenario itself sets or takes away: no one's leak.
-    void Arrange(const std::string& path, const std::optional<std::string>& value);
 
     // Something that the run itself found wrong, such as a failed expectation.
     void AddFinding(const std::string& text) { mFindings.push_back(text); }
 
-    // The request that `handle` belongs to, or null.
-    const RequestFacts* Owner(int handle) const;
+    Layout ClusterLayout() const { return mLayout; }
+    const Kernel& GetKernel() const { return mKernel; }
+    Time Now() const { return mNow; }
+    const RequestPtr& LastRequest() const { return mRequest; }
+    const RunConditions& Conditions() const { return mConditions; }
+
+    // The lock, or null when it is not held.
+    const BookedLock* FindLock(int handle) const;
+    const std::map<int, BookedLock>& Locks() const { return mLocks; }  // by handle
+
+    // The lock that the last event ended; null when it ended none.
+    const BookedLock* EndedLock() const { return mEndedLock ? &*mEndedLock : nullptr; }
+
+    // The locks whose owner the last event changed, by handle.
+    const std::vector<int>& ChangedHands() const { return mChangedHands; }
+
+    // The newest lock that carries the value of the tag with `opcode`; null when there is none.
+    const BookedLock* FindTagLock(int opcode) const;
+
+    // The request that released the last lock for the tag with `opcode`, "'limit by camera: big_max
+    // lifted' (line 15)"; empty when none did.
+    std::string WhoReleasedTag(int opcode) const;
+
+    // True when the HAL refused the last lock for the tag with `opcode`.
+    bool IsTagLockRefused(int opcode) const { return mRefusedTags.count(opcode) > 0; }
+
+    // The words on tags in force, oldest first, and the one that the tag's lock is to carry: the
+    // strictest of those that are weighed, or the last one that is not. Null when nobody asks.
+    const std::vector<Ask>& Words() const { return mWords; }
+    const Ask* StrictestWord(int tag) const;
+
+    // Everybody who asks for something of the node now, oldest first.
+    std::vector<Ask> AsksOn(const NodeTarget& target) const;
+
+    // Who asked before, oldest first; a long run keeps the latest of them. Needs KeepEnded().
+    const std::deque<EndedAsk>& Ended() const { return mEnded; }
+
+    // What a program wrote last to the node and was taken; nothing when none did.
+    std::optional<Ask> LastWrite(const NodeTarget& target) const;
+
+    // What the locks claim on the node, oldest first, as the HAL weighs them.
+    std::vector<PerfHal::Claim> ClaimsOn(const std::string& path) const;
+
+    // How a pair of a lock stands against the other locks on its node.
+    struct Contest {
+        enum class How : uint8_t { kNone, kSame, kWins, kLoses, kLifts } how = How::kNone;
+        int rival = 0;  // its handle
+        int opcode = 0;
+        int value = 0;  // as the rival's lock has it
+    };
+    Contest ContestOf(int handle, int opcode, int value) const;
+
+    // The claim that counts now where a lock with this pair ended, if it is a weaker one.
+    std::optional<PerfHal::Claim> HeirOf(int opcode, int value) const;
 
     // True for a limit that is no stricter than the value after boot: its lock limits nothing.
     bool IsAtDefault(int opcode, int value) const;
 
     // Everything found, with what is wrong about the nodes and locks as they are now.
-    std::vector<std::string> Findings(const PerfHal& hal) const;
+    std::vector<std::string> Findings() const;
 
   private:
-    struct Write {
-        size_t request = 0;
+    // The last writes of a node.
+    struct Writes {
+        RequestPtr request;  // behind the last one
         bool byHal = false;
+        std::optional<Ask> program;  // a program's, or the scenario's
     };
 
-    // What never changes but for Arrange: copies of a ledger share it.
+    // What never changes but for Arrange: copies of a book share it.
     struct AtBoot {
         std::map<std::string, std::string> values;           // node -> value after boot
         std::map<std::string, std::vector<int>> tagsOfNode;  // node -> tags
     };
 
-    void OnAcquire(const LockAcquire& acquire, Time at);
-    void CheckAsked(const LockAcquire& acquire, Time at);
-    void Forget(int handle);
-    void BeginRequest();
-    void EndRequest();
-    bool IsTagLock(const RequestFacts& owner, const std::vector<int>& list) const;
-    int TagOf(const RequestFacts& owner, const std::vector<int>& list) const;
-    std::string WhyLeaked(const PerfHal::Lock& lock) const;
-    std::string WhyTagLeaked(const PerfHal::Lock& lock, int tag) const;
-    bool IsExplained(const std::string& path, const PerfHal& hal) const;
-    bool IsExplainedBy(int tag, const PerfHal& hal) const;
+    // What opcodes drive, looked up once; copies of a book share it.
+    struct DriveTable {
+        std::unordered_map<int, std::vector<BookedLock::Driven>> ofOpcode;
+        std::unordered_map<std::string, size_t> nodes;  // a number for each path
+    };
+
+    void BeginRequest(const RequestBegin& begin);
+    void EndRequest(const RequestEnd& end);
+    void TakeWords(const RequestFacts& facts);
+    void SetWord(Ask ask, const std::string& how);
+    void NoteUnheard(const RequestFacts& facts, const std::string& result);
+    void NoteLimits(const RequestFacts& facts);
+    void NoteCommand(const RequestFacts& facts, const std::string& result);
+    void NotePassedEnd(const SceneElement& element, const std::string& who);
+    void Arrange(const NodeAccess& access);
+
+    void OnAcquire(const LockAcquire& acquire);
+    void OnRefusal(const LockAcquire& acquire, int tag);
+    void CheckAsked(const LockAcquire& acquire);
+    void EndLock(int handle, const std::string& how);
+    void OnWrite(const NodeAccess& access);
+    void SetOwner(BookedLock& lock);
+    void PruneStanding();
+
+    const RequestFacts& Facts() const;
+    bool IsTagLock(const LockAcquire& acquire) const;
+    int TagOf(const std::vector<int>& list) const;
+    std::string LockHolder() const;
+    std::string WhyReleased() const;
+    std::string WhyNoLock(const SceneElement& element, const std::string& result) const;
+    std::string WhyNoBreakthrough(const BookedLock& lock, int opcode) const;
+    bool IsNode(const NodeTarget& target, const std::string& path) const;
+    std::vector<PerfHal::Claim> ClaimsOn(size_t node) const;
+    std::vector<PerfHal::Claim> ClaimsOf(int opcode) const;
+    std::string Errors() const;
+    const std::vector<BookedLock::Driven>& DrivenBy(int opcode) const;
+
+    Ask NewAsk(Ask::By by, const std::string& who) const;
+    Ask TagAsk(Ask::By by, int tag, int value) const;
+    Ask PairAsk(const BookedLock& lock, size_t at) const;
+    void AddEnded(const Ask& ask, const std::string& how);
+
+    // The end of a run (findings.cpp).
+    std::string WhyLeaked(const BookedLock& lock) const;
+    std::string WhyTagLeaked(const BookedLock& lock) const;
+    bool IsExplained(const std::string& path) const;
+    bool IsExplainedBy(int tag) const;
     bool IsAsked(int tag) const;
-    std::optional<int> Bound(int tag) const;
+    std::optional<int> BoundOf(int tag) const;
     std::optional<int> BootValue(int tag) const;
-    const Write* FindWrite(const std::string& path) const;
-    void AddNodeFindings(const PerfHal& hal, std::vector<std::string>& findings) const;
-    std::string Asker(size_t request) const;
+    const Writes* FindWrites(const std::string& path) const;
+    void AddNodeFindings(std::vector<std::string>& findings) const;
+    static std::string Asker(const RequestPtr& request);
 
     const DeviceProfile& mDevice;
-    const Layout mLayout;
+    const SceneFile& mScenes;
     const Kernel& mKernel;
+    const Layout mLayout;
     std::shared_ptr<const AtBoot> mAtBoot;
+    std::shared_ptr<DriveTable> mDrives;
 
-    std::deque<RequestFacts> mAnnounced;
-    std::map<size_t, RequestFacts> mRequests;  // those that something still belongs to
-    size_t mRequest = 0;                       // the one under way or the last one; 0: the start
-    bool mInRequest = false;
+    Time mNow{};
+    RequestPtr mRequest;  // under way, or the last one
+    bool mIsInRequest = false;
     bool mTookLock = false;
     bool mTookUntimedLock = false;
-    std::set<int> mLockedTags;  // that got a lock of their own in this request
+    std::set<int> mLockedTags;         // that got a lock of their own in it
+    std::set<int> mTouched;            // opcodes that its locks named
+    std::vector<std::string> mErrors;  // the plug-in's, during it
+    uint64_t mOrder = 0;
 
-    std::map<int, size_t> mOwners;                       // handle -> request
-    std::map<std::string, std::set<size_t>> mStanding;   // name -> requests
-    std::map<std::pair<std::string, int>, int> mClaims;  // holder, tag -> value
-    std::map<int, int> mLastWord;                        // tag -> value asked last
-    std::map<int, int> mTagHandles;                      // tag -> its newest lock
-    std::map<int, int> mTagOfLock;                       // handle of a tag's lock -> tag
-    std::map<std::string, Write> mWrites;                // node -> its last write
+    std::vector<Ask> mWords;
+    std::map<int, int> mLastWord;  // tag -> value asked last
+    std::map<int, BookedLock> mLocks;
+    size_t mLockCount = 0;
+    std::map<int, int> mTagHandles;                     // tag -> its newest lock
+    std::map<int, std::string> mTagReleasers;           // by opcode
+    std::set<int> mRefusedTags;                         // by opcode
+    std::map<std::string, std::set<size_t>> mStanding;  // name -> requests
+    std::map<std::string, Writes> mWrites;              // by node
+    std::optional<BookedLock> mEndedLock;
+    std::vector<int> mChangedHands;
+    RunConditions mConditions;
     int mRefusalsLeft = 0;
+    std::optional<NodeTarget> mKept;  // whose ended asks are kept
+    std::deque<EndedAsk> mEnded;
     std::vector<std::string> mFindings;
 };
 

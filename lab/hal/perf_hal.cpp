@@ -37,12 +37,7 @@ const PerfHal::Claim* WinnerOf(const Resource& resource, std::optional<size_t> e
     const PerfHal::Claim* winner = nullptr;
     for (const PerfHal::Claim& claim : resource.claims) {
         if (claim.entry != entry) continue;
-        const bool isBetter = winner == nullptr ||
-                              resource.drive->winner == Drive::Winner::kNewest ||
-                              (resource.drive->winner == Drive::Winner::kHighest
-                                   ? claim.nodeValue > winner->nodeValue
-                                   : claim.nodeValue < winner->nodeValue);
-        if (isBetter) winner = &claim;
+        if (winner == nullptr || PerfHal::Beats(claim, *winner)) winner = &claim;
     }
     return winner;
 }
@@ -110,12 +105,9 @@ class PerfHal::Locks {
         std::vector<Claim> found;
         for (const auto& [key, resource] : mResources) {
             if (key.first != path && !mKernel.IsSameNode(resource.drive->path, path)) continue;
-            for (const Claim& claim : resource.claims) {
-                found.push_back(claim);
-                found.back().wins =
-                    !IsLifted(*resource.drive) && WinnerOf(resource, claim.entry) == &claim;
-            }
+            found.insert(found.end(), resource.claims.begin(), resource.claims.end());
         }
+        Weigh(found);
         return found;
     }
 
@@ -191,9 +183,8 @@ class PerfHal::Locks {
                 named.emplace_back(drive.path, drive.writer);
                 Resource& resource = mResources[named.back()];
                 resource.drive = &drive;
-                resource.claims.push_back({lock.handle, opcode, value,
-                                           ToNodeUnit(drive, value, mKernel.Profile()), drive.entry,
-                                           drive.writer == Kernel::Writer::kHalInPlace, false});
+                resource.claims.push_back(
+                    ClaimOf(drive, lock.handle, opcode, value, mKernel.Profile()));
             }
         }
         return named;
@@ -313,6 +304,41 @@ class PerfHal::Locks {
     int mRefusals = 0;
     int mRefusal = 0;
 };
+
+PerfHal::Claim PerfHal::ClaimOf(const Drive& drive, int handle, int opcode, int value,
+                                const DeviceProfile& profile) {
+    const bool isInPlace = drive.writer == Kernel::Writer::kHalInPlace;
+    return {handle,      opcode,    value, ToNodeUnit(drive, value, profile),
+            drive.entry, isInPlace, false, drive.winner};
+}
+
+bool PerfHal::Beats(const Claim& claim, const Claim& other) {
+    switch (claim.winner) {
+        case Drive::Winner::kHighest:
+            return claim.nodeValue > other.nodeValue;
+        case Drive::Winner::kLowest:
+            return claim.nodeValue < other.nodeValue;
+        case Drive::Winner::kNewest:
+            break;
+    }
+    return true;
+}
+
+void PerfHal::Weigh(std::vector<Claim>& claims) {
+    const bool isLifted = std::any_of(claims.begin(), claims.end(),
+                                      [](const Claim& claim) { return claim.isInPlace; });
+    for (Claim& claim : claims) {
+        claim.wins = claim.isInPlace || !isLifted || claim.winner != Drive::Winner::kLowest;
+    }
+    for (Claim& claim : claims) {
+        const auto isBetter = [&claim](const Claim& other) {
+            return &other != &claim && other.isInPlace == claim.isInPlace &&
+                   other.entry == claim.entry &&
+                   (&other > &claim ? PerfHal::Beats(other, claim) : !PerfHal::Beats(claim, other));
+        };
+        if (std::any_of(claims.begin(), claims.end(), isBetter)) claim.wins = false;
+    }
+}
 
 PerfHal::PerfHal(Clock& clock, Recorder& recorder, Kernel& kernel)
     : mLocks(std::make_unique<Locks>(clock, recorder, kernel)) {}

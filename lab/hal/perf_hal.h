@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/hal/opcode_drives.h"
 #include "lab/phone/clock.h"
 
 namespace lab {
@@ -56,7 +57,18 @@ class PerfHal {
         std::optional<size_t> entry;  // which number of a node with several
         bool isInPlace = false;       // stands in the place of what programs write to the node
         bool wins = false;            // counts; a ceiling that an in-place claim lifts does not
+        Drive::Winner winner = Drive::Winner::kNewest;  // among the claims on this node
     };
+
+    // The claim of a pair of a lock's list on a node that its opcode drives; not weighed.
+    static Claim ClaimOf(const Drive& drive, int handle, int opcode, int value,
+                         const DeviceProfile& profile);
+
+    // True where `claim` counts and the older `other` on the same number of the node does not.
+    static bool Beats(const Claim& claim, const Claim& other);
+
+    // Says which of all claims on a node win; they are in the order in which they were made.
+    static void Weigh(std::vector<Claim>& claims);
 
     // Why does this node hold this value: the locks that bear on it, oldest first. What programs
     // themselves have asked for is the kernel's to tell (Kernel::RequestsOn).

@@ -129,16 +129,15 @@ class Session {
         if (isMachines) mMachine.Begin([file = head.file] { return WhereIn(file); });
         Phone phone(mDevice, WithNodes(std::move(nodes)));
         for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
-        Ledger ledger(mDevice, scenes.ClusterLayout(), phone.GetKernel());
+        Book book(mDevice, scenes, phone.GetKernel());
         Library library(mOptions.library);
         Server server(phone, library, scenes);
-        Runner runner(phone, server, ledger, mDevice, scenes,
-                      [&ledger](const Event& event) { ledger.Observe(event); });
+        Runner runner(phone, server, book, mDevice, scenes, [](const Event&) {});
         runner.Start(head);
         runner.Play(steps);
         runner.Finish();
         if (isMachines) mMachine.CompareAll("the last step");
-        return ledger.Findings(phone.Hal());
+        return book.Findings();
     }
 
     const PlayOptions& mOptions;

@@ -7,6 +7,16 @@ void Recorder::Add(What what) {
     mEvents.push_back({mClock.Now(), std::move(what)});
 }
 
+void Recorder::Explain(std::shared_ptr<const RequestFacts> facts) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    for (auto event = mEvents.rbegin(); event != mEvents.rend(); ++event) {
+        auto* begin = std::get_if<RequestBegin>(&event->what);
+        if (begin == nullptr) continue;
+        begin->facts = std::move(facts);
+        return;
+    }
+}
+
 void Recorder::Clear() {
     std::lock_guard<std::mutex> guard(mMutex);
     mEvents.clear();

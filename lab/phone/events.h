@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -88,12 +89,16 @@ struct JankRecord {
     std::string text;
 };
 
+struct RequestFacts;  // lab/book/request_facts.h
+
 // A request that the server sends, and its end. Events between the two belong to it.
 struct RequestBegin {
     std::string text;
     int line = 0;              // of the scenario file; 0 when it is not from one
     std::string client = {};   // "thermal"; empty for a request that no client makes
     std::string command = {};  // "touch", or its number; empty for one that names none
+    // What it asks for, which is told when it is answered; null where nobody tells.
+    std::shared_ptr<const RequestFacts> facts = nullptr;
 };
 struct RequestEnd {
     std::string result;
@@ -113,6 +118,9 @@ class Recorder {
     explicit Recorder(const Clock& clock) : mClock(clock) {}
 
     void Add(What what);
+
+    // Says what the newest request asks for, now that it is answered.
+    void Explain(std::shared_ptr<const RequestFacts> facts);
 
     const std::vector<Event>& Events() const { return mEvents; }
     void Clear();

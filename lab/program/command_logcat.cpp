@@ -55,7 +55,8 @@ class LogcatReport {
           mOptions(options),
           mLayout(session.Scenes().ClusterLayout()),
           mPaint(Paint::ForTerminal(STDOUT_FILENO)),
-          mTimeline(std::cout, mLayout, {options.verbose, mPaint}),
+          mBook(session.Device(), session.Scenes(), session.GetPhone().GetKernel()),
+          mTimeline(std::cout, mBook, {options.verbose, mPaint}),
           mPictures(options.trace, options.report),
           mPlayer(session.GetPhone(), [this](const Event& event) { Observe(event); }) {}
 
@@ -76,6 +77,7 @@ class LogcatReport {
 
   private:
     void Observe(const Event& event) {
+        mBook.Observe(event);
         const auto* acquire = std::get_if<LockAcquire>(&event.what);
         if (acquire && acquire->returned < 1) ++mRefused;
         mPictures.Observe(event);
@@ -236,6 +238,7 @@ class LogcatReport {
     const LogcatOptions& mOptions;
     const Layout mLayout;
     const Paint mPaint;
+    Book mBook;
     Timeline mTimeline;
     PictureFiles mPictures;
     LogPlayer mPlayer;

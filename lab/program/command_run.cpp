@@ -150,15 +150,14 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     phoneOptions.realtime = options.realtime;
     Phone phone(device, phoneOptions);
     for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
-    Ledger ledger(device, layout, phone.GetKernel());
+    Book book(device, scenes, phone.GetKernel());
     pictures.Begin(device, phone.GetKernel());
-    Timeline timeline(std::cout, layout, {options.verbose, paint});
+    Timeline timeline(std::cout, book, {options.verbose, paint});
     const bool hasTimeline = !options.quiet && !options.IsSilent();
     std::optional<Progress> progress;
     progress.emplace(std::filesystem::path(head.file).stem().string(), CountRequests(steps),
                      !hasTimeline || isatty(STDOUT_FILENO) == 0);
     const auto observe = [&](const Event& event) {
-        ledger.Observe(event);
         pictures.Observe(event);
         if (logFile) logWriter.Observe(event);
         if (hasTimeline) timeline.Observe(event);
@@ -176,7 +175,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     PrintProblems(scenes, FindClusterProblems(scenes, device), result);
     Library library(options.library);
     Server server(phone, library, scenes);
-    Runner runner(phone, server, ledger, device, scenes, observe);
+    Runner runner(phone, server, book, device, scenes, observe);
     runner.Start(head);
     PrintProblems(scenes, server.Problems(), result);
     runner.Play(steps);
@@ -186,8 +185,8 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     const Time now = phone.GetClock().Now();
     result.requests -= 1;  // the start
     result.lastedMs = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    result.held = HeldLocks(phone.Hal(), ledger, now, layout);
-    result.findings = ledger.Findings(phone.Hal());
+    result.held = HeldLocks(book, now);
+    result.findings = book.Findings();
     if (hasTimeline) std::cout << "\n";
     if (!options.IsSilent()) PrintEnd(result, paint, std::cout);
     pictures.End(now, [&] { return HeadOfPictures(result, layout); });

@@ -40,6 +40,7 @@ Json JsonOf(const RunResult::HeldLock& lock) {
     }
     return {{"lock", lock.handle},
             {"left_ms", lock.leftMs ? Json(*lock.leftMs) : Json()},
+            {"owner", lock.owner},
             {"holder", lock.holder},
             {"line", lock.line ? Json(lock.line) : Json()},
             {"asks", std::move(asks)}};
@@ -73,24 +74,21 @@ ExitCode RunResult::Exit() const {
     return findings.empty() ? kFine : kFindings;
 }
 
-std::vector<RunResult::HeldLock> HeldLocks(const PerfHal& hal, const Ledger& ledger, Time now,
-                                           Layout layout) {
+std::vector<RunResult::HeldLock> HeldLocks(const Book& book, Time now) {
     std::vector<RunResult::HeldLock> held;
-    for (const PerfHal::Lock& lock : hal.Held()) {
+    for (const auto& [handle, lock] : book.Locks()) {
         RunResult::HeldLock row;
-        row.handle = lock.handle;
-        if (lock.until) {
-            row.leftMs =
-                std::chrono::duration_cast<std::chrono::milliseconds>(*lock.until - now).count();
-        }
-        const RequestFacts* owner = ledger.Owner(lock.handle);
-        row.holder = owner ? owner->text : "nobody";
-        row.line = owner ? owner->line : 0;
+        row.handle = handle;
+        if (lock.until) row.leftMs = WholeMs(*lock.until - now);
+        row.holder = lock.request->text;
+        row.line = lock.request->line;
+        row.owner = lock.owner;
         for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
             const int opcode = lock.list[i];
             const int value = lock.list[i + 1];
-            row.pairs.push_back({opcode, value, Timeline::PairText(opcode, value, layout),
-                                 ledger.IsAtDefault(opcode, value)});
+            row.pairs.push_back({opcode, value,
+                                 Timeline::PairText(opcode, value, book.ClusterLayout()),
+                                 book.IsAtDefault(opcode, value)});
         }
         held.push_back(std::move(row));
     }

@@ -25,8 +25,9 @@ struct RunResult {
     struct HeldLock {
         int handle = 0;
         std::optional<int64_t> leftMs;  // none: until released
-        std::string holder;             // the request that took it
+        std::string holder;             // the request that took or last renewed it
         int line = 0;                   // of that request; 0: none
+        std::string owner;              // who asks for what it carries
         std::vector<Pair> pairs;
     };
 
@@ -46,9 +47,8 @@ struct RunResult {
     ExitCode Exit() const;
 };
 
-// The locks that the HAL holds, with what the ledger knows of them.
-std::vector<RunResult::HeldLock> HeldLocks(const PerfHal& hal, const Ledger& ledger, Time now,
-                                           Layout layout);
+// The locks that the HAL holds, as the book has them.
+std::vector<RunResult::HeldLock> HeldLocks(const Book& book, Time now);
 
 // The end of one run: the locks still held, then the findings.
 void PrintEnd(const RunResult& result, const Paint& paint, std::ostream& out);

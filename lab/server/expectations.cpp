@@ -122,7 +122,8 @@ bool Expectations::Fits(const PerfHal::Lock& lock, const ExpectedLock& expected)
         if (!value || (expected.value && value != expected.value)) return false;
     }
     if (!expected.cmdId && !expected.clientId) return true;
-    const RequestFacts* owner = mLedger.Owner(lock.handle);
+    const BookedLock* booked = mBook.FindLock(lock.handle);
+    const RequestFacts* owner = booked && booked->askedBy ? booked->askedBy->facts.get() : nullptr;
     return owner && owner->cmdId == expected.cmdId && owner->clientId == expected.clientId;
 }
 
@@ -136,8 +137,10 @@ std::string Expectations::HeldText(const ExpectedLock& expected) const {
             if (!value) continue;
             text += fmt::format(" on {} = {}", ResourceOf(*expected.opcode, mLayout).name, *value);
         }
-        if (const RequestFacts* owner = mLedger.Owner(lock.handle)) {
-            text += fmt::format(" by \"{}\" (line {})", owner->text, owner->line);
+        const BookedLock* booked = mBook.FindLock(lock.handle);
+        if (booked && booked->askedBy) {
+            const BookedRequest& owner = *booked->askedBy;
+            text += fmt::format(" by \"{}\"{}", owner.text, AtLine(owner.line));
         }
         held.push_back(text);
     }

@@ -20,9 +20,9 @@ struct FailedExpectation {
 class Expectations {
   public:
     // Keeps references to all of them.
-    Expectations(Phone& phone, Server& server, const Ledger& ledger, const DeviceProfile& device,
+    Expectations(Phone& phone, Server& server, const Book& book, const DeviceProfile& device,
                  Layout layout)
-        : mPhone(phone), mServer(server), mLedger(ledger), mDevice(device), mLayout(layout) {}
+        : mPhone(phone), mServer(server), mBook(book), mDevice(device), mLayout(layout) {}
 
     // Has the log kept from here on, or no longer; at first it is kept.
     void KeepLog(bool isKept);
@@ -47,7 +47,7 @@ class Expectations {
 
     Phone& mPhone;
     Server& mServer;
-    const Ledger& mLedger;
+    const Book& mBook;
     const DeviceProfile& mDevice;
     const Layout mLayout;
     bool mKeepsLog = true;

@@ -33,8 +33,7 @@ void AddSceneFacts(const Action& first, bool isOn, int result, Layout layout, Re
         const int tag = first.perfList[i];
         AddTagOpcodes(tag, layout, facts.opcodes);
         if (result != 0) continue;
-        facts.claims.push_back(
-            {"scene " + std::to_string(first.cmdId), tag, isOn ? first.perfList[i + 1] : 0});
+        facts.claims.push_back({tag, isOn ? first.perfList[i + 1] : 0});
     }
 }
 
@@ -44,16 +43,15 @@ bool IsLongScene(const Action& first) {
     return first.cmdId >= kFirstLongScene && first.cmdId <= kLastLongScene && first.duration == 0;
 }
 
-bool IsArbitrated(int tag) {
-    return IsCpuCeiling(tag) || tag == 10 || tag == 40 || tag == 41;
-}
-
 RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemandMs, int result,
                      Layout layout) {
     RequestFacts facts;
     facts.cmdId = request.cmdId;
+    facts.result = result;
     const bool isOn = request.payload == std::vector<int>{0};
     const bool isOff = request.payload == std::vector<int>{-1};
+    if (isOn) facts.event = RequestFacts::Event::kBegins;
+    if (isOff) facts.event = RequestFacts::Event::kEnds;
     if (IsLongScene(first)) {
         if (isOn || isOff) AddSceneFacts(first, isOn, result, layout, facts);
         return facts;
@@ -83,9 +81,13 @@ RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemand
 RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     RequestFacts facts;
     facts.clientId = request.clientId;
+    facts.who = ClientLabel(request.clientId);
+    facts.result = result;
+    facts.asked = request.tags;
     if (request.clientId < 1 || request.clientId > 4 || request.tags.empty()) return facts;
     facts.mayLock = true;
     const bool isGroup = request.tags.front().tag == kGroupTag;
+    facts.isGroup = isGroup;
     const int duration = isGroup ? request.tags.front().value : 0;
     if (isGroup && duration == 0) {
         facts.standing = "group";
@@ -103,7 +105,7 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
         if (!hasOwnLock) facts.groupTags.insert(pair.tag);
         const bool isClaim = hasOwnLock || (isKept && IsArbitrated(pair.tag));
         if (result == 0 && isClaim) {
-            facts.claims.push_back({ClientLabel(request.clientId), pair.tag, pair.value});
+            facts.claims.push_back(pair);
         }
     }
     return facts;

@@ -1,7 +1,7 @@
-// What a request asks to be held, from its own words: the facts that the ledger checks against.
+// What a request asks to be held, from its own words: the facts that the book keeps of it.
 #pragma once
 
-#include "lab/book/book.h"
+#include "lab/book/request_facts.h"
 #include "lab/server/scenario.h"
 #include "tarquel/action.h"
 
@@ -9,9 +9,6 @@ namespace lab {
 
 // True for a command whose pairs are tags and limits instead of opcodes: a long-term scene.
 bool IsLongScene(const Action& first);
-
-// True for a tag on which the frequency manager keeps what each client asked for last.
-bool IsArbitrated(int tag);
 
 //   first             the chain as it is sent
 //   onDemandMs        what the server's on-demand durations say for the command

@@ -4,14 +4,14 @@
 
 namespace lab {
 
-Runner::Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile& device,
+Runner::Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
                const SceneFile& scenes, std::function<void(const Event&)> observe)
     : mPhone(phone),
       mServer(server),
-      mLedger(ledger),
+      mBook(book),
       mDevice(device),
       mScenes(scenes),
-      mExpectations(phone, server, ledger, device, scenes.ClusterLayout()),
+      mExpectations(phone, server, book, device, scenes.ClusterLayout()),
       mObserve(std::move(observe)) {}
 
 void Runner::Start(const ScenarioHead& head) {
@@ -27,9 +27,7 @@ void Runner::Start(const ScenarioHead& head) {
     mServer.Start();
     RequestFacts facts;
     facts.text = "the start";
-    mLedger.Announce(std::move(facts));
-    mPhone.Events().Add(RequestEnd{""});
-    HandOn();
+    End(std::move(facts), "");
     Step step;
     if (head.debug) {
         step.text = "debug on";
@@ -103,15 +101,16 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
     if (step.returns && *step.returns != outcome.result) {
         const std::string failure =
             fmt::format("returned {}, the scenario expects {}", outcome.result, *step.returns);
-        mLedger.AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
+        mBook.AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
         outcome.text = "failed: " + failure;
     }
     if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
-    outcome.facts.text = step.text;
-    outcome.facts.line = step.line;
-    if (mHeed) mHeed(step, outcome);
-    mLedger.Announce(std::move(outcome.facts));
-    mPhone.Events().Add(RequestEnd{outcome.text});
+    End(std::move(outcome.facts), outcome.text);
+}
+
+void Runner::End(RequestFacts facts, const std::string& result) {
+    mPhone.Events().Explain(std::make_shared<const RequestFacts>(std::move(facts)));
+    mPhone.Events().Add(RequestEnd{result});
     HandOn();
 }
 
@@ -121,6 +120,7 @@ void Runner::HandOn() {
 
 void Runner::Finish() {
     for (const Event& event : mPhone.Events().Events()) {
+        mBook.Observe(event);
         mExpectations.Observe(event);
         mObserve(event);
     }
@@ -139,10 +139,11 @@ Server::Outcome Runner::SendIfKnown(int cmdId, const Asked& asked) {
     const SceneCommand* command = mScenes.Find(cmdId);
     const std::string why = fmt::format("the plug-in refused this command ({}:{})", mScenes.File(),
                                         command ? command->place.line : 0);
-    mLedger.AddFinding(
+    mBook.AddFinding(
         fmt::format("{} cannot run: {}", command ? command->Label() : std::to_string(cmdId), why));
     Server::Outcome outcome;
-    outcome.result = -1;
+    outcome.result = outcome.facts.result = -1;
+    outcome.facts.cmdId = cmdId;
     outcome.text = "failed: " + why;
     return outcome;
 }
@@ -185,7 +186,6 @@ Server::Outcome Runner::Perform(const ArrangeNodes& asked) {
         } else {
             kernel.Remove(path);
         }
-        mLedger.Arrange(path, value);
         NodeAccess arranged;
         arranged.kind = NodeAccess::Kind::kArrange;
         arranged.path = path;
@@ -204,7 +204,7 @@ Server::Outcome Runner::Perform(const Expect& asked) {
     Server::Outcome outcome;
     const double seconds = std::chrono::duration<double>(mPhone.GetClock().Now()).count();
     for (const FailedExpectation& failed : mExpectations.Compare(asked, mLastResult)) {
-        mLedger.AddFinding(
+        mBook.AddFinding(
             fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
         outcome.text += (outcome.text.empty() ? "failed: " : "; ") + failed.text;
     }

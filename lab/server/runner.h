@@ -15,10 +15,10 @@ namespace lab {
 
 class Runner {
   public:
-    // `observe` gets every event once, in order; the ledger has the facts of a request before it
-    // gets the request's events. On the virtual clock events are handed on after every step and
-    // forgotten, so that a run may last for days; on the real one at the end.
-    Runner(Phone& phone, Server& server, Ledger& ledger, const DeviceProfile& device,
+    // `observe` gets every event once, in order, after the book. On the virtual clock events are
+    // handed on after every step and forgotten, so that a run may last for days; on the real one at
+    // the end.
+    Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
            const SceneFile& scenes, std::function<void(const Event&)> observe);
 
     // Starts the plug-in. Throws InputError when it cannot use the scene file.
@@ -30,11 +30,6 @@ class Runner {
     // is the last. Time passes until then where the steps are over before.
     void PlayUntil(const std::vector<Step>& steps, Time end);
 
-    // `heed` gets every request with what it came to, before its events are handed on.
-    void HeedRequests(std::function<void(const Step&, const Server::Outcome&)> heed) {
-        mHeed = std::move(heed);
-    }
-
     // Hands on what is left.
     void Finish();
 
@@ -44,6 +39,7 @@ class Runner {
     void Make(const Step& step);
     RequestBegin BeginningOf(const Step& step) const;
     void Record(const Step& step, Server::Outcome outcome);
+    void End(RequestFacts facts, const std::string& result);
     void HandOn();
 
     // One request of the server, or one arrangement of the phone.
@@ -66,14 +62,13 @@ class Runner {
 
     Phone& mPhone;
     Server& mServer;
-    Ledger& mLedger;
+    Book& mBook;
     const DeviceProfile& mDevice;
     const SceneFile& mScenes;
     Expectations mExpectations;
     std::function<void(const Event&)> mObserve;
     std::string mFile;    // of the scenario
     int mLastResult = 0;  // of the last request that was no expectation
-    std::function<void(const Step&, const Server::Outcome&)> mHeed;
     Time mCursor{};
     Time mOrigin{};
     std::optional<Time> mEnd;  // nothing happens after it

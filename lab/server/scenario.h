@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "lab/book/request_facts.h"
 #include "lab/names/tag_names.h"
 #include "lab/scenes/scene_file.h"
 #include "lab/server/fault_step.h"
@@ -20,12 +21,6 @@ namespace lab {
 // More is a slip: ten years of a scenario, and what one `repeat` may ask for.
 inline constexpr int64_t kLongestMs = 10LL * 366 * 24 * 3600 * 1000;
 inline constexpr int64_t kMostRounds = 100'000'000;
-
-// A tag and the value asked for it.
-struct TagValue {
-    int tag = 0;
-    int value = 0;
-};
 
 // The requests, each as the step of a scenario that makes it.
 struct DoCommand {

@@ -94,6 +94,11 @@ std::optional<int> Server::Read(int tag) {
     return value == INT32_MIN ? std::nullopt : std::optional(value);
 }
 
+std::string Server::LabelOf(int cmdId) const {
+    const SceneCommand* command = mScenes.Find(cmdId);
+    return command ? command->Label() : "command " + std::to_string(cmdId);
+}
+
 long Server::UptimeMs() const {
     const auto now = mPhone.GetClock().Now();
     return kUptimeAtStartMs +
@@ -137,6 +142,8 @@ Server::Outcome Server::Send(const DoCommand& request) {
     outcome.text = std::to_string(outcome.result) + remark;
     outcome.facts =
         FactsOf(request, *chain, mPhone.OnDemandDuration(request.cmdId), outcome.result, mLayout);
+    outcome.facts.who = LabelOf(request.cmdId);
+    outcome.facts.isBoostUsedUp = !remark.empty();
     return outcome;
 }
 
@@ -144,6 +151,8 @@ Server::Outcome Server::Send(const DoInteractive& request) {
     Outcome outcome;
     outcome.result = mLibrary.DoInterFreqAction(Chain(request.cmdId), DataOf(request.payload));
     outcome.text = std::to_string(outcome.result);
+    outcome.facts.who = LabelOf(request.cmdId);
+    outcome.facts.cmdId = request.cmdId;
     outcome.facts.writesStay = true;
     return outcome;
 }
@@ -195,6 +204,7 @@ Server::Outcome Server::Send(const DumpLimits&) {
 Server::Outcome Server::Send(const SetStateBits& request) {
     Outcome outcome;
     outcome.result = mAdapter->SetState(request.state);
+    outcome.facts.state = request.state;
     outcome.text = std::to_string(outcome.result);
     return outcome;
 }

@@ -72,6 +72,7 @@ class Server {
   private:
     std::vector<std::string> LoaderErrors() const;
     std::string Complete(Action& first, const DoCommand& request);
+    std::string LabelOf(int cmdId) const;
     long UptimeMs() const;
     const Action& Chain(int cmdId) const { return *mChains.at(cmdId); }
 

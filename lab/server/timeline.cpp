@@ -21,10 +21,6 @@ std::string TimeText(Time time) {
     return fmt::format("{:.3f}", std::chrono::duration<double>(time).count());
 }
 
-int64_t Ms(Time time) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-}
-
 // The kernel separates the numbers of a node by tabs, which would tear the columns.
 std::string OneLine(std::string value) {
     std::replace(value.begin(), value.end(), '\t', ' ');
@@ -116,7 +112,8 @@ void Timeline::Show(const LockAcquire& acquire) {
         ShowPairs(acquire, fact);
         return;
     }
-    const bool isRenewal = mLocks.count(acquire.returned) > 0;
+    const BookedLock* lock = mBook.FindLock(acquire.returned);
+    const bool isRenewal = lock && lock->terms > 1;
     Fact fact{isRenewal ? '~' : '+',
               fmt::format("lock {}", acquire.returned),
               "",
@@ -127,9 +124,6 @@ void Timeline::Show(const LockAcquire& acquire) {
     fact.remark = acquire.durationMs > 0 ? fmt::format("for {} ms", acquire.durationMs)
                                          : std::string("until released");
     if (isRenewal) fact.remark = "renewed " + fact.remark;
-    Lock& lock = mLocks[acquire.returned];
-    lock.list = acquire.list;
-    lock.since = mNow;
     ShowPairs(acquire, fact);
 }
 
@@ -150,47 +144,30 @@ void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
         fact.value = BoundText(resource.bound, acquire.list[i + 1], resource.unit);
         if (acquire.returned >= 1) {
             const std::string contest =
-                Contest(acquire.returned, acquire.list[i], acquire.list[i + 1]);
+                ContestText(acquire.returned, acquire.list[i], acquire.list[i + 1]);
             if (!contest.empty()) fact.remark += (fact.remark.empty() ? "" : "; ") + contest;
         }
         Add(fact);
     }
 }
 
-// The strictest hold of the other locks on `opcode`.
-std::optional<Timeline::Hold> Timeline::Strictest(int opcode, int except) const {
-    const bool isFloor = ResourceOf(opcode, mLayout).bound == Bound::kFloor;
-    std::optional<Hold> found;
-    for (const auto& [handle, lock] : mLocks) {
-        if (handle == except) continue;
-        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
-            if (lock.list[i] != opcode) continue;
-            const int value = lock.list[i + 1];
-            const bool isStricter =
-                !found || (isFloor ? value > found->value : value < found->value);
-            if (isStricter) found = Hold{handle, value};
-        }
+// Who else holds the resource, and who wins.
+std::string Timeline::ContestText(int handle, int opcode, int value) const {
+    const Book::Contest contest = mBook.ContestOf(handle, opcode, value);
+    const std::string held = WithUnit(contest.value, ResourceOf(contest.opcode, mLayout).unit);
+    switch (contest.how) {
+        case Book::Contest::How::kNone:
+            break;
+        case Book::Contest::How::kSame:
+            return fmt::format("as lock {} does", contest.rival);
+        case Book::Contest::How::kWins:
+            return fmt::format("wins over lock {}'s {}", contest.rival, held);
+        case Book::Contest::How::kLoses:
+            return fmt::format("lock {} wins with {}", contest.rival, held);
+        case Book::Contest::How::kLifts:
+            return fmt::format("lifts lock {}'s {}", contest.rival, held);
     }
-    return found;
-}
-
-// Who else holds the resource, and who wins: the highest floor, the lowest ceiling.
-std::string Timeline::Contest(int handle, int opcode, int value) const {
-    if (const std::optional<int> lifted = LiftedOpcode(opcode)) {
-        const std::optional<Hold> ceiling = Strictest(*lifted, handle);
-        if (!ceiling) return "";
-        return fmt::format("lifts lock {}'s {}", ceiling->handle,
-                           WithUnit(ceiling->value, Unit::kMhz));
-    }
-    const Resource resource = ResourceOf(opcode, mLayout);
-    if (resource.bound == Bound::kExact) return "";
-    const std::optional<Hold> rival = Strictest(opcode, handle);
-    if (!rival) return "";
-    if (rival->value == value) return fmt::format("as lock {} does", rival->handle);
-    const bool wins = resource.bound == Bound::kFloor ? value > rival->value : value < rival->value;
-    const std::string held = WithUnit(rival->value, resource.unit);
-    return wins ? fmt::format("wins over lock {}'s {}", rival->handle, held)
-                : fmt::format("lock {} wins with {}", rival->handle, held);
+    return "";
 }
 
 void Timeline::Show(const LockRelease& release) {
@@ -207,31 +184,22 @@ void Timeline::Show(const LockExpire& expire) {
 }
 
 void Timeline::ShowEnd(int handle, const std::string& how) {
-    const auto found = mLocks.find(handle);
     Fact fact{'-', fmt::format("lock {}", handle), "", how, "", Colour::kYellow, false};
-    if (found == mLocks.end()) {
-        Add(fact);
-        return;
-    }
-    const Lock lock = found->second;
-    mLocks.erase(found);
-    if (lock.list.size() >= 2) fact.name = ResourceOf(lock.list[0], mLayout).name;
-    if (lock.list.size() > 2) fact.name += fmt::format(" and {} more", lock.list.size() / 2 - 1);
-    fact.remark = fmt::format("after {} ms", Ms(mNow - lock.since));
+    const BookedLock* lock = mBook.EndedLock();
+    if (!lock) return Add(fact);
+    if (lock->list.size() >= 2) fact.name = ResourceOf(lock->list[0], mLayout).name;
+    if (lock->list.size() > 2) fact.name += fmt::format(" and {} more", lock->list.size() / 2 - 1);
+    fact.remark = fmt::format("after {} ms", WholeMs(mNow - lock->since));
     Add(fact);
-    ShowTakeOver(lock.list);
+    ShowHeirs(*lock);
 }
 
 // Which of the other locks now decides a resource that an ended one decided before.
-void Timeline::ShowTakeOver(const std::vector<int>& list) {
-    for (size_t i = 0; i + 1 < list.size(); i += 2) {
-        const Resource resource = ResourceOf(list[i], mLayout);
-        if (resource.bound == Bound::kExact) continue;
-        const std::optional<Hold> heir = Strictest(list[i], 0);
+void Timeline::ShowHeirs(const BookedLock& ended) {
+    for (size_t i = 0; i + 1 < ended.list.size(); i += 2) {
+        const std::optional<PerfHal::Claim> heir = mBook.HeirOf(ended.list[i], ended.list[i + 1]);
         if (!heir) continue;
-        const bool isWeaker =
-            resource.bound == Bound::kFloor ? heir->value < list[i + 1] : heir->value > list[i + 1];
-        if (!isWeaker) continue;
+        const Resource resource = ResourceOf(heir->opcode, mLayout);
         Add({' ', fmt::format("lock {}", heir->handle), resource.name,
              BoundText(resource.bound, heir->value, resource.unit), "holds it now", Colour::kPlain,
              false});
@@ -267,6 +235,25 @@ void Timeline::Show(const NodeAccess& access) {
                                    OneLine(access.after), OneLine(access.requested));
     }
     Add(fact);
+    ShowFollowing(access);
+}
+
+// What a write changed beside its node: a ceiling that rises frees the floor beneath it, one that
+// falls takes it down.
+void Timeline::ShowFollowing(const NodeAccess& access) {
+    for (const NodeValue& node : access.alsoChanged) {
+        // The present frequency follows every limit.
+        if (node.path.ends_with("cur_freq") && !mOptions.verbose) continue;
+        // The kernel keeps a cluster's nodes under its policy; the reader knows the CPU's.
+        const std::string other = OtherEnd(access.path);
+        const bool isOther = !other.empty() && node.path.ends_with(other.substr(other.rfind('/')));
+        const std::string path = isOther ? other : node.path;
+        const char* why = !isOther                                         ? "follows"
+                          : path.find("min", path.rfind('/')) != path.npos ? "as its ceiling allows"
+                                                                           : "as its floor allows";
+        Add({' ', "node", mOptions.verbose ? path : ShortNode(path),
+             WithUnitText(node.value, NodeUnit(path)), why, Colour::kPlain, false});
+    }
 }
 
 void Timeline::Show(const TimerEvent& timer) {

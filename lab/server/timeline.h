@@ -7,12 +7,11 @@
 //     0.600    - lock 1    big_cpu0_min_freq             expired               after 500 ms
 #pragma once
 
-#include <map>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/names/paint.h"
 #include "lab/names/resource_names.h"
 #include "lab/phone/events.h"
@@ -26,8 +25,9 @@ class Timeline {
         Paint paint{false};
     };
 
-    Timeline(std::ostream& out, Layout layout, const Options& options)
-        : mOut(out), mLayout(layout), mOptions(options) {}
+    // `book` has observed each event before the timeline does.
+    Timeline(std::ostream& out, const Book& book, const Options& options)
+        : mOut(out), mBook(book), mLayout(book.ClusterLayout()), mOptions(options) {}
 
     // Writes what `event` tells; a request is written when it ends, with all that belongs to it.
     void Observe(const Event& event);
@@ -36,14 +36,6 @@ class Timeline {
     static std::string PairText(int opcode, int value, Layout layout);
 
   private:
-    struct Lock {
-        Time since{};
-        std::vector<int> list;
-    };
-    struct Hold {
-        int handle = 0;
-        int value = 0;
-    };
     struct Fact {
         char sign = ' ';
         std::string label;
@@ -67,13 +59,14 @@ class Timeline {
 
     void ShowPairs(const LockAcquire& acquire, Fact first);
     void ShowEnd(int handle, const std::string& how);
-    std::optional<Hold> Strictest(int opcode, int except) const;
-    std::string Contest(int handle, int opcode, int value) const;
-    void ShowTakeOver(const std::vector<int>& list);
+    std::string ContestText(int handle, int opcode, int value) const;
+    void ShowFollowing(const NodeAccess& access);
+    void ShowHeirs(const BookedLock& ended);
     void Add(const Fact& fact);
     void WriteFact(const Fact& fact, const std::string& time);
 
     std::ostream& mOut;
+    const Book& mBook;
     const Layout mLayout;
     const Options mOptions;
     Time mNow{};
@@ -81,8 +74,7 @@ class Timeline {
     Time mBegan{};
     std::string mRequest;
     std::vector<Fact> mFacts;  // of the request under way
-    std::map<int, Lock> mLocks;
-    std::string mLoneTime;  // of the fact written last, when it belongs to no request
+    std::string mLoneTime;     // of the fact written last, when it belongs to no request
 };
 
 }  // namespace lab

@@ -30,13 +30,13 @@ inline LabRun PlayScenario(const YamlNode& root, const std::string& deviceName, 
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     Phone phone(device);
     for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
-    Ledger ledger(device, scenes.ClusterLayout(), phone.GetKernel());
+    Book book(device, scenes, phone.GetKernel());
     Library library("");
     Server server(phone, library, scenes);
     LabRun run;
     std::ostringstream log;
     LogcatWriter writer(log);
-    Runner runner(phone, server, ledger, device, scenes, [&](const Event& event) {
+    Runner runner(phone, server, book, device, scenes, [&](const Event& event) {
         run.events.push_back(event);
         writer.Observe(event);
     });
