@@ -408,7 +408,11 @@ INSTANTIATE_TEST_SUITE_P(
                       Mistake{"gpu:", "name: y\ngpu:", ":9:1", "a second time"},
                       Mistake{"name: x", "name: &x x", ":1:7", "anchors"},
                       Mistake{"name: x", "name: x\n\tdescription: y", ":2:1", "a tab indents"},
-                      Mistake{"name: x", "name: [x", ":2:9", "end of sequence"},
+                      Mistake{"name: x", "name: [x", ":2:9",
+                              "']' while parsing a flow sequence "
+                              "that begins in line 1"},
+                      Mistake{"name: x", "name: \xC3\xA4\xE4", ":1:9", "UTF-8"},
+                      Mistake{"name: x", "name: " + std::string(600, '['), ":1:506", "too deep"},
                       Mistake{"gpu:", "---\ngpu:", ":9:1", "second document"}));
 
 TEST(DeviceProfile, UnknownNamesAndFilesAreRefused) {

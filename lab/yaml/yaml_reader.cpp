@@ -1,62 +1,61 @@
-// From the bridge's events to a tree.
+// From a text to a tree, by way of libyaml's events.
+#include <yaml.h>
+
 #include <cerrno>
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 
-#include "lab/yaml/yaml_cpp_bridge.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
 
 namespace {
 
+// No file of the lab nests deeper, and a tree frees itself by recursion.
+constexpr size_t kDeepest = 500;
+
+// The parser with the event that it found last. It counts lines and columns from 0.
+class Events {
+  public:
+    explicit Events(const std::string& text) {
+        yaml_parser_initialize(&mParser);
+        yaml_parser_set_input_string(&mParser, reinterpret_cast<const unsigned char*>(text.data()),
+                                     text.size());
+    }
+    ~Events() {
+        yaml_event_delete(&mEvent);
+        yaml_parser_delete(&mParser);
+    }
+    Events(const Events&) = delete;
+    Events& operator=(const Events&) = delete;
+
+    // The next event, or null where the text stops being YAML.
+    const yaml_event_t* Next() {
+        yaml_event_delete(&mEvent);
+        return yaml_parser_parse(&mParser, &mEvent) ? &mEvent : nullptr;
+    }
+
+    const yaml_parser_t& Parser() const { return mParser; }
+
+  private:
+    yaml_parser_t mParser{};
+    yaml_event_t mEvent{};
+};
+
 class Builder {
   public:
-    explicit Builder(const std::string& file) : mFile(file) {}
+    Builder(const std::string& text, const std::string& file) : mText(text), mFile(file) {}
 
-    // The finished document, or the first error.
-    YamlNode Take() {
-        if (mError) throw *mError;
-        if (mDocuments == 0) {
-            mRoot.file = mFile;
-            mRoot.line = 1;
-            mRoot.column = 1;
-        }
+    YamlNode Build() {
+        mRoot = Make(YamlNode::Kind::kNull, {});
+        Events events(mText);
+        const yaml_event_t* event = events.Next();
+        for (; event && event->type != YAML_STREAM_END_EVENT; event = events.Next()) Take(*event);
+        if (!event) FailAsParser(events.Parser());
         return std::move(mRoot);
-    }
-
-    void Document(int line, int column) {
-        if (++mDocuments == 2) Fail(line, column, "a second document begins; keep one in a file");
-    }
-
-    void Begin(YamlNode::Kind kind, int line, int column) {
-        if (mError) return;
-        mOpen.push_back({Make(kind, line, column), std::nullopt});
-    }
-
-    void End() {
-        if (mError) return;
-        YamlNode done = std::move(mOpen.back().node);
-        mOpen.pop_back();
-        Add(std::move(done));
-    }
-
-    void Leaf(YamlNode::Kind kind, int line, int column, std::string text) {
-        if (mError) return;
-        YamlNode leaf = Make(kind, line, column);
-        // Nothing stands where the next thing begins, which may be lines below its field.
-        if (kind == YamlNode::Kind::kNull && !mOpen.empty() && mOpen.back().key) {
-            leaf.line = mOpen.back().key->line;
-            leaf.column = mOpen.back().key->column;
-        }
-        leaf.scalar = std::move(text);
-        Add(std::move(leaf));
-    }
-
-    void Fail(int line, int column, const std::string& message) {
-        if (!mError) mError.emplace(mFile, line, column, message);
     }
 
   private:
@@ -66,16 +65,117 @@ class Builder {
         std::optional<YamlNode> key;
     };
 
-    YamlNode Make(YamlNode::Kind kind, int line, int column) const {
+    void Take(const yaml_event_t& event) {
+        using Kind = YamlNode::Kind;
+        switch (event.type) {
+            case YAML_DOCUMENT_START_EVENT:
+                if (mHasDocument)
+                    Fail(event.start_mark, "a second document begins; keep one in a file");
+                mHasDocument = true;
+                break;
+            case YAML_ALIAS_EVENT:
+                RefuseAnchor(event, event.data.alias.anchor);
+                break;
+            case YAML_SCALAR_EVENT:
+                RefuseAnchor(event, event.data.scalar.anchor);
+                Add(Scalar(event));
+                break;
+            case YAML_SEQUENCE_START_EVENT:
+                RefuseAnchor(event, event.data.sequence_start.anchor);
+                Begin(Kind::kList, event.start_mark);
+                break;
+            case YAML_MAPPING_START_EVENT:
+                RefuseAnchor(event, event.data.mapping_start.anchor);
+                Begin(Kind::kMap, event.start_mark);
+                break;
+            case YAML_SEQUENCE_END_EVENT:
+            case YAML_MAPPING_END_EVENT: {
+                YamlNode done = std::move(mOpen.back().node);
+                mOpen.pop_back();
+                Add(std::move(done));
+                break;
+            }
+            default:
+                break;
+        }
+    }
+
+    [[noreturn]] void Fail(const yaml_mark_t& mark, const std::string& message) const {
+        throw InputError(mFile, static_cast<int>(mark.line) + 1, static_cast<int>(mark.column) + 1,
+                         message);
+    }
+
+    // Says what the parser stumbled over. It reads bytes ahead of what it has understood, and
+    // gives those that are no text as an offset.
+    [[noreturn]] void FailAsParser(const yaml_parser_t& parser) const {
+        if (parser.error == YAML_READER_ERROR) {
+            yaml_mark_t mark{};
+            for (const char letter : std::string_view(mText).substr(0, parser.problem_offset)) {
+                const bool isContinuation = (letter & 0xC0) == 0x80;
+                if (!isContinuation) ++mark.column;
+                if (letter != '\n') continue;
+                ++mark.line;
+                mark.column = 0;
+            }
+            Fail(mark, std::string(parser.problem) + "; YAML is text in UTF-8");
+        }
+        const yaml_mark_t& mark = parser.problem_mark;
+        if (IsIndentedByTab(mark.line)) {
+            Fail(mark, "a tab indents this line; YAML takes blanks alone");
+        }
+        std::string message = parser.problem ? parser.problem : "this is no YAML";
+        if (parser.context) {
+            message += std::string(" ") + parser.context;
+            const size_t line = parser.context_mark.line;
+            if (line != mark.line) message += " that begins in line " + std::to_string(line + 1);
+        }
+        Fail(mark, message);
+    }
+
+    bool IsIndentedByTab(size_t line) const {
+        size_t start = 0;
+        for (; line > 0; --line) start = mText.find('\n', start) + 1;
+        const size_t end = mText.find_first_not_of(" \t", start);
+        return mText.substr(start, end - start).find('\t') != std::string::npos;
+    }
+
+    void RefuseAnchor(const yaml_event_t& event, const unsigned char* anchor) const {
+        if (!anchor) return;
+        Fail(event.start_mark, "anchors and aliases are not used here; write it out");
+    }
+
+    YamlNode Make(YamlNode::Kind kind, const yaml_mark_t& mark) const {
         YamlNode node;
         node.kind = kind;
         node.file = mFile;
-        node.line = line;
-        node.column = column;
+        node.line = static_cast<int>(mark.line) + 1;
+        node.column = static_cast<int>(mark.column) + 1;
         return node;
     }
 
+    YamlNode Scalar(const yaml_event_t& event) const {
+        const auto& scalar = event.data.scalar;
+        std::string text(reinterpret_cast<const char*>(scalar.value), scalar.length);
+        const bool isPlain = scalar.style == YAML_PLAIN_SCALAR_STYLE;
+        const bool isNull = isPlain && (text.empty() || text == "~" || text == "null" ||
+                                        text == "Null" || text == "NULL");
+        YamlNode node =
+            Make(isNull ? YamlNode::Kind::kNull : YamlNode::Kind::kScalar, event.start_mark);
+        if (!isNull) node.scalar = std::move(text);
+        return node;
+    }
+
+    void Begin(YamlNode::Kind kind, const yaml_mark_t& mark) {
+        if (mOpen.size() == kDeepest) Fail(mark, "this is nested too deep");
+        mOpen.push_back({Make(kind, mark), std::nullopt});
+    }
+
     void Add(YamlNode node) {
+        // What is missing is looked for at its field.
+        if (node.kind == YamlNode::Kind::kNull && !mOpen.empty() && mOpen.back().key) {
+            node.line = mOpen.back().key->line;
+            node.column = mOpen.back().key->column;
+        }
         if (mOpen.empty()) {
             mRoot = std::move(node);
             return;
@@ -91,62 +191,28 @@ class Builder {
         }
     }
 
-    void TakeKey(Open& map, YamlNode key) {
-        if (key.kind != YamlNode::Kind::kScalar) {
-            Fail(key.line, key.column, "a field's name must be plain text");
-        }
+    static void TakeKey(Open& map, YamlNode key) {
+        if (key.kind != YamlNode::Kind::kScalar) key.Fail("a field's name must be plain text");
         for (const auto& [name, value] : map.node.fields) {
             if (name.scalar != key.scalar) continue;
-            Fail(key.line, key.column,
-                 "the field '" + key.scalar + "' stands here a second time; the first is in line " +
+            key.Fail("the field '" + key.scalar +
+                     "' stands here a second time; the first is in line " +
                      std::to_string(name.line));
         }
         map.key = std::move(key);
     }
 
-    const std::string mFile;
+    const std::string& mText;
+    const std::string& mFile;
     YamlNode mRoot;
     std::vector<Open> mOpen;
-    std::optional<InputError> mError;
-    int mDocuments = 0;
+    bool mHasDocument = false;
 };
-
-Builder& From(void* context) {
-    return *static_cast<Builder*>(context);
-}
-
-LabYamlSink SinkOf(Builder& builder) {
-    using Kind = YamlNode::Kind;
-    LabYamlSink sink{};
-    sink.context = &builder;
-    sink.document = [](void* to, int line, int column) { From(to).Document(line, column); };
-    sink.null = [](void* to, int line, int column) {
-        From(to).Leaf(Kind::kNull, line, column, "");
-    };
-    sink.scalar = [](void* to, int line, int column, const char* text, size_t length) {
-        From(to).Leaf(Kind::kScalar, line, column, std::string(text, length));
-    };
-    sink.listBegin = [](void* to, int line, int column) {
-        From(to).Begin(Kind::kList, line, column);
-    };
-    sink.listEnd = [](void* to) { From(to).End(); };
-    sink.mapBegin = [](void* to, int line, int column) {
-        From(to).Begin(Kind::kMap, line, column);
-    };
-    sink.mapEnd = [](void* to) { From(to).End(); };
-    sink.fail = [](void* to, int line, int column, const char* message) {
-        From(to).Fail(line, column, message);
-    };
-    return sink;
-}
 
 }  // namespace
 
 YamlNode LoadYamlText(const std::string& text, const std::string& file) {
-    Builder builder(file);
-    const LabYamlSink sink = SinkOf(builder);
-    LabYamlParse(text.data(), text.size(), &sink);
-    return builder.Take();
+    return Builder(text, file).Build();
 }
 
 YamlNode LoadYamlFile(const std::string& file) {
