@@ -7,7 +7,7 @@
 #include <climits>
 
 #include "lab/names/node_names.h"
-#include "lab/scenes/scene_problems.h"
+#include "lab/scenes/scene_meaning.h"
 #include "loader/vocabulary_table.h"
 
 namespace fuzz {
@@ -118,7 +118,7 @@ RequestMaker::RequestMaker(const lab::DeviceProfile& device, const lab::SceneFil
                            const Options& options)
     : mDevice(device), mOptions(options) {
     for (const lab::SceneCommand& command : scenes.Commands()) {
-        if (lab::IsDescription(command.elements.front())) continue;
+        if (lab::IsDescription(command)) continue;
         (command.interactive ? mInteractive : mCommands).push_back(command.id);
     }
     for (int tag = 0; tag <= lab::kHighestTag; ++tag) {

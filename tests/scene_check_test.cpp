@@ -45,7 +45,7 @@ class SceneRule : public testing::TestWithParam<Row> {};
 
 TEST_P(SceneRule, NamesPlaceRuleAndRemedy) {
     const SceneCheck check = CheckSceneText(
-        kClusters + std::string(GetParam().command) + "\n</scenes>", "my.xml", "sm8450", "");
+        kClusters + std::string(GetParam().command) + "\n</scenes>", "my.xml", "sm8450");
     EXPECT_EQ(Listed(check), GetParam().findings) << Words(check);
     for (const char* part : GetParam().parts) {
         EXPECT_NE(Words(check).find(part), std::string::npos) << part << " in\n" << Words(check);
@@ -101,7 +101,7 @@ TEST(SceneCheck, QuotesNoMoreOfAValueThanALineHolds) {
                            ("<command id='16'><b><hmp>" + value + "</hmp><sched_boost>x" + value +
                             "</sched_boost></b></command>") +
                            "</scenes>",
-                       "my.xml", "sm8450", "");
+                       "my.xml", "sm8450");
     ASSERT_EQ(check.findings.size(), 2u) << Listed(check);
     for (const Finding& finding : check.findings) EXPECT_LT(finding.message.size(), 200u);
 }
@@ -112,7 +112,7 @@ TEST(SceneCheck, WantsTheDeclarationBeforeAllElse) {
                         "<command id='16'><b><duration_ms>1</duration_ms>"
                         "<sched_boost>1</sched_boost></b></command></scenes>");
     const auto listed = [](const std::string& text) {
-        return Listed(CheckSceneText(text, "my.xml", "sm8450", ""));
+        return Listed(CheckSceneText(text, "my.xml", "sm8450"));
     };
     EXPECT_EQ(listed("<?xml version='1.0'?>\n" + scenes), "");
     EXPECT_EQ(listed("\xEF\xBB\xBF<?xml version='1.0'?>\n" + scenes), "");
@@ -247,7 +247,7 @@ TEST(SceneCheck, TellsWhichOfTooManyTunablesAreCut) {
     const SceneCheck check =
         CheckSceneText(kClusters + ("<command id='9'><b><duration_ms>5</duration_ms>" + element) +
                            "</b></command></scenes>",
-                       "my.xml", "sm8450", "");
+                       "my.xml", "sm8450");
     EXPECT_EQ(Listed(check), "25:1 warning too-many-keys; 37:1 warning too-many-keys")
         << Words(check);
     EXPECT_NE(Words(check).find("cut: keybg_cpuset"), std::string::npos) << Words(check);
@@ -270,7 +270,7 @@ void PrintTo(const Broken& broken, std::ostream* out) {
 class BrokenSceneFile : public testing::TestWithParam<Broken> {};
 
 TEST_P(BrokenSceneFile, IsNeverFine) {
-    const SceneCheck check = CheckSceneText(GetParam().text, "my.xml", "", "");
+    const SceneCheck check = CheckSceneText(GetParam().text, "my.xml", "");
     ASSERT_FALSE(check.findings.empty());
     for (const Finding& finding : check.findings) {
         if (finding.rule != GetParam().rule || finding.severity != Severity::kError) continue;
@@ -305,7 +305,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(SceneCheck, ShippedFilesAreCleanOnTheirDevices) {
     for (const std::string& name : DeviceProfileNames()) {
-        const SceneCheck check = CheckSceneFile(DataFolder() + "/scenes/" + name + ".xml", "", "");
+        const SceneCheck check = CheckSceneFile(DataFolder() + "/scenes/" + name + ".xml", "");
         EXPECT_EQ(check.device, name);
         EXPECT_EQ(check.Count(Severity::kError) + check.Count(Severity::kWarning), 0u)
             << Listed(check) << "\n"
@@ -315,7 +315,7 @@ TEST(SceneCheck, ShippedFilesAreCleanOnTheirDevices) {
 }
 
 TEST(SceneCheck, TellsWhatAnotherDeviceLacks) {
-    const SceneCheck check = CheckSceneFile(DataFolder() + "/scenes/sm8450.xml", "sm4450", "");
+    const SceneCheck check = CheckSceneFile(DataFolder() + "/scenes/sm8450.xml", "sm4450");
     const std::string words = Words(check);
     EXPECT_NE(words.find("prime_cpu0_min_freq has no effect: sm4450 has 2 clusters"),
               std::string::npos);

@@ -12,6 +12,7 @@
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
 #include "lab/phone/phone.h"
+#include "lab/scenes/scene_problems.h"
 #include "lab/server/library.h"
 #include "lab/server/server.h"
 #include "nodes/inter_path_table.h"
@@ -19,7 +20,7 @@
 namespace lab {
 namespace {
 
-using Kind = ExplainedCommand::Kind;
+using Kind = CommandMeaning::Kind;
 
 constexpr int kThermalClient = 2;
 constexpr int kHighestThermalLevel = 4;
@@ -28,34 +29,31 @@ constexpr int kControlOfLevelZero = 4;  // control type 5 is thermal level 1, an
 // How long the plug-in lifts the limits for an action that lasts until released.
 constexpr int kUntimedBreakthroughMs = 3000;
 
-// A phone with one scene file on it, where commands are tried.
+// The part of a file that tells what one command does: that command, and what describes the device.
+SceneFile OnlyWith(const SceneCommand& command, const SceneFile& scenes) {
+    std::vector<SceneCommand> commands;
+    for (const SceneCommand& each : scenes.Commands()) {
+        if (&each == &command || IsDescription(each)) commands.push_back(each);
+    }
+    return SceneFile::Of(std::move(commands), scenes.File());
+}
+
+// A phone with a scene file on it, where commands are tried.
 class Trial {
   public:
-    Trial(SceneFile& scenes, const DeviceProfile& device, const std::string& library)
-        : mScenes(scenes),
+    Trial(SceneFile scenes, const DeviceProfile& device, const std::string& library)
+        : mScenes(std::move(scenes)),
           mDevice(device),
-          mLayout(scenes.ClusterLayout()),
+          mLayout(mScenes.ClusterLayout()),
           mPhone(device),
           mLibrary(library),
-          mServer(mPhone, mLibrary, scenes) {
+          mServer(mPhone, mLibrary, mScenes) {
         mServer.Start();
     }
 
-    // Refusals that belong to no command.
-    std::vector<std::string> Problems() const {
-        std::vector<std::string> texts;
-        for (const SceneProblem& problem : mServer.Problems()) {
-            if (problem.place.line == 0) texts.push_back(ProblemText(mScenes, problem));
-        }
-        return texts;
-    }
-
-    ExplainedCommand Translate(const SceneCommand& command) const {
-        return TranslateCommand(mScenes, command, mServer);
-    }
-
     // Runs the command and adds what it was seen to do.
-    void Run(const SceneCommand& command, ExplainedCommand& told) {
+    void Run(const CommandMeaning& meaning, ExplainedCommand& told) {
+        const SceneCommand& command = *meaning.command;
         if (!told.isAccepted || told.kind == Kind::kDescription) return;
         if (told.kind == Kind::kInteractive) return RunInteractive(command, told);
         int state = 0;
@@ -70,10 +68,8 @@ class Trial {
         for (const LockAcquire& lock : mPhone.Events().All<LockAcquire>()) {
             for (size_t i = 0; i + 1 < lock.list.size(); i += 2) sent.insert(lock.list[i]);
         }
-        const Action* action = mServer.FindChain(command.id);
-        for (ExplainedElement& element : told.elements) {
-            AddNodes(*action, told.kind, isRefused, sent, element);
-            action = action->next;
+        for (size_t i = 0; i < told.elements.size(); ++i) {
+            AddNodes(meaning.elements[i], isRefused, sent, told.elements[i]);
         }
         AddLifts(command, told);
     }
@@ -90,14 +86,15 @@ class Trial {
         }
     }
 
-    void AddNodes(const Action& action, Kind kind, bool isRefused, const std::set<int>& sent,
+    void AddNodes(const ElementMeaning& element, bool isRefused, const std::set<int>& sent,
                   ExplainedElement& told) const {
         const bool runs = !told.skip && told.durationMs >= 0;
-        for (size_t i = 0; i < told.pairs.size(); ++i) {
-            const int code = action.perfList[2 * i];
-            const int value = action.perfList[2 * i + 1];
+        const std::vector<const KeyMeaning*> pairs = element.Kept();
+        for (size_t i = 0; i < pairs.size(); ++i) {
             ExplainedPair& pair = told.pairs[i];
-            const bool isTag = kind == Kind::kLongScene;
+            const int code = pairs[i]->code;
+            const int value = pairs[i]->HandedOn();
+            const bool isTag = element.isLongScene;
             const int opcode = isTag ? FindTagOpcode(code, mLayout).value_or(0) : code;
             const int lockValue = isTag ? HalValue(code, value) : value;
             for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
@@ -198,7 +195,7 @@ class Trial {
         }
     }
 
-    SceneFile& mScenes;
+    SceneFile mScenes;
     const DeviceProfile& mDevice;
     const Layout mLayout;
     mutable Phone mPhone;
@@ -236,27 +233,27 @@ const SceneCommand& FindCommand(const SceneFile& scenes, const std::string& name
 
 }  // namespace
 
-Explanation ExplainScenes(SceneFile& scenes, const std::string& command, const std::string& device,
-                          const std::string& library) {
+Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
+                          const std::string& device, const std::string& library) {
     Explanation explanation;
     explanation.file = scenes.File();
     const DeviceProfile profile =
         device.empty() ? DeviceOf(scenes, explanation.isAssumed) : LoadDeviceProfile(device);
     explanation.device = profile.name;
-    const SceneCommand* only = command.empty() ? nullptr : &FindCommand(scenes, command);
-    Trial trial(scenes, profile, library);
-    explanation.problems = trial.Problems();
     for (const SceneProblem& problem : FindClusterProblems(scenes, profile)) {
         explanation.problems.push_back(ProblemText(scenes, problem));
     }
-    if (only) {
-        explanation.commands.push_back(trial.Translate(*only));
-        trial.Run(*only, explanation.commands.front());
+    const SceneMeaning meaning(scenes);
+    if (command.empty()) {
+        for (const SceneCommand& each : scenes.Commands()) {
+            explanation.commands.push_back(TranslateCommand(scenes, meaning.Of(each)));
+        }
         return explanation;
     }
-    for (const SceneCommand& each : scenes.Commands()) {
-        explanation.commands.push_back(trial.Translate(each));
-    }
+    const SceneCommand& only = FindCommand(scenes, command);
+    const CommandMeaning made = meaning.Of(only);
+    explanation.commands.push_back(TranslateCommand(scenes, made));
+    Trial(OnlyWith(only, scenes), profile, library).Run(made, explanation.commands.front());
     return explanation;
 }
 

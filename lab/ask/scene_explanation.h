@@ -1,5 +1,5 @@
-// What the commands of a scene file do on a device: the plug-in's own translation of them, and what
-// its locks and writes make of the nodes of a phone that nobody else limits.
+// What the commands of a scene file do on a device: what the plug-in makes of them, and what its
+// locks and writes make of the nodes of a phone that nobody else limits.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 #include "lab/names/paint.h"
 #include "lab/phone/device_profile.h"
-#include "lab/scenes/scene_file.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 
@@ -58,7 +58,7 @@ struct ExplainedElement {
 };
 
 struct ExplainedCommand {
-    enum class Kind : uint8_t { kAction, kLongScene, kInteractive, kDescription };
+    using Kind = CommandMeaning::Kind;
 
     int id = 0;
     std::string label;
@@ -76,9 +76,8 @@ struct ExplainedCommand {
 struct Explanation {
     std::string file;
     std::string device;
-    bool isAssumed = false;  // nobody named the device, and the file does not tell it
-    std::vector<std::string>
-        problems;  // of the file as a whole: clusters, refusals without a place
+    bool isAssumed = false;             // nobody named the device, and the file does not tell it
+    std::vector<std::string> problems;  // of the file as a whole: its clusters
     std::vector<ExplainedCommand> commands;
 };
 
@@ -88,8 +87,8 @@ struct Explanation {
 //            first whose clusters it describes
 //   library  the plug-in; empty: the one beside the program
 // Throws InputError for a file that cannot be used, std::runtime_error for an unknown command.
-Explanation ExplainScenes(SceneFile& scenes, const std::string& command, const std::string& device,
-                          const std::string& library);
+Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
+                          const std::string& device, const std::string& library);
 
 // A command in full, or the table of all.
 void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholePaths,

@@ -1,15 +1,12 @@
-// What the plug-in's loader made of a command, beside the words of the scene file.
+// A command's meaning in words.
 #pragma once
 
 #include "lab/ask/scene_explanation.h"
-#include "lab/server/server.h"
 
 namespace lab {
 
-// The command's elements with what their actions ask for, the keys that count for nothing, and the
+// The command's elements with what they ask for, the keys that count for nothing, and the
 // refusals. Nothing is run: nodes, thermal lifts and what the plug-in says then are left empty.
-//   server  one that has started with `scenes`
-ExplainedCommand TranslateCommand(const SceneFile& scenes, const SceneCommand& command,
-                                  const Server& server);
+ExplainedCommand TranslateCommand(const SceneFile& scenes, const CommandMeaning& meaning);
 
 }  // namespace lab

@@ -8,6 +8,7 @@
 
 #include "lab/names/resource_names.h"
 #include "lab/names/table.h"
+#include "lab/names/text.h"
 #include "lab/scenes/scene_values.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
@@ -95,10 +96,6 @@ PlainKey InteractiveKey(std::string_view key) {
 
 std::optional<int> TagIn(int tag) {
     return tag == tarquel::kNoTag ? std::nullopt : std::optional(tag);
-}
-
-std::string Hex(int opcode) {
-    return fmt::format("0x{:08X}", static_cast<unsigned>(opcode));
 }
 
 // What the other bus layout has in place of the opcode; nothing where it is the same.

@@ -18,12 +18,6 @@ using Kind = KeyMeaning::Kind;
 
 constexpr const char kTaskBoostKey[] = "sched_task_boost";
 
-std::string NamesOf(const std::vector<const KeyMeaning*>& pairs, size_t from) {
-    std::vector<std::string> names;
-    for (size_t i = from; i < pairs.size(); ++i) names.push_back(pairs[i]->key->name);
-    return Join(names);
-}
-
 // Of a head key that is repeated the last counts, and levels pile up.
 void CheckRepeatedHead(RuleContext& context, const ElementMeaning& element, const KeyMeaning& key) {
     const SceneKey& first = *element.keys[key.first].key;
@@ -40,34 +34,12 @@ void CheckRepeatedHead(RuleContext& context, const ElementMeaning& element, cons
 void CheckRepeats(RuleContext& context, const ElementMeaning& element) {
     for (size_t i = 0; i < element.keys.size(); ++i) {
         const KeyMeaning& key = element.keys[i];
-        if (key.first == i) continue;
-        if (key.kind == Kind::kHead) {
-            CheckRepeatedHead(context, element, key);
-            continue;
-        }
-        const SceneKey& first = *element.keys[key.first].key;
-        const std::string twins =
-            first.name == key.key->name
-                ? key.key->name + " stands here a second time"
-                : fmt::format("{} and {} are two names of opcode 0x{:08X}", first.name,
-                              key.key->name, static_cast<unsigned>(key.code));
-        context.Add(Severity::kWarning, "repeated-key", element, key.key->place,
-                    fmt::format("{}; the first counts, {} in line {}: this {} is dropped", twins,
-                                first.value, first.place.line, key.key->value),
-                    "keep one of them");
+        if (key.kind == Kind::kHead && key.first != i) CheckRepeatedHead(context, element, key);
     }
 }
 
 void CheckCount(RuleContext& context, const ElementMeaning& element) {
     const std::vector<const KeyMeaning*> pairs = element.Pairs();
-    if (pairs.size() > kMostPairs) {
-        const KeyMeaning* firstCut = pairs[kMostPairs];
-        context.Add(Severity::kWarning, "too-many-keys", element, firstCut->key->place,
-                    fmt::format("{} tunables, but an element keeps {}, those with the smallest "
-                                "opcodes; cut: {}",
-                                pairs.size(), kMostPairs, NamesOf(pairs, kMostPairs)),
-                    "move some of them to a second element");
-    }
     if (element.isLongScene) return;
     const size_t kept = std::min(pairs.size(), kMostPairs);
     if (kept > kMostLockPairs) {
@@ -178,7 +150,7 @@ void CheckUse(RuleContext& context, const ElementMeaning& element) {
                                 element.element->stateMask),
                     "name the bits as a number above 0");
     }
-    const KeyMeaning* task = element.FindCode(OpcodeOfKey(kTaskBoostKey).value_or(0));
+    const KeyMeaning* task = element.FindCode(FindKeyOpcode(kTaskBoostKey).value_or(0));
     if (element.element->taskBoost && !task) {
         context.Add(Severity::kWarning, "task-boost", element, element.element->place,
                     "task_boost=\"1\", but there is no key that takes the task's id",
@@ -194,7 +166,7 @@ void CheckUse(RuleContext& context, const ElementMeaning& element) {
 // What the loader takes for a number and reads as another.
 void CheckNumbers(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning& key : element.keys) {
-        if (key.number || !IsLoaderNumber(key.key->value)) continue;
+        if (key.number || !key.IsRead()) continue;
         if (key.key->value == "-") {
             context.Add(Severity::kError, "number", element, key.key->place,
                         key.key->name + " is '-', which the plug-in reads as 0", "write a number");
@@ -232,37 +204,33 @@ void CheckElement(RuleContext& context, const ElementMeaning& element) {
     if (element.isLongScene) CheckLongScene(context, element);
 }
 
-void CheckInteractive(RuleContext& context, const SceneCommand& command) {
-    const SceneElement& element = command.elements.front();
-    std::map<std::string, const SceneKey*> seen;
-    for (const SceneKey& key : element.keys) {
-        const auto [first, isNew] = seen.emplace(key.name, &key);
-        if (!isNew) {
-            context.Add(Severity::kWarning, "repeated-key", key.place, WhereOf(command, element),
+void CheckInteractive(RuleContext& context, const ElementMeaning& element) {
+    bool namesNodes = false;
+    bool hasNodes = false;
+    for (size_t i = 0; i < element.keys.size(); ++i) {
+        const SceneKey& key = *element.keys[i].key;
+        const char* path = tarquel::FindInterPath(key.name);
+        namesNodes = namesNodes || path;
+        hasNodes = hasNodes || (path && context.phone.GetKernel().Has(path));
+        if (const size_t first = element.keys[i].first; first != i) {
+            const SceneKey& counts = *element.keys[first].key;
+            context.Add(Severity::kWarning, "repeated-key", element, key.place,
                         fmt::format("{} stands here a second time; the first counts, {} in line "
                                     "{}",
-                                    key.name, first->second->value, first->second->place.line),
+                                    key.name, counts.value, counts.place.line),
                         "keep one of them");
         }
         if (key.value.empty()) {
-            context.Add(Severity::kError, "number", key.place, WhereOf(command, element),
+            context.Add(Severity::kError, "number", element, key.place,
                         key.name + " has no value; writing it fails", "write one");
         }
     }
-    const bool hasNodes =
-        std::any_of(element.keys.begin(), element.keys.end(), [&context](const SceneKey& key) {
-            const char* path = tarquel::FindInterPath(key.name);
-            return path && context.phone.GetKernel().Has(path);
-        });
-    const bool namesNodes = std::any_of(
-        element.keys.begin(), element.keys.end(),
-        [](const SceneKey& key) { return tarquel::FindInterPath(key.name) != nullptr; });
     if (!namesNodes) {
-        context.Add(Severity::kWarning, "no-tunable", element.place, WhereOf(command, element),
+        context.Add(Severity::kWarning, "no-tunable", element, element.element->place,
                     "this element names no node of the governor; every request of it fails",
                     "add one, such as hispeed_freq_l");
     } else if (!hasNodes) {
-        context.Add(Severity::kNote, "node-missing", element.place, WhereOf(command, element),
+        context.Add(Severity::kNote, "node-missing", element, element.element->place,
                     context.device.name +
                         "'s kernel has no interactive governor: writing its "
                         "nodes fails there",

@@ -18,18 +18,6 @@ namespace keys = tarquel::keys;
 constexpr int kThermalLevels = 4;
 constexpr int kHighestLevel = 9;
 
-// The eight hexadecimal digits of "boost_limit_level": 0, a level for each thermal one, 0, 0, and
-// the highest thermal level.
-std::array<int, 8> DigitsOf(int value) {
-    std::array<int, 8> digits{};
-    auto rest = static_cast<uint32_t>(value);
-    for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit) {
-        *digit = static_cast<int>(rest & 0xF);
-        rest >>= 4;
-    }
-    return digits;
-}
-
 bool IsPlausible(const std::array<int, 8>& digits) {
     return digits[0] == 0 && digits[5] == 0 && digits[6] == 0 && digits[7] <= kThermalLevels;
 }
@@ -41,22 +29,13 @@ std::vector<std::string> CeilingKeys(const DeviceProfile& device) {
     return names;
 }
 
-std::optional<int> LevelOf(const SceneElement& element) {
-    const std::string digits =
-        element.name.substr(std::min(element.name.size(), keys::kFreqLevelInfo.size()));
-    const std::optional<int64_t> level = ParseNumber(digits);
-    if (!level || *level < 0 || *level > kHighestLevel) return std::nullopt;
-    return static_cast<int>(*level);
-}
-
 }  // namespace
 
 LevelRules::LevelRules(RuleContext& context) : mContext(context) {
     for (const SceneCommand& command : context.scenes.Commands()) {
         const SceneElement& element = command.elements.front();
-        if (!element.name.starts_with(keys::kFreqLevelInfo)) continue;
         const std::optional<int> number = LevelOf(element);
-        if (!number) continue;
+        if (command.interactive || !number || *number < 0 || *number > kHighestLevel) continue;
         Level& level = mLevels[*number];
         if (level.place.line != 0) {
             context.Add(Severity::kWarning, "level-repeated", element.place,
@@ -88,23 +67,23 @@ void LevelRules::CheckDescribed() {
     }
 }
 
-void LevelRules::CheckCommand(const std::vector<ElementMeaning>& elements) {
-    for (const ElementMeaning& element : elements) {
+void LevelRules::CheckCommand(const CommandMeaning& command) {
+    for (const ElementMeaning& element : command.elements) {
         const KeyMeaning* key = element.FindHead(keys::kBoostLimitLevel);
         if (key && key->number && !element.isLongScene) CheckLimitLevel(element, *key);
     }
-    CheckCounts(elements);
+    CheckCounts(command.elements);
 }
 
 void LevelRules::CheckLimitLevel(const ElementMeaning& element, const KeyMeaning& key) {
-    const std::array<int, 8> digits = DigitsOf(*key.number);
+    const std::array<int, 8> digits = LevelDigits(*key.number);
     const int highest = digits[7];
     if (!IsPlausible(digits)) {
         const std::string& text = key.key->value;
         int asHex = 0;
         const bool isHex =
             std::from_chars(text.data(), text.data() + text.size(), asHex, 16).ec == std::errc() &&
-            IsPlausible(DigitsOf(asHex));
+            IsPlausible(LevelDigits(asHex));
         mContext.Add(
             Severity::kWarning, "boost-level", element, key.key->place,
             fmt::format("boost_limit_level {} is {:08X} in hexadecimal, which is not of the form "
@@ -208,7 +187,7 @@ void CheckDescriptions(RuleContext& context) {
                                                 std::string(keys::kBigMaxFreq),
                                                 std::string(keys::kPrimeMaxFreq)};
     for (const SceneCommand& command : context.scenes.Commands()) {
-        const bool describes = IsDescription(command.elements.front());
+        const bool describes = IsDescription(command);
         for (size_t i = 0; i < command.elements.size(); ++i) {
             const SceneElement& element = command.elements[i];
             const std::string where = WhereOf(command, element);

@@ -11,15 +11,11 @@
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
-#include "lab/scenes/scene_problems.h"
-#include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
 
 namespace lab {
 namespace {
 
-constexpr int kKhzPerMhz = 1000;
-constexpr int kHighestKhz = 65534999;
 constexpr int64_t kHzPerMhz = 1'000'000;
 
 bool IsFloorName(const std::string& name) {
@@ -102,8 +98,8 @@ void CheckFrequency(RuleContext& context, const ElementMeaning& element, const K
     if (drive.unit == Drive::Unit::kGpuMhz) frequency.unit = "MHz";
     if (tarquel::IsFrequencyOpcode(pair.code)) {
         // What the loader refuses for its number CheckRefusals tells.
-        if (*pair.number < kKhzPerMhz || *pair.number > kHighestKhz) return;
-        frequency.becomes = ToNodeUnit(drive, *pair.number / kKhzPerMhz, context.device);
+        if (*pair.number < kLowestKhz || *pair.number > kHighestKhz) return;
+        frequency.becomes = ToNodeUnit(drive, pair.HandedOn(), context.device);
     }
     CheckStep(context, frequency, *table);
 }
@@ -167,9 +163,8 @@ void CheckWrite(RuleContext& context, const ElementMeaning& element, const KeyMe
 std::vector<NodeAccess> TryLock(Phone& phone, const std::vector<const KeyMeaning*>& pairs) {
     std::vector<int> list;
     for (const KeyMeaning* pair : pairs) {
-        const int value = *pair->number;
         list.push_back(pair->code);
-        list.push_back(tarquel::IsFrequencyOpcode(pair->code) ? value / kKhzPerMhz : value);
+        list.push_back(pair->HandedOn());
     }
     phone.Events().Clear();
     const int handle = phone.Hal().Acquire(0, 0, list.data(), static_cast<int>(list.size()));
@@ -245,29 +240,6 @@ void CheckSceneValues(RuleContext& context, const ElementMeaning& element) {
     }
 }
 
-// The ceilings of a frequency level.
-void CheckLevelValues(RuleContext& context, const ElementMeaning& element) {
-    for (const KeyMeaning& key : element.keys) {
-        const std::string& name = key.key->name;
-        if (!key.number) {
-            // An empty value is the plug-in's to refuse.
-            if (key.key->value.empty() || key.kind == KeyMeaning::Kind::kUnknown) continue;
-            context.Add(Severity::kError, "number", element, key.key->place,
-                        fmt::format("{} = {} is no number; the plug-in takes what it begins with, "
-                                    "or 0",
-                                    name, key.key->value),
-                        "write a frequency in kHz");
-            continue;
-        }
-        for (const char* cluster : {"little", "big", "prime"}) {
-            if (name != std::string(cluster) + "_cpu0_max_freq") continue;
-            const auto table = ClusterSteps(context.device, cluster);
-            if (!table) continue;
-            CheckStep(context, {&element, key.key, *key.number, "kHz", false, {}}, *table);
-        }
-    }
-}
-
 // Floors and ceilings of one resource whose names differ in "min" and "max" alone.
 void CheckBounds(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning* floor : element.Pairs()) {
@@ -282,7 +254,7 @@ void CheckBounds(RuleContext& context, const ElementMeaning& element) {
         for (const KeyMeaning* pair : element.Pairs()) {
             if (pair->key->name == partner ||
                 (pair->kind == KeyMeaning::Kind::kOpcode && floor->kind == pair->kind &&
-                 OpcodeOfKey(partner) == pair->code)) {
+                 FindKeyOpcode(partner) == pair->code)) {
                 ceiling = pair;
             }
         }
@@ -297,13 +269,27 @@ void CheckBounds(RuleContext& context, const ElementMeaning& element) {
 
 }  // namespace
 
-void CheckValues(RuleContext& context, const ElementMeaning& element) {
-    const std::string& name = element.element->name;
-    if (name.starts_with(tarquel::keys::kFreqLevelInfo)) {
-        CheckLevelValues(context, element);
-        return;
+void CheckLevelValues(RuleContext& context, const ElementMeaning& element) {
+    for (const KeyMeaning& key : element.keys) {
+        for (const char* cluster : {"little", "big", "prime"}) {
+            // An empty value is the plug-in's to refuse.
+            const std::string& name = key.key->name;
+            if (name != std::string(cluster) + "_cpu0_max_freq" || key.key->value.empty()) continue;
+            const auto table = ClusterSteps(context.device, cluster);
+            if (!key.number) {
+                context.Add(Severity::kError, "number", element, key.key->place,
+                            fmt::format("{} = {} is no number; the plug-in takes what it begins "
+                                        "with, or 0",
+                                        name, key.key->value),
+                            "write a frequency in kHz");
+            } else if (table) {
+                CheckStep(context, {&element, key.key, *key.number, "kHz", false, {}}, *table);
+            }
+        }
     }
-    if (name == tarquel::keys::kCpuInfo) return;
+}
+
+void CheckValues(RuleContext& context, const ElementMeaning& element) {
     CheckBounds(context, element);
     if (element.isLongScene) {
         CheckSceneValues(context, element);

@@ -44,20 +44,20 @@ void CheckCommands(RuleContext& context, SceneCheck& check) {
     for (const SceneCommand& command : context.scenes.Commands()) {
         ++check.commands;
         for (const SceneElement& element : command.elements) check.keys += element.keys.size();
-        if (command.interactive) {
-            CheckInteractive(context, command);
-            continue;
+        const CommandMeaning meaning = context.meaning.Of(command);
+        CheckRefusals(context, meaning);
+        if (meaning.kind == CommandMeaning::Kind::kInteractive) {
+            CheckInteractive(context, meaning.elements.front());
+        } else if (meaning.kind == CommandMeaning::Kind::kDescription) {
+            const ElementMeaning& element = meaning.elements.front();
+            if (!DescribesClusters(command)) CheckLevelValues(context, element);
+        } else {
+            for (const ElementMeaning& element : meaning.elements) {
+                CheckElement(context, element);
+                CheckValues(context, element);
+            }
+            levels.CheckCommand(meaning);
         }
-        std::vector<ElementMeaning> elements;
-        for (const SceneElement& element : command.elements) {
-            elements.push_back(MeaningOf(command, element, context.layout));
-        }
-        const bool describes = IsDescription(command.elements.front());
-        for (const ElementMeaning& element : elements) {
-            if (!describes) CheckElement(context, element);
-            CheckValues(context, element);
-        }
-        if (!describes) levels.CheckCommand(elements);
     }
 }
 
@@ -69,13 +69,12 @@ size_t SceneCheck::Count(Severity severity) const {
                       [severity](const Finding& finding) { return finding.severity == severity; }));
 }
 
-SceneCheck CheckSceneFile(const std::string& file, const std::string& device,
-                          const std::string& library) {
-    return CheckSceneText(ReadSceneText(file), file, device, library);
+SceneCheck CheckSceneFile(const std::string& file, const std::string& device) {
+    return CheckSceneText(ReadSceneText(file), file, device);
 }
 
 SceneCheck CheckSceneText(const std::string& text, const std::string& file,
-                          const std::string& device, const std::string& library) {
+                          const std::string& device) {
     SceneCheck check;
     check.file = file;
     std::vector<SceneProblem> problems;
@@ -85,8 +84,8 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     check.whyDevice = chosen.why;
 
     Phone phone(chosen.profile);
-    Library plugin(library);
-    RuleContext context{scenes, chosen.profile, scenes.ClusterLayout(), phone, {}, {}};
+    RuleContext context{
+        scenes, chosen.profile, SceneMeaning(scenes), scenes.ClusterLayout(), phone, {}, {}};
     for (const SceneProblem& problem : problems) {
         context.findings.push_back(
             {Severity::kError, problem.rule, problem.place, "", problem.message, "", ""});
@@ -94,7 +93,6 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     // A file of which nothing could be read has no clusters to miss.
     if (!scenes.Commands().empty()) {
         CheckCommands(context, check);
-        CheckRefusals(context, plugin);
     } else if (problems.empty()) {
         context.Add(Severity::kError, "empty", {1, 1}, "", "this file has no command", "add some");
     }

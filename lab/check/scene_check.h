@@ -42,16 +42,13 @@ struct SceneCheck {
 };
 
 // Checks one scene file. No Phone may be alive.
-//   device   name or file of a profile; empty: the shipped device that the file's own name or its
-//            clusters tell
-//   library  the plug-in's file; empty: the one beside the program
-// Throws InputError for a scene file or profile that cannot be read, std::runtime_error when the
-// plug-in cannot be loaded.
-SceneCheck CheckSceneFile(const std::string& file, const std::string& device,
-                          const std::string& library);
+//   device  name or file of a profile; empty: the shipped device that the file's own name or its
+//           clusters tell
+// Throws InputError for a scene file or profile that cannot be read.
+SceneCheck CheckSceneFile(const std::string& file, const std::string& device);
 
 // As CheckSceneFile, of a text that is not, or not yet, in `file`.
 SceneCheck CheckSceneText(const std::string& text, const std::string& file,
-                          const std::string& device, const std::string& library);
+                          const std::string& device);
 
 }  // namespace lab

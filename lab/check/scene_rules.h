@@ -11,7 +11,7 @@
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_file.h"
 #include "lab/scenes/scene_meaning.h"
-#include "lab/server/library.h"
+#include "lab/scenes/scene_values.h"
 
 namespace lab {
 
@@ -19,6 +19,7 @@ namespace lab {
 struct RuleContext {
     const SceneFile& scenes;
     const DeviceProfile& device;
+    SceneMeaning meaning;
     Layout layout;
     Phone& phone;  // idle; of the device
     std::vector<Finding> findings;
@@ -30,8 +31,11 @@ struct RuleContext {
              std::string message, std::string advice);
 };
 
-// What the loader of the plug-in refuses: each key of which it says so, not the first alone.
-void CheckRefusals(RuleContext& context, Library& library);
+// What the loader of the plug-in refuses or says something of: each key, not the first alone.
+void CheckRefusals(RuleContext& context, const CommandMeaning& command);
+
+// The names of the tunables from the one with this index on.
+std::string NamesOf(const std::vector<const KeyMeaning*>& pairs, size_t from);
 
 // The clusters and frequency levels that the file describes.
 void CheckDescriptions(RuleContext& context);
@@ -42,8 +46,11 @@ void CheckElement(RuleContext& context, const ElementMeaning& element);
 // What the device makes of the values: steps of its tables, nodes that it lacks, ranges.
 void CheckValues(RuleContext& context, const ElementMeaning& element);
 
+// The ceilings of a frequency level.
+void CheckLevelValues(RuleContext& context, const ElementMeaning& element);
+
 // An element of the interactive governor.
-void CheckInteractive(RuleContext& context, const SceneCommand& command);
+void CheckInteractive(RuleContext& context, const ElementMeaning& element);
 
 // Which levels "boost_limit_level" reaches, and how often a command may boost.
 class LevelRules {
@@ -54,7 +61,7 @@ class LevelRules {
     void CheckDescribed();
 
     // The levels and counts of a command's elements.
-    void CheckCommand(const std::vector<ElementMeaning>& elements);
+    void CheckCommand(const CommandMeaning& command);
 
   private:
     struct Level {

@@ -1,5 +1,7 @@
 #include "lab/names/text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <numeric>
@@ -80,6 +82,10 @@ std::string Join(const std::vector<std::string>& words) {
 std::string Shortened(const std::string& text) {
     constexpr size_t kMostShown = 40;
     return text.size() > kMostShown ? text.substr(0, kMostShown) + "..." : text;
+}
+
+std::string Hex(int opcode) {
+    return fmt::format("0x{:08X}", static_cast<unsigned>(opcode));
 }
 
 std::string Counted(size_t count, const std::string& noun) {

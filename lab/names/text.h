@@ -31,6 +31,9 @@ std::string Shortened(const std::string& text);
 // "1 lock", "2 locks".
 std::string Counted(size_t count, const std::string& noun);
 
+// An opcode as reports write it, "0x40800000".
+std::string Hex(int opcode);
+
 // True for 0 to 9, whatever the locale.
 inline bool IsDigit(char letter) {
     return letter >= '0' && letter <= '9';

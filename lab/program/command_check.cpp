@@ -21,7 +21,6 @@ using Json = nlohmann::ordered_json;
 struct CheckOptions {
     std::vector<std::string> files;
     std::string device;
-    std::string library;
     bool strict = false;
     bool json = false;
 };
@@ -134,7 +133,7 @@ int Check(const CheckOptions& options) {
     const std::vector<std::string> names = FilesOf(options.files, {".xml"});
     for (const std::string& file : names) {
         try {
-            const SceneCheck check = CheckSceneFile(file, options.device, options.library);
+            const SceneCheck check = CheckSceneFile(file, options.device);
             for (const Severity severity :
                  {Severity::kNote, Severity::kWarning, Severity::kError}) {
                 counts[static_cast<size_t>(severity)] += check.Count(severity);
@@ -185,10 +184,6 @@ void AddCheckCommand(CLI::App& app, int& exitCode) {
         ->type_name("NAME|FILE");
     check->add_flag("--strict", options->strict, "Return 1 for warnings too");
     check->add_flag("--json", options->json, "Print the findings as JSON");
-    check
-        ->add_option("--library", options->library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
     check->footer(kCheckFooter);
     check->callback([options, &exitCode] { exitCode = Check(*options); });
 }

@@ -16,9 +16,9 @@ constexpr char kExplainFooter[] =
     "SCENES is a scene file or the name of a shipped one; COMMAND a command's name or id. Without\n"
     "COMMAND every command gets a line.\n"
     "\n"
-    "The plug-in itself translates the file and runs the command on a phone that nobody else\n"
-    "limits: each tunable is shown with its opcode, what its lock asks, its node and what that\n"
-    "reads then; with what is lifted under each thermal level.\n"
+    "The plug-in itself runs the command on a phone that nobody else limits: each tunable is shown\n"
+    "with its opcode, what its lock asks, its node and what that reads then; with what is lifted\n"
+    "under each thermal level.\n"
     "\n"
     "Examples:\n"
     "  tarquel-lab explain sm8450\n"
@@ -38,7 +38,7 @@ struct ExplainOptions {
 };
 
 int Explain(const ExplainOptions& options) {
-    SceneFile scenes = SceneFile::Load(FindSceneFile(options.scenes));
+    const SceneFile scenes = SceneFile::Load(FindSceneFile(options.scenes));
     const Explanation explanation =
         ExplainScenes(scenes, options.command, options.device, options.library);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);

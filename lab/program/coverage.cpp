@@ -5,16 +5,10 @@
 #include <filesystem>
 
 #include "lab/names/text.h"
-#include "loader/element_keys.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 namespace {
-
-bool DescribesTheDevice(const SceneCommand& command) {
-    if (command.elements.empty()) return false;
-    const std::string& first = command.elements.front().name;
-    return first == tarquel::keys::kCpuInfo || first.starts_with("freq_level_info");
-}
 
 void FindUsed(const std::vector<Step>& steps, const std::string& device, std::set<int>& used) {
     for (const Step& step : steps) {
@@ -46,7 +40,7 @@ void Coverage::Add(const SceneFile& scenes, const std::vector<Step>& steps,
     // One file, however its scenarios name it.
     Seen& seen = mFiles[std::filesystem::path(scenes.File()).lexically_normal().string()];
     for (const SceneCommand& command : scenes.Commands()) {
-        if (!DescribesTheDevice(command)) seen.labels.emplace(command.id, command.Label());
+        if (!IsDescription(command)) seen.labels.emplace(command.id, command.Label());
     }
     FindUsed(steps, device, seen.used);
 }

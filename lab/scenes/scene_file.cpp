@@ -1,9 +1,9 @@
 #include "lab/scenes/scene_file.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "lab/scenes/scene_reader.h"
+#include "lab/scenes/scene_values.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
@@ -40,35 +40,28 @@ SceneFile SceneFile::Of(std::vector<SceneCommand> commands, const std::string& f
     scenes.mCommands = std::move(commands);
     std::stable_sort(scenes.mCommands.begin(), scenes.mCommands.end(),
                      [](const SceneCommand& a, const SceneCommand& b) { return a.id < b.id; });
+    for (size_t i = 0; i < scenes.mCommands.size(); ++i) {
+        const std::string& name = scenes.mCommands[i].name;
+        if (!name.empty()) scenes.mNames.emplace(name, i);
+    }
     return scenes;
 }
 
 const SceneCommand* SceneFile::Find(int id) const {
-    for (const SceneCommand& command : mCommands) {
-        if (command.id == id) return &command;
-    }
-    return nullptr;
+    const auto found = std::lower_bound(
+        mCommands.begin(), mCommands.end(), id,
+        [](const SceneCommand& command, int wanted) { return command.id < wanted; });
+    return found != mCommands.end() && found->id == id ? &*found : nullptr;
 }
 
 const SceneCommand* SceneFile::Find(const std::string& name) const {
-    for (const SceneCommand& command : mCommands) {
-        if (!name.empty() && command.name == name) return &command;
-    }
-    return nullptr;
+    const auto found = mNames.find(name);
+    return found == mNames.end() ? nullptr : &mCommands[found->second];
 }
 
 Layout SceneFile::ClusterLayout() const {
-    for (const SceneCommand& command : mCommands) {
-        const SceneElement& first = command.elements.front();
-        if (first.name != "qcom_cpu_info") continue;
-        for (const SceneKey& key : first.keys) {
-            int firstCpu = 0;
-            int lastCpu = 0;
-            const bool isRange = std::sscanf(key.value.c_str(), "%d-%d", &firstCpu, &lastCpu) == 2;
-            if (key.name == "prime_cpu_num" && isRange) return Layout::kThreeClusters;
-        }
-    }
-    return Layout::kTwoClusters;
+    const bool hasPrime = std::any_of(mCommands.begin(), mCommands.end(), NamesPrimeCluster);
+    return hasPrime ? Layout::kThreeClusters : Layout::kTwoClusters;
 }
 
 RawXmlData& SceneFile::NewRecord(const SceneCommand& command, const SceneElement& element) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "lab/names/tag_names.h"
@@ -81,6 +82,7 @@ class SceneFile {
 
     std::string mFile;
     std::vector<SceneCommand> mCommands;
+    std::unordered_map<std::string, size_t> mNames;  // to the first command of each
     std::vector<std::unique_ptr<RawXmlData>> mRecords;
     std::map<int, RawXmlData*> mHeads;
 };

@@ -1,6 +1,8 @@
-// What the keys of an element mean to the plug-in's loader, in its own order.
+// What the plug-in's loader makes of a scene file, by its own tables and in its own order: of each
+// key, element and command, and what it says against them. A test holds the loader against it.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -15,14 +17,57 @@ namespace lab {
 inline constexpr size_t kMostPairs = 35;
 inline constexpr size_t kMostLockPairs = 32;
 
+// What a tunable that is a frequency may be; the HAL takes it in MHz.
+inline constexpr int kLowestKhz = 1000;
+inline constexpr int kHighestKhz = 65534999;
+
 struct KeyMeaning {
-    enum class Kind { kHead, kOpcode, kTag, kUnknown };
+    enum class Kind {
+        kHead,    // describes the element
+        kOpcode,  // a tunable of a lock
+        kTag,     // a limit of a long scene
+        kText,    // taken as it is written: of the interactive governor, of clusters and levels
+        kUnknown,
+    };
 
     const SceneKey* key = nullptr;
     Kind kind = Kind::kUnknown;
     int code = 0;               // opcode or tag
-    std::optional<int> number;  // the value, when it is a number of 32 bits
-    size_t first = 0;           // index of the first key with this code or head name
+    int value = 0;              // what the loader reads: some number for a text that is none
+    std::optional<int> number;  // the same, where the text is a number of 32 bits
+    size_t first = 0;           // index of the first key with this code or name
+    bool isCut = false;         // beyond those that an element keeps
+
+    // True when the loader takes the text for a number: digits, perhaps behind a minus sign.
+    bool IsRead() const;
+
+    bool IsTunable() const { return kind == Kind::kOpcode || kind == Kind::kTag; }
+
+    // The tunable's value as the loader hands it on: a lock's frequencies in MHz.
+    int HandedOn() const;
+};
+
+// What the loader says against a scene, or refuses without a word.
+struct LoaderRemark {
+    enum class Kind {
+        kUnknownKey,
+        kNumber,     // the value is no number
+        kFrequency,  // out of the range of frequencies
+        kEndless,    // an element until released beside others
+        kRepeated,   // a tunable that stands for the same as an earlier one
+        kTooMany,    // tunables are cut, this one first
+        kNoValue,    // of a description
+        kCpuRange,
+        kIsolation,
+        kLevelNumber,  // a level that is not 0 to 9
+        kLevelName,    // no number at all: the loader fails on the whole file
+    };
+
+    Kind kind;
+    bool refuses = false;           // the command; what follows in it is not read
+    size_t element = 0;             // its index in the command
+    const SceneKey* key = nullptr;  // null: the element as a whole
+    std::string words = {};         // its line in the log; empty: it says nothing
 };
 
 struct ElementMeaning {
@@ -35,24 +80,78 @@ struct ElementMeaning {
     // The last key called `name`, which is the one that counts for a head key; null without one.
     const KeyMeaning* FindHead(std::string_view name) const;
 
+    // The number of that key, `fallback` without one.
+    int HeadValue(std::string_view name, int fallback) const;
+
     // The key that counts for an opcode or tag; null without one.
     const KeyMeaning* FindCode(int code) const;
 
-    // The tunables that the loader keeps, by ascending code. Behind the first kMostPairs they are
-    // cut; those are in the list all the same.
+    // What counts of the tunables, in the order in which the loader hands them on: by ascending
+    // code, those of the interactive governor by name. Behind the first kMostPairs they are cut;
+    // those are in the list all the same.
     std::vector<const KeyMeaning*> Pairs() const;
+
+    // Those that are not cut.
+    std::vector<const KeyMeaning*> Kept() const;
 };
 
-// What `element` means with the clusters of `layout` described.
-ElementMeaning MeaningOf(const SceneCommand& command, const SceneElement& element, Layout layout);
+struct CommandMeaning {
+    enum class Kind : uint8_t { kAction, kLongScene, kInteractive, kDescription };
 
-// The opcode of a key in force, nothing for any other name.
-std::optional<int> OpcodeOfKey(std::string_view name);
+    const SceneCommand* command = nullptr;
+    Kind kind = Kind::kAction;
+    bool namesTags = false;  // a cluster description before it gives tags their names
+    std::vector<ElementMeaning> elements;
+    std::vector<LoaderRemark> remarks;  // in the order in which the loader comes upon them
 
-// True for what the loader takes as a number: digits, perhaps behind a minus sign.
-bool IsLoaderNumber(const std::string& value);
+    // True when the loader makes nothing of the command; a description is never refused.
+    bool IsRefused() const;
 
-// "touch (4098), <boost>".
+    // What the loader says before it gives the command up, or all when it does not.
+    size_t RemarksSaid() const;
+
+    // The number of a head key that counts for the whole command: the last one of its elements.
+    std::optional<int> FindNumber(std::string_view name) const;
+
+    Place PlaceOf(const LoaderRemark& remark) const;
+};
+
+// The meaning of a file's commands, each worked out when it is asked for.
+class SceneMeaning {
+  public:
+    // Keeps a reference to `scenes`.
+    explicit SceneMeaning(const SceneFile& scenes);
+
+    // Of a command of the file.
+    CommandMeaning Of(const SceneCommand& command) const;
+
+  private:
+    // The clusters that are known behind a command which describes some.
+    struct Clusters {
+        int id;
+        Layout layout;
+    };
+
+    const SceneFile& mScenes;
+    std::vector<Clusters> mClusters;  // by ascending id
+};
+
+// True for a command that describes the device and makes no action: its clusters, or a level.
+bool IsDescription(const SceneCommand& command);
+
+// True for the name of an element that describes the device as the first one of its command.
+bool IsDescription(const SceneElement& element);
+
+bool DescribesClusters(const SceneCommand& command);
+
+// The level that an element <freq_level_infoN> names; nothing when it names none.
+std::optional<int> LevelOf(const SceneElement& element);
+
+// The eight hexadecimal digits of "boost_limit_level": 0, a frequency level for each thermal one,
+// 0, 0, and the highest thermal level.
+std::array<int, 8> LevelDigits(int value);
+
+// "command touch (4098), <boost>".
 std::string WhereOf(const SceneCommand& command, const SceneElement& element);
 
 }  // namespace lab

@@ -1,31 +1,29 @@
-// What is wrong with a scene file that the plug-in has read, named where it stands.
+// What is wrong with a scene file to the plug-in and to a device, named where it stands.
 #pragma once
 
-#include <set>
 #include <string>
 #include <vector>
 
 #include "lab/phone/device_profile.h"
-#include "lab/phone/events.h"
 #include "lab/scenes/scene_file.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 
-// Finds the place of each error line that the plug-in logged while it read `scenes`, and the
-// commands that it dropped without a word.
-//   errors    the loader's error lines, in order
-//   accepted  the commands that it made actions for
-std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes,
-                                            const std::vector<std::string>& errors,
-                                            const std::set<int>& accepted);
+// What the plug-in says against the file and refuses without a word, each command up to what makes
+// it give up; in the order of the commands. Throws InputError for a file on which it fails.
+std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes);
+
+// The same of one of its commands.
+std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes, const CommandMeaning& command);
 
 // Whether "qcom_cpu_info" describes the clusters that `device` has: the plug-in believes it.
 std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes, const DeviceProfile& device);
 
+// A frequency that is none, and that the plug-in does not speak of.
+std::string FrequencyText(const CommandMeaning& command, const LoaderRemark& remark);
+
 // "FILE:LINE:COLUMN: message".
 std::string ProblemText(const SceneFile& scenes, const SceneProblem& problem);
-
-// True for an element that describes the device and makes no action.
-bool IsDescription(const SceneElement& element);
 
 }  // namespace lab

@@ -10,7 +10,7 @@
 namespace lab {
 
 // The opcode of a tunable's key; nothing for a key that names none.
-std::optional<int> FindKeyOpcode(const std::string& key);
+std::optional<int> FindKeyOpcode(std::string_view key);
 
 // A tunable's value as its lock gets it.
 int HalValueOfKey(int opcode, const std::string& value);
@@ -26,5 +26,11 @@ int BoostLimitLevelOf(const SceneElement& element);
 
 // True for a command whose keys name limits by tag: the id of a long scene, and no duration.
 bool IsLongScene(const SceneCommand& command);
+
+// How many numbers of "first-last" a cluster's value has, as sscanf counts: 2 for a range of CPUs.
+int CpuRangeNumbers(const std::string& value);
+
+// True for a command that describes the clusters, a third one among them.
+bool NamesPrimeCluster(const SceneCommand& command);
 
 }  // namespace lab

@@ -38,38 +38,15 @@ void Split(const std::vector<TagValue>& pairs, std::vector<int>& tags, std::vect
 Server::Server(Phone& phone, Library& library, SceneFile& scenes)
     : mPhone(phone), mLibrary(library), mScenes(scenes), mLayout(scenes.ClusterLayout()) {}
 
-std::vector<std::string> Server::LoaderErrors() const {
-    std::vector<std::string> errors;
-    for (const LogLine& line : mPhone.Events().All<LogLine>()) {
-        if (line.priority >= kAndroidError) errors.push_back(line.text);
-    }
-    return errors;
-}
-
 void Server::Start() {
+    mProblems = FindSceneProblems(mScenes);
     std::map<int, RawXmlData*> heads = mScenes.Heads();
-    try {
-        mChains = mLibrary.ParseScenes(heads);
-    } catch (const std::logic_error& error) {
-        for (const SceneCommand& command : mScenes.Commands()) {
-            const SceneElement& element = command.elements.front();
-            const std::string prefix = "freq_level_info";
-            if (element.name.rfind(prefix, 0) != 0) continue;
-            if (element.name.find_first_of("0123456789") == prefix.size()) continue;
-            throw InputError(mScenes.File(), element.place.line, element.place.column,
-                             "<" + element.name + "> names no level; write <freq_level_info3>");
-        }
-        throw InputError(mScenes.File(), 0, 0,
-                         std::string("the plug-in failed on this file: ") + error.what());
-    }
+    mChains = mLibrary.ParseScenes(heads);
     for (const SceneCommand& command : mScenes.Commands()) {
         if (!command.interactive) continue;
         ActionChain chain = mLibrary.ParseInteractive(mScenes.InteractiveRecord(command));
         if (chain) mChains.emplace(command.id, std::move(chain));
     }
-    std::set<int> accepted;
-    for (const auto& [id, chain] : mChains) accepted.insert(id);
-    mProblems = FindSceneProblems(mScenes, LoaderErrors(), accepted);
     mAdapter = &mLibrary.Initialize();
 }
 

@@ -70,7 +70,6 @@ class Server {
     Outcome Send(const GetChipType& request);
 
   private:
-    std::vector<std::string> LoaderErrors() const;
     std::string Complete(Action& first, const DoCommand& request);
     std::string LabelOf(int cmdId) const;
     long UptimeMs() const;

@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-#include "lab/scenes/scene_meaning.h"
+#include "lab/scenes/scene_values.h"
 #include "lab/server/step_reader.h"
 
 namespace lab {
@@ -67,7 +67,7 @@ ExpectedLog ReadExpectedLog(const YamlNode& node, bool isLogged) {
 // A resource by its key in scene files, the name of its tag or its opcode.
 int StepReader::ReadResource(const YamlNode& node) const {
     const std::string& text = node.AsText("the name of a resource");
-    if (const std::optional<int> opcode = OpcodeOfKey(text)) return *opcode;
+    if (const std::optional<int> opcode = FindKeyOpcode(text)) return *opcode;
     const std::optional<int64_t> number = ParseNumber(text);
     if (number && *number > 0 && *number <= INT32_MAX) return static_cast<int>(*number);
     if (const std::optional<int> tag = FindTag(text, mLayout)) {
