@@ -1,62 +1,14 @@
 // The program as its users meet it: exit codes, what goes where, and help.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "tests/support/lab_program.h"
+
 namespace lab {
 namespace {
-
-struct Ran {
-    int code = -1;
-    std::string out;     // standard output
-    std::string errors;  // standard error
-};
-
-std::string Read(const std::string& file) {
-    std::ifstream stream(file);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-Ran RunLab(const std::string& arguments) {
-    const std::string errors = testing::TempDir() + std::to_string(getpid()) + ".err";
-    const std::string command = TARQUEL_LAB_PROGRAM " " + arguments + " 2>'" + errors + "'";
-    Ran ran;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return ran;
-    std::array<char, 4096> buffer{};
-    for (size_t count = 0; (count = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
-        ran.out.append(buffer.data(), count);
-    }
-    const int status = pclose(pipe);
-    ran.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    ran.errors = Read(errors);
-    std::filesystem::remove(errors);
-    return ran;
-}
-
-// A file of the test's own, gone with it.
-class File {
-  public:
-    File(const std::string& name, const std::string& text)
-        : mPath(std::filesystem::path(testing::TempDir()) / (std::to_string(getpid()) + name)) {
-        std::ofstream(mPath) << text;
-    }
-    ~File() { std::filesystem::remove(mPath); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    std::string Path() const { return mPath.string(); }
-
-  private:
-    const std::filesystem::path mPath;
-};
 
 struct Usage {
     const char* name;

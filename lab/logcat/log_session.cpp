@@ -23,16 +23,6 @@ constexpr const char* kHowToTurnOn =
     "property ro.logsystem.usertype to another value than 1 and 6 before the server starts\n"
     "(docs/logcat.md).";
 
-// A file, or the name of a shipped capture.
-std::string FindCapture(const std::string& name) {
-    std::error_code ignored;
-    if (std::filesystem::exists(name, ignored)) return name;
-    const std::string shipped = DataFolder() + "/captures/" + name;
-    if (std::filesystem::is_regular_file(shipped, ignored)) return shipped;
-    if (std::filesystem::is_regular_file(shipped + ".txt", ignored)) return shipped + ".txt";
-    return name;
-}
-
 Capture Load(const std::string& name) {
     if (name == "-") return ReadCapture(std::cin, "-");
     const std::string file = FindCapture(name);
@@ -73,6 +63,16 @@ SceneFile LoadScenes(const std::string& named, const DeviceProfile& device) {
 }
 
 }  // namespace
+
+std::string FindCapture(const std::string& name) {
+    if (name == "-") return name;
+    std::error_code ignored;
+    if (std::filesystem::exists(name, ignored)) return name;
+    const std::string shipped = DataFolder() + "/captures/" + name;
+    if (std::filesystem::is_regular_file(shipped, ignored)) return shipped;
+    if (std::filesystem::is_regular_file(shipped + ".txt", ignored)) return shipped + ".txt";
+    return name;
+}
 
 LogSession::LogSession(const Options& options)
     : mCapture(LoadLog(options.capture)),

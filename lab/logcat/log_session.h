@@ -9,6 +9,9 @@
 
 namespace lab {
 
+// The file of a capture: `name` is a path, "-", or the name of one that ships with the lab.
+std::string FindCapture(const std::string& name);
+
 class LogSession {
   public:
     // What the user says; empty where nothing is said.

@@ -150,10 +150,8 @@ bool IsProfileFile(const std::string& nameOrFile) {
     return nameOrFile.find_first_of("/.") != std::string::npos;
 }
 
-DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
-    if (IsProfileFile(nameOrFile)) {
-        return ReadDeviceProfile(LoadYamlFile(nameOrFile));
-    }
+std::string ProfileFileOf(const std::string& nameOrFile) {
+    if (IsProfileFile(nameOrFile)) return nameOrFile;
     const std::vector<std::string> names = DeviceProfileNames();
     if (std::find(names.begin(), names.end(), nameOrFile) == names.end()) {
         std::string list;
@@ -161,7 +159,11 @@ DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
         throw InputError(nameOrFile, 0, 0,
                          "no such device; give one of " + list + " or the path of a profile");
     }
-    return ReadDeviceProfile(LoadYamlFile(DataFolder() + "/devices/" + nameOrFile + ".yaml"));
+    return DataFolder() + "/devices/" + nameOrFile + ".yaml";
+}
+
+DeviceProfile LoadDeviceProfile(const std::string& nameOrFile) {
+    return ReadDeviceProfile(LoadYamlFile(ProfileFileOf(nameOrFile)));
 }
 
 std::string DataFolder() {

@@ -49,6 +49,10 @@ DeviceProfile ReadDeviceProfile(const YamlNode& root);
 // True for what LoadDeviceProfile takes for a path.
 bool IsProfileFile(const std::string& nameOrFile);
 
+// The file of a profile: `nameOrFile` is a path, or the name of one that ships with the lab. Throws
+// InputError for a name that none has.
+std::string ProfileFileOf(const std::string& nameOrFile);
+
 // Reads a profile: `nameOrFile` is the name of one that ships with the lab ("sm8450") or the path
 // of a YAML file. Throws InputError (lab/yaml/yaml_tree.h) with file, line and column.
 DeviceProfile LoadDeviceProfile(const std::string& nameOrFile);

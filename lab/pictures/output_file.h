@@ -7,9 +7,13 @@
 
 namespace lab {
 
-// Opens the file when it is made, so that a long run is not in vain, and fills it at the end. What
-// cannot be opened or written throws InputError with the path and the reason. A file that was new
-// and is never filled is removed again; an old one then keeps its content.
+// Tried when it is made, so that a long run is not in vain, and filled at the end. What cannot be
+// made or written throws InputError with the path and the reason.
+//
+// A file appears whole or not at all, and an old one keeps its content until then: the text is
+// written beside it under another name, which goes when nothing comes of it, also when a signal
+// ends the program. What is no file of its own (a pipe, a terminal, /dev/stdout) is written to
+// directly.
 class OutputFile {
   public:
     explicit OutputFile(std::string path);
@@ -18,16 +22,20 @@ class OutputFile {
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Replaces the content by what `write` gives.
+    // Replaces the content by what `write` gives. Once.
     void Fill(const std::function<void(std::ostream&)>& write);
 
   private:
+    void OpenBeside(const struct stat* old);
     [[noreturn]] void Fail(int error) const;
 
     const std::string mPath;
+    std::string mTarget;  // mPath with its links followed
+    std::string mBeside;  // where it is written meanwhile; empty when directly
     int mDescriptor = -1;
-    bool mIsNew = false;
-    bool mIsFilled = false;
 };
+
+// `path` with every link followed, also where it leads to nothing yet.
+std::string FileBehind(const std::string& path);
 
 }  // namespace lab

@@ -12,6 +12,7 @@
 #include "lab/logcat/log_session.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
+#include "lab/program/input_files.h"
 #include "lab/server/timeline.h"
 
 namespace lab {
@@ -247,7 +248,14 @@ class LogcatReport {
 };
 
 int ReadLog(const LogcatOptions& options) {
+    FileRoles roles;
+    roles.Writes(options.trace, "--trace");
+    roles.Writes(options.report, "--report");
+    roles.Reads(FindCapture(options.session.capture), "capture");
+    roles.Reads(options.session.library, "plug-in");
+    ReadInsteadFiles({options.session.device, options.session.scenes}, roles);
     LogSession session(options.session);
+    roles.Reads(session.Scenes().File(), "scene file");
     return LogcatReport(session, options).Print();
 }
 

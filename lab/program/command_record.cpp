@@ -2,16 +2,16 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <system_error>
 
 #include "lab/logcat/log_scenario.h"
 #include "lab/names/paint.h"
+#include "lab/pictures/file_roles.h"
+#include "lab/pictures/output_file.h"
 #include "lab/program/commands.h"
+#include "lab/program/input_files.h"
 #include "lab/server/inputs.h"
 #include "lab/server/scenario_writer.h"
 
@@ -45,14 +45,7 @@ void Write(const RecordOptions& options, const YamlNode& root,
         WriteScenario(std::cout, root, head);
         return;
     }
-    errno = 0;
-    std::ofstream out(options.output);
-    if (out) WriteScenario(out, root, head);
-    out.close();
-    if (!out) {
-        throw InputError(options.output, 0, 0,
-                         "cannot be written: " + std::generic_category().message(errno));
-    }
+    OutputFile(options.output).Fill([&](std::ostream& out) { WriteScenario(out, root, head); });
 }
 
 // Replaces the field, or adds it before the steps.
@@ -65,8 +58,10 @@ void SetField(YamlNode& root, const std::string& key, const std::string& text) {
     root.fields.insert(root.fields.begin(), {MakeScalar(key), MakeScalar(text)});
 }
 
-int RecordScenario(const RecordOptions& options) {
-    const YamlNode root = LoadYamlFile(FindScenarioFile(options.scenario));
+int RecordScenario(const RecordOptions& options, FileRoles& roles) {
+    const std::string scenario = FindScenarioFile(options.scenario);
+    ReadScenarioFiles(scenario, {options.log.device, options.log.scenes}, roles);
+    const YamlNode root = LoadYamlFile(scenario);
     const ScenarioHead head = ReadScenarioHead(root);
     const Instead instead{options.log.device, options.log.scenes};
     const DeviceProfile device = DeviceOfScenario(instead, head);
@@ -86,8 +81,10 @@ int RecordScenario(const RecordOptions& options) {
     return kFine;
 }
 
-int RecordLog(const RecordOptions& options) {
+int RecordLog(const RecordOptions& options, FileRoles& roles) {
+    roles.Reads(FindCapture(options.log.capture), "capture");
     const LogSession session(options.log);
+    roles.Reads(session.Scenes().File(), "scene file");
     std::vector<LogProblem> problems = session.Problems();
     const YamlNode root = ScenarioOf(session, options.log, problems);
     const Paint paint = Paint::ForTerminal(STDERR_FILENO);
@@ -139,7 +136,12 @@ void AddRecordCommand(CLI::App& app, int& exitCode) {
         if (options->scenario.empty() && options->log.capture.empty()) {
             throw CLI::RequiredError("SCENARIO or --logcat CAPTURE");
         }
-        exitCode = options->log.capture.empty() ? RecordScenario(*options) : RecordLog(*options);
+        FileRoles roles;
+        roles.Writes(options->output, "--output");
+        ReadInsteadFiles({options->log.device, options->log.scenes}, roles);
+        roles.Reads(options->log.library, "plug-in");
+        exitCode = options->log.capture.empty() ? RecordScenario(*options, roles)
+                                                : RecordLog(*options, roles);
     });
 }
 

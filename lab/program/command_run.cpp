@@ -226,6 +226,34 @@ std::vector<std::string> ScenariosOf(const RunOptions& options) {
     return FilesOf(options.scenarios, {".yaml", ".yml"});
 }
 
+// Nothing that is read may be written over, whichever scenario reads it.
+void RequireOwnFiles(const RunOptions& options, const std::vector<std::string>& names) {
+    FileRoles roles;
+    roles.Writes(options.trace, "--trace");
+    roles.Writes(options.report, "--report");
+    roles.Writes(options.logcat, "--logcat");
+    roles.Writes(options.junit, "--junit");
+    if (options.watch && !options.report.empty()) {
+        roles.Writes(Watch::StampFileOf(options.report), "--watch");
+    }
+    const Instead instead{options.device, options.scenes};
+    ReadInsteadFiles(instead, roles);
+    roles.Reads(options.library, "plug-in");
+    for (const std::string& name : names) {
+        std::string file;
+        try {
+            file = FindScenarioFile(name);
+        } catch (const InputError&) {
+            continue;  // told when it is to be played
+        }
+        if (roles.WritesNothing()) {
+            roles.Reads(file, "scenario");
+        } else {
+            ReadScenarioFiles(file, instead, roles);
+        }
+    }
+}
+
 int RunAll(const RunOptions& options, std::set<std::string>& files) {
     const std::vector<std::string> names = ScenariosOf(options);
     const bool isOne = names.size() == 1;
@@ -233,6 +261,7 @@ int RunAll(const RunOptions& options, std::set<std::string>& files) {
         throw std::runtime_error(
             "--trace, --report and --logcat show one scenario; give one, or run them one by one");
     }
+    RequireOwnFiles(options, names);
     std::optional<OutputFile> junit;
     if (!options.junit.empty()) junit.emplace(options.junit);
     std::vector<RunResult> results;

@@ -11,6 +11,9 @@
 namespace lab {
 namespace {
 
+constexpr char kProfile[] = "device's profile";
+constexpr char kScenes[] = "scene file";
+
 std::vector<std::string> FilesBelow(const std::string& folder,
                                     const std::vector<std::string>& extensions) {
     namespace fs = std::filesystem;
@@ -48,6 +51,26 @@ std::vector<std::string> FilesOf(const std::vector<std::string>& names,
         files.insert(files.end(), below.begin(), below.end());
     }
     return files;
+}
+
+void ReadInsteadFiles(const Instead& instead, FileRoles& roles) {
+    if (!instead.device.empty()) roles.Reads(ProfileFileOf(instead.device), kProfile);
+    if (!instead.scenes.empty()) roles.Reads(FindSceneFile(instead.scenes), kScenes);
+}
+
+void ReadScenarioFiles(const std::string& scenario, const Instead& instead, FileRoles& roles) {
+    std::string profile;
+    std::string scenes;
+    try {
+        const ScenarioHead head = ReadScenarioHead(LoadYamlFile(scenario));
+        const std::string own = DeviceFileOf(instead, head);
+        profile = own.empty() ? ProfileFileOf(head.device) : own;
+        scenes = ScenesOfScenario(instead, head, DeviceOfScenario(instead, head));
+    } catch (const InputError&) {
+    }
+    roles.Reads(scenario, "scenario");
+    roles.Reads(profile, kProfile);
+    roles.Reads(scenes, kScenes);
 }
 
 }  // namespace lab

@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "lab/pictures/output_file.h"
+
 namespace lab {
 namespace {
 
@@ -70,7 +72,8 @@ void Watch::Begin() {
 
 void Watch::End(const std::set<std::string>& files, bool isDrawn) {
     for (const std::string& file : files) mSeen.emplace(file, StampOf(file));
-    if (isDrawn && !mReport.empty()) MarkReport();
+    // A pipe takes no second page.
+    if (isDrawn && std::filesystem::is_regular_file(mReport)) MarkReport();
 }
 
 size_t Watch::Files() const {
@@ -84,8 +87,11 @@ void Watch::MarkReport() {
     // A page that another process drew has another number.
     const long round = static_cast<long>(getpid()) * 100'000 + mRound;
     const std::string name = std::filesystem::path(StampFile()).filename().string();
-    std::ofstream(mReport, std::ios::app)
-        << fmt::format(kReloader, round, nlohmann::json(name).dump());
+    std::ifstream drawn(mReport);
+    const std::string page{std::istreambuf_iterator<char>(drawn), {}};
+    OutputFile(mReport).Fill([&](std::ostream& out) {
+        out << page << fmt::format(kReloader, round, nlohmann::json(name).dump());
+    });
     std::ofstream(StampFile()) << fmt::format("window.tarquelWatched({});\n", round);
 }
 

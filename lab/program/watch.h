@@ -31,6 +31,9 @@ class Watch {
     // false when the user wants to end. Looks a few times a second.
     bool WaitForChange(const std::function<std::vector<std::string>()>& names);
 
+    // The file beside a report by which it learns that it was drawn anew.
+    static std::string StampFileOf(const std::string& report) { return report + ".watched.js"; }
+
     // How many files there are of those that were named.
     size_t Files() const;
 
@@ -41,7 +44,7 @@ class Watch {
         bool operator==(const Stamp&) const = default;
     };
     static std::optional<Stamp> StampOf(const std::string& file);
-    std::string StampFile() const { return mReport + ".watched.js"; }
+    std::string StampFile() const { return StampFileOf(mReport); }
     void MarkReport();
 
     const std::string mReport;
