@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "lab/check/scenario_check.h"
 #include "lab/server/library.h"
 #include "lab/server/runner.h"
 #include "lab/server/timeline.h"
@@ -100,6 +101,33 @@ TEST(StepText, ShowsAFrequencyInAMistakenUnit) {
     EXPECT_EQ(ReadScenarioSteps(root, scenes).front().text,
               "limit by power: gpu_max <= 545 Hz, gpu_min >= 220 MHz, big_max <= 2 kHz, "
               "big_min >= 1113.6 MHz, little_max lifted");
+}
+
+// What check says of a scene file's value in another unit is said of a scenario's.
+TEST(UnitSlips, AreNamedForTheTagsThatTakeFrequencies) {
+    const SceneFile scenes = SceneFile::Load(Shipped("scenes/sm4450.xml"));
+    const YamlNode root = LoadYamlText(
+        "steps:\n"
+        "- {limit: {client: thermal, tags: {gpu_max: 545, big_max: 1651, little_min: 691200}}}\n"
+        "- {group: {client: camera, duration_ms: 500, tags: {last_min: 1804800000}}}\n"
+        "- repeat: 3\n"
+        "  steps:\n"
+        "  - {after: 10, limit: {client: thermal, tags: {ddr_bw_min: 2092, gpu_max: 0}}}\n"
+        "  - {sched_level: {level: 1, tags: {big_max: 90, big_cores_max: 1, sched_boost: 1}}}\n"
+        "- {device: sm8450, limit: {client: thermal, tags: {big_max: 1651}}}\n",
+        "my.yaml");
+    const DeviceProfile device = LoadDeviceProfile("sm4450");
+    EXPECT_EQ(
+        FindUnitSlips(ReadScenarioSteps(root, scenes), "my.yaml", device, scenes.ClusterLayout()),
+        (std::vector<std::string>{
+            "my.yaml:2: gpu_max = 545 Hz is below the bottom of sm4450's GPU, 340000000; "
+            "this tag takes Hz; did you mean 500000000?",
+            "my.yaml:2: big_max = 1651 kHz is below the bottom of sm4450's big cluster, "
+            "691200; this tag takes kHz; did you mean 1651200?",
+            "my.yaml:3: big_min = 1804800000 kHz is above the top of sm4450's big cluster, "
+            "2208000; this tag takes kHz; did you mean 1900800?",
+            "my.yaml:6: ddr_bw_min = 2092 kHz is below the bottom of sm4450's DDR bus, "
+            "547000; this tag takes kHz; did you mean 2092000?"}));
 }
 
 // A timeline and the book that it reads, without a run.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "lab/check/scenario_check.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/server/runner.h"
@@ -72,6 +73,7 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     answer.device = device.name;
     answer.scenario = head.title.empty() ? head.file : head.title;
     answer.scenes = scenes.File();
+    answer.problems = FindUnitSlips(steps, head.file, device, scenes.ClusterLayout());
     for (const SceneProblem& problem : server.Problems()) {
         answer.problems.push_back(ProblemText(scenes, problem));
     }

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 #include "base/tags.h"
@@ -15,8 +14,6 @@
 
 namespace lab {
 namespace {
-
-constexpr int64_t kHzPerMhz = 1'000'000;
 
 bool IsFloorName(const std::string& name) {
     return name.find("min_freq") != std::string::npos;
@@ -32,38 +29,13 @@ struct Frequency {
     std::optional<int64_t> becomes;  // the step that it gets, where the HAL's way is its own
 };
 
-// The factor by which the value misses the table, as when MHz stand where kHz belong; 0 for none.
-double UnitSlip(const StepTable& table, int64_t value) {
-    for (const double factor : {1e3, 1e6, 1e-3, 1e-6}) {
-        const double meant = static_cast<double>(value) * factor;
-        if (meant >= static_cast<double>(table.steps.front()) &&
-            meant <= static_cast<double>(table.steps.back())) {
-            return factor;
-        }
-    }
-    return 0;
-}
-
-void CheckOutOfTable(RuleContext& context, const Frequency& frequency, const StepTable& table) {
-    const bool isAbove = frequency.value > table.steps.back();
-    const int64_t end = isAbove ? table.steps.back() : table.steps.front();
-    const bool limitsNothing = isAbove != frequency.isFloor;
-    const double slip = UnitSlip(table, frequency.value);
-    context.Add(
-        Severity::kWarning, "frequency-range", *frequency.element, frequency.key->place,
-        fmt::format("{} = {} {} is {} of {}, {}: it {}", frequency.key->name, frequency.value,
-                    frequency.unit, isAbove ? "above the top" : "below the bottom", table.owner,
-                    end, limitsNothing ? "limits nothing" : "becomes that"),
-        slip != 0
-            ? fmt::format("this key takes {}; did you mean {}?", frequency.unit,
-                          table.Nearest(std::llround(static_cast<double>(frequency.value) * slip)))
-            : fmt::format("write a step from {} to {}", table.steps.front(), table.steps.back()));
-}
-
 void CheckStep(RuleContext& context, const Frequency& frequency, const StepTable& table) {
     if (table.Has(frequency.value)) return;
-    if (frequency.value < table.steps.front() || frequency.value > table.steps.back()) {
-        CheckOutOfTable(context, frequency, table);
+    const std::optional<RangeFault> fault = FindRangeFault(
+        table, {frequency.key->name, "key", frequency.value, frequency.unit, frequency.isFloor});
+    if (fault) {
+        context.Add(Severity::kWarning, "frequency-range", *frequency.element, frequency.key->place,
+                    fault->where + ": " + fault->outcome, fault->advice);
         return;
     }
     const int64_t below = table.AtMost(frequency.value);
@@ -228,9 +200,8 @@ void CheckSceneValues(RuleContext& context, const ElementMeaning& element) {
         if (pair->kind != KeyMeaning::Kind::kTag || pair->number.value_or(0) <= 0) continue;
         const bool isFloor = IsFloorName(pair->key->name);
         if (pair->code == tarquel::kTagGpuMin || pair->code == tarquel::kTagGpuMax) {
-            StepTable table = GpuSteps(context.device);
-            for (int64_t& step : table.steps) step *= kHzPerMhz;
-            CheckStep(context, {&element, pair->key, *pair->number, "Hz", isFloor, {}}, table);
+            CheckStep(context, {&element, pair->key, *pair->number, "Hz", isFloor, {}},
+                      GpuStepsHz(context.device));
         } else if (pair->key->name.find("_freq") != std::string::npos) {
             const auto table =
                 ClusterSteps(context.device, ClusterOfTag(pair->code, context.layout));

@@ -1,6 +1,9 @@
 #include "lab/check/step_table.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 #include "nodes/node_path_table.h"
@@ -10,6 +13,18 @@ namespace {
 
 // A memory-latency monitor of which only the ends are known has two steps in its profile.
 constexpr size_t kEndsOnly = 2;
+
+// The factor by which the value misses the table, as when MHz stand where kHz belong; 0 for none.
+double UnitSlip(const StepTable& table, int64_t value) {
+    for (const double factor : {1e3, 1e6, 1e-3, 1e-6}) {
+        const double meant = static_cast<double>(value) * factor;
+        if (meant >= static_cast<double>(table.steps.front()) &&
+            meant <= static_cast<double>(table.steps.back())) {
+            return factor;
+        }
+    }
+    return 0;
+}
 
 }  // namespace
 
@@ -35,6 +50,24 @@ int64_t StepTable::Nearest(int64_t value) const {
     return std::abs(above - value) < std::abs(value - below) ? above : below;
 }
 
+std::optional<RangeFault> FindRangeFault(const StepTable& table, const AskedFrequency& asked) {
+    const bool isAbove = asked.value > table.steps.back();
+    if (!isAbove && asked.value >= table.steps.front()) return std::nullopt;
+    const int64_t end = isAbove ? table.steps.back() : table.steps.front();
+    const bool limitsNothing = isAbove != asked.isFloor;
+    const double slip = UnitSlip(table, asked.value);
+    const std::string where =
+        fmt::format("{} = {} {} is {} of {}, {}", asked.name, asked.value, asked.unit,
+                    isAbove ? "above the top" : "below the bottom", table.owner, end);
+    const std::string advice =
+        slip != 0
+            ? fmt::format("this {} takes {}; did you mean {}?", asked.kind, asked.unit,
+                          table.Nearest(std::llround(static_cast<double>(asked.value) * slip)))
+            : fmt::format("write a step from {} to {}", table.steps.front(), table.steps.back());
+    return RangeFault{where, limitsNothing ? "it limits nothing" : "it becomes that", advice,
+                      slip != 0};
+}
+
 std::optional<StepTable> ClusterSteps(const DeviceProfile& device, const std::string& cluster) {
     const CpuCluster* found = device.FindCluster(cluster);
     if (!found) return std::nullopt;
@@ -44,6 +77,13 @@ std::optional<StepTable> ClusterSteps(const DeviceProfile& device, const std::st
 StepTable GpuSteps(const DeviceProfile& device) {
     StepTable table{device.name + "'s GPU", device.gpuMhz, false};
     std::reverse(table.steps.begin(), table.steps.end());
+    return table;
+}
+
+StepTable GpuStepsHz(const DeviceProfile& device) {
+    constexpr int64_t kHzPerMhz = 1'000'000;
+    StepTable table = GpuSteps(device);
+    for (int64_t& step : table.steps) step *= kHzPerMhz;
     return table;
 }
 

@@ -9,16 +9,22 @@
 namespace lab {
 namespace {
 
+// How many letters are added, left out, replaced or swapped with their neighbour.
 size_t EditDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> before(b.size() + 1);  // the row before the last
+    std::vector<size_t> last(b.size() + 1);
     std::vector<size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
     for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
+        before.swap(last);
+        last.swap(row);
         row[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+            const size_t replaced = last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            row[j] = std::min({last[j] + 1, row[j - 1] + 1, replaced});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                row[j] = std::min(row[j], before[j - 2] + 1);
+            }
         }
     }
     return row[b.size()];

@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "lab/check/scenario_check.h"
 #include "lab/logcat/log_writer.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
@@ -79,15 +80,16 @@ constexpr char kRunFooter[] =
     "2 when a file or the usage is at fault; of several scenarios the worst. --coverage-limit\n"
     "returns 1 when fewer of the scenes are used.";
 
+void PrintProblem(const std::string& text, RunResult& result) {
+    std::cout << std::flush;
+    std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kYellow, text) << "\n";
+    result.problems.push_back(text);
+}
+
 // What the plug-in refused in the scene file, and where the file does not fit the device.
 void PrintProblems(const SceneFile& scenes, const std::vector<SceneProblem>& problems,
                    RunResult& result) {
-    const Paint paint = Paint::ForTerminal(STDERR_FILENO);
-    std::cout << std::flush;
-    for (const SceneProblem& problem : problems) {
-        result.problems.push_back(ProblemText(scenes, problem));
-        std::cerr << paint(Colour::kYellow, result.problems.back()) << "\n";
-    }
+    for (const SceneProblem& problem : problems) PrintProblem(ProblemText(scenes, problem), result);
 }
 
 // How many requests the steps make, repetitions counted.
@@ -173,6 +175,9 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
                                  scenes.File(), head.file);
     }
     PrintProblems(scenes, FindClusterProblems(scenes, device), result);
+    for (const std::string& slip : FindUnitSlips(steps, head.file, device, layout)) {
+        PrintProblem(slip, result);
+    }
     Library library(options.library);
     Server server(phone, library, scenes);
     Runner runner(phone, server, book, device, scenes, observe);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <filesystem>
@@ -5,8 +6,10 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "lab/names/paint.h"
+#include "lab/names/text.h"
 #include "lab/phone/device_profile.h"
 #include "lab/program/commands.h"
 
@@ -48,6 +51,33 @@ void RequireFolder() {
         "makes a folder that runs anywhere as a whole");
 }
 
+// What the user meant in place of a command or an option that there is not; empty when all are
+// known. After parsing has failed.
+std::string MeantText(const CLI::App& app, const char* first) {
+    const auto all = [](const CLI::App*) { return true; };
+    std::vector<std::string> known;
+    for (const CLI::App* command : app.get_subcommands(all)) known.push_back(command->get_name());
+    if (first != nullptr && first[0] != '-' &&
+        std::find(known.begin(), known.end(), first) == known.end()) {
+        return "there is no command '" + lab::Shortened(first) + "'" +
+               lab::DidYouMean(first, known) + "; the commands are: " + lab::Join(known) + "\n";
+    }
+    std::string text;
+    for (const CLI::App* command : app.get_subcommands()) {
+        known.clear();
+        for (const CLI::Option* option : command->get_options()) {
+            for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+        }
+        for (const std::string& extra : command->remaining()) {
+            const std::string name = extra.substr(0, extra.find('='));
+            if (!name.starts_with("--")) continue;
+            text += command->get_name() + " has no option '" + lab::Shortened(name) + "'" +
+                    lab::DidYouMean(name, known) + "\n";
+        }
+    }
+    return text;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -73,8 +103,17 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // Help and version end here too, with 0; every fault of usage is one code.
-        const int usageCode = app.exit(error) == 0 ? lab::kFine : lab::kCannotRun;
-        return ExitCodeOfWritten(usageCode, paint);
+        if (error.get_exit_code() == 0) {
+            app.exit(error);
+            return ExitCodeOfWritten(lab::kFine, paint);
+        }
+        const std::string meant = MeantText(app, argc > 1 ? argv[1] : nullptr);
+        if (meant.empty()) {
+            app.exit(error);
+        } else {
+            std::cerr << meant << "Run with --help for more information.\n";
+        }
+        return ExitCodeOfWritten(lab::kCannotRun, paint);
     } catch (const std::exception& error) {
         std::cerr << paint(lab::Colour::kRed, error.what()) << "\n";
         return lab::kCannotRun;
