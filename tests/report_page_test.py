@@ -189,9 +189,10 @@ class ReportPage(unittest.TestCase):
 
     def test_shows_charts_with_every_line_and_all_lanes(self):
         self.browser.load(self.report)
-        self.assertEqual(self.browser.texts(".chart .name b"), ["little", "big", "prime", "gpu"])
+        self.assertEqual(self.browser.texts(".chart .name b"), ["little", "big", "prime", "gpu", "ddr bwmon"])
         self.assertEqual(self.browser.texts(".lane-name"),
-                         ["requests", "breakthrough", "game_running", "game_fight", "thermal"])
+                         ["requests", "breakthrough", "game_running", "game_fight",
+                          "thermal big_max"])
         # Counts the pixels of each colour in the chart of the big cluster.
         drawn = self.browser.js("""
             const canvas = document.querySelectorAll(".chart canvas")[1];
@@ -228,7 +229,7 @@ class ReportPage(unittest.TestCase):
 
     def test_filters_by_hash_and_by_click(self):
         self.browser.load(self.report, "#who=client:thermal")
-        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "thermal"])
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "thermal big_max"])
         rows = self.browser.texts(".row .text")
         self.assertIn("limit by thermal: big_max <= 1651.2 MHz", rows)
         self.assertNotIn("do game_fight (9220)", rows)

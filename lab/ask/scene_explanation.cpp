@@ -11,6 +11,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
+#include "lab/names/usual_lines.h"
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_problems.h"
 #include "lab/server/library.h"
@@ -77,9 +78,7 @@ class Trial {
   private:
     void TakeErrors(ExplainedCommand& told) {
         for (const LogLine& line : mPhone.Events().All<LogLine>()) {
-            // Said for every tag that held no lock before: nothing is wrong.
-            const bool isUsual = line.text.find("not registerd") != std::string::npos;
-            if (line.priority < kAndroidError || isUsual) continue;
+            if (line.priority < kAndroidError || IsUsualLine(line.text)) continue;
             std::string text = line.text;
             while (!text.empty() && text.back() == '\n') text.pop_back();
             told.said.push_back(std::move(text));

@@ -9,6 +9,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
+#include "lab/names/usual_lines.h"
 #include "lab/scenes/scene_values.h"
 
 namespace lab {
@@ -320,8 +321,7 @@ std::string Book::WhyNoLock(const SceneElement& element, const std::string& resu
 std::string Book::Errors() const {
     std::vector<std::string> distinct;
     for (const std::string& error : mErrors) {
-        // Said for every tag that held no lock before: no reason for anything.
-        if (error.find("not registerd") != std::string::npos) continue;
+        if (IsUsualLine(error)) continue;
         const std::string quoted = "'" + error + "'";
         if (std::find(distinct.begin(), distinct.end(), quoted) == distinct.end()) {
             distinct.push_back(quoted);

@@ -1,9 +1,10 @@
 #include "lab/book/history.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
-#include "lab/hal/opcode_drives.h"
+#include "lab/names/node_names.h"
 #include "lab/names/text.h"
 
 namespace lab {
@@ -11,7 +12,12 @@ namespace {
 
 constexpr int64_t kHzPerKhz = 1000;
 constexpr int64_t kKhzPerMhz = 1000;
+constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
+constexpr const char* kDevfreqNames[] = {"min_freq", "max_freq", "cur_freq"};
 constexpr char kGpuFolder[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
+
+// The plug-in's word on a new control type; written while its debug lines are on.
+constexpr char kControlLine[] = "tarquel: SetControlType config %d, mEnableBoost %d";
 
 bool IsGpuNode(const std::string& path) {
     return path.starts_with(kGpuFolder);
@@ -33,7 +39,6 @@ const std::string& History::Request::Holder() const {
 History::History(const DeviceProfile& device) : mDevice(device) {
     constexpr const char* kCpuNames[] = {"scaling_min_freq", "scaling_max_freq",
                                          "scaling_cur_freq"};
-    constexpr const char* kGpuNames[] = {"min_freq", "max_freq", "cur_freq"};
     const std::string cpus = "/sys/devices/system/cpu/";
     for (const CpuCluster& cluster : mDevice.clusters) {
         std::vector<std::string> folders = {cpus + "cpufreq/policy" +
@@ -48,12 +53,27 @@ History::History(const DeviceProfile& device) : mDevice(device) {
         track.highKhz = cluster.khz.back();
         AddTrack(std::move(track), folders, kCpuNames);
     }
+    AddGpu();
+    for (const BusMonitor& bus : mDevice.buses) {
+        const std::string folder = kBuses + bus.folder + "/";
+        const std::string node = ShortNode(folder + kDevfreqNames[0]);
+        Track track;
+        track.name = node.substr(0, node.rfind(' '));
+        track.label = track.name + ", bus monitor";
+        track.isBus = true;
+        track.lowKhz = bus.minKhz;
+        track.highKhz = bus.maxKhz;
+        AddTrack(std::move(track), {folder}, kDevfreqNames);
+    }
+}
+
+void History::AddGpu() {
     if (mDevice.gpuMhz.empty()) return;
     Track gpu;
     gpu.name = gpu.label = "gpu";
     gpu.lowKhz = mDevice.gpuMhz.back() * kKhzPerMhz;
     gpu.highKhz = mDevice.gpuMhz.front() * kKhzPerMhz;
-    AddTrack(std::move(gpu), {kGpuFolder}, kGpuNames);
+    AddTrack(std::move(gpu), {kGpuFolder}, kDevfreqNames);
 }
 
 void History::AddTrack(Track track, const std::vector<std::string>& folders,
@@ -101,6 +121,9 @@ void History::Finish(Time end) {
 }
 
 void History::Take(const LogLine& line) {
+    int type = 0;
+    int boosts = 0;
+    if (sscanf(line.text.c_str(), kControlLine, &type, &boosts) == 2) SetControl(type, boosts != 0);
     mLines.push_back(
         {mNow, line.priority, line.tag.value_or(""), WithoutNewline(line.text), mRequest});
 }
@@ -129,13 +152,18 @@ void History::Take(const LockAcquire& acquire) {
     if (acquire.durationMs > 0) term.until = mNow + std::chrono::milliseconds(acquire.durationMs);
     const auto held = mHeld.find(acquire.returned);
     if (held != mHeld.end()) {
-        mLocks[held->second].terms.push_back(std::move(term));
+        Lock& renewed = mLocks[held->second];
+        renewed.terms.push_back(std::move(term));
+        if (renewed.holdings.back().request != mRequest) {
+            renewed.holdings.push_back({mNow, mRequest});
+        }
         return;
     }
     mHeld[acquire.returned] = mLocks.size();
     Lock lock;
     lock.handle = acquire.returned;
     lock.terms.push_back(std::move(term));
+    lock.holdings.push_back({mNow, mRequest});
     mLocks.push_back(std::move(lock));
 }
 
@@ -200,6 +228,31 @@ void History::Take(const TimerEvent& timer) {
     mIsBreakthrough = true;
 }
 
+// Says what the plug-in makes of the type; one that it does not know changes nothing.
+void History::SetControl(int type, bool boosts) {
+    Control control{mNow, type, -1, true, boosts};
+    switch (type) {
+        case 0:
+        case 5:
+            control.thermalLevel = type == 0 ? 0 : 1;
+            control.limitsInForce = false;
+            break;
+        case 6:
+        case 7:
+        case 8:
+            control.thermalLevel = type - 4;
+            break;
+        case 2:
+        case 4:
+        case 9:
+        case 10:
+            break;
+        default:
+            return;
+    }
+    mControls.push_back(control);
+}
+
 void History::EndBreakthrough() {
     if (mIsBreakthrough) mBreakthroughs.back().end = mNow;
     mIsBreakthrough = false;
@@ -221,8 +274,54 @@ std::string History::HolderOf(const Term& term) const {
     return term.request == kNobody ? "the plug-in" : mRequests[term.request].Holder();
 }
 
+std::string History::WhoOf(size_t request) const {
+    if (request == kNobody) return "other:the plug-in";
+    const Request& asked = mRequests[request];
+    if (!asked.command.empty()) return "command:" + asked.command;
+    return asked.client.empty() ? "other:" + asked.text : "client:" + asked.client;
+}
+
+std::string History::WhoOf(const Holding& holding) const {
+    return holding.who.empty() ? WhoOf(holding.request) : holding.who;
+}
+
+const History::Holding& History::HoldingAt(const Lock& lock, Time at) {
+    const auto next = std::upper_bound(
+        lock.holdings.begin(), lock.holdings.end(), at,
+        [](Time moment, const Holding& holding) { return moment < holding.since; });
+    return next == lock.holdings.begin() ? lock.holdings.front() : *(next - 1);
+}
+
+std::string NameOfWho(const std::string& who) {
+    return who.substr(who.find(':') + 1);
+}
+
+const std::vector<Drive>& History::Drives(int opcode) const {
+    const auto [entry, isNew] = mDrives.try_emplace(opcode);
+    if (isNew) entry->second = DrivesOf(static_cast<uint32_t>(opcode), mDevice);
+    return entry->second;
+}
+
+std::vector<bool> History::ShownTracks() const {
+    std::vector<bool> shown;
+    for (const Track& track : mTracks) {
+        shown.push_back(!track.isBus || track.floor.size() > 1 || track.ceiling.size() > 1);
+    }
+    for (const Lock& lock : mLocks) {
+        for (const Term& term : lock.terms) {
+            for (size_t i = 0; i + 1 < term.list.size(); i += 2) {
+                for (const Drive& drive : Drives(term.list[i])) {
+                    const auto place = mPlaces.find(drive.path);
+                    if (place != mPlaces.end()) shown[place->second.track] = true;
+                }
+            }
+        }
+    }
+    return shown;
+}
+
 std::optional<History::Bearing> History::BearingOf(int opcode, int value) const {
-    for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
+    for (const Drive& drive : Drives(opcode)) {
         const auto place = mPlaces.find(drive.path);
         if (place == mPlaces.end()) continue;
         Bearing bearing;

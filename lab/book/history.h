@@ -8,8 +8,10 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "lab/hal/opcode_drives.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
 
@@ -40,11 +42,18 @@ class History {
         std::vector<int> list;      // opcode, value, ...
         size_t request = kNobody;   // index of the request that took or renewed it
     };
+    // Who a lock belongs to from `since` until the next holding or the lock's end.
+    struct Holding {
+        Time since{};
+        size_t request = kNobody;  // with which the holder asks for what the lock carries
+        std::string who = {};      // as WhoOf; only for a holder that the request does not tell
+    };
     enum class LockEnd { kHeld, kReleased, kExpired };
     struct Lock {
         int handle = 0;
-        std::vector<Term> terms;  // one at least
-        Time end{};               // when it ended; the end of the run while it is held
+        std::vector<Term> terms;        // one at least
+        std::vector<Holding> holdings;  // one at least, by time; the first one begins with the lock
+        Time end{};                     // when it ended; the end of the run while it is held
         LockEnd how = LockEnd::kHeld;
         size_t endRequest = kNobody;  // during which it ended
 
@@ -90,15 +99,34 @@ class History {
         size_t request = kNobody;
     };
 
+    // The control state that holds from `at` on.
+    struct Control {
+        Time at{};
+        int type = 0;                // the control type that was set
+        int thermalLevel = 0;        // 0 to 4; -1: released
+        bool limitsInForce = false;  // limits are written, not only locked
+        bool boosts = true;          // false: no command boosts
+    };
+
+    // Something wrong, with its moment and what it is about.
+    struct Finding {
+        std::string text;
+        Time at{};
+        size_t request = kNobody;
+        size_t lock = kNobody;  // index of the lock that it is about
+    };
+
     // A value that holds from `at` on.
     struct Point {
         Time at{};
         int64_t khz = 0;
     };
-    // The frequency of a CPU cluster or the GPU. `current` is empty when nobody told it.
+    // The frequency of a CPU cluster, the GPU or a bus' monitor. `current` is empty when nobody
+    // told it.
     struct Track {
-        std::string name;   // "big", "gpu"
+        std::string name;   // "big", "gpu", "ddr bwmon"
         std::string label;  // "big, CPUs 4-6"
+        bool isBus = false;
         int64_t lowKhz = 0;
         int64_t highKhz = 0;
         std::vector<Point> floor;
@@ -138,13 +166,28 @@ class History {
     const std::vector<Write>& Writes() const { return mWrites; }
     const std::vector<Breakthrough>& Breakthroughs() const { return mBreakthroughs; }
     const std::vector<Track>& Tracks() const { return mTracks; }
+    const std::vector<Control>& Controls() const { return mControls; }  // empty: never told
     const DeviceProfile& Device() const { return mDevice; }
+
+    // What is wrong, by time, as far as moments are known; for whoever plays the run to fill.
+    std::vector<Finding> findings;
 
     // The holder of a lock's term: of the request behind it, "the plug-in" for nobody's.
     std::string HolderOf(const Term& term) const;
 
+    // The holder as filters name it: "command:touch", "client:thermal", "other:the start";
+    // "other:the plug-in" for nobody's.
+    std::string WhoOf(const Holding& holding) const;
+    std::string WhoOf(size_t request) const;
+
+    // Who the lock belongs to at `at`.
+    static const Holding& HoldingAt(const Lock& lock, Time at);
+
     // What a pair of a lock's list bears on; nothing when it limits no track.
     std::optional<Bearing> BearingOf(int opcode, int value) const;
+
+    // For each track whether a picture shows it: a bus only where something limits it.
+    std::vector<bool> ShownTracks() const;
 
   private:
     enum class Series { kFloor, kCeiling, kCurrent };
@@ -165,13 +208,17 @@ class History {
     void Take(const RequestEnd& end);
 
     void AddTrack(Track track, const std::vector<std::string>& folders, const char* const names[3]);
+    void AddGpu();
+    const std::vector<Drive>& Drives(int opcode) const;
     void EndLock(int handle, LockEnd how);
+    void SetControl(int type, bool boosts);
     void EndBreakthrough();
     void SetPoint(const std::string& path, const std::string& value);
     std::vector<Point>& SeriesAt(const Place& place);
 
     const DeviceProfile mDevice;
-    std::map<std::string, Place> mPlaces;  // by node, under all its names
+    std::unordered_map<std::string, Place> mPlaces;               // by node, under all its names
+    mutable std::unordered_map<int, std::vector<Drive>> mDrives;  // by opcode, once looked up
     Time mNow{};
     Time mEnd{};
     size_t mRequest = kNobody;    // under way
@@ -187,6 +234,10 @@ class History {
     std::vector<Write> mWrites;
     std::vector<Breakthrough> mBreakthroughs;
     std::vector<Track> mTracks;
+    std::vector<Control> mControls;
 };
+
+// The name in what filters name: "touch" of "command:touch".
+std::string NameOfWho(const std::string& who);
 
 }  // namespace lab

@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <unordered_map>
 
 #include "lab/names/node_names.h"
+#include "lab/names/usual_lines.h"
+#include "lab/pictures/findings.h"
+#include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
 #include "lab/server/timeline.h"
 
 namespace lab {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // A page with more log lines than this gets sluggish to load: the least important ones are left out
 // and counted.
@@ -23,71 +24,60 @@ constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kNsPerMicrosecond = 1'000;
 
 // What is told once, by number.
-template <typename Key>
+template <typename Map>
 class Index {
   public:
+    using Key = typename Map::key_type;
+
     size_t operator()(const Key& key) {
         const auto [entry, isNew] = mNumbers.try_emplace(key, mKeys.size());
-        if (isNew) mKeys.push_back(key);
+        if (isNew) mKeys.push_back(&entry->first);
         return entry->second;
     }
 
-    const std::vector<Key>& Keys() const { return mKeys; }
+    const std::vector<const Key*>& Keys() const { return mKeys; }
 
   private:
-    std::map<Key, size_t> mNumbers;
-    std::vector<Key> mKeys;
+    Map mNumbers;
+    std::vector<const Key*> mKeys;  // by number
 };
 
 class DataWriter {
   public:
-    DataWriter(const History& history, const PictureHead& head)
-        : mHistory(history), mHead(head), mTickNs(IsInMs() ? kNsPerMs : kNsPerMicrosecond) {}
+    DataWriter(const History& history, const PictureHead& head, std::ostream& out)
+        : mHistory(history),
+          mHead(head),
+          mJson(out, true),
+          mTickNs(IsInMs() ? kNsPerMs : kNsPerMicrosecond) {}
 
-    Json Write() {
-        Json data;
-        data["title"] = mHead.title;
-        data["source"] = mHead.source;
-        data["device"] = mHead.device;
-        data["scenes"] = mHead.scenes;
-        data["findings"] = mHead.findings;
-        data["ticksPerSecond"] = 1'000'000'000 / mTickNs;
-        data["end"] = Ticks(mHistory.End());
-        data["tracks"] = Tracks();
-        data["requests"] = Requests();
-        data["locks"] = Locks();
-        data["lanes"] = Lanes();
-        data["refusals"] = Refusals();
-        data["breakthroughs"] = Breakthroughs();
-        data["writes"] = Writes();
-        data["lines"] = Lines();
-        data["linesLeftOut"] = mLinesLeftOut;
+    void Write() {
+        mJson.Open('{');
+        mJson.Field("title", mHead.title);
+        mJson.Field("source", mHead.source);
+        mJson.Field("device", mHead.device);
+        mJson.Field("scenes", mHead.scenes);
+        mJson.Field("ticksPerSecond", 1'000'000'000 / mTickNs);
+        mJson.Field("end", Ticks(mHistory.End()));
+        WriteFindings();
+        WriteRequests();
+        WriteLocks();
+        WriteLanes();
+        WriteRefusals();
+        WriteBreakthroughs();
+        WriteControls();
+        WriteWrites();
+        WriteLines();
         // Filled by what stands above.
-        data["lists"] = Lists();
-        data["pairs"] = Pairs();
-        data["texts"] = mTexts.Keys();
-        return data;
+        WriteLists();
+        WritePairsAndTracks();
+        mJson.Key("texts");
+        mJson.Open('[');
+        for (const std::string* text : mTexts.Keys()) mJson.Text(*text);
+        mJson.Close(']');
+        mJson.Close('}');
     }
 
   private:
-    // A column of times that never fall, each as the difference from the one before.
-    class Times {
-      public:
-        explicit Times(const DataWriter& writer) : mWriter(writer) {}
-
-        void Add(Time at) {
-            const int64_t ticks = mWriter.Ticks(at);
-            mColumn.push_back(ticks - mLast);
-            mLast = ticks;
-        }
-        Json Take() { return std::move(mColumn); }
-
-      private:
-        const DataWriter& mWriter;
-        int64_t mLast = 0;
-        Json mColumn = Json::array();
-    };
-
     // True on the virtual clock, where all happens at whole milliseconds.
     bool IsInMs() const {
         const auto isWhole = [](Time at) { return at.count() % kNsPerMs == 0; };
@@ -103,168 +93,297 @@ class DataWriter {
 
     int64_t Ticks(Time at) const { return at.count() / mTickNs; }
 
-    static Json NumberOrMinusOne(size_t index) {
-        return index == History::kNobody ? Json(-1) : Json(index);
+    template <typename... Numbers>
+    void Row(const Numbers&... numbers) {
+        mJson.Open('[');
+        (mJson.Number(static_cast<int64_t>(numbers)), ...);
+        mJson.Close(']');
     }
 
-    Json SeriesOf(const std::vector<History::Point>& points) const {
-        Times times(*this);
-        Json values = Json::array();
-        for (const History::Point& point : points) {
-            times.Add(point.at);
-            values.push_back(point.khz);
+    // Times that never fall, each as the difference from the one before.
+    template <typename Items, typename TimeOf>
+    void Times(const Items& items, const TimeOf& timeOf) {
+        int64_t last = 0;
+        mJson.Key("t");
+        mJson.Open('[');
+        for (const auto& item : items) {
+            const std::optional<Time> at = timeOf(item);
+            if (!at) continue;
+            const int64_t ticks = Ticks(*at);
+            mJson.Number(ticks - last);
+            last = ticks;
         }
-        return {{"t", times.Take()}, {"khz", std::move(values)}};
+        mJson.Close(']');
     }
 
-    Json Tracks() const {
-        Json tracks = Json::array();
-        for (const History::Track& track : mHistory.Tracks()) {
-            tracks.push_back({{"name", track.name},
-                              {"label", track.label},
-                              {"lowKhz", track.lowKhz},
-                              {"highKhz", track.highKhz},
-                              {"floor", SeriesOf(track.floor)},
-                              {"ceiling", SeriesOf(track.ceiling)},
-                              {"current", SeriesOf(track.current)}});
+    void OpenList(const char* name) {
+        mJson.Key(name);
+        mJson.Open('[');
+    }
+
+    void OpenTable(const char* name) {
+        mJson.Key(name);
+        mJson.Open('{');
+    }
+
+    void CloseTable() {
+        mJson.Close(']');
+        mJson.Close('}');
+    }
+
+    void WriteSeries(const char* name, const std::vector<History::Point>& points) {
+        OpenTable(name);
+        Times(points, [](const History::Point& point) { return point.at; });
+        OpenList("khz");
+        for (const History::Point& point : points) mJson.Number(point.khz);
+        CloseTable();
+    }
+
+    void WriteFindings() {
+        OpenList("findings");
+        for (const PlacedFinding& finding : PlaceFindings(mHistory, mHead)) {
+            mJson.Open('[');
+            mJson.Text(finding.text);
+            mJson.Number(finding.at ? Ticks(*finding.at) : -1);
+            mJson.IndexOrNone(finding.request);
+            mJson.IndexOrNone(finding.lock);
+            mJson.Close(']');
         }
-        return tracks;
+        mJson.Close(']');
     }
 
-    Json Requests() {
-        Times times(*this);
-        Json rows = Json::array();
+    void WriteRequests() {
+        OpenTable("requests");
+        Times(mHistory.Requests(), [](const auto& request) { return request.begin; });
+        OpenList("rows");
         for (const History::Request& request : mHistory.Requests()) {
-            times.Add(request.begin);
-            rows.push_back({mTexts(request.text), mTexts(request.result), request.line,
-                            mTexts(request.client), mTexts(request.command)});
+            Row(mTexts(request.text), mTexts(request.result), request.line, mTexts(request.client),
+                mTexts(request.command));
         }
-        return {{"t", times.Take()}, {"rows", std::move(rows)}};
+        CloseTable();
     }
 
-    Json Locks() {
-        Json locks = Json::array();
+    void WriteLocks() {
+        OpenList("locks");
         for (const History::Lock& lock : mHistory.Locks()) {
-            Json terms = Json::array();
+            mJson.Open('[');
+            mJson.Number(lock.handle);
+            mJson.Number(Ticks(lock.end));
+            mJson.Number(static_cast<int>(lock.how));
+            mJson.IndexOrNone(lock.endRequest);
+            mJson.Open('[');
             for (const History::Term& term : lock.terms) {
-                terms.push_back({Ticks(term.since), term.until ? Ticks(*term.until) : -1,
-                                 mLists(term.list), NumberOrMinusOne(term.request)});
+                mJson.Open('[');
+                mJson.Number(Ticks(term.since));
+                mJson.Number(term.until ? Ticks(*term.until) : -1);
+                mJson.Number(static_cast<int64_t>(mLists(term.list)));
+                mJson.IndexOrNone(term.request);
+                mJson.Close(']');
             }
-            locks.push_back({lock.handle, Ticks(lock.end), static_cast<int>(lock.how),
-                             NumberOrMinusOne(lock.endRequest), std::move(terms)});
+            mJson.Close(']');
+            WriteHoldings(lock);
+            mJson.Close(']');
         }
-        return locks;
+        mJson.Close(']');
     }
 
-    Json Lanes() {
-        Json lanes = Json::array();
-        for (const Lane& lane : LanesOf(mHistory)) {
-            lanes.push_back({{"name", lane.name}, {"locks", lane.locks}});
+    // Nothing for a lock that whoever took it holds to its end, as most are.
+    void WriteHoldings(const History::Lock& lock) {
+        const History::Holding& first = lock.holdings.front();
+        const bool isUsual = lock.holdings.size() == 1 && first.who.empty() &&
+                             first.request == lock.terms.front().request;
+        if (isUsual) return;
+        mJson.Open('[');
+        for (const History::Holding& holding : lock.holdings) {
+            mJson.Open('[');
+            mJson.Number(Ticks(holding.since));
+            mJson.IndexOrNone(holding.request);
+            if (!holding.who.empty()) mJson.Text(holding.who);
+            mJson.Close(']');
         }
-        return lanes;
+        mJson.Close(']');
     }
 
-    Json Refusals() {
-        Json rows = Json::array();
+    // A span is its lock's number, or [lock, since, end] where it is a part of it.
+    void WriteLanes() {
+        OpenList("lanes");
+        for (const Lane& lane : LanesOf(mHistory, mHead.layout)) {
+            mJson.Open('{');
+            mJson.Field("name", lane.name);
+            mJson.Field("who", lane.who);
+            OpenList("spans");
+            for (const LaneSpan& span : lane.spans) {
+                const History::Lock& lock = mHistory.Locks()[span.lock];
+                if (span.since == lock.Since() && span.end == lock.end) {
+                    mJson.Number(static_cast<int64_t>(span.lock));
+                } else {
+                    Row(span.lock, Ticks(span.since), Ticks(span.end));
+                }
+            }
+            CloseTable();
+        }
+        mJson.Close(']');
+    }
+
+    void WriteRefusals() {
+        OpenList("refusals");
         for (const History::Refusal& refusal : mHistory.Refusals()) {
-            rows.push_back({Ticks(refusal.at), refusal.returned, mLists(refusal.list),
-                            NumberOrMinusOne(refusal.request)});
+            mJson.Open('[');
+            mJson.Number(Ticks(refusal.at));
+            mJson.Number(refusal.returned);
+            mJson.Number(static_cast<int64_t>(mLists(refusal.list)));
+            mJson.IndexOrNone(refusal.request);
+            mJson.Close(']');
         }
-        return rows;
+        mJson.Close(']');
     }
 
-    Json Breakthroughs() const {
-        Json rows = Json::array();
+    void WriteBreakthroughs() {
+        OpenList("breakthroughs");
         for (const History::Breakthrough& row : mHistory.Breakthroughs()) {
-            rows.push_back(
-                {Ticks(row.since), Ticks(row.end), row.ms, NumberOrMinusOne(row.request)});
+            mJson.Open('[');
+            mJson.Number(Ticks(row.since));
+            mJson.Number(Ticks(row.end));
+            mJson.Number(row.ms);
+            mJson.IndexOrNone(row.request);
+            mJson.Close(']');
         }
-        return rows;
+        mJson.Close(']');
     }
+
+    void WriteControls() {
+        OpenList("controls");
+        for (const History::Control& control : mHistory.Controls()) {
+            Row(Ticks(control.at), control.type, control.thermalLevel,
+                control.limitsInForce ? 1 : 0, control.boosts ? 1 : 0);
+        }
+        mJson.Close(']');
+    }
+
+    struct NodeTexts {
+        size_t name = 0;
+        size_t unit = 0;
+    };
 
     // The plug-in's own writes: what the HAL writes follows from the locks.
-    Json Writes() {
-        Times times(*this);
-        Json rows = Json::array();
+    void WriteWrites() {
+        OpenTable("writes");
+        Times(mHistory.Writes(),
+              [](const auto& write) { return write.byHal ? std::optional<Time>() : write.at; });
+        OpenList("rows");
+        std::unordered_map<std::string, NodeTexts> nodes;
         for (const History::Write& write : mHistory.Writes()) {
             if (write.byHal) continue;
-            times.Add(write.at);
-            rows.push_back({mTexts(ShortNode(write.path)), mTexts(write.before),
-                            mTexts(write.after), mTexts(NodeUnit(write.path)), write.error,
-                            NumberOrMinusOne(write.request)});
+            const auto [node, isNew] = nodes.try_emplace(write.path);
+            if (isNew) node->second = {mTexts(ShortNode(write.path)), mTexts(NodeUnit(write.path))};
+            mJson.Open('[');
+            mJson.Number(static_cast<int64_t>(node->second.name));
+            mJson.Number(static_cast<int64_t>(mTexts(write.before)));
+            mJson.Number(static_cast<int64_t>(mTexts(write.after)));
+            mJson.Number(static_cast<int64_t>(node->second.unit));
+            mJson.Number(write.error);
+            mJson.IndexOrNone(write.request);
+            mJson.Close(']');
         }
-        return {{"t", times.Take()}, {"rows", std::move(rows)}};
+        CloseTable();
     }
 
-    Json Lines() {
+    // The lines for which the page has room: all, or the important ones.
+    std::vector<const History::Line*> ShownLines() const {
         const std::vector<History::Line>& lines = mHistory.Lines();
         const bool isFull = lines.size() > kMostLines;
-        Times times(*this);
-        Json rows = Json::array();
+        std::vector<const History::Line*> shown;
         for (const History::Line& line : lines) {
-            if ((isFull && line.priority < kAndroidWarning) || rows.size() == kMostLines) {
-                ++mLinesLeftOut;
-                continue;
-            }
-            times.Add(line.at);
-            rows.push_back({line.priority, mTexts(line.tag), mTexts(line.text),
-                            NumberOrMinusOne(line.request)});
+            if (isFull && line.priority < kAndroidWarning) continue;
+            if (shown.size() == kMostLines) break;
+            shown.push_back(&line);
         }
-        return {{"t", times.Take()}, {"rows", std::move(rows)}};
+        return shown;
     }
 
-    Json Lists() {
-        Json lists = Json::array();
-        for (const std::vector<int>& list : mLists.Keys()) {
-            Json pairs = Json::array();
-            for (size_t i = 0; i + 1 < list.size(); i += 2) {
-                pairs.push_back(mPairs({list[i], list[i + 1]}));
-            }
-            lists.push_back(std::move(pairs));
+    void WriteLines() {
+        const std::vector<const History::Line*> shown = ShownLines();
+        OpenTable("lines");
+        Times(shown, [](const History::Line* line) { return line->at; });
+        OpenList("rows");
+        for (const History::Line* line : shown) {
+            mJson.Open('[');
+            mJson.Number(line->priority);
+            mJson.Number(static_cast<int64_t>(mTexts(line->tag)));
+            mJson.Number(static_cast<int64_t>(mTexts(line->text)));
+            mJson.IndexOrNone(line->request);
+            if (IsUsualLine(line->text)) mJson.Number(1);
+            mJson.Close(']');
         }
-        return lists;
+        CloseTable();
+        mJson.Field("linesLeftOut", mHistory.Lines().size() - shown.size());
     }
 
-    // Text, and for one that limits a frequency: track, 0 floor, 1 ceiling, 2 lifted ceiling, kHz.
-    Json Pairs() {
-        Json pairs = Json::array();
-        for (const auto& [opcode, value] : mPairs.Keys()) {
-            Json pair = {mTexts(Timeline::PairText(opcode, value, mHead.layout))};
-            if (const auto bearing = mHistory.BearingOf(opcode, value)) {
-                pair.push_back(bearing->track);
-                pair.push_back(bearing->isFloor ? 0 : bearing->lifts ? 2 : 1);
-                pair.push_back(bearing->khz);
+    void WriteLists() {
+        OpenList("lists");
+        for (const std::vector<int>* list : mLists.Keys()) {
+            mJson.Open('[');
+            for (size_t i = 0; i + 1 < list->size(); i += 2) {
+                mJson.Number(static_cast<int64_t>(mPairs({(*list)[i], (*list)[i + 1]})));
             }
-            pairs.push_back(std::move(pair));
+            mJson.Close(']');
         }
-        return pairs;
+        mJson.Close(']');
+    }
+
+    // Pairs: text, and for one that limits a frequency: track, 0 floor, 1 ceiling, 2 lifted
+    // ceiling, kHz. Tracks: those that are shown, by the numbers that the pairs have of them.
+    void WritePairsAndTracks() {
+        const std::vector<History::Track>& tracks = mHistory.Tracks();
+        const std::vector<bool> isShown = mHistory.ShownTracks();
+        std::vector<int64_t> numbers;
+        int64_t next = 0;
+        for (const bool shown : isShown) numbers.push_back(shown ? next++ : -1);
+        OpenList("pairs");
+        for (const auto* pair : mPairs.Keys()) {
+            mJson.Open('[');
+            const std::string text = Timeline::PairText(pair->first, pair->second, mHead.layout);
+            mJson.Number(static_cast<int64_t>(mTexts(text)));
+            if (const auto bearing = mHistory.BearingOf(pair->first, pair->second)) {
+                mJson.Number(numbers[bearing->track]);
+                mJson.Number(bearing->isFloor ? 0 : bearing->lifts ? 2 : 1);
+                mJson.Number(bearing->khz);
+            }
+            mJson.Close(']');
+        }
+        mJson.Close(']');
+        OpenList("tracks");
+        for (size_t i = 0; i < tracks.size(); ++i) {
+            if (isShown[i]) WriteTrack(tracks[i]);
+        }
+        mJson.Close(']');
+    }
+
+    void WriteTrack(const History::Track& track) {
+        mJson.Open('{');
+        mJson.Field("name", track.name);
+        mJson.Field("label", track.label);
+        mJson.Field("lowKhz", track.lowKhz);
+        mJson.Field("highKhz", track.highKhz);
+        WriteSeries("floor", track.floor);
+        WriteSeries("ceiling", track.ceiling);
+        WriteSeries("current", track.current);
+        mJson.Close('}');
     }
 
     const History& mHistory;
     const PictureHead& mHead;
+    JsonStream mJson;
     const int64_t mTickNs;
-    Index<std::string> mTexts;
-    Index<std::vector<int>> mLists;
-    Index<std::pair<int, int>> mPairs;
-    size_t mLinesLeftOut = 0;
+    Index<std::unordered_map<std::string, size_t>> mTexts;
+    Index<std::map<std::vector<int>, size_t>> mLists;
+    Index<std::map<std::pair<int, int>, size_t>> mPairs;
 };
 
 }  // namespace
 
-std::string ReportData(const History& history, const PictureHead& head) {
-    const std::string json =
-        DataWriter(history, head).Write().dump(-1, ' ', false, Json::error_handler_t::replace);
-    // JSON has '<' within strings alone, where it may be escaped.
-    std::string safe;
-    safe.reserve(json.size());
-    for (const char letter : json) {
-        if (letter == '<') {
-            safe += "\\u003c";
-        } else {
-            safe += letter;
-        }
-    }
-    return safe;
+void WriteReportData(const History& history, const PictureHead& head, std::ostream& out) {
+    DataWriter(history, head, out).Write();
 }
 
 }  // namespace lab

@@ -61,7 +61,7 @@ void WriteReport(const History& history, const PictureHead& head, std::ostream& 
         if (name == "title") {
             out << EscapeHtml(head.title + ", " + head.device);
         } else if (name == "data") {
-            out << ReportData(history, head);
+            WriteReportData(history, head, out);
         } else {
             out << ReadFile(folder / name);
         }

@@ -1,9 +1,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
+#include <map>
 
 #include "lab/names/node_names.h"
+#include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/pictures.h"
 #include "lab/server/timeline.h"
@@ -11,19 +12,10 @@
 namespace lab {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // The trace's processes, in the order in which a viewer lists them.
 enum Process : int { kServer = 1, kLocks = 2, kFrequencies = 3 };
 // Lanes of the server's process.
 enum ServerLane : int { kRequestLane = 1, kPluginLane = 2, kBreakthroughLane = 3, kLogLane = 4 };
-
-// Time stamps are microseconds, whole ones wherever they are whole.
-Json Micros(Time time) {
-    const int64_t ns = time.count();
-    if (ns % 1000 == 0) return ns / 1000;
-    return static_cast<double>(ns) / 1000;
-}
 
 const char* PriorityName(int priority) {
     switch (priority) {
@@ -40,83 +32,188 @@ const char* PriorityName(int priority) {
     }
 }
 
+// What one holder has of one term of a lock: a slice of the trace.
+struct Slice {
+    size_t lock = 0;
+    size_t term = 0;
+    Time since{};
+    Time end{};
+    int lane = 0;
+    size_t cause = History::kNobody;  // the request from which a flow leads here
+};
+
 class TraceWriter {
   public:
-    TraceWriter(const History& history, const PictureHead& head)
-        : mHistory(history), mHead(head), mLanes(LanesOf(history)) {}
+    TraceWriter(const History& history, const PictureHead& head, std::ostream& out)
+        : mHistory(history), mHead(head), mJson(out), mLanes(LanesOf(history, head.layout)) {}
 
-    void Write(std::ostream& out) {
-        AddNames();
-        AddRequests();
-        AddSections();
-        AddBreakthroughs();
-        AddLines();
-        AddLocks();
-        AddCounters();
-        // A viewer takes events of one lane and time in their order here: an end stays behind its
-        // begin.
-        std::stable_sort(mEvents.begin(), mEvents.end(),
-                         [](const Entry& a, const Entry& b) { return a.at < b.at; });
-        out << "{\"displayTimeUnit\":\"ms\",\n\"otherData\":" << Text(OtherData())
-            << ",\n\"traceEvents\":[\n";
-        const char* before = "";
-        for (const Entry& event : mEvents) {
-            out << before << event.text;
-            before = ",\n";
-        }
-        out << "\n]}\n";
+    void Write() {
+        mJson.Open('{');
+        mJson.Field("displayTimeUnit", "ms");
+        mJson.Break();
+        mJson.Key("otherData");
+        mJson.Open('{');
+        mJson.Field("title", mHead.title);
+        mJson.Field("source", mHead.source);
+        mJson.Field("device", mHead.device);
+        mJson.Field("scenes", mHead.scenes);
+        mJson.Close('}');
+        mJson.Break();
+        mJson.Key("traceEvents");
+        mJson.Open('[');
+        WriteNames();
+        WriteEvents();
+        mJson.Close(']');
+        mJson.Close('}');
     }
 
   private:
+    // One event, told when its turn has come: a text for each would fill the memory.
     struct Entry {
+        enum class Kind : uint8_t {
+            kRequest,
+            kFlowBegin,  // of a slice
+            kRefusal,
+            kSection,
+            kBreakthrough,
+            kLine,
+            kSlice,
+            kControl,
+            kCounter,  // of a series, by mSeries
+        };
         Time at{};
-        std::string text;
+        Kind kind{};
+        uint32_t index = 0;
+        uint32_t point = 0;  // of a series
     };
 
-    // Log texts may be anything; what is no UTF-8 is replaced.
-    static std::string Text(const Json& json) {
-        return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    struct Series {
+        std::string name;
+        const std::vector<History::Point>* points = nullptr;
+    };
+
+    void Add(Time at, Entry::Kind kind, size_t index, size_t point = 0) {
+        mEntries.push_back({at, kind, static_cast<uint32_t>(index), static_cast<uint32_t>(point)});
     }
 
-    Json OtherData() const {
-        return {{"title", mHead.title},
-                {"source", mHead.source},
-                {"device", mHead.device},
-                {"scenes", mHead.scenes}};
+    void WriteEvents() {
+        using Kind = Entry::Kind;
+        MakeSlices();
+        AddRequests();
+        const auto addAll = [this](const auto& items, Kind kind, auto time) {
+            for (size_t i = 0; i < items.size(); ++i) Add(items[i].*time, kind, i);
+        };
+        addAll(mHistory.Refusals(), Kind::kRefusal, &History::Refusal::at);
+        addAll(mHistory.Sections(), Kind::kSection, &History::SectionMark::at);
+        addAll(mHistory.Breakthroughs(), Kind::kBreakthrough, &History::Breakthrough::since);
+        addAll(mHistory.Controls(), Kind::kControl, &History::Control::at);
+        addAll(mHistory.Lines(), Kind::kLine, &History::Line::at);
+        addAll(mSlices, Kind::kSlice, &Slice::since);
+        AddCounters();
+        // A viewer takes events of one lane and time in their order here: an end stays behind its
+        // begin, a flow behind the request that it begins at.
+        std::stable_sort(mEntries.begin(), mEntries.end(),
+                         [](const Entry& a, const Entry& b) { return a.at < b.at; });
+        for (const Entry& entry : mEntries) WriteEntry(entry);
+        if (!mHistory.Controls().empty()) WriteControl(mHistory.Controls().back(), mHistory.End());
     }
 
-    void Add(Time at, const char* phase, int process, int lane, const std::string& name,
-             Json more = Json::object()) {
-        Json event = {
-            {"ph", phase}, {"pid", process}, {"tid", lane}, {"ts", Micros(mHead.origin + at)}};
-        if (!name.empty()) event["name"] = name;
-        event.update(more);
-        mEvents.push_back({at, Text(event)});
+    void WriteEntry(const Entry& entry) {
+        switch (entry.kind) {
+            case Entry::Kind::kRequest:
+                WriteRequest(mHistory.Requests()[entry.index]);
+                break;
+            case Entry::Kind::kFlowBegin:
+                WriteFlow(entry.at, "s", kServer, kRequestLane, entry.index);
+                break;
+            case Entry::Kind::kRefusal:
+                WriteRefusal(mHistory.Refusals()[entry.index]);
+                break;
+            case Entry::Kind::kSection:
+                WriteSection(mHistory.Sections()[entry.index]);
+                break;
+            case Entry::Kind::kBreakthrough:
+                WriteBreakthrough(mHistory.Breakthroughs()[entry.index]);
+                break;
+            case Entry::Kind::kLine:
+                WriteLine(mHistory.Lines()[entry.index]);
+                break;
+            case Entry::Kind::kSlice:
+                WriteSlice(entry.index);
+                break;
+            case Entry::Kind::kControl:
+                WriteControl(mHistory.Controls()[entry.index], entry.at);
+                break;
+            case Entry::Kind::kCounter: {
+                const Series& series = mSeries[entry.index];
+                Begin(entry.at, "C", kFrequencies, 0, series.name);
+                OpenArgs();
+                mJson.Key("MHz");
+                mJson.Decimal((*series.points)[entry.point].khz);
+                EndWithArgs();
+                break;
+            }
+        }
     }
 
-    void NameProcess(int process, const std::string& name) {
-        Add({}, "M", process, 0, "process_name", {{"args", {{"name", name}}}});
-        Add({}, "M", process, 0, "process_sort_index", {{"args", {{"sort_index", process}}}});
+    // An event up to its fields of its own; times are microseconds, whole ones where they are
+    // whole.
+    void Begin(Time at, const char* phase, int process, int lane, std::string_view name) {
+        mJson.Break();
+        mJson.Open('{');
+        mJson.Field("ph", phase);
+        mJson.Field("pid", process);
+        mJson.Field("tid", lane);
+        mJson.Key("ts");
+        mJson.Decimal((mHead.origin + at).count());
+        if (!name.empty()) mJson.Field("name", name);
     }
 
-    void NameLane(int process, int lane, const std::string& name) {
-        Add({}, "M", process, lane, "thread_name", {{"args", {{"name", name}}}});
-        Add({}, "M", process, lane, "thread_sort_index", {{"args", {{"sort_index", lane}}}});
+    void BeginSpan(Time begin, Time end, int process, int lane, std::string_view name) {
+        Begin(begin, "X", process, lane, name);
+        mJson.Key("dur");
+        mJson.Decimal((end - begin).count());
     }
 
-    void AddNames() {
-        NameProcess(kServer, "policy server, " + mHead.device);
-        NameLane(kServer, kRequestLane, "requests");
-        if (!mHistory.Sections().empty()) NameLane(kServer, kPluginLane, "plug-in");
+    void BeginInstant(Time at, int lane, std::string_view name) {
+        Begin(at, "i", kServer, lane, name);
+        mJson.Field("s", "t");
+    }
+
+    void OpenArgs() {
+        mJson.Key("args");
+        mJson.Open('{');
+    }
+
+    void EndWithArgs() {
+        mJson.Close('}');
+        mJson.Close('}');
+    }
+
+    void WriteName(const char* kind, int process, int lane, std::string_view name) {
+        Begin({}, "M", process, lane, std::string(kind) + "_name");
+        OpenArgs();
+        mJson.Field("name", name);
+        EndWithArgs();
+        Begin({}, "M", process, lane, std::string(kind) + "_sort_index");
+        OpenArgs();
+        mJson.Field("sort_index", lane == 0 ? process : lane);
+        EndWithArgs();
+    }
+
+    void WriteNames() {
+        WriteName("process", kServer, 0, "policy server, " + mHead.device);
+        WriteName("thread", kServer, kRequestLane, "requests");
+        if (!mHistory.Sections().empty()) WriteName("thread", kServer, kPluginLane, "plug-in");
         if (!mHistory.Breakthroughs().empty()) {
-            NameLane(kServer, kBreakthroughLane, "limit breakthrough");
+            WriteName("thread", kServer, kBreakthroughLane, "limit breakthrough");
         }
-        NameLane(kServer, kLogLane, "log");
-        NameProcess(kLocks, "perf HAL locks");
+        WriteName("thread", kServer, kLogLane, "log");
+        WriteName("process", kLocks, 0, "perf HAL locks");
         for (size_t i = 0; i < mLanes.size(); ++i) {
-            NameLane(kLocks, static_cast<int>(i) + 1, mLanes[i].name);
+            WriteName("thread", kLocks, static_cast<int>(i) + 1, mLanes[i].name);
         }
-        NameProcess(kFrequencies, "frequencies");
+        WriteName("process", kFrequencies, 0, "frequencies");
     }
 
     // "limit by thermal: big_max <= 1651.2 MHz (line 21)"
@@ -126,103 +223,189 @@ class TraceWriter {
         return asked.line ? fmt::format("{} (line {})", asked.text, asked.line) : asked.text;
     }
 
-    Json PairTexts(const std::vector<int>& list) const {
-        Json texts = Json::array();
-        for (size_t i = 0; i + 1 < list.size(); i += 2) {
-            texts.push_back(Timeline::PairText(list[i], list[i + 1], mHead.layout));
-        }
-        return texts;
+    const std::string& PairText(int opcode, int value) {
+        const auto [entry, isNew] = mPairTexts.try_emplace({opcode, value});
+        if (isNew) entry->second = Timeline::PairText(opcode, value, mHead.layout);
+        return entry->second;
     }
 
-    void AddInstant(Time at, int lane, const std::string& name, Json args) {
-        Add(at, "i", kServer, lane, name, {{"s", "t"}, {"args", std::move(args)}});
+    void WriteAsks(const std::vector<int>& list) {
+        mJson.Key("asks");
+        mJson.Open('[');
+        for (size_t i = 0; i + 1 < list.size(); i += 2) mJson.Text(PairText(list[i], list[i + 1]));
+        mJson.Close(']');
     }
 
+    // The flows of a request stand right behind it: they begin at the slice that was told last.
     void AddRequests() {
-        for (const History::Request& request : mHistory.Requests()) {
-            Json args = Json::object();
-            if (!request.client.empty()) args["client"] = request.client;
-            if (!request.command.empty()) args["command"] = request.command;
-            if (!request.result.empty()) args["result"] = request.result;
-            if (request.line) args["line"] = request.line;
-            AddInstant(request.begin, kRequestLane, request.text, std::move(args));
-        }
-        for (const History::Refusal& refusal : mHistory.Refusals()) {
-            AddInstant(
-                refusal.at, kRequestLane, fmt::format("lock refused with {}", refusal.returned),
-                {{"request", RequestText(refusal.request)}, {"asks", PairTexts(refusal.list)}});
-        }
-    }
-
-    void AddSections() {
-        for (const History::SectionMark& mark : mHistory.Sections()) {
-            if (mark.begins) {
-                const std::string name = mark.begins->empty() ? "(no name)" : *mark.begins;
-                Add(mark.at, "B", kServer, kPluginLane, name, {{"cat", "plug-in"}});
-            } else {
-                Add(mark.at, "E", kServer, kPluginLane, "");
+        std::vector<std::vector<uint32_t>> flows(mHistory.Requests().size());
+        for (size_t i = 0; i < mSlices.size(); ++i) {
+            if (mSlices[i].cause != History::kNobody) {
+                flows[mSlices[i].cause].push_back(static_cast<uint32_t>(i));
             }
         }
-    }
-
-    void AddSpan(Time begin, Time end, int process, int lane, const std::string& name,
-                 const char* category, Json args) {
-        Add(begin, "X", process, lane, name,
-            {{"dur", Micros(end - begin)}, {"cat", category}, {"args", std::move(args)}});
-    }
-
-    void AddBreakthroughs() {
-        for (const History::Breakthrough& breakthrough : mHistory.Breakthroughs()) {
-            AddSpan(breakthrough.since, breakthrough.end, kServer, kBreakthroughLane,
-                    fmt::format("limit breakthrough, {} ms", breakthrough.ms), "breakthrough",
-                    {{"request", RequestText(breakthrough.request)}});
+        for (size_t i = 0; i < mHistory.Requests().size(); ++i) {
+            const Time at = mHistory.Requests()[i].begin;
+            Add(at, Entry::Kind::kRequest, i);
+            for (const uint32_t slice : flows[i]) Add(at, Entry::Kind::kFlowBegin, slice);
         }
     }
 
-    void AddLines() {
-        for (const History::Line& line : mHistory.Lines()) {
-            AddInstant(line.at, kLogLane, line.text.empty() ? "(empty line)" : line.text,
-                       {{"priority", PriorityName(line.priority)}, {"tag", line.tag}});
-        }
+    void WriteRequest(const History::Request& request) {
+        BeginSpan(request.begin, request.end, kServer, kRequestLane,
+                  request.text.empty() ? "(no text)" : request.text);
+        mJson.Field("cat", "request");
+        OpenArgs();
+        if (!request.client.empty()) mJson.Field("client", request.client);
+        if (!request.command.empty()) mJson.Field("command", request.command);
+        if (!request.result.empty()) mJson.Field("result", request.result);
+        if (request.line) mJson.Field("line", request.line);
+        EndWithArgs();
     }
 
-    void AddLocks() {
-        for (size_t i = 0; i < mLanes.size(); ++i) {
-            for (const size_t index : mLanes[i].locks) {
-                AddLock(mHistory.Locks()[index], static_cast<int>(i) + 1);
-            }
+    void WriteFlow(Time at, const char* phase, int process, int lane, size_t slice) {
+        Begin(at, phase, process, lane, "lock");
+        mJson.Field("cat", "lock");
+        mJson.Field("id", slice + 1);
+        if (*phase == 'f') mJson.Field("bp", "e");
+        mJson.Close('}');
+    }
+
+    void WriteRefusal(const History::Refusal& refusal) {
+        BeginInstant(refusal.at, kRequestLane,
+                     fmt::format("lock refused with {}", refusal.returned));
+        OpenArgs();
+        mJson.Field("request", RequestText(refusal.request));
+        WriteAsks(refusal.list);
+        EndWithArgs();
+    }
+
+    void WriteSection(const History::SectionMark& mark) {
+        if (mark.begins) {
+            Begin(mark.at, "B", kServer, kPluginLane,
+                  mark.begins->empty() ? "(no name)" : *mark.begins);
+            mJson.Field("cat", "plug-in");
+        } else {
+            Begin(mark.at, "E", kServer, kPluginLane, "");
         }
+        mJson.Close('}');
+    }
+
+    void WriteBreakthrough(const History::Breakthrough& breakthrough) {
+        BeginSpan(breakthrough.since, breakthrough.end, kServer, kBreakthroughLane,
+                  fmt::format("limit breakthrough, {} ms", breakthrough.ms));
+        mJson.Field("cat", "breakthrough");
+        OpenArgs();
+        mJson.Field("request", RequestText(breakthrough.request));
+        EndWithArgs();
+    }
+
+    void WriteLine(const History::Line& line) {
+        BeginInstant(line.at, kLogLane, line.text.empty() ? "(empty line)" : line.text);
+        OpenArgs();
+        mJson.Field("priority", PriorityName(line.priority));
+        mJson.Field("tag", line.tag);
+        EndWithArgs();
     }
 
     // A slice for each term: what a lock holds may change when it is renewed.
-    void AddLock(const History::Lock& lock, int lane) {
-        for (size_t i = 0; i < lock.terms.size(); ++i) {
-            const History::Term& term = lock.terms[i];
-            const bool isLast = i + 1 == lock.terms.size();
-            Json args = {{"lock", lock.handle},
-                         {"request", RequestText(term.request)},
-                         {"lasts", TermText(term)},
-                         {"ended", isLast ? LockEndText(lock) : "renewed"},
-                         {"asks", PairTexts(term.list)}};
-            AddSpan(term.since, isLast ? lock.end : lock.terms[i + 1].since, kLocks, lane,
-                    mHistory.HolderOf(term), "lock", std::move(args));
+    void MakeSlices() {
+        for (size_t i = 0; i < mLanes.size(); ++i) {
+            for (const LaneSpan& span : mLanes[i].spans) AddSlices(span, static_cast<int>(i) + 1);
         }
     }
 
-    void AddSeries(const std::string& name, const std::vector<History::Point>& points) {
-        const auto add = [&](Time at, int64_t khz) {
-            Add(at, "C", kFrequencies, 0, name,
-                {{"args", {{"MHz", static_cast<double>(khz) / 1000}}}});
-        };
-        for (const History::Point& point : points) add(point.at, point.khz);
-        // A counter is drawn up to its last sample.
-        if (!points.empty() && points.back().at < mHistory.End()) {
-            add(mHistory.End(), points.back().khz);
+    void AddSlices(const LaneSpan& span, int lane) {
+        const History::Lock& lock = mHistory.Locks()[span.lock];
+        for (size_t i = 0; i < lock.terms.size(); ++i) {
+            const bool isLast = i + 1 == lock.terms.size();
+            const Time since = std::max(lock.terms[i].since, span.since);
+            const Time end = std::min(isLast ? lock.end : lock.terms[i + 1].since, span.end);
+            if (end < since || (end == since && (!isLast || span.since < span.end))) continue;
+            const size_t cause = since == lock.terms[i].since
+                                     ? lock.terms[i].request
+                                     : History::HoldingAt(lock, since).request;
+            mSlices.push_back({span.lock, i, since, end, lane, cause});
         }
+    }
+
+    // How the slice ended: with the lock, by a renewal, or because another one has the lock now.
+    std::string EndText(const Slice& slice) const {
+        const History::Lock& lock = mHistory.Locks()[slice.lock];
+        if (slice.end == lock.end) return LockEndText(lock);
+        if (slice.term + 1 < lock.terms.size() && lock.terms[slice.term + 1].since == slice.end) {
+            return "renewed";
+        }
+        return "goes on for " + NameOfWho(mHistory.WhoOf(History::HoldingAt(lock, slice.end)));
+    }
+
+    // "big >= 1651 MHz": the frequencies that the list limits, else the first of what it asks.
+    std::string LimitText(const std::vector<int>& list) {
+        std::string text;
+        for (size_t i = 0; i + 1 < list.size(); i += 2) {
+            const auto bearing = mHistory.BearingOf(list[i], list[i + 1]);
+            if (!bearing) continue;
+            const char* sign = bearing->isFloor ? ">=" : bearing->lifts ? "lifted to" : "<=";
+            // MHz are cut as in the lock.
+            text += fmt::format("{}{} {} {} MHz", text.empty() ? "" : ", ",
+                                mHistory.Tracks()[bearing->track].name, sign, bearing->khz / 1000);
+        }
+        if (text.empty() && list.size() > 1) text = PairText(list[0], list[1]);
+        return text;
+    }
+
+    void WriteSlice(size_t index) {
+        const Slice& slice = mSlices[index];
+        const History::Lock& lock = mHistory.Locks()[slice.lock];
+        const History::Term& term = lock.terms[slice.term];
+        const History::Holding& holding = History::HoldingAt(lock, slice.since);
+        const std::string holder = NameOfWho(mHistory.WhoOf(holding));
+        const std::string limits = LimitText(term.list);
+        BeginSpan(slice.since, slice.end, kLocks, slice.lane,
+                  limits.empty() ? holder : holder + ": " + limits);
+        mJson.Field("cat", "lock");
+        OpenArgs();
+        mJson.Field("lock", lock.handle);
+        mJson.Field("holder", holder);
+        mJson.Field("request", RequestText(holding.request));
+        if (term.request != holding.request) mJson.Field("taken by", RequestText(term.request));
+        mJson.Field("lasts", TermText(term));
+        mJson.Field("ended", EndText(slice));
+        WriteAsks(term.list);
+        EndWithArgs();
+        if (slice.cause != History::kNobody) {
+            WriteFlow(slice.since, "f", kLocks, slice.lane, index);
+        }
+    }
+
+    void WriteControl(const History::Control& control, Time at) {
+        const auto write = [&](const char* name, int value) {
+            Begin(at, "C", kServer, 0, name);
+            OpenArgs();
+            mJson.Field("value", value);
+            EndWithArgs();
+        };
+        write("thermal level", control.thermalLevel);
+        write("control type", control.type);
+    }
+
+    void AddSeries(std::string name, const std::vector<History::Point>& points) {
+        if (points.empty()) return;
+        for (size_t i = 0; i < points.size(); ++i) {
+            Add(points[i].at, Entry::Kind::kCounter, mSeries.size(), i);
+        }
+        // A counter is drawn up to its last sample.
+        if (points.back().at < mHistory.End()) {
+            Add(mHistory.End(), Entry::Kind::kCounter, mSeries.size(), points.size() - 1);
+        }
+        mSeries.push_back({std::move(name), &points});
     }
 
     void AddCounters() {
-        for (const History::Track& track : mHistory.Tracks()) {
+        const std::vector<bool> isShown = mHistory.ShownTracks();
+        for (size_t i = 0; i < isShown.size(); ++i) {
+            if (!isShown[i]) continue;
+            const History::Track& track = mHistory.Tracks()[i];
             AddSeries(track.name + " ceiling", track.ceiling);
             AddSeries(track.name + " current", track.current);
             AddSeries(track.name + " floor", track.floor);
@@ -231,8 +414,12 @@ class TraceWriter {
 
     const History& mHistory;
     const PictureHead& mHead;
+    JsonStream mJson;
     const std::vector<Lane> mLanes;
-    std::vector<Entry> mEvents;
+    std::vector<Slice> mSlices;
+    std::vector<Series> mSeries;
+    std::vector<Entry> mEntries;
+    std::map<std::pair<int, int>, std::string> mPairTexts;
 };
 
 int64_t Ms(Time time) {
@@ -242,7 +429,7 @@ int64_t Ms(Time time) {
 }  // namespace
 
 void WriteTrace(const History& history, const PictureHead& head, std::ostream& out) {
-    TraceWriter(history, head).Write(out);
+    TraceWriter(history, head, out).Write();
 }
 
 std::string TermText(const History::Term& term) {

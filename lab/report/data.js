@@ -19,6 +19,8 @@ function countUpTo(times, t) {
     return low;
 }
 
+const NOBODYS = "other:the plug-in";
+
 // Who makes a request, as filters name it: "client:thermal", "command:touch", "other:the start".
 function whoOf(request) {
     if (request.command) return `command:${request.command}`;
@@ -52,19 +54,18 @@ function readRun(packed) {
         source: packed.source,
         device: packed.device,
         scenes: packed.scenes,
-        findings: packed.findings,
         end: seconds(packed.end),
         linesLeftOut: packed.linesLeftOut,
         tracks: packed.tracks.map((track) => readTrack(track, column, seconds(packed.end))),
-        lanes: packed.lanes,
     };
     run.requests = rowsOf(packed.requests, (t, [text, result, line, client, command], index) => {
         const request = {index, t, line, text: texts[text], result: texts[result],
                          client: texts[client], command: texts[command]};
         request.who = whoOf(request);
+        request.isFailed = request.result.startsWith("failed: ");
         return request;
     });
-    run.locks = packed.locks.map(([handle, end, how, endRequest, terms], index) => ({
+    run.locks = packed.locks.map(([handle, end, how, endRequest, terms, holdings], index) => ({
         index,
         handle,
         end: seconds(end),
@@ -76,6 +77,34 @@ function readRun(packed) {
             pairs: lists[list],
             request,
         })),
+        // Who it belongs to, from when on.
+        holdings: (holdings ?? [[terms[0][0], terms[0][3]]]).map(([since, request, who]) => ({
+            since: seconds(since),
+            request,
+            who: who ?? (request === NOBODY ? NOBODYS : run.requests[request].who),
+        })),
+    }));
+    run.lanes = packed.lanes.map(({name, who, spans}) => ({
+        name,
+        who,
+        spans: spans.map((span) => {
+            const [index, since, end] = Array.isArray(span) ? span : [span, null, null];
+            const lock = run.locks[index];
+            return {
+                lock,
+                since: since === null ? lock.terms[0].since : seconds(since),
+                end: end === null ? lock.end : seconds(end),
+            };
+        }),
+    }));
+    for (const lane of run.lanes) lane.since = lane.spans.map((span) => span.since);
+    run.findings = packed.findings.map(([text, t, request, lock]) => ({
+        text, request, t: t < 0 ? null : seconds(t), lock: lock < 0 ? null : run.locks[lock],
+    }));
+    run.controls = packed.controls.map(([since, type, level, isInForce, boosts], index, all) => ({
+        since: seconds(since),
+        end: index + 1 < all.length ? seconds(all[index + 1][0]) : run.end,
+        type, level, isInForce: isInForce === 1, boosts: boosts === 1,
     }));
     run.refusals = packed.refusals.map(([t, returned, list, request]) => ({
         t: seconds(t), returned, pairs: lists[list], request,
@@ -87,8 +116,8 @@ function readRun(packed) {
         t, error, request, node: texts[node], before: texts[before], after: texts[after],
         unit: texts[unit],
     }));
-    run.lines = rowsOf(packed.lines, (t, [priority, tag, text, request]) => ({
-        t, priority, request, tag: texts[tag], text: texts[text],
+    run.lines = rowsOf(packed.lines, (t, [priority, tag, text, request, isUsual]) => ({
+        t, priority, request, tag: texts[tag], text: texts[text], isUsual: isUsual === 1,
     }));
     return run;
 }

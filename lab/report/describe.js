@@ -27,8 +27,20 @@ function requestText(run, index) {
     return request.line ? `${request.text} (line ${request.line})` : request.text;
 }
 
-function holderText(run, index) {
-    return index === NOBODY ? "the plug-in" : run.requests[index].who.replace(/^[a-z]+:/, "");
+// The name in what filters name: "touch" of "command:touch".
+function nameOf(who) {
+    return who.replace(/^[a-z]+:/, "");
+}
+
+// The last of `steps`, each of which holds from its `since` on, that has begun at `t`.
+function stepAt(steps, t) {
+    let found = steps[0];
+    for (const step of steps) if (step.since <= t) found = step;
+    return found;
+}
+
+function holderText(lock, t) {
+    return nameOf(stepAt(lock.holdings, t).who);
 }
 
 function endText(lock) {
@@ -37,10 +49,13 @@ function endText(lock) {
     return `${lock.how === RELEASED ? "released" : "ran out"} at ${timeText(lock.end)}, after ${after}`;
 }
 
-function termAt(lock, t) {
-    let found = lock.terms[0];
-    for (const term of lock.terms) if (term.since <= t) found = term;
-    return found;
+function controlText(control) {
+    const limits = control.isInForce ? "limits in force" : control.type === 0 ? "limits lifted" : "limits nothing yet";
+    return `${control.type}: ${limits}${control.boosts ? "" : ", no boosts"}`;
+}
+
+function levelText(control) {
+    return control.level < 0 ? "released" : `level ${control.level}`;
 }
 
 // How long a term would still last at `t`, as asked for, whatever ends it.
@@ -58,12 +73,18 @@ function pairFacts(pairs, most) {
 }
 
 function lockFacts(run, lock, t, most) {
-    const term = termAt(lock, t);
+    const term = stepAt(lock.terms, t);
+    const holding = stepAt(lock.holdings, t);
     const facts = [
-        ["holder", holderText(run, term.request)],
-        ["request", requestText(run, term.request)],
+        ["holder", nameOf(holding.who)],
+        ["request", requestText(run, holding.request)],
         ["taken", timeText(lock.terms[0].since)],
     ];
+    if (term.request !== holding.request) facts.push(["taken by", requestText(run, term.request)]);
+    for (const other of lock.holdings) {
+        if (other.who === holding.who) continue;
+        facts.push([other.since > t ? "later" : "before", `${nameOf(other.who)}, from ${timeText(other.since)}`]);
+    }
     if (lock.terms.length > 1) {
         const renewed = lock.terms.indexOf(term);
         facts.push(["renewed", renewed ? `${timeText(term.since)}, ${renewed} of ${lock.terms.length - 1}`
@@ -93,31 +114,32 @@ function trackFacts(run, index, t, most) {
         ["floor", mhzText(track.floor[at])],
     ];
     const asked = [];
-    for (const lock of locksAt(run, t)) {
-        const term = termAt(lock, t);
+    for (const {lock, who} of locksAt(run, t)) {
+        const term = stepAt(lock.terms, t);
         for (const pair of term.pairs) {
-            if (pair.track === index) asked.push({lock, term, pair});
+            if (pair.track === index) asked.push({lock, term, pair, who});
         }
     }
     const strictness = ({pair}) => (pair.side === FLOOR ? -pair.mhz : pair.mhz);
     const order = ({pair}) => (pair.side === FLOOR ? 1 : pair.side === LIFTED_CEILING ? -1 : 0);
     asked.sort((a, b) => order(a) - order(b) || strictness(a) - strictness(b));
-    for (const {lock, term, pair} of asked.slice(0, most)) {
+    for (const {lock, term, pair, who} of asked.slice(0, most)) {
         const sign = pair.side === FLOOR ? "≥" : pair.side === LIFTED_CEILING ? "lifts to" : "≤";
         const left = term.until === null ? "until released" : `${spanText(Math.max(0, term.until - t))} left`;
         facts.push([`lock ${lock.handle}`,
-                    `${sign} ${mhzText(pair.mhz)}, ${holderText(run, term.request)}, ${left}`]);
+                    `${sign} ${mhzText(pair.mhz)}, ${nameOf(who)}, ${left}`]);
     }
     if (asked.length > most) facts.push(["", `and ${asked.length - most} more locks`]);
     return facts;
 }
 
+// The locks held at `t`, with whom they belong to then.
 function* locksAt(run, t) {
-    for (const lane of run.lanes) {
-        const before = countUpTo(lane.since, t);
+    for (const {who, since, spans} of run.lanes) {
+        const before = countUpTo(since, t);
         if (before === 0) continue;
-        const lock = run.locks[lane.locks[before - 1]];
-        if (lock.end > t || lock.how === HELD) yield lock;
+        const {lock, end} = spans[before - 1];
+        if (end > t || (end === lock.end && lock.how === HELD)) yield {lock, who};
     }
 }
 

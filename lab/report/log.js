@@ -10,64 +10,85 @@ function makeEntries(run) {
     const entries = [];
     // Within one time: what belongs to no request, then each request before its parts. What ends by
     // itself is still its owner's to the filter.
-    const add = (t, request, kind, sign, text, source, owner = request) => {
-        entries.push({t, request, kind, sign, text, source, owner, order: entries.length});
+    const whoOfRequest = (request) => (request === NOBODY ? null : run.requests[request].who);
+    const add = (t, request, kind, sign, source, who = whoOfRequest(request)) => {
+        entries.push({t, request, kind, sign, source, who, order: entries.length});
     };
     for (const request of run.requests) {
-        const oneLine = request.result && request.result !== "0" && !request.result.includes("\n");
-        add(request.t, request.index, "request", "", request.text + (oneLine ? ` → ${request.result}` : ""),
-            {request});
+        add(request.t, request.index, request.isFailed ? "request failed" : "request", "", {request});
     }
     for (const line of run.lines) {
-        const kind = line.priority >= ANDROID_WARNING ? "error" : "debug";
-        const text = line.tag ? `${line.tag}: ${line.text}` : line.text;
-        add(line.t, line.request, kind, kind === "error" ? "!" : ".", text, {line});
+        const kind = line.priority < ANDROID_WARNING ? "debug" : line.isUsual ? "usual" : "error";
+        add(line.t, line.request, kind, kind === "error" ? "!" : ".", {line});
     }
-    for (const write of run.writes) {
+    for (const write of run.writes) add(write.t, write.request, write.error ? "error" : "node", "=", {write});
+    for (const refusal of run.refusals) add(refusal.t, refusal.request, "error", "!", {refusal});
+    for (const lock of run.locks) {
+        lock.terms.forEach((term, at) => {
+            add(term.since, term.request, "taken", at ? "~" : "+", {lock, term}, stepAt(lock.holdings, term.since).who);
+        });
+        for (let at = 1; at < lock.holdings.length; ++at) {
+            const holding = lock.holdings[at];
+            if (holding.who === lock.holdings[at - 1].who) continue;
+            add(holding.since, NOBODY, "taken", "»", {lock, holding}, holding.who);
+        }
+        if (lock.how === HELD) continue;
+        add(lock.end, lock.endRequest, "ended", "-", {lock}, lock.holdings[lock.holdings.length - 1].who);
+    }
+    for (const one of run.breakthroughs) {
+        add(one.since, one.request, "timer", "@", {breakthrough: one, begins: true});
+        add(one.end, NOBODY, "timer", "@", {breakthrough: one}, whoOfRequest(one.request));
+    }
+    const rank = (entry) => (entry.source.request ? 0 : 1);
+    return entries.sort((a, b) => a.t - b.t || a.request - b.request || rank(a) - rank(b) || a.order - b.order);
+}
+
+// What an entry says on its row. Made when it is asked for: a long run has more than anyone reads.
+function entryText(run, {source}) {
+    const {request, line, write, refusal, lock, term, holding, breakthrough, begins} = source;
+    if (request) {
+        const oneLine = request.result && request.result !== "0" && !request.result.includes("\n");
+        return request.text + (oneLine ? ` → ${request.result}` : "");
+    }
+    if (line) return line.tag ? `${line.tag}: ${line.text}` : line.text;
+    if (write) {
         const unit = write.unit ? ` ${write.unit}` : "";
         const what = write.error ? `not written, error ${write.error}` :
             write.before === write.after ? `${write.after}${unit}, as before` :
             `${write.before} → ${write.after}${unit}`;
-        add(write.t, write.request, write.error ? "error" : "node", "=", `${write.node}  ${what}`, {write});
+        return `${write.node}  ${what}`;
     }
-    for (const refusal of run.refusals) {
-        add(refusal.t, refusal.request, "error", "!", `a lock was refused with ${refusal.returned}`, {refusal});
+    if (refusal) return `a lock was refused with ${refusal.returned}`;
+    if (term) {
+        const lasts = term.until === null ? "until released" : `for ${spanText(term.until - term.since)}`;
+        const isRenewed = term !== lock.terms[0];
+        return `lock ${lock.handle}  ${barText(run, term.pairs)}, ${isRenewed ? "renewed " : ""}${lasts}`;
     }
-    for (const lock of run.locks) {
-        lock.terms.forEach((term, at) => {
-            const lasts = term.until === null ? "until released" : `for ${spanText(term.until - term.since)}`;
-            add(term.since, term.request, "taken", at ? "~" : "+",
-                `lock ${lock.handle}  ${barText(run, term.pairs)}, ${at ? "renewed " : ""}${lasts}`, {lock, term});
-        });
-        if (lock.how === HELD) continue;
-        add(lock.end, lock.endRequest, "ended", "-",
-            `lock ${lock.handle} of ${holderText(run, lock.terms[0].request)}  ` +
-                (lock.how === RELEASED ? "released" : "ran out"), {lock}, lock.terms[0].request);
-    }
-    for (const one of run.breakthroughs) {
-        add(one.since, one.request, "timer", "@", `limit breakthrough for ${one.ms} ms`, {breakthrough: one});
-        add(one.end, NOBODY, "timer", "@", "limit breakthrough over", {breakthrough: one}, one.request);
-    }
-    const rank = (entry) => (entry.kind === "request" ? 0 : 1);
-    entries.sort((a, b) => a.t - b.t || a.request - b.request || rank(a) - rank(b) || a.order - b.order);
-    for (const entry of entries) entry.folded = entry.text.toLowerCase();
-    return entries;
+    if (holding) return `lock ${lock.handle}  goes on for ${nameOf(holding.who)}`;
+    if (lock) return `lock ${lock.handle} of ${holderText(lock, lock.end)}  ${lock.how === RELEASED ? "released" : "ran out"}`;
+    return begins ? `limit breakthrough for ${breakthrough.ms} ms` : "limit breakthrough over";
+}
+
+function priorityText(line) {
+    const name = ["", "", "verbose", "debug", "info", "warning", "error", "fatal"][line.priority] ?? line.priority;
+    return line.isUsual ? `${name}, but harmless: a tag that holds no lock says so` : String(name);
 }
 
 // What an entry tells in full.
 function describeEntry(run, entry) {
-    const {request, line, write, refusal, lock, term, breakthrough} = entry.source;
+    const {request, line, write, refusal, lock, term, holding, breakthrough} = entry.source;
+    const headline = entryText(run, entry);
     if (request) return factList(request.text, requestFacts(request));
     const by = ["request", requestText(run, entry.request)];
     const at = ["time", timeText(entry.t)];
-    if (line) return factList(line.text, [at, ["tag", line.tag], ["priority", String(line.priority)], by]);
+    if (line) return factList(line.text, [at, ["tag", line.tag], ["priority", priorityText(line)], by]);
     if (write) {
         return factList(`${write.node}, written by the plug-in`,
                         [at, ["before", write.before], ["after", write.after], by]);
     }
-    if (refusal) return factList(entry.text, [at, by, ...pairFacts(refusal.pairs, 40)]);
-    if (lock) return factList(`lock ${lock.handle}`, lockFacts(run, lock, term ? term.since : lock.end, 40));
-    return factList(entry.text, [at, ["request", requestText(run, breakthrough.request)]]);
+    if (refusal) return factList(headline, [at, by, ...pairFacts(refusal.pairs, 40)]);
+    if (lock) return factList(`lock ${lock.handle}`, lockFacts(run, lock, (term ?? holding)?.since ?? lock.end, 40));
+    return factList(headline, [at, ["request", requestText(run, breakthrough.request)]]);
 }
 
 class Log {
@@ -90,8 +111,8 @@ class Log {
         const {view} = this;
         const word = view.find.toLowerCase();
         this.shown = this.all.filter((entry) =>
-            (view.all || entry.kind !== "debug") && view.allows(entry.owner) &&
-            (!word || entry.folded.includes(word)));
+            (view.all || entry.kind !== "debug") && view.allows(entry.who) &&
+            (!word || (entry.folded ??= entryText(this.run, entry).toLowerCase()).includes(word)));
         this.times = this.shown.map((entry) => entry.t);
         this.space.style.height = `${this.shown.length * ROW_HEIGHT}px`;
         this.clear();
@@ -128,12 +149,13 @@ class Log {
     addRow(index) {
         const entry = this.shown[index];
         const row = document.createElement("div");
-        row.className = `row ${entry.kind}${entry.kind !== "request" && entry.request !== NOBODY ? " part" : ""}`;
+        const text = entryText(this.run, entry);
+        row.className = `row ${entry.kind}${!entry.source.request && entry.request !== NOBODY ? " part" : ""}`;
         row.id = `row-${index}`;
         row.style.top = `${index * ROW_HEIGHT}px`;
         row.setAttribute("role", "option");
         row.setAttribute("aria-selected", String(entry === this.selected));
-        row.title = entry.text;
+        row.title = text;
         const add = (kind, type, text) => {
             const part = document.createElement(kind);
             part.className = type;
@@ -142,7 +164,7 @@ class Log {
         };
         add("time", "", timeText(entry.t));
         add("span", `sign ${entry.kind}`, entry.sign);
-        add("span", "text", entry.text);
+        add("span", "text", text);
         row.addEventListener("click", () => this.choose(index));
         this.box.append(row);
         this.drawn.set(index, row);
@@ -155,11 +177,11 @@ class Log {
         this.view.mark(this.shown[index].t);
     }
 
-    chooseSource(isIt) {
-        const index = this.shown.findIndex((entry) => isIt(entry.source));
-        if (index < 0) return false;
-        this.choose(index);
-        return true;
+    // Selects the first entry that is it; false when there is none in the list.
+    selectEntry(isIt) {
+        const index = this.shown.findIndex(isIt);
+        if (index >= 0) this.select(index);
+        return index >= 0;
     }
 
     // Selects what stands at the marked time, unless the selected entry does.

@@ -2,7 +2,8 @@
 
 const run = readRun(JSON.parse(document.getElementById("run").textContent));
 runLength = run.end;
-for (const lane of run.lanes) lane.since = lane.locks.map((index) => run.locks[index].terms[0].since);
+
+const MOST_FINDINGS = 500;
 
 const byId = (id) => document.getElementById(id);
 const view = new View(run);
@@ -17,7 +18,7 @@ const charts = run.tracks.map((track, index) => new TrackChart(
         const facts = t === null ? null : trackFacts(run, which, t, 9);
         showTip(facts && `${track.label} at ${timeText(t)}`, facts, charts[which].plot, left, top);
     }));
-const lanes = new Lanes(run, view, byId("lanes"), (what, t, left, top) => {
+const lanes = new Lanes(run, view, lanesBox, byId("lanes"), (what, t, left, top) => {
     hover(t);
     showTip(...describeHit(what, t), lanes.plot, left, top);
 }, pick);
@@ -33,19 +34,42 @@ function describeHit(what, t) {
     if (!what) return [null, null];
     if (what.lock) return [`lock ${what.lock.handle}`, lockFacts(run, what.lock, t, 12)];
     if (what.request) return [what.request.text, requestFacts(what.request)];
+    if (what.finding) return ["finding", [["time", timeText(what.finding.t)], ["", what.finding.text]]];
+    if (what.control) {
+        const {since, end} = what.control;
+        return [`thermal ${levelText(what.control)}`, [["control type", controlText(what.control)],
+                                                       ["from", timeText(since)], ["to", timeText(end)]]];
+    }
     const {since, end, request} = what.breakthrough;
     return ["limit breakthrough", [["request", requestText(run, request)],
                                    ["from", timeText(since)], ["to", timeText(end)],
                                    ["time left", spanText(Math.max(0, end - t))]]];
 }
 
+// Leads to the moment of a finding: the charts move there, the log shows what it is about.
+function lead(finding) {
+    const isIt = (entry) =>
+        finding.lock ? entry.source.term && entry.source.lock === finding.lock :
+        finding.request !== NOBODY && entry.source.request?.index === finding.request;
+    if (!log.selectEntry(isIt) && (view.who.size > 0 || view.find)) {
+        view.who.clear();
+        view.search("", view.all);
+        log.selectEntry(isIt);
+    }
+    view.lead(finding.t);
+}
+
 // A click on the lanes: what is there is looked up in the log, else the time is marked.
 function pick(what, t) {
-    const isFound = what && log.chooseSource((source) =>
-        what.lock ? source.term && source.lock === what.lock && source.term === termAt(what.lock, t) :
+    if (what?.finding) {
+        lead(what.finding);
+        return;
+    }
+    const isFound = what && log.selectEntry(({source}) =>
+        what.lock ? source.term && source.lock === what.lock && source.term === stepAt(what.lock.terms, t) :
         what.request ? source.request === what.request :
-        source.breakthrough === what.breakthrough);
-    if (!isFound) view.mark(t);
+        what.breakthrough && source.breakthrough === what.breakthrough);
+    view.mark(isFound ? log.selected.t : t);
 }
 
 function hover(t) {
@@ -89,7 +113,22 @@ function placeLines() {
     hover(null);
 }
 
+function showFold() {
+    const folded = lanes.folded();
+    const button = byId("fold");
+    button.hidden = folded === 0 && lanes.isFolded;
+    button.textContent = folded === 0 && !lanes.isFolded ? "Fold lanes with nothing in view"
+        : `${folded} lane${folded === 1 ? " has" : "s have"} nothing in view; show ${folded === 1 ? "it" : "them"}`;
+}
+
+function refold(action) {
+    action();
+    showFold();
+    layOut();
+}
+
 function showRange() {
+    if (lanes.isFolded) refold(() => lanes.fold());
     for (const plot of [...charts, lanes]) plot.show(view.from, view.to);
     byId("range").textContent = `${timeText(view.from)} – ${timeText(view.to)}`;
     // The plots take their new scales at the end of this turn.
@@ -97,9 +136,8 @@ function showRange() {
 }
 
 function showFilter() {
-    lanes.filter();
+    refold(() => lanes.filter());
     log.filter();
-    layOut();
     byId("search").value = view.find;
     byId("all").checked = view.all;
     byId("chips").replaceChildren(...[...view.who].map((who) => {
@@ -139,11 +177,24 @@ function describeRun() {
     findings.className = run.findings.length ? "" : "none";
     findings.firstElementChild.textContent =
         run.findings.length ? count(run.findings.length, "finding") : "no findings";
-    findings.lastElementChild.append(...run.findings.map((text) => {
+    findings.lastElementChild.append(...run.findings.slice(0, MOST_FINDINGS).map((finding) => {
         const item = document.createElement("li");
-        item.textContent = text;
+        if (finding.t === null) {
+            item.textContent = finding.text;
+        } else {
+            const link = document.createElement("button");
+            link.textContent = finding.text;
+            link.title = `Show it, at ${timeText(finding.t)}`;
+            link.addEventListener("click", () => lead(finding));
+            item.append(link);
+        }
         return item;
     }));
+    if (run.findings.length > MOST_FINDINGS) {
+        const more = document.createElement("li");
+        more.textContent = `and ${run.findings.length - MOST_FINDINGS} more`;
+        findings.lastElementChild.append(more);
+    }
 }
 
 function onWheel(event) {
@@ -181,6 +232,7 @@ function connectTools() {
     onClick("pan-left", () => view.move(-0.3));
     onClick("pan-right", () => view.move(0.3));
     onClick("fit", () => view.fit());
+    onClick("fold", () => refold(() => lanes.setFolded(!lanes.isFolded)));
     byId("pick").addEventListener("change", (event) => {
         const who = event.target.value;
         if (who === "*") view.setFilter([]);

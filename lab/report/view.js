@@ -1,6 +1,9 @@
 // What is shown: range of time, filter, marked time, search. Kept in the URL's hash, so that a link
 // leads to the same picture.
 
+// How much is shown around a time that somebody is led to.
+const LEAD_SECONDS = 20;
+
 // #from=1.5&to=3&who=client:thermal&who=command:touch&at=2.1&find=text&all=1
 class View {
     constructor(run) {
@@ -95,6 +98,14 @@ class View {
         this.tell({mark: true, range: isHidden});
     }
 
+    // Leads to a time: marks it, in the middle of a range in which single requests can be told apart.
+    lead(t) {
+        const half = Math.min(this.to - this.from, LEAD_SECONDS) / 2;
+        [this.from, this.to] = this.within(t - half, t + half);
+        this.at = t;
+        this.tell({mark: true, range: true});
+    }
+
     setFilter(who) {
         this.who = new Set(who);
         this.tell({filter: true});
@@ -112,13 +123,12 @@ class View {
         this.tell({filter: true});
     }
 
-    // True when the filter lets a request through; what belongs to none passes with no filter only.
-    allows(request) {
-        if (this.who.size === 0) return true;
-        return request !== NOBODY && this.who.has(this.run.requests[request].who);
+    // True when the filter lets `who` through; what belongs to nobody, null, passes with no filter only.
+    allows(who) {
+        return this.who.size === 0 || (who !== null && this.who.has(who));
     }
 
-    allowsLock(lock) {
-        return lock.terms.some((term) => this.allows(term.request));
+    allowsRequest(index) {
+        return this.allows(index === NOBODY ? null : this.run.requests[index].who);
     }
 }

@@ -1,0 +1,89 @@
+#include "lab/pictures/json_stream.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace lab {
+namespace {
+
+bool IsPlain(char letter) {
+    return letter >= ' ' && letter <= '~' && letter != '"' && letter != '\\' && letter != '<';
+}
+
+}  // namespace
+
+void JsonStream::Separate() {
+    if (mNeedsComma) mOut.put(',');
+    if (mBreaks) mOut.put('\n');
+    mBreaks = false;
+    mNeedsComma = true;
+}
+
+void JsonStream::Open(char bracket) {
+    Separate();
+    mOut.put(bracket);
+    mNeedsComma = false;
+}
+
+void JsonStream::Close(char bracket) {
+    mOut.put(bracket);
+    mNeedsComma = true;
+}
+
+void JsonStream::Key(std::string_view name) {
+    Text(name);
+    mOut.put(':');
+    mNeedsComma = false;
+}
+
+void JsonStream::Number(int64_t number) {
+    Separate();
+    std::array<char, 24> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    mOut.write(digits.data(), end.ptr - digits.data());
+}
+
+void JsonStream::Decimal(int64_t thousandths) {
+    const int64_t fraction = std::abs(thousandths % 1000);
+    if (fraction == 0) {
+        Number(thousandths / 1000);
+        return;
+    }
+    if (thousandths > -1000 && thousandths < 0) {
+        Separate();
+        mOut << "-0";
+    } else {
+        Number(thousandths / 1000);
+    }
+    std::string digits = std::to_string(1000 + fraction);
+    digits.front() = '.';
+    while (digits.back() == '0') digits.pop_back();
+    mOut << digits;
+}
+
+void JsonStream::IndexOrNone(size_t index) {
+    Number(index == static_cast<size_t>(-1) ? -1 : static_cast<int64_t>(index));
+}
+
+void JsonStream::Text(std::string_view text) {
+    Separate();
+    if (std::all_of(text.begin(), text.end(), IsPlain)) {
+        mOut << '"' << text << '"';
+        return;
+    }
+    using Json = nlohmann::json;
+    const std::string quoted =
+        Json(std::string(text)).dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (const char letter : quoted) {
+        if (letter == '<' && mIsInPage) {
+            mOut << "\\u003c";
+        } else {
+            mOut.put(letter);
+        }
+    }
+}
+
+}  // namespace lab
