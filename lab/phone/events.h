@@ -37,6 +37,9 @@ struct LockAcquire {
     int durationMs = 0;       // 0: until released
     std::vector<int> list;    // opcode, value, opcode, value, ...
     int returned = 0;         // the handle; below 1 when refused
+    // A capture's lock that was taken before the capture begins: how long it is for and, where its
+    // list is empty, what it holds nothing tells.
+    bool isEarlier = false;
 };
 
 // A call of perf_lock_rel.
@@ -73,6 +76,9 @@ struct NodeAccess {
     // What a write has changed beside its own node: a ceiling that rises frees the floor that it
     // held down, and the frequency follows both. Under the names that the kernel keeps them by.
     std::vector<NodeValue> alsoChanged = {};
+    // A capture's first sight of the node: what stood there before a write nothing tells, and
+    // `before` is empty.
+    bool isBeforeUnknown = false;
 };
 
 // What happened to the plug-in's POSIX timer.
