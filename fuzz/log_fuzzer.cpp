@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fuzz/finding.h"
-#include "lab/logcat/log_story.h"
+#include "lab/logcat/story_teller.h"
 #include "lab/phone/phone.h"
 
 namespace {
@@ -24,20 +24,27 @@ struct World {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static World* const world = new World;
     std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
-    const lab::Capture capture = lab::ReadCapture(in, "input.txt");
+    const lab::ReadLines capture = lab::ReadCapture(in, "input.txt");
     lab::Time last{};
     for (const lab::CapturedLine& line : capture.lines) {
         fuzz::Require(line.at >= last, "lines that are not in the order of their times");
         last = line.at;
     }
     fuzz::Require(last <= capture.end, "a line behind the capture's end");
-    lab::DeviceOf(capture);
-    lab::DetailOf(capture);
-    const lab::LogStory story = lab::TellStory(capture, world->nodes, world->scenes, world->lists);
-    for (const lab::LogRequest& request : story.requests) {
-        fuzz::Require(request.line > 0 && request.at <= capture.end,
-                      "a request without its line or behind the end");
+    lab::LogStory story;
+    lab::LogEvidence evidence;
+    lab::StoryTeller teller(world->nodes, world->scenes, world->lists, story,
+                            [&](lab::LogRequest&& request) {
+                                fuzz::Require(request.line > 0 && request.at <= capture.end,
+                                              "a request without its line or behind the end");
+                            });
+    for (const lab::CapturedLine& line : capture.lines) {
+        evidence.Add(line);
+        story.detail = evidence.Detail();
+        teller.Add(line);
     }
+    teller.Flush();
+    evidence.Device();
     world->phone.Events().Clear();
     return 0;
 }

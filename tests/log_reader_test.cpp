@@ -153,7 +153,7 @@ TEST(MessageForms, ToldApartFromCutDamagedAndUnknownText) {
     }
 }
 
-Capture Read(const std::string& text) {
+ReadLines Read(const std::string& text) {
     std::istringstream in(text);
     return ReadCapture(in, "a.txt");
 }
@@ -178,7 +178,7 @@ void PrintTo(const Damage& damage, std::ostream* out) {
 class DamagedCapture : public testing::TestWithParam<Damage> {};
 
 TEST_P(DamagedCapture, IsReadAsFarAsItGoes) {
-    const Capture capture = Read(GetParam().text);
+    const ReadLines capture = Read(GetParam().text);
     std::vector<std::string> problems;
     for (const LogProblem& problem : capture.problems) {
         problems.push_back(ProblemText(capture, problem));
@@ -272,7 +272,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST(CaptureTimes, RunFromTheFirstLineThroughTheNewYear) {
-    const Capture capture =
+    const ReadLines capture =
         Read("12-31 23:59:59.900  1  2 I other: hello\n12-31 23:59:59.950  1  2 I tag: " + kLock +
              "\n01-01 00:00:00.100  1  2 I tag: " + kDone + "\n01-01 00:00:01.000  1  2 I b: c\n");
     ASSERT_EQ(capture.lines.size(), 2u);
@@ -284,7 +284,7 @@ TEST(CaptureTimes, RunFromTheFirstLineThroughTheNewYear) {
 }
 
 TEST(CaptureTimes, CountFromTheEarliestLineWhereverItStands) {
-    const Capture capture = Read(kLater + kDone + "\n" + kHead + kLock + "\n");
+    const ReadLines capture = Read(kLater + kDone + "\n" + kHead + kLock + "\n");
     ASSERT_EQ(capture.lines.size(), 2u);
     EXPECT_EQ(capture.lines[0].at, Time(0));
     EXPECT_EQ(capture.lines[1].at, std::chrono::milliseconds(100));
@@ -292,7 +292,7 @@ TEST(CaptureTimes, CountFromTheEarliestLineWhereverItStands) {
 }
 
 TEST(CaptureText, IsFitForATerminal) {
-    const Capture capture = Read(kHead + "tarquel: \x1b]0;x\x07\xc3\xa4" + std::string(90000, 'x'));
+    const ReadLines capture = Read(kHead + "tarquel: \x1b]0;x\x07\xc3\xa4" + std::string(90000, 'x'));
     ASSERT_EQ(capture.lines.size(), 1u);
     EXPECT_EQ(capture.lines[0].text.substr(0, 16), "tarquel: ?]0;x??");
     EXPECT_LT(capture.lines[0].text.size(), 20000u);

@@ -34,18 +34,35 @@ class CaptureFile {
     CaptureFile& operator=(const CaptureFile&) = delete;
 
     LogSession::Options Options(const std::string& device = "") const {
-        return {mPath, device, "", ""};
+        return {mPath, device, "", "", false};
     }
 
   private:
     const std::string mPath;
 };
 
-std::vector<Event> PlayLog(LogSession& session) {
+// A capture's story and what playing it shows.
+struct ToldLog {
+    std::vector<LogRequest> requests;
     std::vector<Event> events;
-    LogPlayer player(session.GetPhone(), [&](const Event& event) { events.push_back(event); });
-    player.Play(session.Story().requests, session.Log().end);
-    return events;
+};
+
+ToldLog PlayLog(LogSession& session) {
+    ToldLog told;
+    LogPlayer player(session.GetPhone(), [&](const Event& event) { told.events.push_back(event); });
+    session.Tell({[&](LogRequest&& request) {
+        player.Play(request);
+        told.requests.push_back(std::move(request));
+    }});
+    player.Finish(session.Log().end);
+    return told;
+}
+
+// The scenario that `record` makes of it.
+YamlNode Recorded(const CaptureFile& capture, const std::string& device,
+                  std::vector<LogProblem>& leftOut) {
+    LogSession session(capture.Options(device));
+    return ScenarioOf(session, capture.Options(device), leftOut);
 }
 
 bool IsEffect(const Event& event) {
@@ -57,9 +74,9 @@ bool IsEffect(const Event& event) {
            std::holds_alternative<LockExpire>(event.what);
 }
 
-std::vector<std::string> Requests(const LogStory& story) {
+std::vector<std::string> Requests(const ToldLog& told) {
     std::vector<std::string> texts;
-    for (const LogRequest& request : story.requests) {
+    for (const LogRequest& request : told.requests) {
         if (request.isRequest) texts.push_back(request.text);
     }
     return texts;
@@ -210,20 +227,20 @@ TEST(Capture, OfARunHasItsLocksAndWritesAndReplaysToTheSameLog) {
         const LabRun run = PlayScenario(shipped.flat, shipped.device, true);
         const CaptureFile capture(run.log);
         const Layout layout = LayoutOf(LoadDeviceProfile(shipped.device));
-        YamlNode recorded;
         {
             LogSession session(capture.Options(shipped.device));
-            EXPECT_THAT(session.Problems(), IsEmpty());
             const auto isInLog = [&](const Event& event) {
                 return IsEffect(event) && event.at <= session.Log().end;
             };
-            const std::vector<std::string> told = EventTexts(PlayLog(session), layout, isInLog);
+            const std::vector<std::string> told =
+                EventTexts(PlayLog(session).events, layout, isInLog);
+            EXPECT_THAT(session.Problems(), IsEmpty());
             ASSERT_EQ(told, EventTexts(run.events, layout, isInLog));
             count += told.size();
-            std::vector<LogProblem> leftOut;
-            recorded = ScenarioOf(session, capture.Options(shipped.device), leftOut);
-            EXPECT_THAT(leftOut, IsEmpty());
         }
+        std::vector<LogProblem> leftOut;
+        const YamlNode recorded = Recorded(capture, shipped.device, leftOut);
+        EXPECT_THAT(leftOut, IsEmpty());
         ASSERT_EQ(PlayScenario(recorded, shipped.device, false).log, run.log);
     }
     EXPECT_GT(count, 500u);
@@ -247,9 +264,10 @@ TEST(Capture, OfADebugBuildHasTheSameLocks) {
     const auto isLock = [](const Event& event) {
         return IsEffect(event) && !std::holds_alternative<NodeAccess>(event.what);
     };
-    EXPECT_EQ(EventTexts(PlayLog(session), Layout::kThreeClusters, isLock),
+    const ToldLog told = PlayLog(session);
+    EXPECT_EQ(EventTexts(told.events, Layout::kThreeClusters, isLock),
               EventTexts(run.events, Layout::kThreeClusters, isLock));
-    EXPECT_THAT(Requests(session.Story()),
+    EXPECT_THAT(Requests(told),
                 ElementsAre("limit by power: big_max <= 1651.2 MHz, sched_boost = level 1",
                             "on game_steady (12301)", "limit by thermal: big_max <= 1440 MHz",
                             "off game_steady (12301)", "limit by power: big_max <= 1440 MHz",
@@ -277,9 +295,9 @@ TEST(Capture, OfThreadsThatInterleaveIsTakenApart) {
     const CaptureFile capture(screen.substr(0, half) + key.substr(0, other) + screen.substr(half) +
                               key.substr(other));
     LogSession session(capture.Options("sm8450"));
+    const ToldLog told = PlayLog(session);
     EXPECT_THAT(session.Problems(), IsEmpty());
-    EXPECT_THAT(Requests(session.Story()),
-                ElementsAre("do screen_on (4097)", "do key_event (4105)"));
+    EXPECT_THAT(Requests(told), ElementsAre("do screen_on (4097)", "do key_event (4105)"));
 }
 
 TEST(Capture, ThatBeginsLateOrHasAnotherSceneFileSaysWhatItCannotKnow) {
@@ -289,25 +307,24 @@ TEST(Capture, ThatBeginsLateOrHasAnotherSceneFileSaysWhatItCannotKnow) {
         Locked(1000, 9, 11, 4097, 501, 9, 1000) + Locked(1500, 9, 11, 4999, 502, 2, 400) +
         Line(2000, 9, 11, "DoAction ret = 0, cmdId = 4105, payloadNum = 0") +
         Line(3000, 9, 11, "write node ret = 1, node = /sys/none, config = 1"));
+    std::vector<LogProblem> leftOut;
+    Recorded(capture, "sm8450", leftOut);
     LogSession session(capture.Options("sm8450"));
-    const std::vector<Event> events = PlayLog(session);
+    const ToldLog told = PlayLog(session);
     std::vector<std::string> problems;
     for (const LogProblem& problem : session.Problems()) problems.push_back(problem.message);
     EXPECT_THAT(problems,
                 ElementsAre(HasSubstr("command 4097 holds 9 pairs here, which no element"),
                             HasSubstr("command 4105 is done here, but the lines")));
     EXPECT_THAT(session.UnknownCommands(), HasSubstr("has no command 4999"));
-    EXPECT_THAT(Requests(session.Story()), Contains("off touch (4098)"));
-    std::vector<std::string> told = EventTexts(events, Layout::kThreeClusters,
-                                               [](const Event& event) { return IsEffect(event); });
-    EXPECT_THAT(told,
+    EXPECT_THAT(Requests(told), Contains("off touch (4098)"));
+    EXPECT_THAT(EventTexts(told.events, Layout::kThreeClusters,
+                           [](const Event& event) { return IsEffect(event); }),
                 ElementsAre(HasSubstr("\"release\",\"handle\":77"),
                             R"({"at_ms":1000.0,"event":"lock","handle":501,"duration_ms":1000})",
                             R"({"at_ms":1500.0,"event":"lock","handle":502,"duration_ms":400})",
                             HasSubstr("\"expire\",\"handle\":502"),
                             HasSubstr("\"expire\",\"handle\":501"), HasSubstr("/sys/none")));
-    std::vector<LogProblem> leftOut;
-    ScenarioOf(session, capture.Options("sm8450"), leftOut);
     ASSERT_EQ(leftOut.size(), 2u);
     EXPECT_EQ(leftOut[1].message, "left out: command 4999");
 }
@@ -340,16 +357,15 @@ TEST(Capture, OfNodesThatFailTellsSoAndReplaysToTheSameLog) {
             return access && access->kind == NodeAccess::Kind::kWrite && access->error != 0;
         });
     };
-    YamlNode recorded;
     {
         LogSession session(capture.Options("sm8450"));
-        EXPECT_THAT(session.Problems(), IsEmpty());
         EXPECT_GE(refused(run.events), 6);
-        EXPECT_EQ(refused(PlayLog(session)), refused(run.events));
-        std::vector<LogProblem> leftOut;
-        recorded = ScenarioOf(session, capture.Options("sm8450"), leftOut);
-        EXPECT_THAT(leftOut, IsEmpty());
+        EXPECT_EQ(refused(PlayLog(session).events), refused(run.events));
+        EXPECT_THAT(session.Problems(), IsEmpty());
     }
+    std::vector<LogProblem> leftOut;
+    const YamlNode recorded = Recorded(capture, "sm8450", leftOut);
+    EXPECT_THAT(leftOut, IsEmpty());
     EXPECT_EQ(PlayScenario(recorded, "sm8450", false).log, run.log);
 }
 
@@ -358,7 +374,7 @@ TEST(Capture, OfAHalThatFailsSaysThatTheScenarioLacksIt) {
         LoadYamlText("faults: {hal: absent}\nsteps:\n- {at: 10, do: touch}\n", "a.yaml"), "sm8450",
         true);
     const CaptureFile capture(run.log);
-    const LogSession session(capture.Options("sm8450"));
+    LogSession session(capture.Options("sm8450"));
     std::vector<LogProblem> leftOut;
     ScenarioOf(session, capture.Options("sm8450"), leftOut);
     ASSERT_FALSE(leftOut.empty());
@@ -376,7 +392,9 @@ TEST(Capture, WhoseLinesOfOneTimeAreOutOfOrderSaysSo) {
         Line(100, 9, 11, "DoHandleMapRelease tag = 10, PerfLockRel handle= 3", 'D');
     const auto problems = [](const std::string& log) {
         const CaptureFile capture(log);
-        return LogSession(capture.Options("sm8450")).Problems();
+        LogSession session(capture.Options("sm8450"));
+        PlayLog(session);
+        return session.Problems();
     };
     EXPECT_THAT(problems(taken(3) + released + taken(8)), IsEmpty());
     const std::vector<LogProblem> found = problems(taken(3) + taken(8) + released);
@@ -389,25 +407,25 @@ TEST(Capture, OfAServerThatRestartsForgetsWhatItHeld) {
     const CaptureFile capture(Locked(100, 9, 11, 4097, 501, 5, 5000) +
                               Locked(900, 33, 34, 4097, 501, 5, 1000));
     LogSession session(capture.Options("sm8450"));
+    const ToldLog told = PlayLog(session);
     std::vector<std::string> ends;
-    for (const Event& event : PlayLog(session)) {
+    for (const Event& event : told.events) {
         if (const auto* release = std::get_if<LockRelease>(&event.what)) {
             ends.push_back(std::to_string(release->handle));
         }
     }
     EXPECT_THAT(ends, ElementsAre("501"));
-    EXPECT_THAT(Requests(session.Story()),
-                Contains("the policy server begins anew, as process 33"));
+    EXPECT_THAT(Requests(told), Contains("the policy server begins anew, as process 33"));
 }
 
 TEST(Capture, WithErrorsAloneSaysHowToTurnTheRestOn) {
     const LabRun run =
         PlayScenario(LoadYamlFile(FindScenarioFile("shared_limits")), "sm8450", false);
     const CaptureFile capture(run.log);
-    const LogSession session(capture.Options());
+    LogSession session(capture.Options());
     EXPECT_EQ(session.Story().detail, LogDetail::kErrors);
     EXPECT_THAT(session.DetailAdvice(), HasSubstr("ro.logsystem.usertype"));
-    EXPECT_THAT(Requests(session.Story()), IsEmpty());
+    EXPECT_THAT(Requests(PlayLog(session)), IsEmpty());
 }
 
 TEST(Capture, ShowsItsDevice) {
@@ -433,19 +451,19 @@ TEST(Capture, ThatIsNoneIsRefused) {
     } catch (const InputError& error) {
         EXPECT_THAT(error.what(), HasSubstr("this text is UTF-16"));
     }
-    EXPECT_THROW(LogSession({"/nonexistent", "", "", ""}), InputError);
-    EXPECT_THROW(LogSession({"/", "", "", ""}), InputError);
+    EXPECT_THROW(LogSession({"/nonexistent", "", "", "", false}), InputError);
+    EXPECT_THROW(LogSession({"/", "", "", "", false}), InputError);
 }
 
 TEST(ShippedCaptures, AreReadWithoutAWordLost) {
     size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(DataFolder() + "/captures")) {
         SCOPED_TRACE(entry.path().string());
-        LogSession session({entry.path().string(), "", "", ""});
+        LogSession session({entry.path().string(), "", "", "", false});
+        PlayLog(session);
         EXPECT_THAT(session.Problems(), IsEmpty());
         EXPECT_EQ(session.Log().unreadableCount, 0u);
         EXPECT_GT(session.Log().foreignCount, 10u);
-        PlayLog(session);
         ++count;
     }
     EXPECT_GE(count, 3u);

@@ -10,18 +10,13 @@ const std::vector<int> kUntoldList = {0, 0};
 
 }  // namespace
 
-void LogPlayer::Play(const std::vector<LogRequest>& requests, Time end) {
-    for (const LogRequest& request : requests) PlayRequest(request);
-    AdvanceTo(end);
-}
-
 // Never back: requests of two threads may overlap.
 void LogPlayer::AdvanceTo(Time at) {
     mPhone.GetClock().AdvanceTo(std::max(mPhone.GetClock().Now(), at));
     HandOn();
 }
 
-void LogPlayer::PlayRequest(const LogRequest& request) {
+void LogPlayer::Play(const LogRequest& request) {
     if (request.isRequest) AdvanceTo(request.at);
     if (request.isRequest) {
         mPhone.Events().Add(

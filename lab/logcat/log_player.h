@@ -29,8 +29,11 @@ class LogPlayer {
     LogPlayer(Phone& phone, std::function<void(const Event&)> observe)
         : mPhone(phone), mObserve(std::move(observe)) {}
 
-    // Plays the requests, then lets time pass until `end`.
-    void Play(const std::vector<LogRequest>& requests, Time end);
+    // Plays a request; they come in the order in which they began.
+    void Play(const LogRequest& request);
+
+    // Lets time pass until `end`.
+    void Finish(Time end) { AdvanceTo(end); }
 
     std::vector<Held> Locks() const;
 
@@ -43,7 +46,6 @@ class LogPlayer {
         int line = 0;
     };
 
-    void PlayRequest(const LogRequest& request);
     void AdvanceTo(Time at);
     void Perform(const LogRequest& request, const What& what);
     void Acquire(const LogRequest& request, const LockAcquire& acquire);

@@ -4,45 +4,17 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
-#include <map>
+#include <deque>
 #include <unordered_map>
 
+#include "lab/logcat/log_calendar.h"
 #include "lab/names/text.h"
 
 namespace lab {
 namespace {
 
-// Longer than any line that logcat prints; what is beyond it is passed over.
-constexpr size_t kLongestLine = 16 * 1024;
-
-constexpr int64_t kUsPerDay = INT64_C(24) * 3600 * 1'000'000;
-
-// Reads lines through a buffer of its own.
-class LineReader {
-  public:
-    explicit LineReader(std::istream& in) : mIn(in), mBuffer(kLongestLine + 1) {}
-
-    // Reads up to the next newline, which is not kept. False at the end of the input.
-    bool Read(std::string& line) {
-        mIn.getline(mBuffer.data(), static_cast<std::streamsize>(mBuffer.size()));
-        auto count = static_cast<size_t>(mIn.gcount());
-        if (count == 0) return false;
-        const bool isCut = mIn.fail();
-        const bool hasNewline = !isCut && !mIn.eof();
-        line.assign(mBuffer.data(), hasNewline ? count - 1 : count);
-        if (isCut) {
-            mIn.clear();
-            mIn.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-        }
-        while (!line.empty() && line.back() == '\r') line.pop_back();
-        return true;
-    }
-
-  private:
-    std::istream& mIn;
-    std::vector<char> mBuffer;
-};
+// Of ReadCapture alone.
+constexpr size_t kLongestRead = 16 * 1024;
 
 // Takes out the colours of -v color.
 void DropColours(std::string& line) {
@@ -117,103 +89,70 @@ bool IsNeverRepeated(Message message) {
     }
 }
 
-// Turns printed times into one that runs from line to line. logcat leaves the year out, so January
-// after December is the next year and 1 March after 28 February is the next day, unless the year is
-// printed and says otherwise.
-class Calendar {
-  public:
-    Time At(const LogStamp& stamp) {
-        const bool isDated = stamp.month != 0;
-        if (isDated && mLast.month == 12 && stamp.month == 1) mDays += DaysBefore(13);
-        if (isDated && mLast.month == 1 && stamp.month == 12) mDays -= DaysBefore(13);
-        const bool mayLeap = stamp.year < 0 || stamp.year % 4 != 0;
-        if (isDated && mayLeap && mLast.month == 2 && mLast.day == 28 && stamp.month == 3) --mDays;
-        const int64_t days = isDated ? mDays + DaysBefore(stamp.month) + stamp.day : 0;
-        // The first one is 0. Times of day and seconds alone have nothing in common: the second
-        // kind goes on where the first was.
-        if (!mHasLast || isDated != (mLast.month != 0)) {
-            mShift = mNow - (days * kUsPerDay + stamp.us);
-        }
-        mHasLast = true;
-        mLast = stamp;
-        mNow = mShift + days * kUsPerDay + stamp.us;
-        return std::chrono::microseconds(mNow);
-    }
+// How many lines of the plug-in are remembered, to know them when they come again.
+constexpr size_t kMostRemembered = 1 << 17;
 
-    // The time of the line before; 0 when no line has one.
-    Time Last() const { return std::chrono::microseconds(mNow); }
+// How many lines wait for their order at most, and for the line that tells whether they are there
+// a second time.
+constexpr size_t kMostHeld = 1 << 16;
+constexpr size_t kMostDoubtful = 256;
 
-  private:
-    // Of a leap year: 29 February has its day.
-    static int64_t DaysBefore(int month) {
-        static constexpr int kDays[] = {0,   0,   31,  60,  91,  121, 152,
-                                        182, 213, 244, 274, 305, 335, 366};
-        return kDays[month];
-    }
+// Nobody is silent for so long on a phone that runs.
+constexpr Time kLongSilence = std::chrono::minutes(10);
+constexpr size_t kMostRemarks = 50;
 
-    LogStamp mLast;
-    bool mHasLast = false;
-    int64_t mDays = 0;
-    int64_t mShift = 0;
-    int64_t mNow = 0;
-};
-
-std::string StampText(const LogStamp& stamp) {
-    const int64_t ms = stamp.us / 1000;
-    if (stamp.month == 0) return fmt::format("{}.{:03} s", ms / 1000, ms % 1000);
-    const int64_t day = ((ms % 86'400'000) + 86'400'000) % 86'400'000;
-    return fmt::format("{:02}-{:02} {:02}:{:02}:{:02}.{:03}", stamp.month, stamp.day,
-                       day / 3'600'000, day / 60'000 % 60, day / 1000 % 60, day % 1000);
+bool NamesLog(std::string_view section) {
+    return section.starts_with("------ SYSTEM LOG (") || section.starts_with("------ MAIN LOG (");
 }
 
-// Since boot or since 1970; nothing without a year.
-std::optional<Time> OnClock(const LogStamp& stamp) {
-    const std::chrono::microseconds us(stamp.us);
-    if (stamp.month == 0) return us;
-    if (stamp.year < 0) return std::nullopt;
-    const std::chrono::year_month_day day(std::chrono::year(stamp.year),
-                                          std::chrono::month(static_cast<unsigned>(stamp.month)),
-                                          std::chrono::day(static_cast<unsigned>(stamp.day)));
-    return std::chrono::sys_days(day).time_since_epoch() + us;
+// "uid=1000(system) Binder:1147_3 expire 12 lines", as logd writes it in place of dropped lines;
+// of "identical 12 lines" nothing is lost. 0 for any other text.
+int64_t LostLines(std::string_view text) {
+    const std::string_view word = " expire ";
+    const size_t at = text.rfind(word);
+    if (!text.starts_with("uid=") || at == text.npos) return 0;
+    std::string_view count = text.substr(at + word.size());
+    count = count.substr(0, count.find(' '));
+    return ParseNumber(std::string(count)).value_or(0);
 }
 
-// Where a run of lines begins that may be repeated ones: how many lines and problems there were.
-struct Doubtful {
-    size_t lines = 0;
-    size_t problems = 0;
-    int first = 0;
-};
+std::string LagText(Time time) {
+    const double seconds = std::chrono::duration<double>(time).count();
+    if (seconds < 120) return fmt::format("{:.3f} s", seconds);
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
+    return fmt::format("{:02}:{:02}:{:02} h", whole / 3600, whole / 60 % 60, whole % 60);
+}
 
-class Reader {
+}  // namespace
+
+class LogReader::Work {
   public:
-    explicit Reader(Capture& capture) : mCapture(capture) {}
+    Work(Capture& capture, std::function<void(const CapturedLine&)> sink)
+        : mCapture(capture), mSink(std::move(sink)) {}
 
-    void Add(std::string& line) {
+    void Add(std::string_view line) {
         ++mCapture.lineCount;
         if (mCapture.lineCount == 1) {
             mCapture.isWide = line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF");
         }
-        DropColours(line);
+        std::string plain;
+        if (line.find('\x1b') != line.npos) {
+            plain = line;
+            DropColours(plain);
+            line = plain;
+        }
         if (line.empty()) {
             mLong.reset();
             return;
         }
         if (line.starts_with("--------- ")) return;  // "beginning of main", "switch to system"
+        if (IsOutsideLog(line)) return;
         AddPart(line);
     }
 
-    void Finish() {
-        DropStrangers();
-        std::vector<CapturedLine>& lines = mCapture.lines;
-        std::stable_sort(lines.begin(), lines.end(),
-                         [](const CapturedLine& a, const CapturedLine& b) { return a.at < b.at; });
-        if (!lines.empty() && lines.front().at < Time(0)) {
-            const Time first = lines.front().at;
-            SetOrigin(mOrigins[lines.front().line]);
-            for (CapturedLine& line : lines) line.at -= first;
-            mEnd -= first;
-        }
-        mCapture.end = mEnd;
+    void Flush() {
+        DecideDoubtful(false);
+        HandOn(Time::max());
     }
 
   private:
@@ -223,9 +162,24 @@ class Reader {
         std::string tag;
     };
 
-    void SetOrigin(const LogStamp& stamp) {
-        mCapture.origin = StampText(stamp);
-        mCapture.onClock = OnClock(stamp);
+    struct Held {
+        CapturedLine line;
+        std::optional<LogStamp> stamp;
+        bool isStranger = false;  // without the plug-in's prefix
+    };
+
+    // Of a bug report everything but the log is passed over: what looks like log lines elsewhere in
+    // it is old, or there a second time.
+    bool IsOutsideLog(std::string_view line) {
+        if (mCapture.lineCount < 10 && line.starts_with("== dumpstate: ")) {
+            mCapture.isBugReport = true;
+            mCapture.unreadableCount = 0;
+            return true;
+        }
+        if (!mCapture.isBugReport) return false;
+        if (!line.starts_with("------ ")) return !mIsInLog;
+        mIsInLog = NamesLog(line);
+        return true;
     }
 
     // A line, or what is behind a head in the middle of it.
@@ -288,13 +242,18 @@ class Reader {
 
     // `isCut`: another line follows in the middle of this one.
     void AddWhole(const LogHeader& header, bool isCut) {
-        const Time at = header.stamp ? mCalendar.At(*header.stamp) : mCalendar.Last();
-        mEnd = std::max(mEnd, at);
+        const Time printed = header.stamp ? mCalendar.At(*header.stamp) : mCalendar.Last();
         if (header.stamp && mCapture.origin.empty()) SetOrigin(*header.stamp);
         const bool isPlugin = BeginsAsPlugin(header.text);
         CapturedLine line;
-        if (isPlugin || header.text.size() < 120) line.match = MatchMessage(header.text);
+        if (isPlugin || MayBeMessage(header.text)) line.match = MatchMessage(header.text);
+        if (header.tag == "chatty") {
+            if (const int64_t lost = LostLines(header.text)) {
+                line.match = {Message::kLinesLost, false, false, {lost}, {}};
+            }
+        }
         if (!isPlugin && line.match.message == Message::kUnknown) {
+            FollowClock(printed, header.stamp.has_value(), false);
             if (IsStub(header, isCut)) {
                 Tell("cut within its first letters; nothing is concluded from it");
             } else {
@@ -303,29 +262,23 @@ class Reader {
             return;
         }
         line.line = static_cast<int>(mCapture.lineCount);
-        line.at = at;
         line.pid = header.pid;
         line.tid = header.tid;
         line.priority = PriorityNumber(header.priority);
         line.text = Printable(header.text);
         if (isCut) line.match = MessageMatch{Message::kUnknown, true, false, {}, {}};
-        const Time back = mHasPlugin && at < mPrevious ? mPrevious - at : Time(0);
-        mPrevious = at;
-        if (back > Time(0)) ++mSegment;
-        if (IsRepeated(line)) return;
-        if (back > Time(0)) TellOrder(back);
-        if (line.match.isTorn) Tell("cut or damaged; nothing is concluded from it");
+        line.at = printed;
+        if (mHasPlugin && printed < mPrevious) ++mSegment;
+        mPrevious = printed;
+        Held held{std::move(line), header.stamp, !isPlugin};
+        if (IsRepeated(held)) return;
         if (isPlugin) {
-            mPluginPids.insert(line.pid);
+            mPluginPids.insert(header.pid);
             mHasPlugin = true;
-        } else {
-            mStrangers.insert(line.line);
+            mCapture.formats.insert(header.format);
+            mCapture.hasUntimed = mCapture.hasUntimed || !header.stamp;
         }
-        mLatest = std::max(mLatest, at);
-        if (header.stamp && at < Time(0)) mOrigins[line.line] = *header.stamp;
-        mCapture.formats.insert(header.format);
-        mCapture.hasUntimed = mCapture.hasUntimed || !header.stamp;
-        mCapture.lines.push_back(std::move(line));
+        Accept(std::move(held));
     }
 
     // What is left of a line of the plug-in's process that was cut before it names the plug-in. A
@@ -338,34 +291,30 @@ class Reader {
 
     // A capture that was joined from overlapping ones has blocks of lines twice, and so has a line
     // that a tool has doubled. Some lines stand several times at one time by right: they count as
-    // repeated only beside others that are.
-    bool IsRepeated(const CapturedLine& line) {
-        const size_t key = std::hash<std::string>()(fmt::format(
-            "{} {} {} {} {}", line.at.count(), line.pid, line.tid, line.priority, line.text));
+    // repeated only beside others that are. A line that has been accepted is not `held` any more.
+    bool IsRepeated(Held& held) {
+        const CapturedLine& line = held.line;
+        const size_t key = KeyOf(line);
         const auto [seen, isNew] = mSeen.try_emplace(key, mSegment);
+        if (isNew) Remember(key);
         const bool isUnique = IsNeverRepeated(line.match.message);
         const bool isTwice = !isNew && key == mLastKey && isUnique;
-        const bool isOld = seen->second < mSegment && (line.at < mLatest || mRepeats);
+        const bool isOld = !isNew && seen->second < mSegment && (line.at < mLatest || mRepeats);
         mLastKey = key;
+        mLatest = std::max(mLatest, line.at);
         if (!isOld && !isTwice) {
             mRepeats.reset();
-            mDoubtful.reset();
+            DecideDoubtful(false);
             return false;
         }
         if (!isUnique && !mRepeats) {
-            if (!mDoubtful) {
-                mDoubtful = Doubtful{mCapture.lines.size(), mCapture.problems.size(), line.line};
-            }
-            return false;
+            mDoubtful.push_back(std::move(held));
+            if (mDoubtful.size() > kMostDoubtful) DecideDoubtful(false);
+            return true;
         }
         if (!mRepeats) {
-            int first = line.line;
-            if (mDoubtful) {
-                mCapture.lines.resize(mDoubtful->lines);
-                mCapture.problems.resize(mDoubtful->problems);
-                first = mDoubtful->first;
-                mDoubtful.reset();
-            }
+            const int first = mDoubtful.empty() ? line.line : mDoubtful.front().line.line;
+            DecideDoubtful(true);
             mRepeats = mCapture.problems.size();
             mCapture.problems.push_back({first, first, "repeats earlier lines; passed over"});
         }
@@ -373,54 +322,201 @@ class Reader {
         return true;
     }
 
-    void TellOrder(Time back) {
-        const double seconds = std::chrono::duration<double>(back).count();
-        Tell(fmt::format("{:.3f} s earlier than the line above it; taken in the order of the times",
-                         seconds));
+    static size_t KeyOf(const CapturedLine& line) {
+        size_t key = std::hash<std::string>()(line.text);
+        for (const int64_t part :
+             {static_cast<int64_t>(line.at.count()), static_cast<int64_t>(line.pid),
+              static_cast<int64_t>(line.tid), static_cast<int64_t>(line.priority)}) {
+            key = (key ^ static_cast<size_t>(part)) * 0x9E3779B97F4A7C15 + (key >> 29);
+        }
+        return key;
     }
 
-    void Tell(const std::string& message) {
-        const int line = static_cast<int>(mCapture.lineCount);
+    void Remember(size_t key) {
+        mRemembered.push_back(key);
+        if (mRemembered.size() <= kMostRemembered) return;
+        mSeen.erase(mRemembered.front());
+        mRemembered.pop_front();
+    }
+
+    void DecideDoubtful(bool isRepeated) {
+        std::vector<Held> doubtful;
+        doubtful.swap(mDoubtful);
+        if (isRepeated) return;
+        for (Held& held : doubtful) Accept(std::move(held));
+    }
+
+    // Follows the phone's clock from line to line: where `printed` is in a time that only runs
+    // forward. Clocks are set back and on, and single lines lag.
+    Time FollowClock(Time printed, bool isTimed, bool isAccepted) {
+        if (!isTimed) return std::max(printed + mShift, mNow);
+        const Time at = printed + mShift;
+        if (mLag && at >= mNow - kOrderWindow) mLag.reset();  // the line before lagged alone
+        if (at < mNow - kOrderWindow) {
+            if (!isAccepted && !mLag) return mNow;  // it may be there a second time
+            const int line = static_cast<int>(mCapture.lineCount);
+            if (!mLag) {
+                mLag = Lag{mCapture.problems.size(), line, mNow - at};
+                Tell(fmt::format("{} earlier than the lines above it; taken where it stands",
+                                 LagText(mNow - at)));
+                return mNow;
+            }
+            mShift += mLag->back;
+            mCapture.problems[mLag->problem].message = fmt::format(
+                "the clock goes back by {} here: it was set, or captures are joined "
+                "out of order; the lines are taken as they stand",
+                LagText(mLag->back));
+            Remark({mLag->line, mLag->line,
+                    fmt::format("the clock was set back by {}: times before and behind it are of "
+                                "different clocks",
+                                LagText(mLag->back))});
+            mLag.reset();
+            mNow = std::max(mNow, printed + mShift);
+            return printed + mShift;
+        }
+        if (mHasTime && at - mNow > kLongSilence) {
+            const int line = static_cast<int>(mCapture.lineCount);
+            Remark({line, line,
+                    fmt::format("no program logs for {} before this line: the phone slept, lines "
+                                "are missing, or its clock was set",
+                                LagText(at - mNow))});
+        }
+        mHasTime = true;
+        mNow = std::max(mNow, at);
+        return at;
+    }
+
+    void Remark(LogProblem remark) {
+        if (mCapture.clockRemarks.size() < kMostRemarks) {
+            mCapture.clockRemarks.push_back(std::move(remark));
+        }
+    }
+
+    void Accept(Held held) {
+        CapturedLine& line = held.line;
+        const Time before = mLastAccepted;
+        line.at = FollowClock(line.at, held.stamp.has_value(), true);
+        mLastAccepted = line.at;
+        if (line.at < before) {
+            const double seconds = std::chrono::duration<double>(before - line.at).count();
+            TellAt(line.line,
+                   fmt::format(
+                       "{:.3f} s earlier than the line above it; taken in the order of the times",
+                       seconds));
+        }
+        if (line.match.isTorn) {
+            TellAt(line.line, "cut or damaged; nothing is concluded from it");
+        }
+        const bool isUntimed = mCapture.origin.empty();
+        // Behind those of its time.
+        const auto place =
+            std::upper_bound(mHeld.begin(), mHeld.end(), line.at,
+                             [](Time at, const Held& other) { return at < other.line.at; });
+        mHeld.insert(place, std::move(held));
+        if (isUntimed && mHeld.size() > 64) {
+            HandOn(Time::max());
+        } else {
+            HandOn(mNow - kOrderWindow);
+        }
+        if (mHeld.size() > kMostHeld) HandOn(mHeld[kMostHeld / 2].line.at);
+    }
+
+    // Hands on the lines up to `end`.
+    void HandOn(Time end) {
+        while (!mHeld.empty() && mHeld.front().line.at <= end) {
+            Held held = std::move(mHeld.front());
+            mHeld.pop_front();
+            CapturedLine& line = held.line;
+            const bool isOther =
+                held.isStranger && (line.pid == 0 || mPluginPids.count(line.pid) == 0);
+            if (isOther) {
+                ++mCapture.foreignCount;
+                continue;
+            }
+            SettleOrigin(held);
+            ++mCapture.pluginCount;
+            line.at = std::max(line.at - *mBase, mHandedOn);
+            mHandedOn = line.at;
+            mSink(line);
+        }
+        mCapture.end = std::max(mNow - mBase.value_or(Time(0)), mHandedOn);
+    }
+
+    // The earliest line's time is 0, whosever it is.
+    void SettleOrigin(const Held& first) {
+        if (mBase) return;
+        mBase = std::min(first.line.at, Time(0));
+        if (*mBase < Time(0) && first.stamp) SetOrigin(*first.stamp);
+    }
+
+    void SetOrigin(const LogStamp& stamp) {
+        mCapture.origin = StampText(stamp);
+        mCapture.onClock = OnClock(stamp);
+    }
+
+    void Tell(const std::string& message) { TellAt(static_cast<int>(mCapture.lineCount), message); }
+    void TellAt(int line, const std::string& message) {
         mCapture.problems.push_back({line, line, message});
     }
 
-    // A message without the plug-in's prefix is its own only from one of its processes.
-    void DropStrangers() {
-        const size_t before = mCapture.lines.size();
-        std::erase_if(mCapture.lines, [this](const CapturedLine& line) {
-            return mStrangers.count(line.line) > 0 &&
-                   (line.pid == 0 || mPluginPids.count(line.pid) == 0);
-        });
-        mCapture.foreignCount += before - mCapture.lines.size();
-    }
+    // A line that is far behind the others; the next one tells whether the clock is.
+    struct Lag {
+        size_t problem = 0;  // that tells of it
+        int line = 0;
+        Time back{};
+    };
 
     Capture& mCapture;
-    Calendar mCalendar;
+    const std::function<void(const CapturedLine&)> mSink;
+    LogCalendar mCalendar;
     std::optional<LongHead> mLong;
-    std::map<int, LogStamp> mOrigins;  // of lines earlier than the first one
-    Time mEnd{};
-    Time mPrevious{};            // of the plug-in's line before
-    Time mLatest = Time::min();  // of the plug-in's lines so far
-    bool mHasPlugin = false;
     bool mIsRaw = false;
+    bool mIsInLog = false;  // of a bug report
+
+    std::optional<Time> mBase;  // of the first line handed on
+    Time mShift{};              // of clocks that were set back
+    Time mNow{};                // of the latest line
+    Time mLastAccepted = Time::min();
+    Time mHandedOn{};
+    bool mHasTime = false;
+    std::optional<Lag> mLag;
+    std::deque<Held> mHeld;  // by time
+
+    Time mPrevious{};            // as printed: of the plug-in's line before
+    Time mLatest = Time::min();  // as printed: of the plug-in's lines so far
+    bool mHasPlugin = false;
     std::set<int> mPluginPids;
-    std::set<int> mStrangers;               // lines without the prefix
     std::unordered_map<size_t, int> mSeen;  // line -> the segment in which it was first
-    int mSegment = 0;                       // times run forward within one
+    std::deque<size_t> mRemembered;
+    int mSegment = 0;  // times run forward within one
     size_t mLastKey = 0;
-    std::optional<Doubtful> mDoubtful;
+    std::vector<Held> mDoubtful;
     std::optional<size_t> mRepeats;  // the problem that tells of the repeated lines above
 };
 
-}  // namespace
+LogReader::LogReader(Capture& capture, std::function<void(const CapturedLine&)> sink)
+    : mWork(std::make_unique<Work>(capture, std::move(sink))) {}
 
-Capture ReadCapture(std::istream& in, const std::string& file) {
-    Capture capture;
+LogReader::~LogReader() = default;
+
+void LogReader::Add(std::string_view line) {
+    mWork->Add(line);
+}
+
+void LogReader::Flush() {
+    mWork->Flush();
+}
+
+ReadLines ReadCapture(std::istream& in, const std::string& file) {
+    ReadLines capture;
     capture.file = file;
-    Reader reader(capture);
-    LineReader lines(in);
-    for (std::string line; lines.Read(line);) reader.Add(line);
-    reader.Finish();
+    LogReader reader(capture, [&](const CapturedLine& line) { capture.lines.push_back(line); });
+    for (std::string line; std::getline(in, line);) {
+        if (line.size() > kLongestRead) line.resize(kLongestRead);
+        while (!line.empty() && line.back() == '\r') line.pop_back();
+        reader.Add(line);
+    }
+    reader.Flush();
     return capture;
 }
 

@@ -16,25 +16,27 @@ constexpr std::string_view kFaultsBesideNodes[] = {
     "tarquel: dlopen() ", "tarquel: dlsym() ", "tarquel: property_get() ",
     "tarquel Failed to create timer", "Failed to set timer"};
 
-void TellFaultsBesideNodes(const Capture& log, std::vector<LogProblem>& leftOut) {
-    for (const CapturedLine& line : log.lines) {
+void TellFaultsBesideNodes(const LogRequest& request, std::vector<LogProblem>& leftOut) {
+    for (const Event& effect : request.effects) {
+        const auto* line = std::get_if<LogLine>(&effect.what);
+        if (!line) continue;
         for (const std::string_view beginning : kFaultsBesideNodes) {
-            if (!line.text.starts_with(beginning)) continue;
-            leftOut.push_back({line.line, line.line,
+            if (!line->text.starts_with(beginning)) continue;
+            leftOut.push_back({request.line, request.line,
                                fmt::format("left out: what made the plug-in say '{}'; a step "
                                            "'faults' arranges it (docs/faults.md)",
-                                           line.text)});
+                                           line->text)});
         }
     }
 }
 
 }  // namespace
 
-YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& options,
+YamlNode ScenarioOf(LogSession& session, const LogSession::Options& options,
                     std::vector<LogProblem>& leftOut) {
     std::vector<YamlNode> steps;
     int64_t lastMs = 0;
-    for (const LogRequest& request : session.Story().requests) {
+    const auto add = [&](LogRequest&& request) {
         if (request.isRestart) {
             leftOut.push_back({request.line, request.line,
                                "the policy server begins anew here; a scenario cannot say that"});
@@ -45,8 +47,9 @@ YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& option
             lastMs = step.Get("at").AsInt("ms", 0, INT64_MAX);
             steps.push_back(step);
         }
-    }
-    TellFaultsBesideNodes(session.Log(), leftOut);
+        TellFaultsBesideNodes(request, leftOut);
+    };
+    session.Tell({add});
     const int64_t endMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(session.Log().end).count();
     if (endMs > lastMs) steps.push_back(MakeMap({{"wait", MakeScalar(endMs - lastMs)}}));

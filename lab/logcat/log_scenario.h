@@ -12,7 +12,7 @@ namespace lab {
 // and ends when the capture does. Whatever the log shows to have befallen the phone (on-demand
 // durations, state bits, refused locks) stands before the request that shows it.
 //   leftOut  what it cannot have, in words: requests that a scenario or the scene file cannot name
-YamlNode ScenarioOf(const LogSession& session, const LogSession::Options& options,
+YamlNode ScenarioOf(LogSession& session, const LogSession::Options& options,
                     std::vector<LogProblem>& leftOut);
 
 }  // namespace lab

@@ -3,14 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <system_error>
 
+#include "lab/logcat/story_teller.h"
 #include "lab/names/text.h"
 #include "lab/server/inputs.h"
+#include "lab/yaml/input_text.h"
+#include "lab/yaml/yaml_tree.h"
 
 namespace lab {
 namespace {
@@ -18,41 +18,13 @@ namespace {
 // Where the log does not show which one it is.
 constexpr const char* kUsualDevice = "sm8450";
 
+// How many of the plug-in's lines show what phone a capture is of that cannot be read again.
+constexpr size_t kBeginning = 400;
+
 constexpr const char* kHowToTurnOn =
     "Turn them on and capture again: call SetDebug(true) through the policy server, or set the\n"
     "property ro.logsystem.usertype to another value than 1 and 6 before the server starts\n"
     "(docs/logcat.md).";
-
-Capture Load(const std::string& name) {
-    if (name == "-") return ReadCapture(std::cin, "-");
-    const std::string file = FindCapture(name);
-    errno = 0;
-    std::ifstream input(file, std::ios::binary);
-    // A folder opens and fails at the first read only.
-    if (!input.is_open() || (input.peek() == std::ifstream::traits_type::eof() && errno != 0)) {
-        throw InputError(file, 0, 0, "cannot be read: " + std::generic_category().message(errno));
-    }
-    return ReadCapture(input, file);
-}
-
-Capture LoadLog(const std::string& name) {
-    Capture capture = Load(name);
-    if (capture.lineCount == 0) throw InputError(capture.file, 0, 0, "is empty");
-    if (capture.isWide) {
-        throw InputError(
-            capture.file, 1, 1,
-            "this text is UTF-16, as the > of some shells writes it; save it as UTF-8, "
-            "or capture with 'adb logcat' in another shell");
-    }
-    if (capture.lines.empty() && capture.foreignCount == 0) {
-        throw InputError(
-            capture.file, 0, 0,
-            fmt::format("this is no capture of a log: none of its {} lines has the form of a line "
-                        "that logcat prints with -v threadtime, brief or long",
-                        capture.lineCount));
-    }
-    return capture;
-}
 
 SceneFile LoadScenes(const std::string& named, const DeviceProfile& device) {
     if (!named.empty()) return SceneFile::Load(FindSceneFile(named));
@@ -65,9 +37,8 @@ SceneFile LoadScenes(const std::string& named, const DeviceProfile& device) {
 }  // namespace
 
 std::string FindCapture(const std::string& name) {
-    if (name == "-") return name;
     std::error_code ignored;
-    if (std::filesystem::exists(name, ignored)) return name;
+    if (IsInput(name) || std::filesystem::exists(name, ignored)) return name;
     const std::string shipped = DataFolder() + "/captures/" + name;
     if (std::filesystem::is_regular_file(shipped, ignored)) return shipped;
     if (std::filesystem::is_regular_file(shipped + ".txt", ignored)) return shipped + ".txt";
@@ -75,34 +46,136 @@ std::string FindCapture(const std::string& name) {
 }
 
 LogSession::LogSession(const Options& options)
-    : mCapture(LoadLog(options.capture)),
-      mDevice(LoadDeviceProfile(ChooseDevice(options))),
+    : mDevice(LoadDeviceProfile(ChooseDevice(options))),
       mScenes(LoadScenes(options.scenes, mDevice)),
       mPhone(mDevice),
       mLibrary(options.library),
-      mLists(mPhone, mLibrary, mScenes),
-      mStory(TellStory(mCapture, KnownNodes(mDevice), mScenes, mLists)) {
-    const std::optional<Layout> shown = LayoutOf(mCapture);
-    if (shown && *shown != mScenes.ClusterLayout()) {
-        const char* const count = *shown == Layout::kTwoClusters ? "two" : "three";
-        mStory.problems.insert(
-            mStory.problems.begin(),
-            {0, 0,
-             fmt::format("this log is of a device with {} clusters, which {} and {} are not; name "
-                         "others with --device and --scenes",
-                         count, mDevice.name, mScenes.File())});
+      mLists(mPhone, mLibrary, mScenes) {
+    mStory.detail = mEvidence.Detail();
+    CheckLayout();
+}
+
+void LogSession::Open(const Options& options) {
+    const std::string file = FindCapture(options.capture);
+    mInput = std::make_unique<CaptureInput>(
+        file, options.isLive ? CaptureInput::Access::kOnce : CaptureInput::Access::kTwice);
+    mCapture.file = file;
+    mCapture.entry = mInput->Entry();
+    const auto handOn = [this](const CapturedLine& line) { mSink(line); };
+    mReader = std::make_unique<LogReader>(mCapture, handOn);
+    Survey();
+    CheckLog();
+    if (IsLive()) return;
+    // What is known of the capture is known from now on.
+    mInput->Rewind();
+    mReader = std::make_unique<LogReader>(mCaptureAgain, handOn);
+}
+
+// False at the end of the capture.
+bool LogSession::ReadLine() {
+    std::string_view line;
+    switch (mInput->ReadLine(line)) {
+        case CaptureInput::Reading::kLine:
+            mReader->Add(line);
+            return true;
+        case CaptureInput::Reading::kIdle:
+            mReader->Flush();
+            mPause();
+            return true;
+        case CaptureInput::Reading::kEnd:
+            break;
+    }
+    if (!mInput->Damage().empty()) {
+        const int last = static_cast<int>(mCapture.lineCount);
+        mDamage = {{last, last, mInput->Damage()}};
+    }
+    mReader->Flush();
+    return false;
+}
+
+// Looks through the whole capture; where it cannot be read again, through its beginning, which is
+// kept: until the device and the switches are known, a pause, or so many lines.
+void LogSession::Survey() {
+    bool isPaused = false;
+    const bool isKept = !mInput->CanRewind();
+    mPause = [&] { isPaused = mCapture.pluginCount > 0; };
+    mSink = [this, isKept](const CapturedLine& line) {
+        mEvidence.Add(line);
+        if (isKept) mBeginning.push_back(line);
+    };
+    while (ReadLine()) {
+        if (isKept && (isPaused || mBeginning.size() >= kBeginning)) break;
     }
 }
 
+void LogSession::CheckLog() const {
+    const Capture& log = mCapture;
+    if (log.lineCount == 0) throw InputError(log.file, 0, 0, "is empty");
+    if (log.isWide) {
+        throw InputError(
+            log.file, 1, 1,
+            "this text is UTF-16, as the > of some shells writes it; save it as UTF-8, "
+            "or capture with 'adb logcat' in another shell");
+    }
+    if (log.pluginCount > 0 || log.foreignCount > 0) return;
+    if (log.isBugReport) {
+        throw InputError(log.file, 0, 0,
+                         "this bug report has no line of a log between its headings "
+                         "'------ SYSTEM LOG' and the next");
+    }
+    throw InputError(
+        log.file, 0, 0,
+        fmt::format("this is no capture of a log: none of its {} lines has the form of a line "
+                    "that logcat prints with -v threadtime, brief or long",
+                    log.lineCount));
+}
+
+void LogSession::CheckLayout() {
+    const std::optional<Layout> shown = mEvidence.ClusterLayout();
+    if (!shown || *shown == mScenes.ClusterLayout() || !mOwnProblems.empty()) return;
+    const char* const count = *shown == Layout::kTwoClusters ? "two" : "three";
+    mOwnProblems.push_back(
+        {0, 0,
+         fmt::format("this log is of a device with {} clusters, which {} and {} are not; name "
+                     "others with --device and --scenes",
+                     count, mDevice.name, mScenes.File())});
+}
+
+void LogSession::Tell(const Listener& listener) {
+    const KnownNodes nodes(mDevice);
+    StoryTeller teller(nodes, mScenes, mLists, mStory,
+                       [&](LogRequest&& request) { listener.request(std::move(request)); });
+    for (const CapturedLine& line : mBeginning) teller.Add(line);
+    mBeginning = {};
+    mSink = [&](const CapturedLine& line) {
+        if (IsLive()) {
+            mEvidence.Add(line);
+            mStory.detail = mEvidence.Detail();
+        }
+        teller.Add(line);
+    };
+    mPause = [&] {
+        teller.Flush();
+        listener.pause();
+    };
+    while (ReadLine()) {
+    }
+    teller.Flush();
+    CheckLayout();
+}
+
 std::string LogSession::ChooseDevice(const Options& options) {
+    Open(options);
     if (!options.device.empty()) return options.device;
-    const std::string shown = DeviceOf(mCapture);
+    const std::string shown = mEvidence.Device();
     mIsDeviceGuessed = shown.empty();
     return shown.empty() ? kUsualDevice : shown;
 }
 
 std::vector<LogProblem> LogSession::Problems() const {
-    std::vector<LogProblem> problems = mCapture.problems;
+    std::vector<LogProblem> problems = mOwnProblems;
+    problems.insert(problems.end(), mDamage.begin(), mDamage.end());
+    problems.insert(problems.end(), mCapture.problems.begin(), mCapture.problems.end());
     problems.insert(problems.end(), mStory.problems.begin(), mStory.problems.end());
     std::stable_sort(problems.begin(), problems.end(),
                      [](const LogProblem& a, const LogProblem& b) { return a.line < b.line; });
@@ -110,7 +183,7 @@ std::vector<LogProblem> LogSession::Problems() const {
 }
 
 std::string LogSession::DetailAdvice() const {
-    if (mCapture.lines.empty()) {
+    if (mCapture.pluginCount == 0) {
         return fmt::format(
             "None of the {} log lines is the plug-in's. With its debug lines switched off it "
             "writes "

@@ -1,9 +1,12 @@
 // A capture opened for reading its story: the files that go with it, and a phone to play it on.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "lab/logcat/capture_input.h"
 #include "lab/logcat/command_lists.h"
 #include "lab/logcat/log_story.h"
 
@@ -20,14 +23,28 @@ class LogSession {
         std::string device;
         std::string scenes;
         std::string library;
+        // True: what comes through a pipe is told as it comes, before it is known how it goes on.
+        bool isLive = false;
     };
 
-    // Reads the capture and its story. Throws InputError for a file that cannot be read or is no
+    // Opens the capture and reads enough of it to know what phone it is of: all of it where it can
+    // be read again, else its beginning. Throws InputError for a file that cannot be read or is no
     // log, and what the device, the scenes and the plug-in throw.
     explicit LogSession(const Options& options);
 
+    // What Tell hands on, in the order in which it began.
+    struct Listener {
+        std::function<void(LogRequest&&)> request;
+        std::function<void()> pause = [] {};  // nothing more has come through the pipe for a while
+    };
+
+    // Tells the capture's story, once.
+    void Tell(const Listener& listener);
+
+    // As far as the capture has been read and told.
     const Capture& Log() const { return mCapture; }
     const LogStory& Story() const { return mStory; }
+
     const DeviceProfile& Device() const { return mDevice; }
     const SceneFile& Scenes() const { return mScenes; }
     Phone& GetPhone() { return mPhone; }
@@ -35,7 +52,10 @@ class LogSession {
     // True when the device was neither named nor shown by the log.
     bool IsDeviceGuessed() const { return mIsDeviceGuessed; }
 
-    // Everything wrong with the capture's lines and its story, by line.
+    // True when the capture is told without its end being known.
+    bool IsLive() const { return !mInput->CanRewind(); }
+
+    // Everything wrong with the capture's lines and its story so far, by line.
     std::vector<LogProblem> Problems() const;
 
     // What the log cannot tell for want of a switch, and how to turn it on; empty when it has all.
@@ -45,9 +65,22 @@ class LogSession {
     std::string UnknownCommands() const;
 
   private:
+    void Open(const Options& options);
+    bool ReadLine();
+    void Survey();
+    void CheckLog() const;
+    void CheckLayout();
     std::string ChooseDevice(const Options& options);
 
+    std::unique_ptr<CaptureInput> mInput;
     Capture mCapture;
+    Capture mCaptureAgain;  // of a file, as it is told
+    std::vector<LogProblem> mDamage;
+    std::unique_ptr<LogReader> mReader;
+    std::vector<CapturedLine> mBeginning;  // of a capture that is told as it comes
+    std::function<void(const CapturedLine&)> mSink;
+    std::function<void()> mPause;
+    LogEvidence mEvidence;
     bool mIsDeviceGuessed = false;
     DeviceProfile mDevice;
     SceneFile mScenes;
@@ -55,6 +88,7 @@ class LogSession {
     Library mLibrary;
     CommandLists mLists;
     LogStory mStory;
+    std::vector<LogProblem> mOwnProblems;
 };
 
 }  // namespace lab

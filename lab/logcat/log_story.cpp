@@ -1,10 +1,8 @@
 #include "lab/logcat/log_story.h"
 
 #include <algorithm>
-#include <climits>
 #include <string_view>
 
-#include "lab/logcat/story_teller.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 
@@ -12,23 +10,7 @@ namespace lab {
 
 namespace {
 
-// The CPUs through which the plug-in reaches its clusters' limits: the first ones that are online.
-std::set<int> LimitedCpus(const Capture& capture) {
-    constexpr std::string_view kPrefix = "/sys/devices/system/cpu/cpu";
-    std::set<int> cpus;
-    for (const CapturedLine& line : capture.lines) {
-        const Message message = line.match.message;
-        if (message != Message::kWriteNode && message != Message::kReadNode) continue;
-        const std::string& path = line.match.words[0];
-        const bool isLimit = path.find("/cpufreq/scaling_") != path.npos;
-        if (!isLimit || path.compare(0, kPrefix.size(), kPrefix) != 0) continue;
-        const std::string_view rest = std::string_view(path).substr(kPrefix.size());
-        const auto cpu = ParseNumber(std::string(rest.substr(0, rest.find('/'))));
-        // No profile has such a CPU: the path fits none.
-        cpus.insert(cpu && *cpu <= INT_MAX ? static_cast<int>(*cpu) : INT_MAX);
-    }
-    return cpus;
-}
+constexpr int kHighestCpu = 63;
 
 struct ShippedDevice {
     std::string name;
@@ -45,32 +27,41 @@ std::vector<ShippedDevice> ShippedDevices() {
 
 }  // namespace
 
-LogStory TellStory(const Capture& capture, const KnownNodes& nodes, const SceneFile& scenes,
-                   CommandLists& lists) {
-    LogStory story;
-    story.detail = DetailOf(capture);
-    StoryTeller teller(nodes, scenes, lists, story);
-    for (const CapturedLine& line : capture.lines) teller.Add(line);
-    teller.Finish();
-    return story;
-}
-
-LogDetail DetailOf(const Capture& capture) {
-    LogDetail detail = LogDetail::kErrors;
-    for (const CapturedLine& line : capture.lines) {
-        const Message message = line.match.message;
-        if (message == Message::kUnknown || message == Message::kOther) continue;
-        if (line.match.onlyDebug) return LogDetail::kFull;
-        if (line.priority < kAndroidError) detail = LogDetail::kVersion;
+void LogEvidence::Add(const CapturedLine& line) {
+    const Message message = line.match.message;
+    const bool isOurs = message != Message::kUnknown && message != Message::kOther &&
+                        message != Message::kLinesLost;
+    if (isOurs && line.match.onlyDebug) mDetail = LogDetail::kFull;
+    if (isOurs && line.priority < kAndroidError && mDetail == LogDetail::kErrors) {
+        mDetail = LogDetail::kVersion;
     }
-    return detail;
+    if (message == Message::kTagLock || message == Message::kGroupPair) AddOpcode(line.match);
+    if (message == Message::kWriteNode || message == Message::kReadNode) AddPath(line.match);
 }
 
-std::string DeviceOf(const Capture& capture) {
+void LogEvidence::AddOpcode(const MessageMatch& match) {
+    if (mLayout) return;
+    const int tag = static_cast<int>(match.numbers[match.message == Message::kGroupPair ? 1 : 0]);
+    const int opcode = static_cast<int>(match.numbers[2]);
+    const bool isTwo = FindTagOpcode(tag, Layout::kTwoClusters) == opcode;
+    const bool isThree = FindTagOpcode(tag, Layout::kThreeClusters) == opcode;
+    if (isTwo != isThree) mLayout = isTwo ? Layout::kTwoClusters : Layout::kThreeClusters;
+}
+
+// The plug-in reaches its clusters' limits through the first of their CPUs that is online.
+void LogEvidence::AddPath(const MessageMatch& match) {
+    constexpr std::string_view kPrefix = "/sys/devices/system/cpu/cpu";
+    const std::string& path = match.words[0];
+    if (!path.starts_with(kPrefix) || path.find("/cpufreq/scaling_") == path.npos) return;
+    const std::string_view rest = std::string_view(path).substr(kPrefix.size());
+    const auto cpu = ParseNumber(std::string(rest.substr(0, rest.find('/'))));
+    // No profile has such a CPU: the path fits none.
+    mCpus.insert(cpu && *cpu <= kHighestCpu ? static_cast<int>(*cpu) : kHighestCpu + 1);
+}
+
+std::string LogEvidence::Device() const {
     // Read once for a program that asks of many captures.
     static const std::vector<ShippedDevice> shipped = ShippedDevices();
-    const std::optional<Layout> layout = LayoutOf(capture);
-    const std::set<int> cpus = LimitedCpus(capture);
     std::string found;
     for (const auto& [name, device] : shipped) {
         const auto isFirst = [&clusters = device.clusters](int cpu) {
@@ -78,28 +69,13 @@ std::string DeviceOf(const Capture& capture) {
                 return cluster.firstCpu == cpu;
             });
         };
-        const bool fits = (!layout || *layout == LayoutOf(device)) &&
-                          std::all_of(cpus.begin(), cpus.end(), isFirst);
+        const bool fits = (!mLayout || *mLayout == LayoutOf(device)) &&
+                          std::all_of(mCpus.begin(), mCpus.end(), isFirst);
         if (!fits) continue;
         if (!found.empty()) return "";
         found = name;
     }
     return found;
-}
-
-std::optional<Layout> LayoutOf(const Capture& capture) {
-    for (const CapturedLine& line : capture.lines) {
-        if (line.match.message != Message::kTagLock && line.match.message != Message::kGroupPair) {
-            continue;
-        }
-        const bool isGroup = line.match.message == Message::kGroupPair;
-        const int tag = static_cast<int>(line.match.numbers[isGroup ? 1 : 0]);
-        const int opcode = static_cast<int>(line.match.numbers[2]);
-        const bool isTwo = FindTagOpcode(tag, Layout::kTwoClusters) == opcode;
-        const bool isThree = FindTagOpcode(tag, Layout::kThreeClusters) == opcode;
-        if (isTwo != isThree) return isTwo ? Layout::kTwoClusters : Layout::kThreeClusters;
-    }
-    return std::nullopt;
 }
 
 }  // namespace lab

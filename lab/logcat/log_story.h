@@ -38,26 +38,34 @@ enum class LogDetail : uint8_t {
     kFull,     // SetDebug(true)
 };
 
+// What is wrong or missing beside the requests, as far as they have been told.
 struct LogStory {
-    std::vector<LogRequest> requests;  // by time
     std::vector<LogProblem> problems;  // contradictions and gaps
     std::set<int> unknownCommands;     // that the scene file does not have
     LogDetail detail = LogDetail::kErrors;
 };
 
-// Rebuilds the requests. Never fails: a line that fits nowhere stands for itself.
-//   nodes   of the phone, with the tags that they belong to
-//   scenes  names the commands; `lists` tells what they hold
-LogStory TellStory(const Capture& capture, const KnownNodes& nodes, const SceneFile& scenes,
-                   CommandLists& lists);
+// What the plug-in's lines show of the phone, whatever they tell of requests.
+class LogEvidence {
+  public:
+    void Add(const CapturedLine& line);
 
-// The layout that the capture's own lines show; nothing when they fit both.
-std::optional<Layout> LayoutOf(const Capture& capture);
+    // How much of the plug-in's lines there is.
+    LogDetail Detail() const { return mDetail; }
 
-// The shipped device whose clusters the capture's lines show; empty when they fit several or none.
-std::string DeviceOf(const Capture& capture);
+    // The layout that the lines show; nothing when they fit both.
+    std::optional<Layout> ClusterLayout() const { return mLayout; }
 
-// How much of the plug-in's lines the capture has.
-LogDetail DetailOf(const Capture& capture);
+    // The shipped device whose clusters the lines show; empty when they fit several or none.
+    std::string Device() const;
+
+  private:
+    void AddOpcode(const MessageMatch& match);
+    void AddPath(const MessageMatch& match);
+
+    LogDetail mDetail = LogDetail::kErrors;
+    std::optional<Layout> mLayout;
+    std::set<int> mCpus;  // through which the plug-in reaches its clusters' limits
+};
 
 }  // namespace lab

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <set>
+#include <string>
 
 namespace lab {
 namespace {
@@ -272,6 +274,18 @@ class FormFinder {
 
 const std::vector<MessageForm>& MessageForms() {
     return kForms;
+}
+
+bool MayBeMessage(std::string_view text) {
+    // The table's own, as far as a text may be cut.
+    static const std::set<std::string> beginnings = [] {
+        std::set<std::string> all;
+        for (const MessageForm& form : kForms) all.emplace(form.text.substr(0, 4));
+        return all;
+    }();
+    const std::string_view head = text.substr(0, 4);
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [head](const std::string& beginning) { return head == beginning; });
 }
 
 bool BeginsAsPlugin(std::string_view text) {

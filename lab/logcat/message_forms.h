@@ -56,6 +56,7 @@ enum class Message : uint8_t {
     kCeiling,       // command, tag, value
     kLimitEffect,   // something about a limit; tells nothing that others do not
     kOther,
+    kLinesLost,  // no message: the logger says that it dropped so many of the thread's lines
 };
 
 // A message as the sources have it, without a newline. Conversions: %d, %3d, %s, %x, %08x, %8X.
@@ -78,6 +79,9 @@ struct MessageMatch {
 
 // Which message `text` is. Unknown text (of a later plug-in, of another program) is no match.
 MessageMatch MatchMessage(std::string_view text);
+
+// False for a text that is none of the messages by its first letters; quick.
+bool MayBeMessage(std::string_view text);
 
 // True for a text that begins as the plug-in's messages do: "tarquel: " and its kin.
 bool BeginsAsPlugin(std::string_view text);

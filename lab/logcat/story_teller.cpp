@@ -13,6 +13,9 @@ constexpr int kThermalClient = 2;
 // How long one query of several values takes at most; the next one may come soon.
 constexpr Time kOneQuery = std::chrono::milliseconds(2);
 
+// No request does so much; lines that go on and on are none.
+constexpr size_t kMostEffects = 4096;
+
 }  // namespace
 
 bool StoryTeller::IsHeldLock(int handle) {
@@ -22,8 +25,10 @@ bool StoryTeller::IsHeldLock(int handle) {
 void StoryTeller::Add(const CapturedLine& line) {
     mLine = &line;
     CheckRestart();
+    CloseOld();
+    HandOn();
     mDraft = &mDrafts[{line.pid, line.tid}];
-    if (mDraft->IsOver(line.at)) Close(*mDraft);
+    if (mDraft->effects.size() > kMostEffects) Close(*mDraft);
     if (line.match.message == Message::kUnknown) {
         Remark();
     } else if (line.match.message <= Message::kEventCached) {
@@ -37,10 +42,39 @@ void StoryTeller::Add(const CapturedLine& line) {
     }
 }
 
-void StoryTeller::Finish() {
+void StoryTeller::Flush() {
     CloseAll();
-    std::stable_sort(mStory.requests.begin(), mStory.requests.end(),
-                     [](const LogRequest& a, const LogRequest& b) { return a.at < b.at; });
+    HandOn();
+}
+
+// Requests of several threads overlap: one that has ended waits for those that began before it.
+void StoryTeller::Tell(LogRequest&& request) {
+    const Place place(request.at, request.line);
+    mEnded.emplace(place, std::move(request));
+}
+
+void StoryTeller::HandOn() {
+    if (mEnded.empty()) return;
+    std::optional<Place> first;
+    for (const auto& [thread, draft] : mDrafts) {
+        if (draft.kind == Kind::kNone) continue;
+        const Place place(draft.at, draft.line);
+        if (!first || place < *first) first = place;
+    }
+    while (!mEnded.empty() && (!first || mEnded.begin()->first < *first)) {
+        LogRequest request = std::move(mEnded.begin()->second);
+        mEnded.erase(mEnded.begin());
+        mSink(std::move(request));
+    }
+}
+
+void StoryTeller::CloseOld() {
+    for (auto draft = mDrafts.begin(); draft != mDrafts.end();) {
+        if (draft->second.IsOver(mLine->at)) Close(draft->second);
+        // Threads come and go.
+        const bool isGone = draft->second.kind == Kind::kNone;
+        draft = isGone ? mDrafts.erase(draft) : std::next(draft);
+    }
 }
 
 // Another process is another server, with an adapter that holds nothing.
@@ -56,13 +90,18 @@ void StoryTeller::CheckRestart() {
     restart.line = mLine->line;
     restart.isRestart = true;
     restart.text = fmt::format("the policy server begins anew, as process {}", mLine->pid);
-    mStory.requests.push_back(std::move(restart));
+    Tell(std::move(restart));
 }
 
 void StoryTeller::AddQuery() {
     switch (mLine->match.message) {
         case Message::kReadNode:
             return Read(Number(0) > 0 ? 0 : EIO);
+        case Message::kLinesLost:
+            return Tell(fmt::format(
+                "the logger dropped {} of the plug-in's process here; what they told is "
+                "missing",
+                Number(0) == 1 ? "a line" : fmt::format("{} lines", Number(0))));
         case Message::kReadMissing:
             return Read(ENOENT);
         case Message::kWriteMissing:
@@ -115,7 +154,7 @@ void StoryTeller::Stand(What what) {
     if (!isLine) {
         lone.effects.push_back({mLine->at, LogLine{mLine->priority, std::nullopt, mLine->text}});
     }
-    mStory.requests.push_back(std::move(lone));
+    Tell(std::move(lone));
 }
 
 void StoryTeller::Close(LogDraft& draft) {
@@ -127,7 +166,7 @@ void StoryTeller::Close(LogDraft& draft) {
         draft.effects.insert(draft.effects.begin(),
                              {draft.at, TimerEvent{TimerEvent::Kind::kFire, 0}});
     }
-    mStory.requests.push_back(mWriter.Finish(std::move(draft)));
+    Tell(mWriter.Finish(std::move(draft)));
     draft = LogDraft{};
 }
 

@@ -1,6 +1,7 @@
 // Goes through the plug-in's log lines, one request under way for each thread.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -12,16 +13,29 @@ namespace lab {
 
 class StoryTeller {
   public:
+    using Sink = std::function<void(LogRequest&&)>;
+
+    // Rebuilds the requests. Never fails: a line that fits nowhere stands for itself.
+    //   nodes   of the phone, with the tags that they belong to
+    //   scenes  names the commands; `lists` tells what they hold
+    //   story   its detail is how much of the plug-in's lines is seen so far
+    //   sink    gets each request when it has ended, in the order in which they began
     StoryTeller(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
-                LogStory& story)
-        : mWriter(nodes, scenes, lists, story), mLists(lists), mStory(story) {}
+                LogStory& story, Sink sink)
+        : mWriter(nodes, scenes, lists, story),
+          mLists(lists),
+          mStory(story),
+          mSink(std::move(sink)) {}
 
     void Add(const CapturedLine& line);
-    void Finish();
+
+    // Takes the requests under way as ended: the capture pauses, or is over.
+    void Flush();
 
   private:
     using Kind = LogDraft::Kind;
     using Thread = std::pair<int, int>;
+    using Place = std::pair<Time, int>;  // when a request began, and in which line
 
     // The numbers of the line at hand.
     int Number(size_t index) const { return static_cast<int>(mLine->match.numbers.at(index)); }
@@ -36,6 +50,9 @@ class StoryTeller {
     LogDraft& Limit(bool isFirst);
     void Close(LogDraft& draft);
     void CloseAll();
+    void CloseOld();
+    void Tell(LogRequest&& request);
+    void HandOn();
     void AddLine(LogDraft& draft);
     void Remark();
     void Stand(What what);
@@ -72,7 +89,9 @@ class StoryTeller {
     DraftWriter mWriter;
     CommandLists& mLists;
     LogStory& mStory;
+    const Sink mSink;
     const CapturedLine* mLine = nullptr;
+    std::multimap<Place, LogRequest> mEnded;  // that wait for one which began earlier
     std::map<Thread, LogDraft> mDrafts;
     LogDraft* mDraft = nullptr;  // of the thread at hand
     std::set<int> mPids;

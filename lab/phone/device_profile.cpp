@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
@@ -147,7 +148,7 @@ DeviceProfile ReadDeviceProfile(const YamlNode& root) {
 }
 
 bool IsProfileFile(const std::string& nameOrFile) {
-    return nameOrFile.find_first_of("/.") != std::string::npos;
+    return nameOrFile == kStandardInput || nameOrFile.find_first_of("/.") != std::string::npos;
 }
 
 std::string ProfileFileOf(const std::string& nameOrFile) {

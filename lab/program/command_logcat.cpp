@@ -64,15 +64,18 @@ class LogcatReport {
     int Print() {
         if (!mOptions.json) PrintHead();
         mPictures.Begin(mSession.Device(), mSession.GetPhone().GetKernel());
-        mPlayer.Play(mSession.Story().requests, mSession.Log().end);
+        mSession.Tell({[this](LogRequest&& request) { mPlayer.Play(request); },
+                       [] { std::cout << std::flush; }});
+        mPlayer.Finish(mSession.Log().end);
         if (mOptions.json) {
             PrintJson();
-        } else if (!mSession.Log().lines.empty()) {
-            PrintEnd();
+        } else {
+            PrintProblems();
+            if (mSession.Log().pluginCount > 0) PrintEnd();
         }
         mPictures.End(mSession.GetPhone().GetClock().Now(), [this] { return HeadOfPictures(); });
         const bool tellsNothing =
-            mSession.Log().lines.empty() || mSession.Story().detail == LogDetail::kErrors;
+            mSession.Log().pluginCount == 0 || mSession.Story().detail == LogDetail::kErrors;
         return tellsNothing || mRefused > 0 || !mSession.Problems().empty() ? kFindings : kFine;
     }
 
@@ -119,7 +122,7 @@ class LogcatReport {
 
     std::string TimesText() const {
         const Capture& log = mSession.Log();
-        if (log.lines.empty()) return "";
+        if (log.pluginCount == 0) return "";
         if (log.origin.empty()) {
             return fmt::format(
                 "The {} format has no times: the lines are taken in their order, and "
@@ -133,20 +136,21 @@ class LogcatReport {
 
     void PrintHead() {
         const Capture& log = mSession.Log();
-        std::cout << mPaint(Colour::kBold, log.file) << "\n"
+        std::cout << mPaint(Colour::kBold, log.file) << (log.entry.empty() ? "" : ": " + log.entry)
+                  << "\n"
                   << fmt::format(
                          "device {}{}, scenes {}\n", mSession.Device().name,
                          mSession.IsDeviceGuessed() ? " (a guess: name it with --device)" : "",
                          mSession.Scenes().File())
-                  << fmt::format("{} of {} lines are the plug-in's{}\n", log.lines.size(),
-                                 log.lineCount,
-                                 log.formats.empty() ? "" : ", format " + FormatsText());
+                  << (mSession.IsLive() ? std::string("told as it comes")
+                                        : fmt::format("{} of {} lines are the plug-in's",
+                                                      log.pluginCount, log.lineCount))
+                  << (log.formats.empty() ? "" : ", format " + FormatsText()) << "\n";
         if (const std::string times = TimesText(); !times.empty()) std::cout << times << "\n";
         if (const std::string advice = mSession.DetailAdvice(); !advice.empty()) {
             std::cout << mPaint(Colour::kYellow, advice) << "\n";
         }
         std::cout << "\n" << std::flush;
-        PrintProblems();
     }
 
     void PrintProblems() {
@@ -217,7 +221,7 @@ class LogcatReport {
         json["formats"] = FormatsText();
         if (!log.origin.empty()) json["origin"] = log.origin;
         json["lines"] = {{"all", log.lineCount},
-                         {"plug_in", log.lines.size()},
+                         {"plug_in", log.pluginCount},
                          {"other_programs", log.foreignCount},
                          {"unreadable", log.unreadableCount}};
         const LogDetail detail = mSession.Story().detail;
@@ -254,7 +258,10 @@ int ReadLog(const LogcatOptions& options) {
     roles.Reads(FindCapture(options.session.capture), "capture");
     roles.Reads(options.session.library, "plug-in");
     ReadInsteadFiles({options.session.device, options.session.scenes}, roles);
-    LogSession session(options.session);
+    LogSession::Options opened = options.session;
+    // What is told as it comes is told without what only its end shows.
+    opened.isLive = !options.json && options.trace.empty() && options.report.empty();
+    LogSession session(opened);
     roles.Reads(session.Scenes().File(), "scene file");
     return LogcatReport(session, options).Print();
 }

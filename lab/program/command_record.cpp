@@ -83,10 +83,12 @@ int RecordScenario(const RecordOptions& options, FileRoles& roles) {
 
 int RecordLog(const RecordOptions& options, FileRoles& roles) {
     roles.Reads(FindCapture(options.log.capture), "capture");
-    const LogSession session(options.log);
+    LogSession session(options.log);
     roles.Reads(session.Scenes().File(), "scene file");
+    std::vector<LogProblem> leftOut;
+    const YamlNode root = ScenarioOf(session, options.log, leftOut);
     std::vector<LogProblem> problems = session.Problems();
-    const YamlNode root = ScenarioOf(session, options.log, problems);
+    problems.insert(problems.end(), leftOut.begin(), leftOut.end());
     const Paint paint = Paint::ForTerminal(STDERR_FILENO);
     for (const std::string& note : {session.DetailAdvice(), session.UnknownCommands()}) {
         if (!note.empty()) std::cerr << paint(Colour::kYellow, note) << "\n";

@@ -3,14 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string_view>
-#include <system_error>
 
-#include "lab/yaml/yaml_tree.h"
+#include "lab/yaml/input_text.h"
 
 namespace lab {
 namespace {
@@ -85,17 +81,7 @@ Place LineTable::At(size_t offset) const {
 }
 
 std::string ReadSceneText(const std::string& file) {
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream text;
-    // A folder opens and fails at the first read only. An empty file sets failbit, which is fine.
-    if (stream.is_open()) text << stream.rdbuf();
-    if (!stream.is_open() || text.bad() || errno == EISDIR) {
-        throw InputError(file, 0, 0,
-                         "this scene file cannot be read: " +
-                             std::generic_category().message(errno ? errno : EIO));
-    }
-    return std::move(text).str();
+    return ReadInput(file, "this scene file ");
 }
 
 std::vector<SceneProblem> FindTextProblems(const std::string& text, const LineTable& lines) {

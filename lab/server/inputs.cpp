@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "lab/names/text.h"
+#include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 
@@ -31,7 +32,7 @@ std::vector<std::string> ShippedNames(const std::string& folder, const std::stri
 
 std::string FindFile(const std::string& name, const std::string& folder,
                      const std::string& extension, const std::string& what) {
-    if (IsFile(name)) return name;
+    if (IsInput(name)) return name;
     std::error_code ignored;
     if (fs::is_directory(name, ignored)) {
         throw InputError(name, 0, 0, "this is a folder; give a " + what);

@@ -1,13 +1,10 @@
 // From a text to a tree, by way of libyaml's events.
 #include <yaml.h>
 
-#include <cerrno>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string_view>
-#include <system_error>
 
+#include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
@@ -216,15 +213,7 @@ YamlNode LoadYamlText(const std::string& text, const std::string& file) {
 }
 
 YamlNode LoadYamlFile(const std::string& file) {
-    errno = 0;
-    std::ifstream input(file, std::ios::binary);
-    std::ostringstream text;
-    // A folder opens and fails at the first read only. An empty file sets failbit, which is fine.
-    if (input.is_open()) text << input.rdbuf();
-    if (!input.is_open() || text.bad() || errno == EISDIR) {
-        throw InputError(file, 0, 0, "cannot be read: " + std::generic_category().message(errno));
-    }
-    return LoadYamlText(text.str(), file);
+    return LoadYamlText(ReadInput(file), file);
 }
 
 }  // namespace lab
