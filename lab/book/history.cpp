@@ -186,9 +186,8 @@ void History::EndLock(int handle, LockEnd how) {
 
 void History::Take(const NodeAccess& access) {
     if (access.kind == NodeAccess::Kind::kRead) return;
-    if (access.kind == NodeAccess::Kind::kWrite) {
-        mWrites.push_back(
-            {mNow, access.path, access.before, access.after, access.error, access.byHal, mRequest});
+    if (access.kind == NodeAccess::Kind::kWrite && !access.byHal) {
+        mWrites.push_back({mNow, access.path, access.before, access.after, access.error, mRequest});
     }
     if (access.error != 0) return;
     SetPoint(access.path, access.after);

@@ -81,13 +81,13 @@ class History {
         std::optional<std::string> begins;  // the name; none: the innermost one ends
     };
 
+    // A write of the plug-in's own: what the HAL writes follows from the locks.
     struct Write {
         Time at{};
         std::string path;
         std::string before;
         std::string after;
         int error = 0;
-        bool byHal = false;
         size_t request = kNobody;
     };
 

@@ -107,9 +107,7 @@ class DataWriter {
         mJson.Key("t");
         mJson.Open('[');
         for (const auto& item : items) {
-            const std::optional<Time> at = timeOf(item);
-            if (!at) continue;
-            const int64_t ticks = Ticks(*at);
+            const int64_t ticks = Ticks(timeOf(item));
             mJson.Number(ticks - last);
             last = ticks;
         }
@@ -265,15 +263,12 @@ class DataWriter {
         size_t unit = 0;
     };
 
-    // The plug-in's own writes: what the HAL writes follows from the locks.
     void WriteWrites() {
         OpenTable("writes");
-        Times(mHistory.Writes(),
-              [](const auto& write) { return write.byHal ? std::optional<Time>() : write.at; });
+        Times(mHistory.Writes(), [](const auto& write) { return write.at; });
         OpenList("rows");
         std::unordered_map<std::string, NodeTexts> nodes;
         for (const History::Write& write : mHistory.Writes()) {
-            if (write.byHal) continue;
             const auto [node, isNew] = nodes.try_emplace(write.path);
             if (isNew) node->second = {mTexts(ShortNode(write.path)), mTexts(NodeUnit(write.path))};
             mJson.Open('[');

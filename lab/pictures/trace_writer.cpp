@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 
 #include "lab/names/node_names.h"
@@ -68,92 +69,51 @@ class TraceWriter {
     }
 
   private:
-    // One event, told when its turn has come: a text for each would fill the memory.
-    struct Entry {
-        enum class Kind : uint8_t {
-            kRequest,
-            kFlowBegin,  // of a slice
-            kRefusal,
-            kSection,
-            kBreakthrough,
-            kLine,
-            kSlice,
-            kControl,
-            kCounter,  // of a series, by mSeries
-        };
-        Time at{};
-        Kind kind{};
-        uint32_t index = 0;
-        uint32_t point = 0;  // of a series
+    // Events of one kind by time, told when their turn has come: a text for each would fill the
+    // memory.
+    struct Source {
+        size_t count = 0;
+        std::function<Time(size_t)> at;
+        std::function<void(size_t)> write;
+        size_t next = 0;
+        Time due{};  // of the next one
     };
 
-    struct Series {
-        std::string name;
-        const std::vector<History::Point>* points = nullptr;
-    };
-
-    void Add(Time at, Entry::Kind kind, size_t index, size_t point = 0) {
-        mEntries.push_back({at, kind, static_cast<uint32_t>(index), static_cast<uint32_t>(point)});
+    template <typename Items, typename Write>
+    void Add(const Items& items, Time Items::value_type::*at, const Write& write) {
+        if (items.empty()) return;
+        const auto timeOf = [&items, at](size_t i) { return items[i].*at; };
+        mSources.push_back({items.size(), timeOf, [&items, write](size_t i) { write(items[i]); }});
+        mSources.back().due = timeOf(0);
     }
 
     void WriteEvents() {
-        using Kind = Entry::Kind;
         MakeSlices();
-        AddRequests();
-        const auto addAll = [this](const auto& items, Kind kind, auto time) {
-            for (size_t i = 0; i < items.size(); ++i) Add(items[i].*time, kind, i);
-        };
-        addAll(mHistory.Refusals(), Kind::kRefusal, &History::Refusal::at);
-        addAll(mHistory.Sections(), Kind::kSection, &History::SectionMark::at);
-        addAll(mHistory.Breakthroughs(), Kind::kBreakthrough, &History::Breakthrough::since);
-        addAll(mHistory.Controls(), Kind::kControl, &History::Control::at);
-        addAll(mHistory.Lines(), Kind::kLine, &History::Line::at);
-        addAll(mSlices, Kind::kSlice, &Slice::since);
+        // At one time in this order.
+        Add(mHistory.Requests(), &History::Request::begin,
+            [this](const auto& request) { WriteRequest(request); });
+        Add(mHistory.Refusals(), &History::Refusal::at,
+            [this](const auto& refusal) { WriteRefusal(refusal); });
+        Add(mHistory.Sections(), &History::SectionMark::at,
+            [this](const auto& mark) { WriteSection(mark); });
+        Add(mHistory.Breakthroughs(), &History::Breakthrough::since,
+            [this](const auto& breakthrough) { WriteBreakthrough(breakthrough); });
+        Add(mHistory.Lines(), &History::Line::at, [this](const auto& line) { WriteLine(line); });
+        Add(mSlices, &Slice::since, [this](const Slice& slice) { WriteSlice(slice); });
+        Add(mHistory.Controls(), &History::Control::at,
+            [this](const auto& control) { WriteControl(control, control.at); });
         AddCounters();
-        // A viewer takes events of one lane and time in their order here: an end stays behind its
-        // begin, a flow behind the request that it begins at.
-        std::stable_sort(mEntries.begin(), mEntries.end(),
-                         [](const Entry& a, const Entry& b) { return a.at < b.at; });
-        for (const Entry& entry : mEntries) WriteEntry(entry);
-        if (!mHistory.Controls().empty()) WriteControl(mHistory.Controls().back(), mHistory.End());
-    }
-
-    void WriteEntry(const Entry& entry) {
-        switch (entry.kind) {
-            case Entry::Kind::kRequest:
-                WriteRequest(mHistory.Requests()[entry.index]);
-                break;
-            case Entry::Kind::kFlowBegin:
-                WriteFlow(entry.at, "s", kServer, kRequestLane, entry.index);
-                break;
-            case Entry::Kind::kRefusal:
-                WriteRefusal(mHistory.Refusals()[entry.index]);
-                break;
-            case Entry::Kind::kSection:
-                WriteSection(mHistory.Sections()[entry.index]);
-                break;
-            case Entry::Kind::kBreakthrough:
-                WriteBreakthrough(mHistory.Breakthroughs()[entry.index]);
-                break;
-            case Entry::Kind::kLine:
-                WriteLine(mHistory.Lines()[entry.index]);
-                break;
-            case Entry::Kind::kSlice:
-                WriteSlice(entry.index);
-                break;
-            case Entry::Kind::kControl:
-                WriteControl(mHistory.Controls()[entry.index], entry.at);
-                break;
-            case Entry::Kind::kCounter: {
-                const Series& series = mSeries[entry.index];
-                Begin(entry.at, "C", kFrequencies, 0, series.name);
-                OpenArgs();
-                mJson.Key("MHz");
-                mJson.Decimal((*series.points)[entry.point].khz);
-                EndWithArgs();
-                break;
+        const auto isLater = [](const Source& a, const Source& b) { return a.due < b.due; };
+        while (!mSources.empty()) {
+            const auto source = std::min_element(mSources.begin(), mSources.end(), isLater);
+            source->write(source->next++);
+            if (source->next < source->count) {
+                source->due = source->at(source->next);
+            } else {
+                mSources.erase(source);
             }
         }
+        EndCounters();
     }
 
     // An event up to its fields of its own; times are microseconds, whole ones where they are
@@ -236,21 +196,6 @@ class TraceWriter {
         mJson.Close(']');
     }
 
-    // The flows of a request stand right behind it: they begin at the slice that was told last.
-    void AddRequests() {
-        std::vector<std::vector<uint32_t>> flows(mHistory.Requests().size());
-        for (size_t i = 0; i < mSlices.size(); ++i) {
-            if (mSlices[i].cause != History::kNobody) {
-                flows[mSlices[i].cause].push_back(static_cast<uint32_t>(i));
-            }
-        }
-        for (size_t i = 0; i < mHistory.Requests().size(); ++i) {
-            const Time at = mHistory.Requests()[i].begin;
-            Add(at, Entry::Kind::kRequest, i);
-            for (const uint32_t slice : flows[i]) Add(at, Entry::Kind::kFlowBegin, slice);
-        }
-    }
-
     void WriteRequest(const History::Request& request) {
         BeginSpan(request.begin, request.end, kServer, kRequestLane,
                   request.text.empty() ? "(no text)" : request.text);
@@ -261,6 +206,13 @@ class TraceWriter {
         if (!request.result.empty()) mJson.Field("result", request.result);
         if (request.line) mJson.Field("line", request.line);
         EndWithArgs();
+        // A flow begins at the slice that was told last.
+        const auto index = static_cast<size_t>(&request - mHistory.Requests().data());
+        for (; mNextFlow < mFlows.size(); ++mNextFlow) {
+            const size_t slice = mFlows[mNextFlow];
+            if (mSlices[slice].cause != index) break;
+            WriteFlow(request.begin, "s", kServer, kRequestLane, slice);
+        }
     }
 
     void WriteFlow(Time at, const char* phase, int process, int lane, size_t slice) {
@@ -313,6 +265,14 @@ class TraceWriter {
         for (size_t i = 0; i < mLanes.size(); ++i) {
             for (const LaneSpan& span : mLanes[i].spans) AddSlices(span, static_cast<int>(i) + 1);
         }
+        std::stable_sort(mSlices.begin(), mSlices.end(),
+                         [](const Slice& a, const Slice& b) { return a.since < b.since; });
+        for (size_t i = 0; i < mSlices.size(); ++i) {
+            if (mSlices[i].cause != History::kNobody) mFlows.push_back(static_cast<uint32_t>(i));
+        }
+        std::stable_sort(mFlows.begin(), mFlows.end(), [this](uint32_t a, uint32_t b) {
+            return mSlices[a].cause < mSlices[b].cause;
+        });
     }
 
     void AddSlices(const LaneSpan& span, int lane) {
@@ -354,8 +314,8 @@ class TraceWriter {
         return text;
     }
 
-    void WriteSlice(size_t index) {
-        const Slice& slice = mSlices[index];
+    void WriteSlice(const Slice& slice) {
+        const auto index = static_cast<size_t>(&slice - mSlices.data());
         const History::Lock& lock = mHistory.Locks()[slice.lock];
         const History::Term& term = lock.terms[slice.term];
         const History::Holding& holding = History::HoldingAt(lock, slice.since);
@@ -389,27 +349,40 @@ class TraceWriter {
         write("control type", control.type);
     }
 
-    void AddSeries(std::string name, const std::vector<History::Point>& points) {
-        if (points.empty()) return;
-        for (size_t i = 0; i < points.size(); ++i) {
-            Add(points[i].at, Entry::Kind::kCounter, mSeries.size(), i);
-        }
-        // A counter is drawn up to its last sample.
-        if (points.back().at < mHistory.End()) {
-            Add(mHistory.End(), Entry::Kind::kCounter, mSeries.size(), points.size() - 1);
-        }
-        mSeries.push_back({std::move(name), &points});
+    void WriteSample(const std::string& name, const History::Point& point, Time at) {
+        Begin(at, "C", kFrequencies, 0, name);
+        OpenArgs();
+        mJson.Key("MHz");
+        mJson.Decimal(point.khz);
+        EndWithArgs();
     }
 
-    void AddCounters() {
+    template <typename Use>
+    void ForEachSeries(const Use& use) const {
         const std::vector<bool> isShown = mHistory.ShownTracks();
         for (size_t i = 0; i < isShown.size(); ++i) {
             if (!isShown[i]) continue;
             const History::Track& track = mHistory.Tracks()[i];
-            AddSeries(track.name + " ceiling", track.ceiling);
-            AddSeries(track.name + " current", track.current);
-            AddSeries(track.name + " floor", track.floor);
+            use(track.name + " ceiling", track.ceiling);
+            use(track.name + " current", track.current);
+            use(track.name + " floor", track.floor);
         }
+    }
+
+    void AddCounters() {
+        ForEachSeries([this](const std::string& name, const std::vector<History::Point>& points) {
+            Add(points, &History::Point::at,
+                [this, name](const History::Point& point) { WriteSample(name, point, point.at); });
+        });
+    }
+
+    // A counter is drawn up to its last sample.
+    void EndCounters() {
+        const Time end = mHistory.End();
+        ForEachSeries([&](const std::string& name, const std::vector<History::Point>& points) {
+            if (!points.empty() && points.back().at < end) WriteSample(name, points.back(), end);
+        });
+        if (!mHistory.Controls().empty()) WriteControl(mHistory.Controls().back(), end);
     }
 
     const History& mHistory;
@@ -417,8 +390,9 @@ class TraceWriter {
     JsonStream mJson;
     const std::vector<Lane> mLanes;
     std::vector<Slice> mSlices;
-    std::vector<Series> mSeries;
-    std::vector<Entry> mEntries;
+    std::vector<uint32_t> mFlows;  // slices with a cause, by that
+    size_t mNextFlow = 0;
+    std::vector<Source> mSources;
     std::map<std::pair<int, int>, std::string> mPairTexts;
 };
 
