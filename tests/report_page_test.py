@@ -5,6 +5,7 @@ usage: report_page_test.py TARQUEL_LAB CHROMIUM CHROMEDRIVER
 """
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -37,6 +38,22 @@ steps:
       - {after: 5000, limit: {client: thermal, tags: {big_max: 1651200}}}
       - {after: 4000, limit: {client: thermal, tags: {big_max: 0}}}
 """
+
+# Two things fail, long after one another; the control type comes from the plug-in's debug lines.
+WRONG = """
+title: A warm phone
+steps:
+  - {at: 0, debug: on}
+  - {at: 500, control: 6}
+  - {at: 510, limit: {client: thermal, tags: {big_max: 1651200}}}
+  - {at: 1500, expect: {tags: {big_max: 2496000}}}
+  - {at: 2000, do: touch}
+  - {at: 3600000, do: game_fight, returns: 7}
+  - {wait: 1000}
+"""
+
+# As many holders of locks, a lane for each.
+MANY = 20_000
 
 
 class Browser:
@@ -160,13 +177,18 @@ class ReportPage(unittest.TestCase):
     def tearDown(self):
         self.assertEqual(self.browser.console(), [])
 
-    def at(self, lane, t):
-        """Where time `t` is on a lane."""
+    def rows(self):
+        """What the rows of the log say, uncut."""
+        return self.browser.js("return [...document.querySelectorAll('.row')]"
+                               ".map((row) => row.title)")
+
+    def at(self, lane, t, length=18.14):
+        """Where time `t` is on a lane of a run of that length."""
         x, _, width, _ = self.browser.box("#lanes .u-over")
         _, y, _, height = self.browser.box(f"[data-who='{lane}']")
         start, end = self.browser.js("const hash = new URLSearchParams(location.hash.slice(1));"
                                      "return [hash.get('from'), hash.get('to')]")
-        start, end = float(start or 0), float(end or 18.14)
+        start, end = float(start or 0), float(end or length)
         return x + width * (t - start) / (end - start), y + height / 2
 
     def test_reloads_itself_while_it_is_watched_and_says_when_it_is_not(self):
@@ -230,19 +252,23 @@ class ReportPage(unittest.TestCase):
     def test_filters_by_hash_and_by_click(self):
         self.browser.load(self.report, "#who=client:thermal")
         self.assertEqual(self.browser.texts(".lane-name"), ["requests", "thermal big_max"])
-        rows = self.browser.texts(".row .text")
-        self.assertIn("limit by thermal: big_max <= 1651.2 MHz", rows)
-        self.assertNotIn("do game_fight (9220)", rows)
+        self.assertIn("limit by thermal: big_max <= 1651.2 MHz", self.rows())
+        self.assertNotIn("do game_fight (9220)", self.rows())
         # The chip takes it out again; a lane's name puts it in.
         self.browser.click("#chips button")
-        self.assertIn("do game_fight (9220)", self.browser.texts(".row .text"))
+        self.assertIn("do game_fight (9220)", self.rows())
         self.browser.click("[data-who='command:game_running']")
         self.assertEqual(self.browser.js("return location.hash"), "#who=command:game_running")
         self.assertEqual(self.browser.texts(".lane-name"), ["requests", "game_running"])
-        self.assertIn("lock 1 of game_running  released", self.browser.texts(".row .text"))
+        self.assertIn("lock 1 of game_running  released", self.rows())
+        # Who is typed is added; the names are offered.
+        self.browser.js("const pick = document.getElementById('pick'); pick.value = 'thermal';"
+                        "for (const type of ['input', 'change']) pick.dispatchEvent(new Event(type))")
+        self.assertEqual(self.browser.texts(".lane-name"),
+                         ["requests", "game_running", "thermal big_max"])
         # The search looks at texts.
         self.browser.load(self.report, "#find=BREAKTHROUGH+FOR")
-        self.assertEqual(self.browser.texts(".row .text"), ["limit breakthrough for 2000 ms"] * 3)
+        self.assertEqual(self.rows(), ["limit breakthrough for 2000 ms"] * 3)
 
     def test_log_and_charts_mark_the_same_time(self):
         self.browser.load(self.report)
@@ -275,6 +301,106 @@ class ReportPage(unittest.TestCase):
         wide, inner = self.browser.js("return [document.documentElement.scrollWidth, innerWidth]")
         self.assertLessEqual(wide, inner)
         self.assertGreater(self.browser.box(".chart .u-over")[2], 200)
+
+    def test_labels_are_cut_so_that_no_other_number_remains(self):
+        self.browser.load(self.report)
+        self.browser.js("""
+            const write = CanvasRenderingContext2D.prototype.fillText;
+            window.drawn = [];
+            CanvasRenderingContext2D.prototype.fillText = function(text, ...place) {
+                window.drawn.push(text);
+                write.call(this, text, ...place);
+            };""")
+        for width in range(830, 1400, 30):
+            self.browser.size(width, 800)
+            self.browser.wait_for("return innerWidth === %d" % width)
+        self.browser.click("#zoom-in")
+        labels = [text for text in self.browser.js("return window.drawn") if "big ≥" in text]
+        self.assertTrue(any(text.endswith("…") for text in labels), labels)
+        numbers = {number for text in labels for number in re.findall(r"\d+", text)}
+        self.assertLessEqual(numbers, {"1324", "1075", "1286", "350", "1555", "2112", "1478",
+                                       "2284", "2227", "492", "2092", "1785", "2841"})
+        cut = 0
+        for text, whole in self.browser.js("return [...document.querySelectorAll('.row')].map("
+                                           "(row) => [row.querySelector('.text').textContent,"
+                                           " row.title])"):
+            self.assertLessEqual(set(re.findall(r"\d+", text)), set(re.findall(r"\d+", whole)))
+            cut += text.endswith("…")
+        self.assertGreater(cut, 0)
+
+    def test_lanes_with_nothing_in_view_fold_away(self):
+        self.browser.load(self.report, "#from=0&to=0.3")
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "game_running"])
+        self.assertIn("3 lanes have nothing in view", self.browser.text("#fold"))
+        self.browser.click("#fold")
+        self.assertEqual(len(self.browser.texts(".lane-name")), 5)
+        self.browser.click("#fold")
+        self.browser.click("#fit")
+        self.assertEqual(len(self.browser.texts(".lane-name")), 5)
+        self.assertTrue(self.browser.js("return document.getElementById('fold').hidden"))
+
+    def test_findings_are_red_and_lead_to_their_moments(self):
+        file = os.path.join(self.folder, "wrong.html")
+        subprocess.run([LAB, "run", "--quiet", self.write("wrong.yaml", WRONG), "--report", file],
+                       stdout=subprocess.DEVNULL)
+        # A filter that hides what a finding is about makes room for it.
+        self.browser.load(file, "#who=command:touch")
+        self.assertEqual(self.browser.text("#findings summary"), "2 findings")
+        self.browser.click("#findings summary")
+        for finding, t, text in (2, 3600, "returned 0"), (1, 1.5, "expected 2496000"):
+            self.browser.click("#findings li:nth-child(%d) button" % finding)
+            start, end, at = self.browser.js(
+                "const hash = new URLSearchParams(location.hash.slice(1));"
+                "return ['from', 'to', 'at'].map((name) => Number(hash.get(name)))")
+            self.assertEqual(at, t)
+            self.assertTrue(start <= t <= end <= start + 60, (start, end))
+            self.assertIn(text, self.browser.js(
+                "return document.querySelector('.row[aria-selected=true]').title"))
+            self.assertIn(text, self.browser.text("#detail"))
+        red, wrong, usual = self.browser.js("""
+            const colourOf = (part) => getComputedStyle(part.querySelector(".text")).color;
+            const rows = [...document.querySelectorAll(".row")];
+            const row = (text) => rows.find((one) => one.title.includes(text));
+            return [getComputedStyle(document.getElementById("findings")).color,
+                    colourOf(row("expected 2496000")), colourOf(row("not registerd"))];""")
+        self.assertEqual(wrong, red)
+        self.assertNotEqual(usual, red)
+        self.assertEqual(self.browser.texts(".lane-name")[:4],
+                         ["requests", "findings", "thermal level", "control type"])
+
+    def test_twenty_thousand_lanes_scroll_and_zoom(self):
+        commands = "".join(
+            f'<command id="{30000 + i}" name="scene_{i:05}"><boost><duration_ms>500</duration_ms>'
+            "<little_cpu0_min_freq>1075200</little_cpu0_min_freq></boost></command>\n"
+            for i in range(MANY))
+        steps = "".join(f"- {{after: 100, do: scene_{i:05}}}\n" for i in range(MANY))
+        scenes = self.write("many.xml", "<scenes>\n" + commands + "</scenes>\n")
+        report = self.make_report("many", ["--scenes", scenes,
+                                           self.write("many.yaml", "steps:\n" + steps)])
+        begin = time.monotonic()
+        self.browser.load(report)
+        names = lambda: self.browser.texts(".lane-name")
+        self.assertEqual(names()[:2], ["requests", "scene_00000"])
+        # Far down, and a pointer there finds the lane's lock.
+        for lane, top in (MANY - 1, 1e9), (MANY // 2, MANY // 2 * 21 - 50):
+            name = f"scene_{lane:05}"
+            self.browser.js("document.getElementById('lanes-box').scrollTop = arguments[0]", top)
+            self.browser.wait_for("return [...document.querySelectorAll('.lane-name')]"
+                                  f".some((one) => one.textContent === '{name}')")
+        self.browser.point(self.at("command:" + name, (lane + 1) / 10, MANY / 10))
+        self.assertIn("holder" + name, self.browser.text("#tip"))
+        # What is in sight is what there is.
+        elements, tallest = self.browser.js("""
+            return [document.querySelectorAll("*").length,
+                    Math.max(...[...document.querySelectorAll("canvas")].map((one) => one.height))]""")
+        self.assertLess(elements, 600)
+        self.assertLessEqual(tallest, 1600)
+        for _ in range(14):
+            self.browser.click("#zoom-in")
+        self.assertIn("lanes have nothing in view", self.browser.text("#fold"))
+        self.assertLess(len(names()), 40)
+        self.browser.click("#fit")
+        self.assertLess(time.monotonic() - begin, 15)
 
     def test_survives_texts_that_look_like_markup(self):
         scenario = self.write("nasty.yaml", 'title: "%s"\nsteps:\n  - {at: 1, do: touch}\n' % NASTY)

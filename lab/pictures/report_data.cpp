@@ -358,6 +358,7 @@ class DataWriter {
         mJson.Open('{');
         mJson.Field("name", track.name);
         mJson.Field("label", track.label);
+        if (track.isBus) mJson.Field("isBus", 1);
         mJson.Field("lowKhz", track.lowKhz);
         mJson.Field("highKhz", track.highKhz);
         WriteSeries("floor", track.floor);

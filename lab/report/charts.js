@@ -135,7 +135,7 @@ class TrackChart {
         this.track = run.tracks[index];
         this.isLast = isLast;
         this.host = document.createElement("div");
-        this.host.className = "chart";
+        this.host.className = this.track.isBus ? "chart bus" : "chart";
         this.host.setAttribute("role", "img");
         this.host.setAttribute("aria-label", this.summary());
         host.append(this.host);
@@ -213,7 +213,10 @@ class TrackChart {
     }
 
     resize(width, height) {
-        this.plot.setSize({width, height: height + (this.isLast ? 26 : 0)});
+        const whole = height + (this.isLast ? 26 : 0);
+        // The plot takes it at the end of this turn; what stands below must know it now.
+        this.plot.root.style.height = `${whole}px`;
+        this.plot.setSize({width, height: whole});
     }
 
     show(from, to) {

@@ -99,7 +99,9 @@ function readRun(packed) {
     }));
     for (const lane of run.lanes) lane.since = lane.spans.map((span) => span.since);
     run.findings = packed.findings.map(([text, t, request, lock]) => ({
-        text, request, t: t < 0 ? null : seconds(t), lock: lock < 0 ? null : run.locks[lock],
+        // Without the folder of the file that it names.
+        text: text.replace(/^\S*\/(?=[^/\s]+:\d+: )/, ""),
+        request, t: t < 0 ? null : seconds(t), lock: lock < 0 ? null : run.locks[lock],
     }));
     run.controls = packed.controls.map(([since, type, level, isInForce, boosts], index, all) => ({
         since: seconds(since),
@@ -142,6 +144,7 @@ function readTrack(packed, column, end) {
     return {
         name: packed.name,
         label: packed.label,
+        isBus: packed.isBus === 1,
         lowMhz: packed.lowKhz / 1000,
         highMhz: packed.highKhz / 1000,
         times,

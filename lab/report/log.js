@@ -2,6 +2,7 @@
 
 const ROW_HEIGHT = 22;
 const ROWS_AROUND = 12;
+const ROW_FONT = `13px ${FONT}`;
 const ANDROID_WARNING = 5;
 
 // Everything as entries of one list. An entry has its time, the request that it belongs to, a sign,
@@ -55,7 +56,7 @@ function entryText(run, {source}) {
         const unit = write.unit ? ` ${write.unit}` : "";
         const what = write.error ? `not written, error ${write.error}` :
             write.before === write.after ? `${write.after}${unit}, as before` :
-            `${write.before} → ${write.after}${unit}`;
+            `→ ${write.after}${unit}, before ${write.before}`;
         return `${write.node}  ${what}`;
     }
     if (refusal) return `a lock was refused with ${refusal.returned}`;
@@ -113,7 +114,7 @@ class Log {
         this.shown = this.all.filter((entry) =>
             (view.all || entry.kind !== "debug") && view.allows(entry.who) &&
             (!word || (entry.folded ??= entryText(this.run, entry).toLowerCase()).includes(word)));
-        this.times = this.shown.map((entry) => entry.t);
+        this.times = Float64Array.from(this.shown, (entry) => entry.t);
         this.space.style.height = `${this.shown.length * ROW_HEIGHT}px`;
         this.clear();
         this.count();
@@ -162,12 +163,30 @@ class Log {
             part.textContent = text;
             row.append(part);
         };
-        add("time", "", timeText(entry.t));
+        const time = timeText(entry.t);
+        add("time", "", time);
         add("span", `sign ${entry.kind}`, entry.sign);
-        add("span", "text", text);
+        add("span", "text", this.fittedText(entry, text, time));
         row.addEventListener("click", () => this.choose(index));
         this.box.append(row);
         this.drawn.set(index, row);
+    }
+
+    // As much of a row's text as stands beside its time.
+    fittedText(entry, text, time) {
+        const widthOf = (part) => ruler.measureText(part).width;
+        ruler.font = ROW_FONT;
+        const isPart = !entry.source.request && entry.request !== NOBODY;
+        const room = this.box.clientWidth - Math.max(58, widthOf(time)) - (isPart ? 56 : 44);
+        if (entry.source.request) ruler.font = `600 ${ROW_FONT}`;
+        return fitted(text, room, widthOf);
+    }
+
+    resize() {
+        if (this.width === this.box.clientWidth) return;
+        this.width = this.box.clientWidth;
+        this.clear();
+        this.draw();
     }
 
     // Selects an entry and marks its time in the charts.

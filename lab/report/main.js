@@ -4,6 +4,7 @@ const run = readRun(JSON.parse(document.getElementById("run").textContent));
 runLength = run.end;
 
 const MOST_FINDINGS = 500;
+const MOST_OFFERED = 50;
 
 const byId = (id) => document.getElementById(id);
 const view = new View(run);
@@ -52,8 +53,7 @@ function lead(finding) {
         finding.lock ? entry.source.term && entry.source.lock === finding.lock :
         finding.request !== NOBODY && entry.source.request?.index === finding.request;
     if (!log.selectEntry(isIt) && (view.who.size > 0 || view.find)) {
-        view.who.clear();
-        view.search("", view.all);
+        view.clear();
         log.selectEntry(isIt);
     }
     view.lead(finding.t);
@@ -96,15 +96,18 @@ function showTip(headline, facts, plot, left, top) {
 }
 
 // Every plot as wide as the lanes are without their scroll bar. The charts share half the height, or
-// what few lanes leave.
+// what few lanes leave; a bus needs less of it.
 function layOut() {
     const isNarrow = matchMedia("(max-width: 820px)").matches;
     const width = Math.max(200, lanesBox.clientWidth);
-    const room = isNarrow ? 110 * charts.length :
-        Math.max(pictures.clientHeight * 0.54, pictures.clientHeight - lanes.height() - 10);
-    const height = Math.min(190, Math.max(64, Math.floor((room - 26) / Math.max(1, charts.length))));
-    for (const chart of charts) chart.resize(width, height);
+    const shareOf = (chart) => (chart.track.isBus ? 0.62 : 1);
+    const shares = charts.reduce((sum, chart) => sum + shareOf(chart), 0);
+    const room = isNarrow ? 110 * shares :
+        Math.max(pictures.clientHeight * 0.54, pictures.clientHeight - lanes.height() - byId("fold").offsetHeight - 10);
+    const height = Math.min(190, Math.max(62, (room - 26) / Math.max(1, shares)));
+    for (const chart of charts) chart.resize(width, Math.floor(height * shareOf(chart)));
     lanes.resize(width);
+    log.resize();
     placeLines();
 }
 
@@ -135,33 +138,56 @@ function showRange() {
     queueMicrotask(placeLines);
 }
 
-function showFilter() {
-    refold(() => lanes.filter());
+function showLog() {
     log.filter();
-    byId("search").value = view.find;
+    if (byId("search").value !== view.find) byId("search").value = view.find;
     byId("all").checked = view.all;
-    byId("chips").replaceChildren(...[...view.who].map((who) => {
-        const chip = document.createElement("button");
-        chip.textContent = `${who.replace(":", " ")} ✕`;
-        chip.title = "Take it out of the filter";
-        chip.addEventListener("click", () => view.toggle(who));
-        return chip;
-    }));
-    fillPick();
 }
 
-function fillPick() {
+function showFilter() {
+    refold(() => lanes.filter());
+    const chipOf = (text, title, action) => {
+        const chip = document.createElement("button");
+        chip.textContent = text;
+        chip.title = title;
+        chip.addEventListener("click", action);
+        return chip;
+    };
+    const chips = [...view.who].map((who) =>
+        chipOf(`${who.replace(":", " ")} ✕`, "Take it out of the filter", () => view.toggle(who)));
+    if (chips.length > 1) chips.push(chipOf("everything", "No filter", () => view.setFilter([])));
+    byId("chips").replaceChildren(...chips);
+    byId("pick").placeholder = view.who.size > 0 ? "add a client or command" : "everything";
+}
+
+// Everyone who asks for something, with the number of requests, the busiest first.
+const askers = (() => {
     const counts = new Map();
-    for (const request of run.requests) counts.set(request.who, (counts.get(request.who) ?? 0) + 1);
-    const option = (value, text) => Object.assign(document.createElement("option"), {value, textContent: text});
-    const groups = [["client", "Clients"], ["command", "Commands"]].map(([kind, label]) => {
-        const group = Object.assign(document.createElement("optgroup"), {label});
-        const names = [...counts.keys()].filter((who) => who.startsWith(`${kind}:`) && !view.who.has(who)).sort();
-        group.append(...names.map((who) => option(who, `${who.slice(kind.length + 1)} (${counts.get(who)})`)));
-        return group;
-    }).filter((group) => group.children.length > 0);
-    const first = view.who.size ? [option("", "add…"), option("*", "everything")] : [option("", "everything")];
-    byId("pick").replaceChildren(...first, ...groups);
+    for (const {who} of run.requests) counts.set(who, (counts.get(who) ?? 0) + 1);
+    for (const {who} of run.lanes) if (!counts.has(who)) counts.set(who, 0);
+    return [...counts].filter(([who]) => !who.startsWith("other:")).sort((a, b) => b[1] - a[1])
+        .map(([who, count]) => ({who, text: who.replace(":", " "), count}));
+})();
+
+// Offers those whose names have what is typed.
+function offerAskers() {
+    const typed = byId("pick").value.toLowerCase();
+    const offered = [];
+    for (const asker of askers) {
+        if (offered.length === MOST_OFFERED) break;
+        if (asker.text.toLowerCase().includes(typed) && !view.who.has(asker.who)) offered.push(asker);
+    }
+    byId("askers").replaceChildren(...offered.map(({text, count}) =>
+        Object.assign(document.createElement("option"), {value: text, label: `${text} (${count})`})));
+}
+
+function pickAsker() {
+    const typed = byId("pick").value.trim().toLowerCase();
+    const found = askers.find(({text}) => text.toLowerCase() === typed) ??
+        askers.find(({who}) => nameOf(who).toLowerCase() === typed);
+    if (!found) return;
+    byId("pick").value = "";
+    if (!view.who.has(found.who)) view.toggle(found.who);
 }
 
 function describeRun() {
@@ -233,11 +259,9 @@ function connectTools() {
     onClick("pan-right", () => view.move(0.3));
     onClick("fit", () => view.fit());
     onClick("fold", () => refold(() => lanes.setFolded(!lanes.isFolded)));
-    byId("pick").addEventListener("change", (event) => {
-        const who = event.target.value;
-        if (who === "*") view.setFilter([]);
-        else if (who) view.toggle(who);
-    });
+    byId("pick").addEventListener("focus", offerAskers);
+    byId("pick").addEventListener("input", offerAskers);
+    byId("pick").addEventListener("change", pickAsker);
     const search = () => view.search(byId("search").value, byId("all").checked);
     byId("search").addEventListener("input", search);
     byId("all").addEventListener("change", search);
@@ -252,14 +276,16 @@ function connectTools() {
 
 view.listen((change) => {
     if (change.filter) showFilter();
+    if (change.filter || change.search) showLog();
     if (change.range) showRange();
-    if (change.mark || change.filter) log.follow();
-    if (change.range || change.filter) log.followRange();
+    if (change.mark || change.filter || change.search) log.follow();
+    if (change.range || change.filter || change.search) log.followRange();
     placeLines();
 });
 describeRun();
 connectTools();
 showFilter();
+showLog();
 showRange();
 log.follow();
 log.followRange();

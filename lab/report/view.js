@@ -14,11 +14,11 @@ class View {
         window.addEventListener("hashchange", () => {
             if (location.hash === this.written) return;
             this.readHash();
-            this.tell({range: true, filter: true, mark: true});
+            this.tell({range: true, filter: true, search: true, mark: true});
         });
     }
 
-    // `listener` gets {range, filter, mark}: true for what has changed.
+    // `listener` gets {range, filter, search, mark}: true for what has changed.
     listen(listener) {
         this.listeners.push(listener);
     }
@@ -111,6 +111,13 @@ class View {
         this.tell({filter: true});
     }
 
+    // Neither filter nor search.
+    clear() {
+        this.who = new Set();
+        this.find = "";
+        this.tell({filter: true, search: true});
+    }
+
     toggle(who) {
         const next = new Set(this.who);
         if (!next.delete(who)) next.add(who);
@@ -120,7 +127,7 @@ class View {
     search(find, all) {
         this.find = find;
         this.all = all;
-        this.tell({filter: true});
+        this.tell({search: true});
     }
 
     // True when the filter lets `who` through; what belongs to nobody, null, passes with no filter only.
