@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lab/names/paint.h"
+#include "lab/names/table.h"
 #include "lab/phone/device_profile.h"
 #include "lab/scenes/scene_meaning.h"
 
@@ -96,6 +97,6 @@ void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholeP
 void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint& paint);
 
 // As JSON, with everything that there is to tell.
-std::string ExplanationJson(const Explanation& explanation);
+nlohmann::json ExplanationJson(const Explanation& explanation);
 
 }  // namespace lab

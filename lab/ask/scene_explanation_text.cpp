@@ -15,17 +15,9 @@ namespace {
 using Kind = ExplainedCommand::Kind;
 
 const char* KindText(Kind kind) {
-    switch (kind) {
-        case Kind::kAction:
-            return "action";
-        case Kind::kLongScene:
-            return "long scene";
-        case Kind::kInteractive:
-            return "interactive governor";
-        case Kind::kDescription:
-            break;
-    }
-    return "describes the device";
+    constexpr const char* kTexts[] = {"action", "long scene", "interactive governor",
+                                      "describes the device"};
+    return kTexts[static_cast<size_t>(kind)];
 }
 
 std::string Lasts(const ExplainedElement& element, Kind kind) {
@@ -178,11 +170,10 @@ nlohmann::json ElementJson(const ExplainedElement& element) {
     }
     for (const ThermalLift& lift : element.lifts) {
         nlohmann::json entry = {{"thermal_level", lift.thermalLevel},
-                                {"frequency_level", nullptr},
+                                {"frequency_level", OrNull(lift.frequencyLevel)},
                                 {"for_ms", lift.forMs},
                                 {"ceilings", CeilingsJson(lift.ceilings)},
                                 {"rewritten", CeilingsJson(lift.rewritten)}};
-        if (lift.frequencyLevel) entry["frequency_level"] = *lift.frequencyLevel;
         json["thermal"].push_back(std::move(entry));
     }
     return json;
@@ -250,7 +241,7 @@ void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint
     table.Print(out, "", paint);
 }
 
-std::string ExplanationJson(const Explanation& explanation) {
+nlohmann::json ExplanationJson(const Explanation& explanation) {
     nlohmann::json json = {{"file", explanation.file},
                            {"device", explanation.device},
                            {"device_assumed", explanation.isAssumed},
@@ -265,18 +256,16 @@ std::string ExplanationJson(const Explanation& explanation) {
                                 {"accepted", command.isAccepted},
                                 {"problems", command.problems},
                                 {"headers", command.headers},
-                                {"boost_count_limit", nullptr},
-                                {"boost_period_ms", nullptr},
+                                {"boost_count_limit", OrNull(command.countLimit)},
+                                {"boost_period_ms", OrNull(command.periodMs)},
                                 {"said", command.said},
                                 {"elements", nlohmann::json::array()}};
-        if (command.countLimit) entry["boost_count_limit"] = *command.countLimit;
-        if (command.periodMs) entry["boost_period_ms"] = *command.periodMs;
         for (const ExplainedElement& element : command.elements) {
             entry["elements"].push_back(ElementJson(element));
         }
         json["commands"].push_back(std::move(entry));
     }
-    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json;
 }
 
 }  // namespace lab

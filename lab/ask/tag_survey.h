@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lab/names/paint.h"
+#include "lab/names/table.h"
 #include "lab/names/tag_names.h"
 #include "lab/phone/device_profile.h"
 
@@ -47,6 +48,6 @@ void PrintTagsSection(std::ostream& out, const DeviceProfile& device,
                       const std::vector<TagReport>& tags);
 
 // As JSON, with everything that there is to tell.
-std::string TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags);
+nlohmann::json TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags);
 
 }  // namespace lab

@@ -1,7 +1,7 @@
 // The tags of a device as text, as Markdown and as JSON.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
 
 #include "lab/ask/tag_survey.h"
 #include "lab/names/node_names.h"
@@ -10,11 +10,6 @@
 
 namespace lab {
 namespace {
-
-std::string OpcodeText(const TagReport& report) {
-    const std::optional<int> opcode = report.lockOpcode ? report.lockOpcode : report.opcode;
-    return opcode ? fmt::format("0x{:08X}", static_cast<unsigned>(*opcode)) : "";
-}
 
 // The nodes in short, those of one kind on several CPUs as one: "cpu4 scaling_max_freq (to cpu6)".
 std::string NodesText(const TagReport& report) {
@@ -46,40 +41,58 @@ std::string ThereText(const TagReport& report) {
     return "";
 }
 
-std::string PresentText(const TagReport& report) {
-    if (!report.present) return "-";
-    return std::to_string(*report.present);
-}
-
 std::string SettableText(const TagReport& report) {
     if (report.isControl) return "control";
     if (report.lockOpcode) return report.isWritten ? "lock and write" : "lock";
     return report.isWritten ? "write" : "-";
 }
 
-Table MakeTable(const std::vector<TagReport>& tags, bool wholePaths, bool isMarkdown) {
-    Table table({"tag", "name", "opcode", "node", "there", "boot", "reads", "unit", "set by"});
+std::string BootText(const TagReport& report) {
+    std::string boot = report.boot.value_or("");
+    std::replace(boot.begin(), boot.end(), '\t', ' ');
+    // Where the plug-in makes another unit of what the node reads.
+    const std::string unit = report.nodes.empty() ? "" : NodeUnit(report.nodes.front().path);
+    if (!boot.empty() && !unit.empty() && unit != UnitName(report.unit)) boot += " " + unit;
+    return boot;
+}
+
+Listing Listed(const std::vector<TagReport>& tags, bool wholePaths) {
+    Listing listing({{"tag", "tag"},
+                     {nullptr, "name", true},
+                     {"opcode", "opcode", true},
+                     {nullptr, "node", true},
+                     {nullptr, "there"},
+                     {nullptr, "boot"},
+                     {"present", "reads", false, "-"},
+                     {"unit", "unit"},
+                     {"set_by", "set by"},
+                     {"names", nullptr},
+                     {"meaning", nullptr},
+                     {"nodes", nullptr},
+                     {"boot", nullptr},
+                     {"readable", nullptr},
+                     {"settable", nullptr}});
     for (const TagReport& report : tags) {
-        const std::string name = report.names.empty() ? "" : report.names.front();
-        const std::string node = wholePaths ? PathsText(report) : NodesText(report);
-        std::string boot = report.boot.value_or("");
-        std::replace(boot.begin(), boot.end(), '\t', ' ');
-        // Where the plug-in makes another unit of what the node reads.
-        const std::string unit = report.nodes.empty() ? "" : NodeUnit(report.nodes.front().path);
-        if (!boot.empty() && !unit.empty() && unit != UnitName(report.unit)) boot += " " + unit;
-        table.Add({std::to_string(report.tag), isMarkdown ? Code(name) : name,
-                   isMarkdown ? Code(OpcodeText(report)) : OpcodeText(report),
-                   isMarkdown ? Code(node) : node, ThereText(report), boot, PresentText(report),
-                   std::string(UnitName(report.unit)), SettableText(report)});
+        const std::optional<int> opcode = report.lockOpcode ? report.lockOpcode : report.opcode;
+        nlohmann::json nodes = nlohmann::json::array();
+        for (const TagReport::Node& node : report.nodes) {
+            nodes.push_back({{"path", node.path}, {"exists", node.exists}});
+        }
+        listing.Add({report.tag, report.names.empty() ? "" : report.names.front(),
+                     opcode ? nlohmann::json(Hex(*opcode)) : nlohmann::json(),
+                     wholePaths ? PathsText(report) : NodesText(report), ThereText(report),
+                     BootText(report), OrNull(report.present), UnitName(report.unit),
+                     SettableText(report), report.names, report.meaning, std::move(nodes),
+                     OrNull(report.boot), report.present.has_value(), report.IsSettable()});
     }
-    return table;
+    return listing;
 }
 
 }  // namespace
 
 void PrintTags(std::ostream& out, const std::vector<TagReport>& tags, bool wholePaths,
                const Paint& paint) {
-    MakeTable(tags, wholePaths, false).Print(out, "", paint);
+    Listed(tags, wholePaths).ForReader().Print(out, "", paint);
     out << "\n"
            "there   which of the node's CPUs has it on this device\n"
            "boot    what the node reads after boot; reads: what the plug-in reads, - if it cannot\n"
@@ -92,34 +105,11 @@ void PrintTags(std::ostream& out, const std::vector<TagReport>& tags, bool whole
 void PrintTagsSection(std::ostream& out, const DeviceProfile& device,
                       const std::vector<TagReport>& tags) {
     out << "\n## " << device.name << "\n\n";
-    MakeTable(tags, false, true).PrintMarkdown(out);
+    Listed(tags, false).ForMarkdown().PrintMarkdown(out);
 }
 
-std::string TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags) {
-    nlohmann::json json = {{"device", device.name}, {"tags", nlohmann::json::array()}};
-    for (const TagReport& report : tags) {
-        nlohmann::json entry = {{"tag", report.tag},
-                                {"names", report.names},
-                                {"meaning", report.meaning},
-                                {"unit", UnitName(report.unit)},
-                                {"opcode", nullptr},
-                                {"nodes", nlohmann::json::array()},
-                                {"boot", nullptr},
-                                {"present", nullptr},
-                                {"readable", report.present.has_value()},
-                                {"settable", report.IsSettable()},
-                                {"set_by", SettableText(report)}};
-        if (const std::string opcode = OpcodeText(report); !opcode.empty()) {
-            entry["opcode"] = opcode;
-        }
-        for (const TagReport::Node& node : report.nodes) {
-            entry["nodes"].push_back({{"path", node.path}, {"exists", node.exists}});
-        }
-        if (report.boot) entry["boot"] = *report.boot;
-        if (report.present) entry["present"] = *report.present;
-        json["tags"].push_back(std::move(entry));
-    }
-    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+nlohmann::json TagsJson(const DeviceProfile& device, const std::vector<TagReport>& tags) {
+    return {{"device", device.name}, {"tags", Listed(tags, false).ForJson()}};
 }
 
 }  // namespace lab

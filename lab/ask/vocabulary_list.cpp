@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 
 #include "lab/names/resource_names.h"
-#include "lab/names/table.h"
+#include "lab/names/tag_names.h"
 #include "lab/names/text.h"
-#include "lab/scenes/scene_values.h"
 #include "loader/element_keys.h"
 #include "loader/vocabulary_table.h"
 #include "nodes/inter_path_table.h"
@@ -25,6 +23,13 @@ struct Family {
     std::string_view name;
 };
 constexpr uint32_t kRangeMask = 0xFFC00000;
+
+// A key that describes an element or the device.
+struct PlainKey {
+    std::string_view key;
+    std::string_view unit;
+    std::string_view meaning;
+};
 
 // clang-format off
 constexpr auto kFamilies = std::to_array<Family>({
@@ -70,14 +75,16 @@ constexpr auto kLevelKeys = std::to_array<PlainKey>({
 });
 // clang-format on
 
-std::string_view FamilyOf(int opcode) {
-    const uint32_t range = static_cast<uint32_t>(opcode) & kRangeMask;
-    for (const Family& family : kFamilies) {
-        if (family.range == range) return family.name;
-    }
-    return "unknown";
-}
+static_assert(std::all_of(tarquel::kOpcodeNames.begin(), tarquel::kOpcodeNames.end(),
+                          [](const tarquel::OpcodeName& row) {
+                              const uint32_t range = static_cast<uint32_t>(row.opcode) & kRangeMask;
+                              return std::any_of(
+                                  kFamilies.begin(), kFamilies.end(),
+                                  [range](const Family& family) { return family.range == range; });
+                          }),
+              "every tunable is in a family's section");
 
+// Nothing in the other bus layout for a key that it lacks.
 std::optional<int> OtherBusOpcode(const tarquel::OpcodeName& row) {
     if (row.name == tarquel::kOnlyInBusLayout1) return std::nullopt;
     for (const tarquel::OpcodeName& other : tarquel::kOtherBusLayoutNames) {
@@ -86,119 +93,100 @@ std::optional<int> OtherBusOpcode(const tarquel::OpcodeName& row) {
     return row.opcode;
 }
 
-PlainKey InteractiveKey(std::string_view key) {
-    for (const PlainKey& row : kElementKeys) {
-        if (row.key == key) return row;
+Listing TunablesOf(const Family& family) {
+    Listing keys({{"key", "key", true},
+                  {"opcode", "opcode", true},
+                  {"other_bus_opcode", nullptr},
+                  {nullptr, "other bus layout", false, "no such key"},
+                  {"family", nullptr},
+                  {"unit", "value"},
+                  {"lock_unit", nullptr},
+                  {nullptr, "in a lock"}});
+    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
+        if ((static_cast<uint32_t>(row.opcode) & kRangeMask) != family.range) continue;
+        const std::optional<int> other = OtherBusOpcode(row);
+        const nlohmann::json otherHex = other ? nlohmann::json(Hex(*other)) : nlohmann::json();
+        const Unit lockUnit = ResourceOf(row.opcode, Layout::kThreeClusters).unit;
+        const Unit unit = tarquel::IsFrequencyOpcode(row.opcode) ? Unit::kKhz : lockUnit;
+        keys.Add({row.name, Hex(row.opcode), otherHex, other == row.opcode ? "" : otherHex,
+                  family.name, UnitName(unit), UnitName(lockUnit),
+                  unit == lockUnit ? "" : UnitName(lockUnit)});
     }
-    const char* path = tarquel::FindInterPath(key);
-    return {key, "", path ? std::string_view(path) : "names no node"};
+    return keys;
 }
 
-std::optional<int> TagIn(int tag) {
-    return tag == tarquel::kNoTag ? std::nullopt : std::optional(tag);
+Listing PlainKeys(const char* meaning = "meaning") {
+    return Listing({{"key", "key", true}, {"value", "value"}, {"meaning", meaning}});
 }
 
-// What the other bus layout has in place of the opcode; nothing where it is the same.
-std::string OtherText(const TunableKey& row) {
-    if (!row.otherBusOpcode) return "no such key";
-    return *row.otherBusOpcode == row.opcode ? "" : Hex(*row.otherBusOpcode);
+template <typename Rows>
+Listing Listed(const Rows& rows) {
+    Listing keys = PlainKeys();
+    for (const PlainKey& row : rows) keys.Add({row.key, row.unit, row.meaning});
+    return keys;
 }
 
-std::string TagText(std::optional<int> tag) {
-    return tag ? std::to_string(*tag) : "-";
-}
-
-Table TunableTable(const VocabularyList& list, std::string_view family, bool isMarkdown) {
-    Table table({"key", "opcode", "other bus layout", "value", "in a lock"});
-    for (const TunableKey& row : list.tunables) {
-        if (row.family != family) continue;
-        const std::string key(row.key);
-        const bool isSame = row.unit == row.lockUnit;
-        table.Add({isMarkdown ? Code(key) : key,
-                   isMarkdown ? Code(Hex(row.opcode)) : Hex(row.opcode), OtherText(row),
-                   std::string(UnitName(row.unit)),
-                   isSame ? "" : std::string(UnitName(row.lockUnit))});
+Listing InteractiveKeys() {
+    Listing keys = PlainKeys("node or meaning");
+    for (const std::string_view key : tarquel::kInteractiveKeys) {
+        const auto row = std::find_if(kElementKeys.begin(), kElementKeys.end(),
+                                      [key](const PlainKey& each) { return each.key == key; });
+        if (row != kElementKeys.end()) {
+            keys.Add({row->key, row->unit, row->meaning});
+        } else {
+            const char* path = tarquel::FindInterPath(key);
+            keys.Add({key, "", path ? path : "names no node"});
+        }
     }
-    return table;
+    return keys;
 }
 
-Table PlainTable(const std::vector<PlainKey>& rows, const std::string& meaning, bool isMarkdown) {
-    Table table({"key", "value", meaning});
-    for (const PlainKey& row : rows) {
-        const std::string key(row.key);
-        table.Add({isMarkdown ? Code(key) : key, std::string(row.unit), std::string(row.meaning)});
-    }
-    return table;
+nlohmann::json TagIn(int tag) {
+    return tag == tarquel::kNoTag ? nlohmann::json() : nlohmann::json(tag);
 }
 
-Table LongSceneTable(const VocabularyList& list, bool isMarkdown) {
-    Table table({"key", "value", "tag, two clusters", "tag, three clusters"});
-    for (const LongSceneKey& row : list.longScene) {
-        const std::string key(row.key);
-        table.Add({isMarkdown ? Code(key) : key, std::string(UnitName(row.unit)),
-                   TagText(row.tagTwoClusters), TagText(row.tagThreeClusters)});
+Listing LongSceneKeys() {
+    Listing keys({{"key", "key", true},
+                  {"unit", "value"},
+                  {"tag_two_clusters", "tag, two clusters", false, "-"},
+                  {"tag_three_clusters", "tag, three clusters", false, "-"}});
+    for (const tarquel::TagName& row : tarquel::kTagNames) {
+        const TagFacts* facts = FindTagFacts(row.tagThreeClusters, Layout::kThreeClusters);
+        keys.Add({row.name, UnitName(facts ? facts->unit : Unit::kNone), TagIn(row.tagTwoClusters),
+                  TagIn(row.tagThreeClusters)});
     }
-    return table;
-}
-
-// Every section with its heading, in order.
-template <typename Show>
-void ForEachSection(const VocabularyList& list, bool isMarkdown, Show show) {
-    for (const Family& family : kFamilies) {
-        show(fmt::format("Tunables: {}", family.name), TunableTable(list, family.name, isMarkdown));
-    }
-    show("Keys of every element", PlainTable(list.element, "meaning", isMarkdown));
-    show(fmt::format("Keys of <{}>", keys::kCpuInfo),
-         PlainTable(list.cpuInfo, "meaning", isMarkdown));
-    show(fmt::format("Keys of <{}N>", keys::kFreqLevelInfo),
-         PlainTable(list.level, "meaning", isMarkdown));
-    show("Keys of an interactive-governor element",
-         PlainTable(list.interactive, "node or meaning", isMarkdown));
-    show("Keys of a long scene", LongSceneTable(list, isMarkdown));
-}
-
-nlohmann::json PlainJson(const std::vector<PlainKey>& rows) {
-    nlohmann::json json = nlohmann::json::array();
-    for (const PlainKey& row : rows) {
-        json.push_back({{"key", row.key}, {"value", row.unit}, {"meaning", row.meaning}});
-    }
-    return json;
+    return keys;
 }
 
 }  // namespace
 
-VocabularyList ListVocabulary() {
-    VocabularyList list;
-    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
-        const Unit lockUnit = ResourceOf(row.opcode, Layout::kThreeClusters).unit;
-        list.tunables.push_back({row.name, row.opcode, OtherBusOpcode(row), FamilyOf(row.opcode),
-                                 tarquel::IsFrequencyOpcode(row.opcode) ? Unit::kKhz : lockUnit,
-                                 lockUnit});
+std::vector<VocabularySection> ListVocabulary() {
+    std::vector<VocabularySection> sections;
+    for (const Family& family : kFamilies) {
+        sections.push_back(
+            {fmt::format("Tunables: {}", family.name), "tunables", TunablesOf(family)});
     }
-    list.element.assign(kElementKeys.begin(), kElementKeys.end());
-    list.cpuInfo.assign(kCpuInfoKeys.begin(), kCpuInfoKeys.end());
-    list.level.assign(kLevelKeys.begin(), kLevelKeys.end());
-    for (std::string_view key : tarquel::kInteractiveKeys) {
-        list.interactive.push_back(InteractiveKey(key));
-    }
-    for (const tarquel::TagName& row : tarquel::kTagNames) {
-        const TagFacts* facts = FindTagFacts(row.tagThreeClusters, Layout::kThreeClusters);
-        list.longScene.push_back({row.name, TagIn(row.tagTwoClusters), TagIn(row.tagThreeClusters),
-                                  facts ? facts->unit : Unit::kNone});
-    }
-    return list;
+    sections.push_back({"Keys of every element", "element", Listed(kElementKeys)});
+    sections.push_back(
+        {fmt::format("Keys of <{}>", keys::kCpuInfo), "cpu_info", Listed(kCpuInfoKeys)});
+    sections.push_back(
+        {fmt::format("Keys of <{}N>", keys::kFreqLevelInfo), "level", Listed(kLevelKeys)});
+    sections.push_back(
+        {"Keys of an interactive-governor element", "interactive", InteractiveKeys()});
+    sections.push_back({"Keys of a long scene", "long_scene", LongSceneKeys()});
+    return sections;
 }
 
-void PrintVocabulary(std::ostream& out, const VocabularyList& list, const Paint& paint) {
-    bool isFirst = true;
-    ForEachSection(list, false, [&](const std::string& heading, const Table& table) {
-        out << (isFirst ? "" : "\n") << paint(Colour::kCyan, heading) << "\n";
-        table.Print(out, "  ", paint);
-        isFirst = false;
-    });
+void PrintVocabulary(std::ostream& out, const Paint& paint) {
+    const char* gap = "";
+    for (const VocabularySection& section : ListVocabulary()) {
+        out << gap << paint(Colour::kCyan, section.heading) << "\n";
+        section.keys.ForReader().Print(out, "  ", paint);
+        gap = "\n";
+    }
 }
 
-void PrintVocabularyPage(std::ostream& out, const VocabularyList& list) {
+void PrintVocabularyPage(std::ostream& out) {
     out << "# Vocabulary of scene files\n\n"
            "Made by `tarquel-lab vocabulary --markdown` from the loader's tables; `./dev docs` "
            "writes it anew.\n"
@@ -207,42 +195,24 @@ void PrintVocabularyPage(std::ostream& out, const VocabularyList& list) {
                "element or\nthe device. \"Other bus layout\" is the opcode with the older bus "
                "monitors where it differs, \"in a\nlock\" the unit that the perf HAL gets where it "
                "differs. How a file is made of them is in\n[scene-files.md](scene-files.md).\n",
-               list.tunables.size());
-    ForEachSection(list, true, [&](const std::string& heading, const Table& table) {
-        std::string title = heading;
+               tarquel::kOpcodeNames.size());
+    for (const VocabularySection& section : ListVocabulary()) {
+        std::string title = section.heading;
         for (const auto& [sign, text] : {std::pair('<', "`<"), std::pair('>', ">`")}) {
             if (const size_t at = title.find(sign); at != title.npos) title.replace(at, 1, text);
         }
         out << "\n## " << title << "\n\n";
-        table.PrintMarkdown(out);
-    });
+        section.keys.ForMarkdown().PrintMarkdown(out);
+    }
 }
 
-std::string VocabularyJson(const VocabularyList& list) {
-    nlohmann::json json = {
-        {"tunables", nlohmann::json::array()},        {"element", PlainJson(list.element)},
-        {"cpu_info", PlainJson(list.cpuInfo)},        {"level", PlainJson(list.level)},
-        {"interactive", PlainJson(list.interactive)}, {"long_scene", nlohmann::json::array()}};
-    for (const TunableKey& row : list.tunables) {
-        nlohmann::json entry = {{"key", row.key},
-                                {"opcode", Hex(row.opcode)},
-                                {"other_bus_opcode", nullptr},
-                                {"family", row.family},
-                                {"unit", UnitName(row.unit)},
-                                {"lock_unit", UnitName(row.lockUnit)}};
-        if (row.otherBusOpcode) entry["other_bus_opcode"] = Hex(*row.otherBusOpcode);
-        json["tunables"].push_back(std::move(entry));
+nlohmann::json VocabularyJson() {
+    nlohmann::json json;
+    for (const VocabularySection& section : ListVocabulary()) {
+        nlohmann::json& keys = json[section.name];
+        for (nlohmann::json& key : section.keys.ForJson()) keys.push_back(std::move(key));
     }
-    for (const LongSceneKey& row : list.longScene) {
-        nlohmann::json entry = {{"key", row.key},
-                                {"unit", UnitName(row.unit)},
-                                {"tag_two_clusters", nullptr},
-                                {"tag_three_clusters", nullptr}};
-        if (row.tagTwoClusters) entry["tag_two_clusters"] = *row.tagTwoClusters;
-        if (row.tagThreeClusters) entry["tag_three_clusters"] = *row.tagThreeClusters;
-        json["long_scene"].push_back(std::move(entry));
-    }
-    return json.dump(2);
+    return json;
 }
 
 }  // namespace lab

@@ -51,11 +51,10 @@ void ExplainRepeat(const ElementMeaning& element, const SceneKey& key, Finding& 
     const auto repeated = std::find_if(element.keys.begin(), element.keys.end(),
                                        [&key](const KeyMeaning& each) { return each.key == &key; });
     const SceneKey& first = *element.keys[repeated->first].key;
-    const std::string twins =
-        first.name == key.name
-            ? key.name + " stands here a second time"
-            : fmt::format("{} and {} are two names of opcode 0x{:08X}", first.name, key.name,
-                          static_cast<unsigned>(repeated->code));
+    const std::string twins = first.name == key.name
+                                  ? key.name + " stands here a second time"
+                                  : fmt::format("{} and {} are two names of opcode {}", first.name,
+                                                key.name, Hex(repeated->code));
     finding.message = fmt::format("{}; the first counts, {} in line {}: this {} is dropped", twins,
                                   first.value, first.place.line, key.value);
     finding.advice = "keep one of them";

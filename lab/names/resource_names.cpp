@@ -5,6 +5,7 @@
 #include <array>
 #include <string_view>
 
+#include "lab/names/text.h"
 #include "loader/vocabulary_table.h"
 
 namespace lab {
@@ -111,7 +112,7 @@ Resource ResourceOf(int opcode, Layout layout) {
         const TagFacts* facts = FindTagFacts(*tag, layout);
         if (facts) return {std::string(facts->name), facts->unit, facts->bound};
     }
-    return {fmt::format("0x{:08X}", static_cast<unsigned>(opcode)), Unit::kNone, Bound::kExact};
+    return {Hex(opcode), Unit::kNone, Bound::kExact};
 }
 
 std::string RoundingText(const Drive& drive, int value, int64_t nodeValue) {

@@ -53,8 +53,36 @@ void Table::PrintMarkdown(std::ostream& out) const {
     for (const auto& row : mRows) line(row);
 }
 
-std::string Code(const std::string& text) {
-    return text.empty() ? "" : "`" + text + "`";
+Table Listing::MakeTable(bool isMarkdown) const {
+    std::vector<std::string> headings;
+    for (const Field& field : mFields) {
+        if (field.heading) headings.emplace_back(field.heading);
+    }
+    Table table(headings);
+    for (const std::vector<nlohmann::json>& row : mRows) {
+        std::vector<std::string> cells;
+        for (size_t i = 0; i < mFields.size(); ++i) {
+            if (!mFields[i].heading) continue;
+            std::string cell = row[i].is_null()     ? mFields[i].none
+                               : row[i].is_string() ? row[i].get<std::string>()
+                                                    : row[i].dump();
+            const bool isCode = isMarkdown && mFields[i].isCode && !cell.empty();
+            cells.push_back(isCode ? "`" + cell + "`" : std::move(cell));
+        }
+        table.Add(std::move(cells));
+    }
+    return table;
+}
+
+nlohmann::json Listing::ForJson() const {
+    nlohmann::json json = nlohmann::json::array();
+    for (const std::vector<nlohmann::json>& row : mRows) {
+        nlohmann::json& entry = json.emplace_back(nlohmann::json::object());
+        for (size_t i = 0; i < mFields.size(); ++i) {
+            if (mFields[i].name) entry[mFields[i].name] = row[i];
+        }
+    }
+    return json;
 }
 
 }  // namespace lab

@@ -129,27 +129,10 @@ std::string WithUnit(int64_t value, Unit unit) {
 }
 
 std::string_view UnitName(Unit unit) {
-    switch (unit) {
-        case Unit::kKhz:
-            return "kHz";
-        case Unit::kHz:
-            return "Hz";
-        case Unit::kMhz:
-            return "MHz";
-        case Unit::kPercent:
-            return "%";
-        case Unit::kMs:
-            return "ms";
-        case Unit::kCores:
-            return "cores";
-        case Unit::kLevel:
-            return "level";
-        case Unit::kSwitch:
-            return "0 or 1";
-        case Unit::kNone:
-            break;
-    }
-    return "";
+    // In the order of Unit.
+    constexpr std::string_view kNames[] = {"",   "kHz",   "MHz",   "Hz",    "%",
+                                           "ms", "cores", "level", "0 or 1"};
+    return kNames[static_cast<size_t>(unit)];
 }
 
 std::string BoundText(Bound bound, int64_t value, Unit unit) {

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/check/scene_check.h"
-#include "lab/names/paint.h"
+#include "lab/names/table.h"
 #include "lab/names/text.h"
 #include "lab/program/commands.h"
 #include "lab/program/input_files.h"
@@ -42,20 +42,13 @@ constexpr char kCheckFooter[] =
     "be read, the device is unknown or the usage is at fault.";
 
 const char* NameOf(Severity severity) {
-    switch (severity) {
-        case Severity::kNote:
-            return "note";
-        case Severity::kWarning:
-            return "warning";
-        case Severity::kError:
-            return "error";
-    }
-    return "";
+    constexpr const char* kNames[] = {"note", "warning", "error"};
+    return kNames[static_cast<size_t>(severity)];
 }
 
 Colour ColourOf(Severity severity) {
-    if (severity == Severity::kError) return Colour::kRed;
-    return severity == Severity::kWarning ? Colour::kYellow : Colour::kCyan;
+    constexpr Colour kColours[] = {Colour::kCyan, Colour::kYellow, Colour::kRed};
+    return kColours[static_cast<size_t>(severity)];
 }
 
 void PrintFinding(const std::string& file, const Finding& finding, const Paint& paint) {
@@ -152,12 +145,10 @@ int Check(const CheckOptions& options) {
     }
     const auto [notes, warnings, errors] = counts;
     if (options.json) {
-        // What is no UTF-8 in a file may be quoted in a message.
-        std::cout << Json{{"files", files},
-                          {"errors", errors},
-                          {"warnings", warnings},
-                          {"notes", notes}}
-                         .dump(2, ' ', false, Json::error_handler_t::replace)
+        std::cout << JsonText(Json{{"files", files},
+                                   {"errors", errors},
+                                   {"warnings", warnings},
+                                   {"notes", notes}})
                   << "\n";
     } else if (names.size() > 1) {
         std::cout << fmt::format("{}: {}\n", Counted(names.size(), "file"),

@@ -16,7 +16,8 @@ constexpr char kExplainFooter[] =
     "SCENES is a scene file or the name of a shipped one; COMMAND a command's name or id. Without\n"
     "COMMAND every command gets a line.\n"
     "\n"
-    "The plug-in itself runs the command on a phone that nobody else limits: each tunable is shown\n"
+    "The plug-in itself runs the command on a phone that nobody else limits: each tunable is "
+    "shown\n"
     "with its opcode, what its lock asks, its node and what that reads then; with what is lifted\n"
     "under each thermal level.\n"
     "\n"
@@ -43,7 +44,7 @@ int Explain(const ExplainOptions& options) {
         ExplainScenes(scenes, options.command, options.device, options.library);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     if (options.json) {
-        std::cout << ExplanationJson(explanation) << "\n";
+        std::cout << JsonText(ExplanationJson(explanation)) << "\n";
     } else if (options.command.empty()) {
         PrintSummary(std::cout, explanation, paint);
     } else {

@@ -52,7 +52,7 @@ int ShowNodes(const NodesOptions& options) {
     const DeviceProfile device = LoadDeviceProfile(options.device);
     const std::vector<TagReport> tags = SurveyTags(device, options.library);
     if (options.json) {
-        std::cout << TagsJson(device, tags) << "\n";
+        std::cout << JsonText(TagsJson(device, tags)) << "\n";
     } else {
         PrintTags(std::cout, tags, options.paths, Paint::ForTerminal(STDOUT_FILENO));
     }

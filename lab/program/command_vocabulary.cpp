@@ -28,13 +28,12 @@ struct VocabularyOptions {
 };
 
 int ShowVocabulary(const VocabularyOptions& options) {
-    const VocabularyList list = ListVocabulary();
     if (options.json) {
-        std::cout << VocabularyJson(list) << "\n";
+        std::cout << JsonText(VocabularyJson()) << "\n";
     } else if (options.markdown) {
-        PrintVocabularyPage(std::cout, list);
+        PrintVocabularyPage(std::cout);
     } else {
-        PrintVocabulary(std::cout, list, Paint::ForTerminal(STDOUT_FILENO));
+        PrintVocabulary(std::cout, Paint::ForTerminal(STDOUT_FILENO));
     }
     return kFine;
 }
