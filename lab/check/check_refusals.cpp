@@ -14,14 +14,16 @@ namespace {
 
 using Remark = LoaderRemark::Kind;
 
-std::vector<std::string> KnownKeys(const SceneCommand& command) {
-    if (command.interactive) {
-        return {tarquel::kInteractiveKeys.begin(), tarquel::kInteractiveKeys.end()};
-    }
-    std::vector<std::string> names = {"duration_ms",    "boost_limit_level", "off_delay_time",
-                                      "off_delay_perc", "boost_count_limit", "boost_period"};
-    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) names.emplace_back(row.name);
-    return names;
+const std::vector<std::string>& KnownKeys(bool isInteractive) {
+    static const std::vector<std::string> interactive(tarquel::kInteractiveKeys.begin(),
+                                                      tarquel::kInteractiveKeys.end());
+    static const std::vector<std::string> all = [] {
+        std::vector<std::string> names = {"duration_ms",    "boost_limit_level", "off_delay_time",
+                                          "off_delay_perc", "boost_count_limit", "boost_period"};
+        for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) names.emplace_back(row.name);
+        return names;
+    }();
+    return isInteractive ? interactive : all;
 }
 
 // A key that a long scene cannot take.
@@ -72,7 +74,7 @@ void Explain(const RuleContext& context, const CommandMeaning& command, const Lo
             }
             finding.message =
                 fmt::format("there is no key {}{}; the whole command is refused", key->name,
-                            DidYouMean(key->name, KnownKeys(*command.command)));
+                            DidYouMean(key->name, KnownKeys(command.command->interactive)));
             finding.advice = "correct its name, or remove it";
             break;
         case Remark::kNumber:

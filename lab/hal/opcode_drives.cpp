@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <map>
+#include <set>
 #include <string_view>
 
 #include "nodes/node_path_table.h"
@@ -133,19 +133,18 @@ bool HoldsOn(tarquel::TagOpcode::When when, const DeviceProfile& profile) {
 // The tags that use an opcode: those whose row in force has it; if there is none, those that have
 // it in a row that another one covers on this device's bus variant.
 std::vector<int> TagsOf(uint32_t opcode, const DeviceProfile& profile) {
-    std::map<int, uint32_t> inForce;
-    for (const tarquel::TagOpcode& row : tarquel::kTagOpcodes) {
-        if (HoldsOn(row.when, profile)) inForce[row.tag] = row.opcode;
+    std::set<int> inForce;
+    std::set<int> covered;
+    const auto& rows = tarquel::kTagOpcodes;
+    for (auto row = rows.begin(); row != rows.end(); ++row) {
+        if (row->opcode != opcode || !HoldsOn(row->when, profile)) continue;
+        const bool isCovered = std::any_of(row + 1, rows.end(), [&](const auto& later) {
+            return later.tag == row->tag && HoldsOn(later.when, profile);
+        });
+        (isCovered ? covered : inForce).insert(row->tag);
     }
-    std::vector<int> tags;
-    for (const auto& [tag, tagOpcode] : inForce) {
-        if (tagOpcode == opcode) tags.push_back(tag);
-    }
-    if (!tags.empty()) return tags;
-    for (const tarquel::TagOpcode& row : tarquel::kTagOpcodes) {
-        if (row.opcode == opcode && HoldsOn(row.when, profile)) tags.push_back(row.tag);
-    }
-    return tags;
+    const std::set<int>& tags = inForce.empty() ? covered : inForce;
+    return {tags.begin(), tags.end()};
 }
 
 const CpuCluster* ClusterOfPath(const std::string& path, const DeviceProfile& profile) {

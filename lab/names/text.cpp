@@ -3,31 +3,39 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <numeric>
+#include <string_view>
 
 namespace lab {
 namespace {
 
-// How many letters are added, left out, replaced or swapped with their neighbour.
-size_t EditDistance(const std::string& a, const std::string& b) {
-    std::vector<size_t> before(b.size() + 1);  // the row before the last
-    std::vector<size_t> last(b.size() + 1);
-    std::vector<size_t> row(b.size() + 1);
+// How many letters are added, left out, replaced or swapped with their neighbour; `limit` for as
+// many or more. `rows` are for its use.
+size_t EditDistance(std::string_view a, std::string_view b, size_t limit,
+                    std::array<std::vector<size_t>, 3>& rows) {
+    if (a.size() >= b.size() + limit || b.size() >= a.size() + limit) return limit;
+    auto& [before, last, row] = rows;  // before: the row before the last
+    for (std::vector<size_t>& each : rows) each.resize(b.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
+    size_t leastOfLast = 0;
     for (size_t i = 1; i <= a.size(); ++i) {
         before.swap(last);
         last.swap(row);
-        row[0] = i;
+        size_t least = row[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {
             const size_t replaced = last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
             row[j] = std::min({last[j] + 1, row[j - 1] + 1, replaced});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
                 row[j] = std::min(row[j], before[j - 2] + 1);
             }
+            least = std::min(least, row[j]);
         }
+        if (least >= limit && leastOfLast + 1 >= limit) return limit;
+        leastOfLast = least;
     }
-    return row[b.size()];
+    return std::min(row[b.size()], limit);
 }
 
 }  // namespace
@@ -51,15 +59,22 @@ std::optional<int64_t> ParseNumber(const std::string& text) {
 
 std::string DidYouMean(const std::string& word, const std::vector<std::string>& known) {
     const std::string* best = nullptr;
-    size_t bestDistance = std::max<size_t>(word.size() / 3, 1) + 1;
-    for (const std::string& candidate : known) {
-        // A name cut short counts as close too.
-        const size_t distance = std::min(EditDistance(word, candidate),
-                                         EditDistance(word, candidate.substr(0, word.size())) + 1);
-        if (distance < bestDistance) {
-            bestDistance = distance;
-            best = &candidate;
+    const size_t farthest = std::max<size_t>(word.size() / 3, 1) + 1;
+    std::array<std::vector<size_t>, 3> rows;
+    // What is far away is soon told from what is near: most slips are of one letter.
+    for (size_t reach = 2; !best; reach *= 2) {
+        size_t nearest = std::min(reach, farthest);
+        for (const std::string& candidate : known) {
+            // A name cut short counts as close too.
+            const std::string_view start = std::string_view(candidate).substr(0, word.size());
+            const size_t distance = std::min(EditDistance(word, candidate, nearest, rows),
+                                             EditDistance(word, start, nearest - 1, rows) + 1);
+            if (distance < nearest) {
+                nearest = distance;
+                best = &candidate;
+            }
         }
+        if (reach >= farthest) break;
     }
     return best ? " (did you mean '" + *best + "'?)" : "";
 }
