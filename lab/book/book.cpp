@@ -363,8 +363,10 @@ void Book::OnAcquire(const LockAcquire& acquire) {
     mTookLock = true;
     mTookUntimedLock = mTookUntimedLock || acquire.durationMs == 0;
     for (size_t at = 0; at + 1 < acquire.list.size(); at += 2) mTouched.insert(acquire.list[at]);
-    const int tag = IsTagLock(acquire) ? TagOf(acquire.list) : -1;
-    if (acquire.returned < 1) return OnRefusal(acquire, tag);
+    const int tag = acquire.isEarlier    ? acquire.earlierTag
+                    : IsTagLock(acquire) ? TagOf(acquire.list)
+                                         : -1;
+    if (!acquire.IsGranted()) return OnRefusal(acquire, tag);
     CheckAsked(acquire);
 
     const auto [entry, isNew] = mLocks.try_emplace(acquire.returned);
@@ -390,6 +392,9 @@ void Book::OnAcquire(const LockAcquire& acquire) {
     lock.remark =
         isNew ? "" : fmt::format("renewed at {} s{}", SecondsText(mNow), AtLine(mRequest->line));
     lock.tag = tag;
+    lock.isEarlier = acquire.isEarlier;
+    lock.isDoubtful = acquire.isDoubtful;
+    lock.isListAssumed = acquire.isListAssumed;
     lock.list = acquire.list;
     lock.until.reset();
     if (acquire.durationMs > 0) lock.until = mNow + std::chrono::milliseconds(acquire.durationMs);
@@ -404,7 +409,7 @@ void Book::OnAcquire(const LockAcquire& acquire) {
     if (tag >= 0) {
         mLockedTags.insert(tag);
         mTagHandles[tag] = lock.handle;
-        mRefusedTags.erase(lock.list[0]);
+        if (!lock.list.empty()) mRefusedTags.erase(lock.list[0]);
     }
     SetOwner(lock);
 }
@@ -436,6 +441,7 @@ void Book::OnRefusal(const LockAcquire& acquire, int tag) {
 
 void Book::CheckAsked(const LockAcquire& acquire) {
     const RequestFacts& facts = Facts();
+    if (acquire.isEarlier) return;
     if (!mIsInRequest || !facts.mayLock) {
         mFindings.push_back(fmt::format("{} s: lock {} was taken {} {}, which asks for none",
                                         SecondsText(mNow), acquire.returned,
@@ -453,7 +459,9 @@ void Book::CheckAsked(const LockAcquire& acquire) {
 // A lock of a tag belongs to whoever asks for what it carries, any other to who took it.
 void Book::SetOwner(BookedLock& lock) {
     const std::string former = lock.owner;
-    if (lock.tag < 0) {
+    if (lock.isEarlier) {
+        lock.owner = "somebody before the capture";
+    } else if (lock.tag < 0) {
         lock.owner = LockHolder();
         lock.askedBy = lock.request;
     } else {

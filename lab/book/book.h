@@ -101,7 +101,10 @@ struct BookedLock {
     std::vector<int> list;  // opcode, value, ...; empty: nothing tells
     Time since{};           // taken; a renewal does not change it
     std::optional<Time> until;
-    size_t terms = 0;  // 1, and one more with each renewal
+    bool isEarlier = false;      // taken before a capture begins: since when and by whom is unknown
+    bool isDoubtful = false;     // it may be that it is not held any more
+    bool isListAssumed = false;  // what it holds is the scene file's word, not the log's
+    size_t terms = 0;            // 1, and one more with each renewal
     RequestPtr takenBy;
     RequestPtr request;        // that took or last renewed it
     RunConditions conditions;  // at that time

@@ -144,7 +144,7 @@ void History::Take(const TraceSection& section) {
 }
 
 void History::Take(const LockAcquire& acquire) {
-    if (acquire.returned < 1) {
+    if (!acquire.IsGranted()) {
         mRefusals.push_back({mNow, acquire.returned, acquire.list, mRequest});
         return;
     }
@@ -187,7 +187,8 @@ void History::EndLock(int handle, LockEnd how) {
 void History::Take(const NodeAccess& access) {
     if (access.kind == NodeAccess::Kind::kRead) return;
     if (access.kind == NodeAccess::Kind::kWrite && !access.byHal) {
-        mWrites.push_back({mNow, access.path, access.before, access.after, access.error, mRequest});
+        mWrites.push_back({mNow, access.path, access.isBeforeUnknown ? "?" : access.before,
+                           access.after, access.error, mRequest});
     }
     if (access.error != 0) return;
     SetPoint(access.path, access.after);

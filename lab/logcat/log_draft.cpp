@@ -169,6 +169,14 @@ std::optional<std::string> DraftWriter::TextOf(const YamlNode& step) const {
     }
 }
 
+std::pair<std::string, std::string> DraftWriter::NamesOf(int cmdId) const {
+    const SceneCommand* command = mScenes.Find(cmdId);
+    if (!command || command->name.empty()) {
+        return {std::to_string(cmdId), fmt::format("command {}", cmdId)};
+    }
+    return {command->name, command->Label()};
+}
+
 YamlNode DraftWriter::CommandName(int cmdId) const {
     const SceneCommand* command = mScenes.Find(cmdId);
     return command && !command->name.empty() ? MakeScalar(command->name) : MakeScalar(cmdId);

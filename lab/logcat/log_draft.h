@@ -78,6 +78,10 @@ class DraftWriter {
     // What StepReader has to say about `step`; nothing when it is no valid step.
     std::optional<std::string> TextOf(const YamlNode& step) const;
 
+    // A command's name, else its number; and both, "touch (4098)".
+    std::pair<std::string, std::string> NamesOf(int cmdId) const;
+    std::string LabelOf(int tag) const { return TagLabel(tag, mLayout); }
+
   private:
     int FindScene(const std::vector<TagValue>& asked) const;
     void CompleteScene(LogDraft& draft);

@@ -9,18 +9,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json PairsJson(const std::vector<int>& list, Layout layout) {
-    Json pairs = Json::array();
-    for (size_t i = 0; i + 1 < list.size(); i += 2) {
-        Json pair;
-        pair["name"] = ResourceOf(list[i], layout).name;
-        pair["opcode"] = static_cast<unsigned>(list[i]);
-        pair["value"] = list[i + 1];
-        pairs.push_back(std::move(pair));
-    }
-    return pairs;
-}
-
 const char* TimerText(TimerEvent::Kind kind) {
     switch (kind) {
         case TimerEvent::Kind::kCreate:
@@ -63,15 +51,20 @@ class Filler {
         if (section.begin) mJson["name"] = section.name;
     }
     void operator()(const LockAcquire& acquire) {
-        mJson["event"] = acquire.returned < 1 ? "refused" : "lock";
-        mJson["handle"] = acquire.returned;
+        mJson["event"] = !acquire.IsGranted() ? "refused" : "lock";
+        SetHandle(acquire.returned, acquire.isEarlier);
         if (acquire.requestedHandle != 0) mJson["renews"] = acquire.requestedHandle;
-        mJson["duration_ms"] = acquire.durationMs;
+        if (acquire.isEarlier) {
+            mJson["earlier"] = true;
+        } else {
+            mJson["duration_ms"] = acquire.durationMs;
+        }
+        if (acquire.earlierTag >= 0) mJson["tag"] = TagLabel(acquire.earlierTag, mLayout);
         if (!acquire.list.empty()) mJson["pairs"] = PairsJson(acquire.list, mLayout);
     }
     void operator()(const LockRelease& release) {
         mJson["event"] = "release";
-        mJson["handle"] = release.handle;
+        SetHandle(release.handle, release.handle < -1);
         mJson["was_held"] = release.wasHeld;
     }
     void operator()(const LockExpire& expire) {
@@ -86,7 +79,7 @@ class Filler {
         if (isWrite) {
             mJson["requested"] = access.requested;
             mJson["by"] = access.byHal ? "hal" : "plug-in";
-            mJson["before"] = access.before;
+            mJson["before"] = access.isBeforeUnknown ? Json() : Json(access.before);
         }
         mJson["value"] = access.after;
     }
@@ -102,11 +95,28 @@ class Filler {
     }
 
   private:
+    // Null where the log does not tell the number.
+    void SetHandle(int handle, bool mayBeNameless) {
+        mJson["handle"] = mayBeNameless && handle < 0 ? Json() : Json(handle);
+    }
+
     Json& mJson;
     const Layout mLayout;
 };
 
 }  // namespace
+
+Json PairsJson(const std::vector<int>& list, Layout layout) {
+    Json pairs = Json::array();
+    for (size_t i = 0; i + 1 < list.size(); i += 2) {
+        Json pair;
+        pair["name"] = ResourceOf(list[i], layout).name;
+        pair["opcode"] = static_cast<unsigned>(list[i]);
+        pair["value"] = list[i + 1];
+        pairs.push_back(std::move(pair));
+    }
+    return pairs;
+}
 
 Json EventJson(const Event& event, Layout layout) {
     Json json;

@@ -1,6 +1,7 @@
 #include "lab/logcat/log_player.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace lab {
 namespace {
@@ -17,8 +18,8 @@ void LogPlayer::AdvanceTo(Time at) {
 }
 
 void LogPlayer::Play(const LogRequest& request) {
-    if (request.isRequest) AdvanceTo(request.at);
     if (request.isRequest) {
+        AdvanceTo(request.at);
         mPhone.Events().Add(
             RequestBegin{request.text, request.line, request.client, request.command});
     }
@@ -50,44 +51,55 @@ void LogPlayer::Perform(const LogRequest& request, const What& what) {
 
 void LogPlayer::Acquire(const LogRequest& request, const LockAcquire& acquire) {
     PerfHal& hal = mPhone.Hal();
-    const std::vector<int>& list = acquire.list.empty() ? kUntoldList : acquire.list;
+    // What is told of when it ends drives nothing any more.
+    const bool isLate = acquire.isEarlier && !request.isEarlier;
+    const std::vector<int>& list = acquire.list.empty() || isLate ? kUntoldList : acquire.list;
     const int count = static_cast<int>(list.size());
     const int durationMs = std::max(acquire.durationMs, 0);
-    if (acquire.returned < 1) {
+    if (!acquire.IsGranted()) {
         hal.RefuseNext(1, acquire.returned);
         hal.Acquire(0, durationMs, list.data(), count);
         return;
     }
-    // The phone's HAL has the last word on which lock was renewed and which number is free again.
-    const auto former = mLabHandles.find(acquire.requestedHandle);
-    const bool isRenewal = acquire.requestedHandle == acquire.returned &&
-                           former != mLabHandles.end() && IsHeld(former->second);
+    const auto former = mLocks.find(acquire.requestedHandle);
+    const bool isRenewal = acquire.requestedHandle == acquire.returned && former != mLocks.end();
     if (!isRenewal) {
+        if (!acquire.isEarlier && mFirstHandle == 0) mFirstHandle = acquire.returned;
+        // The phone's HAL has the last word on which lock is gone and which number is free again.
         for (const int handle : {acquire.requestedHandle, acquire.returned}) {
-            const auto lab = mLabHandles.find(handle);
-            if (lab != mLabHandles.end() && IsHeld(lab->second)) hal.Release(lab->second);
+            const auto held = mLocks.find(handle);
+            if (held != mLocks.end()) hal.Release(held->second.labHandle);
+            HandOn();
         }
-        HandOn();
     }
-    const int lab = hal.Acquire(isRenewal ? former->second : 0, durationMs, list.data(), count);
-    mLabHandles[acquire.returned] = lab;
+    const int lab =
+        hal.Acquire(isRenewal ? former->second.labHandle : 0, durationMs, list.data(), count);
+    Held held;
+    held.handle = acquire.returned;
+    held.list = acquire.list;
+    held.since = request.isEarlier ? Time(0) : std::max(mPhone.GetClock().Now(), mEffectAt);
+    if (durationMs > 0) {
+        held.until = mPhone.GetClock().Now() + std::chrono::milliseconds(durationMs);
+    }
+    held.isEarlier = acquire.isEarlier;
+    held.tag = acquire.earlierTag;
+    held.isListAssumed = acquire.isListAssumed;
+    held.asker = request.text;
+    held.line = request.line;
+    mLocks[acquire.returned] = {lab, std::move(held)};
     mLogHandles[lab] = acquire.returned;
-    mOwners[lab] = {request.text, request.line};
-    if (acquire.list.empty()) {
-        mUntold.insert(lab);
-    } else {
-        mUntold.erase(lab);
-    }
 }
 
 void LogPlayer::Release(const LockRelease& release) {
-    const auto lab = mLabHandles.find(release.handle);
-    if (lab == mLabHandles.end()) {
-        // Taken before the capture begins.
-        mObserve({std::max(mPhone.GetClock().Now(), mEffectAt), release});
+    const auto lock = mLocks.find(release.handle);
+    if (lock != mLocks.end()) {
+        mPhone.Hal().Release(lock->second.labHandle);
         return;
     }
-    mPhone.Hal().Release(lab->second);
+    LockRelease told = release;
+    // The capture's own have run out; others were taken before it begins.
+    told.wasHeld = mFirstHandle == 0 || release.handle < mFirstHandle;
+    mObserve({std::max(mPhone.GetClock().Now(), mEffectAt), told});
 }
 
 void LogPlayer::Write(const NodeAccess& access) {
@@ -106,31 +118,45 @@ void LogPlayer::Write(const NodeAccess& access) {
 void LogPlayer::ReleaseAll() {
     for (const PerfHal::Lock& lock : mPhone.Hal().Held()) mPhone.Hal().Release(lock.handle);
     HandOn();
-    mLabHandles.clear();
 }
 
-bool LogPlayer::IsHeld(int labHandle) const {
-    const std::vector<PerfHal::Lock> held = mPhone.Hal().Held();
-    return std::any_of(held.begin(), held.end(),
-                       [=](const PerfHal::Lock& lock) { return lock.handle == labHandle; });
+// A lock of the lab's has ended: `handle` becomes the log's.
+void LogPlayer::End(int& handle) {
+    const auto found = mLogHandles.find(handle);
+    if (found == mLogHandles.end()) return;
+    handle = found->second;
+    mLogHandles.erase(found);
+    mLocks.erase(handle);
+}
+
+// What stood in a node before the capture first tells of it is the profile's word alone.
+void LogPlayer::MarkFirstSight(NodeAccess& access) {
+    if (access.error != 0) return;
+    const auto [known, isFirst] = mRead.try_emplace(access.path);
+    if (access.kind == NodeAccess::Kind::kRead) {
+        const bool isModels = mPhone.GetKernel().Value(access.path) == access.after;
+        known->second = isModels ? std::nullopt : std::optional(access.after);
+    } else if (access.kind == NodeAccess::Kind::kWrite) {
+        access.isBeforeUnknown = isFirst;
+        if (isFirst || known->second) access.before = known->second.value_or("");
+        known->second.reset();
+    }
 }
 
 // Hands the phone's events on with the log's handles; `told` is what the log says of the lock that
 // was just asked for.
 void LogPlayer::HandOn(const LockAcquire* told) {
-    const auto logHandle = [this](int lab) {
-        const auto found = mLogHandles.find(lab);
-        return found == mLogHandles.end() ? lab : found->second;
-    };
     for (const Event& seen : mPhone.Events().Events()) {
         Event event = seen;
         event.at = std::max(event.at, mEffectAt);
         if (auto* acquire = std::get_if<LockAcquire>(&event.what)) {
             if (told) *acquire = *told;
         } else if (auto* release = std::get_if<LockRelease>(&event.what)) {
-            release->handle = logHandle(release->handle);
+            End(release->handle);
         } else if (auto* expire = std::get_if<LockExpire>(&event.what)) {
-            expire->handle = logHandle(expire->handle);
+            End(expire->handle);
+        } else if (auto* access = std::get_if<NodeAccess>(&event.what)) {
+            MarkFirstSight(*access);
         }
         mObserve(event);
     }
@@ -139,16 +165,7 @@ void LogPlayer::HandOn(const LockAcquire* told) {
 
 std::vector<LogPlayer::Held> LogPlayer::Locks() const {
     std::vector<Held> locks;
-    for (const PerfHal::Lock& lock : mPhone.Hal().Held()) {
-        Held held;
-        held.handle = mLogHandles.at(lock.handle);
-        if (mUntold.count(lock.handle) == 0) held.list = lock.list;
-        held.until = lock.until;
-        const Owner& owner = mOwners.at(lock.handle);
-        held.asker = owner.text;
-        held.line = owner.line;
-        locks.push_back(std::move(held));
-    }
+    for (const auto& [handle, lock] : mLocks) locks.push_back(lock.held);
     return locks;
 }
 

@@ -17,11 +17,15 @@ class LogPlayer {
   public:
     // A lock that is held, as the log names it.
     struct Held {
-        int handle = 0;
+        int handle = 0;             // below 0: the log does not tell its number
         std::vector<int> list;      // empty: not told
         std::optional<Time> until;  // none: until released
-        std::string asker;          // the request that took or last renewed it
-        int line = 0;               // of the capture, where that request begins
+        Time since{};               // when it was taken or last renewed
+        bool isEarlier = false;     // taken before the capture begins
+        int tag = -1;               // of an earlier one without a list: what it is for
+        bool isListAssumed = false;
+        std::string asker;  // the request that took or last renewed it
+        int line = 0;       // of the capture, where that request begins
     };
 
     // `observe` gets the events in order: those of a run, with the log's handles. `phone` must be
@@ -41,27 +45,31 @@ class LogPlayer {
     const std::set<std::string>& MissingNodes() const { return mMissing; }
 
   private:
-    struct Owner {
-        std::string text;
-        int line = 0;
-    };
-
     void AdvanceTo(Time at);
     void Perform(const LogRequest& request, const What& what);
     void Acquire(const LogRequest& request, const LockAcquire& acquire);
     void Release(const LockRelease& release);
     void Write(const NodeAccess& access);
     void ReleaseAll();
-    bool IsHeld(int labHandle) const;
     void HandOn(const LockAcquire* told = nullptr);
+    void End(int& handle);
+    void MarkFirstSight(NodeAccess& access);
+
+    // A lock of the log, and the lab's that stands for it.
+    struct Lock {
+        int labHandle = 0;
+        Held held;
+    };
 
     Phone& mPhone;
     std::function<void(const Event&)> mObserve;
-    std::map<int, int> mLabHandles;  // by the log's
-    std::map<int, int> mLogHandles;  // by the lab's
-    std::map<int, Owner> mOwners;    // by the lab's
-    std::set<int> mUntold;           // the lab's, of locks whose list is not told
+    std::map<int, Lock> mLocks;      // that are held, by the log's handle
+    std::map<int, int> mLogHandles;  // by the lab's, of the same
+    int mFirstHandle = 0;            // the first that the log grants
     std::set<std::string> mMissing;
+    // Nodes that have been seen, with what the plug-in has read there since they were written
+    // where that is not what the lab's phone has.
+    std::map<std::string, std::optional<std::string>> mRead;
     Time mEffectAt{};  // of the effect being played
 };
 

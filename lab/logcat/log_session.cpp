@@ -21,6 +21,9 @@ constexpr const char* kUsualDevice = "sm8450";
 // How many of the plug-in's lines show what phone a capture is of that cannot be read again.
 constexpr size_t kBeginning = 400;
 
+// How many locks from before a capture a sentence names.
+constexpr size_t kMostNamed = 8;
+
 constexpr const char* kHowToTurnOn =
     "Turn them on and capture again: call SetDebug(true) through the policy server, or set the\n"
     "property ro.logsystem.usertype to another value than 1 and 6 before the server starts\n"
@@ -101,6 +104,7 @@ void LogSession::Survey() {
     mPause = [&] { isPaused = mCapture.pluginCount > 0; };
     mSink = [this, isKept](const CapturedLine& line) {
         mEvidence.Add(line);
+        mEarlier.Add(line);
         if (isKept) mBeginning.push_back(line);
     };
     while (ReadLine()) {
@@ -145,11 +149,13 @@ void LogSession::Tell(const Listener& listener) {
     const KnownNodes nodes(mDevice);
     StoryTeller teller(nodes, mScenes, mLists, mStory,
                        [&](LogRequest&& request) { listener.request(std::move(request)); });
+    teller.BeginWith(mEarlier.All(), mEarlier.IsWhole());
     for (const CapturedLine& line : mBeginning) teller.Add(line);
     mBeginning = {};
     mSink = [&](const CapturedLine& line) {
         if (IsLive()) {
             mEvidence.Add(line);
+            mEarlier.Add(line);
             mStory.detail = mEvidence.Detail();
         }
         teller.Add(line);
@@ -200,6 +206,86 @@ std::string LogSession::DetailAdvice() const {
         return "The log has no line that only SetDebug(true) turns on: payloads, what clients "
                "asked "
                "for and locks\nlet go are inferred or missing.";
+    }
+    return "";
+}
+
+std::vector<EarlierLock> LogSession::LocksBefore() {
+    std::vector<EarlierLock> locks = mEarlier.All();
+    for (EarlierLock& lock : locks) {
+        if (lock.kind == EarlierLock::Kind::kTag) continue;
+        for (const auto& element : mLists.Elements(lock.key, 0, std::nullopt)) {
+            const bool isIts = element.index == lock.index;
+            lock.isCertain = lock.isCertain || (isIts && element.durationMs == 0);
+        }
+    }
+    return locks;
+}
+
+std::vector<std::string> LogSession::Unknowns() {
+    std::vector<std::string> unknowns;
+    if (mStory.detail == LogDetail::kErrors || mCapture.pluginCount == 0) return unknowns;
+    if (!mEarlier.IsWhole()) unknowns.push_back(BeforeText());
+    if (const std::string asks = AsksText(); !asks.empty()) unknowns.push_back(asks);
+    if (mEvidence.LostLines() > 0) {
+        unknowns.push_back(fmt::format(
+            "The logger dropped {} lines of the plug-in's process: what they told is missing, and "
+            "what was held before may have been let go there.",
+            mEvidence.LostLines()));
+    }
+    for (const LogProblem& remark : mCapture.clockRemarks) {
+        unknowns.push_back(fmt::format("Line {}: {}.", remark.line, remark.message));
+    }
+    return unknowns;
+}
+
+std::string LogSession::BeforeText() {
+    const std::string begin = mCapture.origin.empty() ? "the first line" : mCapture.origin;
+    std::string text = fmt::format("Locks taken before {} are not in this capture", begin);
+    if (mEarlier.FirstHandle() > 1) {
+        text += fmt::format(" (its first is number {}: {} came before)", mEarlier.FirstHandle(),
+                            mEarlier.FirstHandle() - 1);
+    }
+    std::vector<std::string> held;
+    for (const EarlierLock& lock : LocksBefore()) {
+        const std::string name = lock.handle > 0 ? fmt::format("lock {}", lock.handle) : "a lock";
+        const SceneCommand* command = mScenes.Find(lock.key);
+        const std::string of = lock.kind == EarlierLock::Kind::kTag
+                                   ? TagLabel(lock.key, mScenes.ClusterLayout())
+                               : command ? "on " + command->Label()
+                                         : fmt::format("on command {}", lock.key);
+        held.push_back(fmt::format("{} of {} (line {} shows it{})", name, of, lock.line,
+                                   lock.isCertain ? "" : "; its time may have run out before"));
+        if (held.size() == kMostNamed && mEarlier.All().size() > kMostNamed) {
+            held.back() += fmt::format(" and {} more", mEarlier.All().size() - kMostNamed);
+            break;
+        }
+    }
+    if (held.empty()) return text + ", nor what they hold.";
+    return text + "; at least these were held: " + Join(held) + ".";
+}
+
+std::string LogSession::AsksText() const {
+    std::vector<std::string> asks;
+    for (const EarlierAsk& ask : mEarlier.Asks()) {
+        const TagFacts* facts = FindTagFacts(ask.tag, mScenes.ClusterLayout());
+        asks.push_back(fmt::format(
+            "{} by {}: {} (line {})", TagLabel(ask.tag, mScenes.ClusterLayout()),
+            ClientLabel(ask.client),
+            facts ? WithUnit(ask.value, facts->unit) : std::to_string(ask.value), ask.line));
+    }
+    return asks.empty() || mEarlier.IsWhole()
+               ? ""
+               : "Asked for before the capture begins: " + Join(asks) + ".";
+}
+
+std::string LogSession::DoubtOf(const LogPlayer::Held& lock) const {
+    if (mStory.lastLoss && mStory.lastLoss->at >= lock.since) {
+        return fmt::format("lines are missing at line {}, behind which it may be gone",
+                           mStory.lastLoss->line);
+    }
+    if (mStory.detail == LogDetail::kVersion && !lock.until && lock.isListAssumed) {
+        return "this log does not tell when an event lets its lock go";
     }
     return "";
 }

@@ -8,6 +8,8 @@
 
 #include "lab/logcat/capture_input.h"
 #include "lab/logcat/command_lists.h"
+#include "lab/logcat/earlier_locks.h"
+#include "lab/logcat/log_player.h"
 #include "lab/logcat/log_story.h"
 
 namespace lab {
@@ -44,6 +46,11 @@ class LogSession {
     // As far as the capture has been read and told.
     const Capture& Log() const { return mCapture; }
     const LogStory& Story() const { return mStory; }
+    const EarlierLocks& Earlier() const { return mEarlier; }
+
+    // The locks from before the capture, as sure as the scene file makes them: what it gives no
+    // time cannot have run out.
+    std::vector<EarlierLock> LocksBefore();
 
     const DeviceProfile& Device() const { return mDevice; }
     const SceneFile& Scenes() const { return mScenes; }
@@ -61,6 +68,12 @@ class LogSession {
     // What the log cannot tell for want of a switch, and how to turn it on; empty when it has all.
     std::string DetailAdvice() const;
 
+    // What the capture cannot tell, in sentences; empty for one that is whole.
+    std::vector<std::string> Unknowns();
+
+    // Why it is not sure that `lock` is held at the end; empty when it is.
+    std::string DoubtOf(const LogPlayer::Held& lock) const;
+
     // Commands that the scene file does not have, in words; empty when it has all.
     std::string UnknownCommands() const;
 
@@ -70,6 +83,8 @@ class LogSession {
     void Survey();
     void CheckLog() const;
     void CheckLayout();
+    std::string BeforeText();
+    std::string AsksText() const;
     std::string ChooseDevice(const Options& options);
 
     std::unique_ptr<CaptureInput> mInput;
@@ -81,6 +96,7 @@ class LogSession {
     std::function<void(const CapturedLine&)> mSink;
     std::function<void()> mPause;
     LogEvidence mEvidence;
+    EarlierLocks mEarlier;
     bool mIsDeviceGuessed = false;
     DeviceProfile mDevice;
     SceneFile mScenes;

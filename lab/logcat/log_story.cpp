@@ -35,6 +35,7 @@ void LogEvidence::Add(const CapturedLine& line) {
     if (isOurs && line.priority < kAndroidError && mDetail == LogDetail::kErrors) {
         mDetail = LogDetail::kVersion;
     }
+    if (message == Message::kLinesLost) mLostLines += line.match.numbers[0];
     if (message == Message::kTagLock || message == Message::kGroupPair) AddOpcode(line.match);
     if (message == Message::kWriteNode || message == Message::kReadNode) AddPath(line.match);
 }

@@ -19,6 +19,7 @@ struct LogRequest {
     int line = 0;            // of the capture
     bool isRequest = true;   // false: a timer's doing, or lines that belong to no request
     bool isRestart = false;  // the policy server began anew; what it held is gone
+    bool isEarlier = false;  // made before the capture begins; its line is the one that shows it
     std::string text;        // in words, as `run` has it
     std::string result;      // in words
     std::string client;      // whose limits they are, "thermal"; empty where the log does not tell
@@ -40,6 +41,13 @@ enum class LogDetail : uint8_t {
 
 // What is wrong or missing beside the requests, as far as they have been told.
 struct LogStory {
+    // The last place where lines of the plug-in are known to be missing, or cannot be read: what
+    // was held before it may have been let go there.
+    struct Loss {
+        int line = 0;
+        Time at{};
+    };
+    std::optional<Loss> lastLoss;
     std::vector<LogProblem> problems;  // contradictions and gaps
     std::set<int> unknownCommands;     // that the scene file does not have
     LogDetail detail = LogDetail::kErrors;
@@ -53,6 +61,9 @@ class LogEvidence {
     // How much of the plug-in's lines there is.
     LogDetail Detail() const { return mDetail; }
 
+    // How many of the plug-in's lines the logger says to have dropped.
+    int64_t LostLines() const { return mLostLines; }
+
     // The layout that the lines show; nothing when they fit both.
     std::optional<Layout> ClusterLayout() const { return mLayout; }
 
@@ -64,6 +75,7 @@ class LogEvidence {
     void AddPath(const MessageMatch& match);
 
     LogDetail mDetail = LogDetail::kErrors;
+    int64_t mLostLines = 0;
     std::optional<Layout> mLayout;
     std::set<int> mCpus;  // through which the plug-in reaches its clusters' limits
 };

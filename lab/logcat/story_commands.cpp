@@ -13,6 +13,7 @@ constexpr int kRegularEventEnd = 5379;
 constexpr int kQuietCommand = 13267;
 
 constexpr int kLongestBreakthroughMs = 3000;
+constexpr int kThermalLevels = 4;
 
 }  // namespace
 
@@ -119,6 +120,7 @@ void StoryTeller::EventKey(bool isCached) {
         if (const CommandLists::Element* element = FindElement(draft, -1, 0, false)) {
             acquire.durationMs = draft.onDemandMs > 0 ? draft.onDemandMs : element->durationMs;
             acquire.list = element->list;
+            acquire.isListAssumed = true;
         }
         draft.indices.insert(index);
         Count(draft, acquire.returned);
@@ -157,6 +159,26 @@ const CommandLists::Element* StoryTeller::FindElement(const LogDraft& draft, int
     return second;
 }
 
+// The element under way as each thermal level completes it that may have been in force before the
+// capture begins; null unless all that fit hold the same.
+//   isOfSome  becomes true when there are any
+const CommandLists::Element* StoryTeller::FindCompleted(const LogDraft& draft, int pairs,
+                                                        bool& isOfSome) {
+    const CommandLists::Element* found = nullptr;
+    for (int level = 1; level <= kThermalLevels; ++level) {
+        for (const auto& element : mLists.Elements(draft.cmdId, level, draft.taskId)) {
+            const bool isNext = draft.pendingIndex >= 0 ? element.index == draft.pendingIndex
+                                                        : element.index > draft.index;
+            if (!isNext || element.pairs != pairs) continue;
+            isOfSome = true;
+            if (found && found->list != element.list) return nullptr;
+            found = &element;
+            break;
+        }
+    }
+    return found;
+}
+
 // An action that breaks through a thermal limit arms the timer before it takes its lock.
 void StoryTeller::StartBreakthrough(LogDraft& draft, const CommandLists::Element& element,
                                     int durationMs) {
@@ -173,6 +195,7 @@ void StoryTeller::Acquired(bool isRefused) {
     LogDraft& draft =
         Command(cmdId, mDraft->pendingIndex > mDraft->index ? mDraft->pendingIndex : -1);
     draft.cmdId = cmdId;
+    ShowEarlier(draft);
     const int oldHandle = Number(1);
     const int handle = Number(2);
     const int pairs = isRefused ? -1 : Number(3);
@@ -181,14 +204,19 @@ void StoryTeller::Acquired(bool isRefused) {
         mThermal > 0 ? FindElement(draft, pairs, durationMs, true) : nullptr;
     const bool mayBreakThrough = element && element->mayBreakThrough;
     if (!element) element = FindElement(draft, pairs, durationMs, false);
+    const bool mayBeCompleted = !element && !mIsThermalKnown;
+    bool isOfSome = false;
+    if (mayBeCompleted) element = FindCompleted(draft, pairs, isOfSome);
     LockAcquire acquire{oldHandle, durationMs, {}, handle};
     if (element) {
         if (mayBreakThrough) StartBreakthrough(draft, *element, durationMs);
         acquire.list = element->list;
+        acquire.isListAssumed = true;
         draft.index = element->index;
     } else {
         draft.index = draft.pendingIndex >= 0 ? draft.pendingIndex : draft.index + 1;
-        if (!mLists.Elements(cmdId, 0, std::nullopt).empty() && mTold.insert(cmdId).second) {
+        const bool isKnown = !mLists.Elements(cmdId, 0, std::nullopt).empty();
+        if (isKnown && !isOfSome && mTold.insert(cmdId).second) {
             Tell(
                 fmt::format("command {} holds {} pairs here, which no element of it has in the "
                             "scene file; give the phone's own with --scenes",
@@ -214,6 +242,7 @@ void StoryTeller::EventReleased() {
     draft.isReleased = true;
     draft.index = index;
     draft.indices.insert(index);
+    ShowEarlier(draft);
     const auto held = mEventHandles.find({cmdId, index});
     if (held == mEventHandles.end()) {
         draft.remark = "its lock was taken before the capture begins";
@@ -231,7 +260,7 @@ void StoryTeller::ActionDone(bool hasPayload) {
                          (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
     LogDraft& draft = isScene || isChain ? *mDraft : Begin(Kind::kCommand);
     if (!isScene && !draft.hasLock && !draft.isBoostless && cmdId != kQuietCommand) {
-        Tell(
+        TellLoss(
             fmt::format("command {} is done here, but the lines that tell what it did are missing "
                         "or out of order",
                         cmdId));

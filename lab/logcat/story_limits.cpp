@@ -43,6 +43,7 @@ void StoryTeller::AddLimit() {
             const int type = Number(0);
             LogDraft& draft = Limit(false);
             if (draft.asked.empty()) draft.set.push_back({kControlTypeTag, type});
+            mIsThermalKnown = true;
             if (type == 0) mThermal = 0;
             if (type >= 5 && type <= 8) mThermal = type - 4;
             const bool isReleased = type == 2 || type == 9 || type == 4 || type == 10;
@@ -88,9 +89,9 @@ void StoryTeller::ClientPair() {
     if (index == 0 && mDraft->kind == Kind::kLimit && !mDraft->asked.empty()) Close(*mDraft);
     LogDraft& draft = Limit(true);
     if (index != draft.asked.size()) {
-        Tell(fmt::format("tag {} of a request stands here, but the {} before it {} missing", index,
-                         index - std::min(index, draft.asked.size()),
-                         index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
+        TellLoss(fmt::format("tag {} of a request stands here, but the {} before it {} missing",
+                             index, index - std::min(index, draft.asked.size()),
+                             index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
     }
     draft.asked.push_back({Number(1), Number(5)});
     AddLine(draft);
@@ -103,6 +104,7 @@ void StoryTeller::SetConfig() {
         mDraft->kind == Kind::kLimit && mDraft->asked.empty() && mDraft->set.size() >= count;
     if (isFull) Close(*mDraft);
     mThermal = Number(4);
+    mIsThermalKnown = true;
     LogDraft& draft = Limit(false);
     draft.set.push_back({Number(1), Number(2)});
     AddLine(draft);
@@ -110,6 +112,7 @@ void StoryTeller::SetConfig() {
 
 void StoryTeller::TagLock() {
     LogDraft& draft = Limit(false);
+    ShowEarlier(draft);
     int& handle = mTagHandles[Number(0)];
     LetGo(draft, handle);
     handle = Number(1);
@@ -120,9 +123,10 @@ void StoryTeller::TagLock() {
 
 void StoryTeller::TagReleased() {
     LogDraft& draft = Limit(false);
+    ShowEarlier(draft);
     const int held = mTagHandles[Number(0)];
     if (IsHeldLock(held) && held != Number(1)) {
-        Tell(
+        TellLoss(
             fmt::format("lock {} of tag {} is released here, but lock {} was taken for it since: "
                         "lines are missing or out of order",
                         Number(1), Number(0), held));

@@ -24,10 +24,13 @@ bool StoryTeller::IsHeldLock(int handle) {
 
 void StoryTeller::Add(const CapturedLine& line) {
     mLine = &line;
+    mShown = mEarlier.Add(line);
+    if (mShown && mBegun.count(mShown->handle) > 0) mShown.reset();
     CheckRestart();
     CloseOld();
     HandOn();
     mDraft = &mDrafts[{line.pid, line.tid}];
+    if (line.match.isTorn) mStory.lastLoss = {line.line, line.at};
     if (mDraft->effects.size() > kMostEffects) Close(*mDraft);
     if (line.match.message == Message::kUnknown) {
         Remark();
@@ -77,6 +80,62 @@ void StoryTeller::CloseOld() {
     }
 }
 
+int& StoryTeller::HandleOf(const EarlierLock& lock) {
+    return lock.kind == EarlierLock::Kind::kTag ? mTagHandles[lock.key]
+                                                : mEventHandles[{lock.key, lock.index}];
+}
+
+LockAcquire StoryTeller::AcquireOf(const EarlierLock& lock) {
+    LockAcquire acquire{0, 0, {}, lock.handle};
+    acquire.isEarlier = true;
+    acquire.isDoubtful = !lock.isCertain;
+    if (lock.kind == EarlierLock::Kind::kTag) {
+        acquire.earlierTag = lock.key;
+        return acquire;
+    }
+    for (const auto& element : mLists.Elements(lock.key, 0, std::nullopt)) {
+        if (element.index != lock.index) continue;
+        acquire.list = element.list;
+        acquire.isListAssumed = true;
+        // What has no time cannot have run out.
+        if (element.durationMs == 0) acquire.isDoubtful = false;
+    }
+    return acquire;
+}
+
+void StoryTeller::BeginWith(const std::vector<EarlierLock>& locks, bool isWhole) {
+    mIsThermalKnown = isWhole;
+    int place = 0;
+    for (const EarlierLock& lock : locks) {
+        const LockAcquire acquire = AcquireOf(lock);
+        // One that had a time did not hold all that while: it is told where it is let go.
+        if (acquire.isDoubtful) continue;
+        HandleOf(lock) = lock.handle;
+        mBegun.insert(lock.handle);
+        LogRequest request;
+        request.line = lock.line;
+        request.isEarlier = true;
+        if (lock.kind == EarlierLock::Kind::kEvent) {
+            const auto [name, label] = mWriter.NamesOf(lock.key);
+            request.command = name;
+            request.text = "on " + label + ", before the capture begins";
+        } else {
+            request.text =
+                "a limit of " + mWriter.LabelOf(lock.key) + ", before the capture begins";
+        }
+        request.effects.push_back({Time(0), acquire});
+        mEnded.emplace(Place(Time::min(), place++), std::move(request));
+    }
+}
+
+// A lock from before the capture that the line at hand is the first to tell of.
+void StoryTeller::ShowEarlier(LogDraft& draft) {
+    if (!mShown) return;
+    HandleOf(*mShown) = mShown->handle;
+    Effect(draft, AcquireOf(*mShown));
+    mShown.reset();
+}
+
 // Another process is another server, with an adapter that holds nothing.
 void StoryTeller::CheckRestart() {
     if (mLine->pid == 0 || !mPids.insert(mLine->pid).second || mPids.size() == 1) return;
@@ -85,6 +144,7 @@ void StoryTeller::CheckRestart() {
     mTagHandles.clear();
     mCommonHandle = 0;
     mThermal = 0;
+    mIsThermalKnown = true;
     LogRequest restart;
     restart.at = mLine->at;
     restart.line = mLine->line;

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "lab/logcat/earlier_locks.h"
 #include "lab/logcat/log_draft.h"
 #include "lab/logcat/log_story.h"
 
@@ -26,6 +27,10 @@ class StoryTeller {
           mLists(lists),
           mStory(story),
           mSink(std::move(sink)) {}
+
+    // Before the first line: the locks that are known to have been taken before the capture begins.
+    // Others are told where a line shows them. `isWhole`: nothing comes before it.
+    void BeginWith(const std::vector<EarlierLock>& locks, bool isWhole);
 
     void Add(const CapturedLine& line);
 
@@ -77,13 +82,22 @@ class StoryTeller {
     static bool IsHeldLock(int handle);
     void Count(LogDraft& draft, int handle);
     void LetGo(LogDraft& draft, int& handle);
+    int& HandleOf(const EarlierLock& lock);
+    LockAcquire AcquireOf(const EarlierLock& lock);
+    void ShowEarlier(LogDraft& draft);
     const CommandLists::Element* FindElement(const LogDraft& draft, int pairs, int durationMs,
                                              bool isCompleted);
+    const CommandLists::Element* FindCompleted(const LogDraft& draft, int pairs, bool& isOfSome);
     bool HasMoreElements(const LogDraft& draft, int index) const;
     void StartBreakthrough(LogDraft& draft, const CommandLists::Element& element, int durationMs);
     void CheckRestart();
     void Tell(const std::string& message) {
         mStory.problems.push_back({mLine->line, mLine->line, message});
+    }
+    // Lines that should be there are not.
+    void TellLoss(const std::string& message) {
+        Tell(message);
+        mStory.lastLoss = {mLine->line, mLine->at};
     }
 
     DraftWriter mWriter;
@@ -97,10 +111,14 @@ class StoryTeller {
     std::set<int> mPids;
     std::set<int> mTold;  // commands whose lists have been found not to fit
 
+    EarlierLocks mEarlier;
+    std::optional<EarlierLock> mShown;  // by the line at hand
+    std::set<int> mBegun;               // handles of earlier locks that are told already
     std::map<std::pair<int, int>, int> mEventHandles;  // by command and index
     std::map<int, int> mTagHandles;
     int mCommonHandle = 0;
     int mThermal = 0;
+    bool mIsThermalKnown = false;  // a line has told it, or the server's start
     Time mBreakthroughEnd{};
 };
 

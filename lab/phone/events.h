@@ -37,9 +37,16 @@ struct LockAcquire {
     int durationMs = 0;       // 0: until released
     std::vector<int> list;    // opcode, value, opcode, value, ...
     int returned = 0;         // the handle; below 1 when refused
-    // A capture's lock that was taken before the capture begins: how long it is for and, where its
-    // list is empty, what it holds nothing tells.
+    // A capture's lock that was taken before the capture begins, when and for how long nothing
+    // tells; nor what it holds where its list is empty. A handle below 0 stands for one whose
+    // number nothing tells.
     bool isEarlier = false;
+    int earlierTag = -1;      // of an earlier lock without a list: the tag that it is for
+    bool isDoubtful = false;  // it may be that it was not held any more
+    // A capture's lock of a command: what it holds is the scene file's word, not the log's.
+    bool isListAssumed = false;
+
+    bool IsGranted() const { return returned >= 1 || isEarlier; }
 };
 
 // A call of perf_lock_rel.

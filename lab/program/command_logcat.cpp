@@ -83,10 +83,10 @@ class LogcatReport {
     void Observe(const Event& event) {
         mBook.Observe(event);
         const auto* acquire = std::get_if<LockAcquire>(&event.what);
-        if (acquire && acquire->returned < 1) ++mRefused;
+        if (acquire && !acquire->IsGranted()) ++mRefused;
         mPictures.Observe(event);
         if (mOptions.json) {
-            mEvents.push_back(EventJson(event, mLayout));
+            mEvents.push_back(CapturedEventJson(event));
             return;
         }
         Event shown = event;
@@ -150,7 +150,14 @@ class LogcatReport {
         if (const std::string advice = mSession.DetailAdvice(); !advice.empty()) {
             std::cout << mPaint(Colour::kYellow, advice) << "\n";
         }
+        if (!mSession.IsLive()) PrintUnknowns();
         std::cout << "\n" << std::flush;
+    }
+
+    void PrintUnknowns() {
+        for (const std::string& unknown : mSession.Unknowns()) {
+            std::cout << mPaint(Colour::kYellow, unknown) << "\n";
+        }
     }
 
     void PrintProblems() {
@@ -171,29 +178,116 @@ class LogcatReport {
     void PrintEnd() {
         const Time now = mSession.GetPhone().GetClock().Now();
         const std::vector<LogPlayer::Held> locks = mPlayer.Locks();
+        const bool isWhole = mSession.Earlier().IsWhole();
         std::cout << "\n";
-        if (locks.empty()) std::cout << "No lock is held at the end of the log.\n";
-        if (!locks.empty()) {
+        if (locks.empty()) {
+            std::cout << (isWhole ? "No lock is held at the end of the log.\n"
+                                  : "No lock that this log tells of is held at its end.\n");
+        } else {
             std::cout << mPaint(Colour::kBold,
-                                fmt::format("Locks held at the end of the log: {}", locks.size()))
+                                fmt::format("Locks held at the end of the log{}: {}",
+                                            isWhole ? "" : ", of those it tells of", locks.size()))
                       << "\n";
         }
-        for (const LogPlayer::Held& lock : locks) {
-            const auto left = lock.until.value_or(now) - now;
-            std::cout << fmt::format(
-                "  lock {:<4} {}, taken by: {} (line {})\n", lock.handle,
-                lock.until
-                    ? fmt::format(
-                          "for {} ms more",
-                          std::chrono::duration_cast<std::chrono::milliseconds>(left).count())
-                    : std::string("until released"),
-                lock.asker, lock.line);
-            for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
-                std::cout << "            "
-                          << Timeline::PairText(lock.list[i], lock.list[i + 1], mLayout) << "\n";
-            }
-        }
+        for (const LogPlayer::Held& lock : locks) PrintHeld(lock, now);
+        if (mSession.IsLive()) PrintUnknowns();
         for (const std::string& note : Notes()) std::cout << mPaint(Colour::kYellow, note) << "\n";
+    }
+
+    void PrintHeld(const LogPlayer::Held& lock, Time now) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(lock.until.value_or(now) - now);
+        const std::string doubt = mSession.DoubtOf(lock);
+        std::cout << fmt::format("  lock {:<4} {}, taken by: {} (line {})\n",
+                                 lock.handle < 0 ? "?" : std::to_string(lock.handle),
+                                 lock.until ? fmt::format("for {} ms more", left.count())
+                                            : std::string("until released"),
+                                 lock.asker, lock.line);
+        if (!doubt.empty()) {
+            std::cout << "            " << mPaint(Colour::kYellow, "not sure: " + doubt) << "\n";
+        }
+        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+            std::cout << "            "
+                      << Timeline::PairText(lock.list[i], lock.list[i + 1], mLayout) << "\n";
+        }
+    }
+
+    // How sure an event is: the log tells it, or it follows from what the log tells and what is
+    // known of the phone.
+    static const char* CertaintyOf(const Event& event) {
+        if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
+            return acquire->isDoubtful ? "doubtful" : acquire->isEarlier ? "inferred" : "told";
+        }
+        if (const auto* access = std::get_if<NodeAccess>(&event.what)) {
+            return access->byHal ? "inferred" : "told";
+        }
+        if (const auto* timer = std::get_if<TimerEvent>(&event.what)) {
+            return timer->kind == TimerEvent::Kind::kArm ? "inferred" : "told";
+        }
+        return std::holds_alternative<LockExpire>(event.what) ? "inferred" : "told";
+    }
+
+    Json CapturedEventJson(const Event& event) const {
+        Json json = EventJson(event, mLayout);
+        json["certainty"] = CertaintyOf(event);
+        const auto* acquire = std::get_if<LockAcquire>(&event.what);
+        if (acquire && !acquire->list.empty()) {
+            json["pairs_from"] = acquire->isListAssumed ? "scenes" : "log";
+        }
+        return json;
+    }
+
+    Json BeforeJson() const {
+        const EarlierLocks& earlier = mSession.Earlier();
+        Json before;
+        before["is_whole"] = earlier.IsWhole();
+        if (earlier.FirstHandle() > 0) before["first_handle"] = earlier.FirstHandle();
+        before["locks"] = Json::array();
+        for (const EarlierLock& lock : mSession.LocksBefore()) {
+            const bool isTag = lock.kind == EarlierLock::Kind::kTag;
+            const SceneCommand* command = isTag ? nullptr : mSession.Scenes().Find(lock.key);
+            Json json;
+            json["handle"] = lock.handle > 0 ? Json(lock.handle) : Json();
+            json[isTag ? "tag" : "command"] = isTag ? TagLabel(lock.key, mLayout)
+                                              : command && !command->name.empty()
+                                                  ? command->name
+                                                  : std::to_string(lock.key);
+            json["line"] = lock.line;
+            json["certainty"] = lock.isCertain ? "inferred" : "doubtful";
+            before["locks"].push_back(std::move(json));
+        }
+        before["asks"] = Json::array();
+        for (const EarlierAsk& ask : earlier.Asks()) {
+            before["asks"].push_back({{"client", ClientLabel(ask.client)},
+                                      {"tag", TagLabel(ask.tag, mLayout)},
+                                      {"value", ask.value},
+                                      {"line", ask.line}});
+        }
+        return before;
+    }
+
+    Json HeldJson() const {
+        Json held = Json::array();
+        for (const LogPlayer::Held& lock : mPlayer.Locks()) {
+            const auto msOf = [](Time at) {
+                return std::chrono::duration<double, std::milli>(at).count();
+            };
+            Json json;
+            json["handle"] = lock.handle < 0 ? Json() : Json(lock.handle);
+            json["since_ms"] = msOf(lock.since);
+            json["until_ms"] = lock.until ? Json(msOf(*lock.until)) : Json();
+            json["taken_by"] = lock.asker;
+            json["line"] = lock.line;
+            if (!lock.list.empty()) {
+                json["pairs"] = PairsJson(lock.list, mLayout);
+                json["pairs_from"] = lock.isListAssumed ? "scenes" : "log";
+            }
+            const std::string doubt = mSession.DoubtOf(lock);
+            json["certainty"] = doubt.empty() ? "told" : "doubtful";
+            if (!doubt.empty()) json["doubt"] = doubt;
+            held.push_back(std::move(json));
+        }
+        return held;
     }
 
     std::vector<std::string> Notes() const {
@@ -234,7 +328,10 @@ class LogcatReport {
                                         {"last_line", problem.lastLine},
                                         {"message", problem.message}});
         }
+        json["unknown"] = mSession.Unknowns();
+        json["before"] = BeforeJson();
         json["notes"] = Notes();
+        json["held"] = HeldJson();
         json["events"] = std::move(mEvents);
         std::cout << json.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
     }

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "lab/names/node_names.h"
+#include "lab/names/tag_names.h"
 #include "lab/names/text.h"
 
 namespace lab {
@@ -19,6 +20,11 @@ constexpr int kWidestName = 60;
 
 std::string TimeText(Time time) {
     return fmt::format("{:.3f}", std::chrono::duration<double>(time).count());
+}
+
+// A capture may tell of a lock without its number.
+std::string LockName(int handle) {
+    return handle < 0 ? "lock ?" : fmt::format("lock {}", handle);
 }
 
 // The kernel separates the numbers of a node by tabs, which would tear the columns.
@@ -103,7 +109,7 @@ void Timeline::Show(const TraceSection& section) {
 }
 
 void Timeline::Show(const LockAcquire& acquire) {
-    if (acquire.returned < 1) {
+    if (!acquire.IsGranted()) {
         Fact fact{'!',          "lock", "", "", fmt::format("refused with {}", acquire.returned),
                   Colour::kRed, true};
         if (acquire.requestedHandle > 0) {
@@ -114,22 +120,21 @@ void Timeline::Show(const LockAcquire& acquire) {
     }
     const BookedLock* lock = mBook.FindLock(acquire.returned);
     const bool isRenewal = lock && lock->terms > 1;
-    Fact fact{isRenewal ? '~' : '+',
-              fmt::format("lock {}", acquire.returned),
-              "",
-              "",
-              "",
-              Colour::kGreen,
-              false};
+    Fact fact{isRenewal ? '~' : '+', LockName(acquire.returned), "", "", "", Colour::kGreen, false};
     fact.remark = acquire.durationMs > 0 ? fmt::format("for {} ms", acquire.durationMs)
                                          : std::string("until released");
+    if (acquire.isEarlier) {
+        fact.remark = acquire.isDoubtful ? "taken before the capture begins; its time may be over"
+                                         : "taken before the capture begins";
+    }
     if (isRenewal) fact.remark = "renewed " + fact.remark;
     ShowPairs(acquire, fact);
 }
 
 void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
     if (acquire.list.empty()) {
-        first.name = "not told by the log";
+        first.name = acquire.earlierTag < 0 ? "not told by the log"
+                                            : TagLabel(acquire.earlierTag, mLayout) + ", not told";
         Add(first);
         return;
     }
@@ -142,7 +147,7 @@ void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
         }
         fact.name = resource.name;
         fact.value = BoundText(resource.bound, acquire.list[i + 1], resource.unit);
-        if (acquire.returned >= 1) {
+        if (acquire.IsGranted()) {
             const std::string contest =
                 ContestText(acquire.returned, acquire.list[i], acquire.list[i + 1]);
             if (!contest.empty()) fact.remark += (fact.remark.empty() ? "" : "; ") + contest;
@@ -154,26 +159,27 @@ void Timeline::ShowPairs(const LockAcquire& acquire, Fact first) {
 // Who else holds the resource, and who wins.
 std::string Timeline::ContestText(int handle, int opcode, int value) const {
     const Book::Contest contest = mBook.ContestOf(handle, opcode, value);
+    const std::string rival = LockName(contest.rival);
     const std::string held = WithUnit(contest.value, ResourceOf(contest.opcode, mLayout).unit);
     switch (contest.how) {
         case Book::Contest::How::kNone:
             break;
         case Book::Contest::How::kSame:
-            return fmt::format("as lock {} does", contest.rival);
+            return fmt::format("as {} does", rival);
         case Book::Contest::How::kWins:
-            return fmt::format("wins over lock {}'s {}", contest.rival, held);
+            return fmt::format("wins over {}'s {}", rival, held);
         case Book::Contest::How::kLoses:
-            return fmt::format("lock {} wins with {}", contest.rival, held);
+            return fmt::format("{} wins with {}", rival, held);
         case Book::Contest::How::kLifts:
-            return fmt::format("lifts lock {}'s {}", contest.rival, held);
+            return fmt::format("lifts {}'s {}", rival, held);
     }
     return "";
 }
 
 void Timeline::Show(const LockRelease& release) {
     if (!release.wasHeld) {
-        Add({'.', fmt::format("lock {}", release.handle), "", "released, but not held any more", "",
-             Colour::kDim, true});
+        Add({'.', LockName(release.handle), "", "released, but not held any more", "", Colour::kDim,
+             true});
         return;
     }
     ShowEnd(release.handle, "released");
@@ -184,12 +190,13 @@ void Timeline::Show(const LockExpire& expire) {
 }
 
 void Timeline::ShowEnd(int handle, const std::string& how) {
-    Fact fact{'-', fmt::format("lock {}", handle), "", how, "", Colour::kYellow, false};
+    Fact fact{'-', LockName(handle), "", how, "", Colour::kYellow, false};
     const BookedLock* lock = mBook.EndedLock();
     if (!lock) return Add(fact);
     if (lock->list.size() >= 2) fact.name = ResourceOf(lock->list[0], mLayout).name;
     if (lock->list.size() > 2) fact.name += fmt::format(" and {} more", lock->list.size() / 2 - 1);
-    fact.remark = fmt::format("after {} ms", WholeMs(mNow - lock->since));
+    fact.remark = lock->isEarlier ? "taken before the capture begins"
+                                  : fmt::format("after {} ms", WholeMs(mNow - lock->since));
     Add(fact);
     ShowHeirs(*lock);
 }
@@ -200,7 +207,7 @@ void Timeline::ShowHeirs(const BookedLock& ended) {
         const std::optional<PerfHal::Claim> heir = mBook.HeirOf(ended.list[i], ended.list[i + 1]);
         if (!heir) continue;
         const Resource resource = ResourceOf(heir->opcode, mLayout);
-        Add({' ', fmt::format("lock {}", heir->handle), resource.name,
+        Add({' ', LockName(heir->handle), resource.name,
              BoundText(resource.bound, heir->value, resource.unit), "holds it now", Colour::kPlain,
              false});
     }
@@ -224,12 +231,15 @@ void Timeline::Show(const NodeAccess& access) {
              fmt::format("{}, {}", std::strerror(access.error), who), Colour::kRed, true});
         return;
     }
-    const bool isChanged = access.before != access.after;
+    const bool isChanged = access.before != access.after || access.isBeforeUnknown;
     if (!isChanged && access.byHal && !mOptions.verbose) return;
     // What the HAL writes stands below its lock and needs no name.
     Fact fact{'=', "node", name, "", access.byHal ? "" : who, Colour::kCyan, false};
-    fact.value = isChanged ? WithUnitText(access.before + " -> " + access.after, unit)
-                           : WithUnitText(access.after, unit) + ", as before";
+    fact.value =
+        isChanged
+            ? WithUnitText((access.isBeforeUnknown ? "?" : access.before) + " -> " + access.after,
+                           unit)
+            : WithUnitText(access.after, unit) + ", as before";
     if (IsClamped(access)) {
         fact.remark += fmt::format("{}kernel makes {} of {}", fact.remark.empty() ? "" : "; ",
                                    OneLine(access.after), OneLine(access.requested));
