@@ -45,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     teller.Flush();
     evidence.Device();
+    evidence.Contradictions(world->phone.GetKernel().Profile());
     world->phone.Events().Clear();
     return 0;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "lab/names/node_names.h"
 #include "lab/phone/node_rules.h"
@@ -91,10 +92,40 @@ int DraftWriter::FindScene(const std::vector<TagValue>& asked) const {
     return found;
 }
 
+// A scene asks for what its file says; another phone's file says otherwise.
+void DraftWriter::CheckScene(const LogDraft& draft) {
+    const auto& elements = mLists.Elements(draft.cmdId, 0, std::nullopt);
+    if (elements.empty() || draft.asked.empty() || !mToldScenes.insert(draft.cmdId).second) return;
+    const std::vector<int>& list = elements[0].list;
+    const std::string label = NamesOf(draft.cmdId).second;
+    if (list.size() != 2 * draft.asked.size()) {
+        // Which of them are missing in the log nobody can tell.
+        if (list.size() < 2 * draft.asked.size()) {
+            Tell(draft, fmt::format("{} asks for {} values here, in {} for {}; give the phone's "
+                                    "own with --scenes",
+                                    label, draft.asked.size(), SceneFileName(), list.size() / 2));
+        }
+        return;
+    }
+    for (size_t i = 0; i < draft.asked.size(); ++i) {
+        const TagValue& asked = draft.asked[i];
+        if (asked.tag == list[2 * i] && asked.value == list[2 * i + 1]) continue;
+        Tell(draft, fmt::format("{} asks for {} = {} here, in {} for {} = {}; give the phone's own "
+                                "with --scenes",
+                                label, LabelOf(asked.tag), asked.value, SceneFileName(),
+                                LabelOf(list[2 * i]), list[2 * i + 1]));
+        return;
+    }
+}
+
 // The line that names a scene and says whether it begins or ends may be missing: by its limits it
 // is known all the same, and it ends when it has begun.
 void DraftWriter::CompleteScene(LogDraft& draft) {
-    if (draft.cmdId < 0) draft.cmdId = FindScene(draft.asked);
+    if (draft.cmdId < 0) {
+        draft.cmdId = FindScene(draft.asked);
+    } else {
+        CheckScene(draft);
+    }
     if (!draft.payloadCount) {
         draft.payloadCount = 1;
         draft.payload = mScenesOn.count(draft.cmdId) > 0 ? kEventOff : kEventOn;
@@ -175,6 +206,10 @@ std::pair<std::string, std::string> DraftWriter::NamesOf(int cmdId) const {
         return {std::to_string(cmdId), fmt::format("command {}", cmdId)};
     }
     return {command->name, command->Label()};
+}
+
+std::string DraftWriter::SceneFileName() const {
+    return std::filesystem::path(mScenes.File()).filename().string();
 }
 
 YamlNode DraftWriter::CommandName(int cmdId) const {

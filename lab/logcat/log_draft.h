@@ -80,10 +80,13 @@ class DraftWriter {
 
     // A command's name, else its number; and both, "touch (4098)".
     std::pair<std::string, std::string> NamesOf(int cmdId) const;
+    // Without its folder.
+    std::string SceneFileName() const;
     std::string LabelOf(int tag) const { return TagLabel(tag, mLayout); }
 
   private:
     int FindScene(const std::vector<TagValue>& asked) const;
+    void CheckScene(const LogDraft& draft);
     void CompleteScene(LogDraft& draft);
     YamlNode CommandStep(const LogDraft& draft);
     YamlNode LimitStep(const LogDraft& draft) const;
@@ -111,6 +114,7 @@ class DraftWriter {
     std::map<std::string, NodeErrors> mNodeErrors;
     std::map<int, int> mOnDemandMs;  // by command
     std::set<int> mScenesOn;         // long scenes in force
+    std::set<int> mToldScenes;       // that have been compared with their file
     int mState = 0;
 };
 

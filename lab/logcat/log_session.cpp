@@ -55,7 +55,7 @@ LogSession::LogSession(const Options& options)
       mLibrary(options.library),
       mLists(mPhone, mLibrary, mScenes) {
     mStory.detail = mEvidence.Detail();
-    CheckLayout();
+    CheckPhone();
 }
 
 void LogSession::Open(const Options& options) {
@@ -134,15 +134,22 @@ void LogSession::CheckLog() const {
                     log.lineCount));
 }
 
-void LogSession::CheckLayout() {
+// What of the log contradicts the device and the scene file, by what is known so far.
+void LogSession::CheckPhone() {
+    mOwnProblems.clear();
     const std::optional<Layout> shown = mEvidence.ClusterLayout();
-    if (!shown || *shown == mScenes.ClusterLayout() || !mOwnProblems.empty()) return;
-    const char* const count = *shown == Layout::kTwoClusters ? "two" : "three";
-    mOwnProblems.push_back(
-        {0, 0,
-         fmt::format("this log is of a device with {} clusters, which {} and {} are not; name "
-                     "others with --device and --scenes",
-                     count, mDevice.name, mScenes.File())});
+    if (shown && *shown != mScenes.ClusterLayout()) {
+        const char* const count = *shown == Layout::kTwoClusters ? "two" : "three";
+        mOwnProblems.push_back(
+            {0, 0,
+             fmt::format("this log is of a device with {} clusters, which {} and {} are not; name "
+                         "others with --device and --scenes",
+                         count, mDevice.name, mScenes.File())});
+    }
+    for (LogProblem problem : mEvidence.Contradictions(mDevice)) {
+        problem.message += "; name the phone's own device with --device";
+        mOwnProblems.push_back(std::move(problem));
+    }
 }
 
 void LogSession::Tell(const Listener& listener) {
@@ -167,7 +174,7 @@ void LogSession::Tell(const Listener& listener) {
     while (ReadLine()) {
     }
     teller.Flush();
-    CheckLayout();
+    CheckPhone();
 }
 
 std::string LogSession::ChooseDevice(const Options& options) {
@@ -175,7 +182,9 @@ std::string LogSession::ChooseDevice(const Options& options) {
     if (!options.device.empty()) return options.device;
     const std::string shown = mEvidence.Device();
     mIsDeviceGuessed = shown.empty();
-    return shown.empty() ? kUsualDevice : shown;
+    if (!shown.empty()) return shown;
+    const std::string nearest = mEvidence.NearestDevice();
+    return nearest.empty() ? kUsualDevice : nearest;
 }
 
 std::vector<LogProblem> LogSession::Problems() const {

@@ -82,7 +82,7 @@ class LogSession {
     bool ReadLine();
     void Survey();
     void CheckLog() const;
-    void CheckLayout();
+    void CheckPhone();
     std::string BeforeText();
     std::string AsksText() const;
     std::string ChooseDevice(const Options& options);

@@ -1,11 +1,14 @@
 // What the plug-in's log lines tell: which requests came, and what each of them did.
 #pragma once
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "lab/logcat/command_lists.h"
 #include "lab/logcat/known_nodes.h"
+#include "lab/logcat/log_evidence.h"
 #include "lab/logcat/log_reader.h"
 #include "lab/phone/events.h"
 #include "lab/scenes/scene_file.h"
@@ -32,13 +35,6 @@ struct LogRequest {
     std::vector<Event> effects;
 };
 
-// How much the plug-in's switches let it write.
-enum class LogDetail : uint8_t {
-    kErrors,   // both switches off
-    kVersion,  // a debug build (ro.logsystem.usertype): without what only SetDebug adds
-    kFull,     // SetDebug(true)
-};
-
 // What is wrong or missing beside the requests, as far as they have been told.
 struct LogStory {
     // The last place where lines of the plug-in are known to be missing, or cannot be read: what
@@ -51,33 +47,6 @@ struct LogStory {
     std::vector<LogProblem> problems;  // contradictions and gaps
     std::set<int> unknownCommands;     // that the scene file does not have
     LogDetail detail = LogDetail::kErrors;
-};
-
-// What the plug-in's lines show of the phone, whatever they tell of requests.
-class LogEvidence {
-  public:
-    void Add(const CapturedLine& line);
-
-    // How much of the plug-in's lines there is.
-    LogDetail Detail() const { return mDetail; }
-
-    // How many of the plug-in's lines the logger says to have dropped.
-    int64_t LostLines() const { return mLostLines; }
-
-    // The layout that the lines show; nothing when they fit both.
-    std::optional<Layout> ClusterLayout() const { return mLayout; }
-
-    // The shipped device whose clusters the lines show; empty when they fit several or none.
-    std::string Device() const;
-
-  private:
-    void AddOpcode(const MessageMatch& match);
-    void AddPath(const MessageMatch& match);
-
-    LogDetail mDetail = LogDetail::kErrors;
-    int64_t mLostLines = 0;
-    std::optional<Layout> mLayout;
-    std::set<int> mCpus;  // through which the plug-in reaches its clusters' limits
 };
 
 }  // namespace lab

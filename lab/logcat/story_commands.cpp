@@ -15,6 +15,10 @@ constexpr int kQuietCommand = 13267;
 constexpr int kLongestBreakthroughMs = 3000;
 constexpr int kThermalLevels = 4;
 
+std::string DurationText(int ms) {
+    return ms > 0 ? fmt::format("{} ms", ms) : "until released";
+}
+
 }  // namespace
 
 void StoryTeller::AddCommand() {
@@ -212,15 +216,16 @@ void StoryTeller::Acquired(bool isRefused) {
         if (mayBreakThrough) StartBreakthrough(draft, *element, durationMs);
         acquire.list = element->list;
         acquire.isListAssumed = true;
+        CheckDuration(draft, *element, acquire);
         draft.index = element->index;
     } else {
         draft.index = draft.pendingIndex >= 0 ? draft.pendingIndex : draft.index + 1;
         const bool isKnown = !mLists.Elements(cmdId, 0, std::nullopt).empty();
         if (isKnown && !isOfSome && mTold.insert(cmdId).second) {
-            Tell(
-                fmt::format("command {} holds {} pairs here, which no element of it has in the "
-                            "scene file; give the phone's own with --scenes",
-                            cmdId, pairs));
+            Tell(fmt::format(
+                "command {} holds {} pairs here, which no element of it has in {}; give "
+                "the phone's own with --scenes",
+                cmdId, pairs, mWriter.SceneFileName()));
         }
     }
     draft.indices.insert(draft.index);
@@ -229,6 +234,21 @@ void StoryTeller::Acquired(bool isRefused) {
     Count(draft, handle);
     Effect(draft, std::move(acquire));
     AddLine(draft);
+}
+
+// An on-demand duration may differ from the scene file's, and so does any in a scene file of
+// another phone.
+void StoryTeller::CheckDuration(const LogDraft& draft, const CommandLists::Element& element,
+                                LockAcquire& acquire) {
+    if (acquire.durationMs == element.durationMs) return;
+    acquire.sceneMs = element.durationMs;
+    acquire.isOnDemand = draft.onDemandMs > 0 && draft.onDemandMs == acquire.durationMs;
+    if (acquire.isOnDemand) return;
+    acquire.isDoubtful = true;
+    if (!mToldDurations.insert({draft.cmdId, element.index, acquire.durationMs}).second) return;
+    Tell(fmt::format("locks {} for {}, {} says {}; give the phone's own with --scenes",
+                     mWriter.NamesOf(draft.cmdId).second, DurationText(acquire.durationMs),
+                     mWriter.SceneFileName(), DurationText(element.durationMs)));
 }
 
 void StoryTeller::EventReleased() {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "lab/logcat/earlier_locks.h"
@@ -89,6 +90,8 @@ class StoryTeller {
                                              bool isCompleted);
     const CommandLists::Element* FindCompleted(const LogDraft& draft, int pairs, bool& isOfSome);
     bool HasMoreElements(const LogDraft& draft, int index) const;
+    void CheckDuration(const LogDraft& draft, const CommandLists::Element& element,
+                       LockAcquire& acquire);
     void StartBreakthrough(LogDraft& draft, const CommandLists::Element& element, int durationMs);
     void CheckRestart();
     void Tell(const std::string& message) {
@@ -109,6 +112,7 @@ class StoryTeller {
     std::map<Thread, LogDraft> mDrafts;
     LogDraft* mDraft = nullptr;  // of the thread at hand
     std::set<int> mPids;
+    std::set<std::tuple<int, int, int>> mToldDurations;  // by command, element and ms
     std::set<int> mTold;  // commands whose lists have been found not to fit
 
     EarlierLocks mEarlier;

@@ -41,10 +41,15 @@ struct LockAcquire {
     // tells; nor what it holds where its list is empty. A handle below 0 stands for one whose
     // number nothing tells.
     bool isEarlier = false;
-    int earlierTag = -1;      // of an earlier lock without a list: the tag that it is for
-    bool isDoubtful = false;  // it may be that it was not held any more
-    // A capture's lock of a command: what it holds is the scene file's word, not the log's.
+    int earlierTag = -1;  // of an earlier lock without a list: the tag that it is for
+    // It may be that it was not held any more; of a lock that is not earlier: what it holds may be
+    // something else, for the log contradicts the scene file.
+    bool isDoubtful = false;
+    // A capture's lock of a command: what it holds is the scene file's word, not the log's; and for
+    // how many ms the file has it where the log says otherwise, which on demand it may.
     bool isListAssumed = false;
+    std::optional<int> sceneMs = std::nullopt;
+    bool isOnDemand = false;
 
     bool IsGranted() const { return returned >= 1 || isEarlier; }
 };

@@ -234,6 +234,8 @@ class LogcatReport {
         if (acquire && !acquire->list.empty()) {
             json["pairs_from"] = acquire->isListAssumed ? "scenes" : "log";
         }
+        if (acquire && acquire->isListAssumed) json["on_demand"] = acquire->isOnDemand;
+        if (acquire && acquire->sceneMs) json["scenes_duration_ms"] = *acquire->sceneMs;
         return json;
     }
 

@@ -123,6 +123,12 @@ void Timeline::Show(const LockAcquire& acquire) {
     Fact fact{isRenewal ? '~' : '+', LockName(acquire.returned), "", "", "", Colour::kGreen, false};
     fact.remark = acquire.durationMs > 0 ? fmt::format("for {} ms", acquire.durationMs)
                                          : std::string("until released");
+    if (acquire.sceneMs) {
+        fact.remark +=
+            fmt::format("{}; the scene file has {}", acquire.isOnDemand ? " on demand" : "",
+                        *acquire.sceneMs > 0 ? fmt::format("{} ms", *acquire.sceneMs) : "no time");
+        if (!acquire.isOnDemand) fact.remark += ", what it holds is doubtful";
+    }
     if (acquire.isEarlier) {
         fact.remark = acquire.isDoubtful ? "taken before the capture begins; its time may be over"
                                          : "taken before the capture begins";

@@ -1,0 +1,197 @@
+#include "lab/logcat/log_evidence.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <climits>
+#include <string_view>
+
+#include "lab/names/node_names.h"
+#include "lab/names/text.h"
+#include "lab/phone/events.h"
+
+namespace lab {
+namespace {
+
+constexpr int kHighestCpu = 63;
+constexpr std::string_view kCpuFolder = "/sys/devices/system/cpu/cpu";
+constexpr std::string_view kGpuFolder = "/sys/class/kgsl/kgsl-3d0/devfreq/";
+
+// So many values show what table a node has.
+constexpr size_t kMostPaths = 64;
+constexpr size_t kMostValues = 256;
+
+struct ShippedDevice {
+    std::string name;
+    DeviceProfile profile;
+};
+
+// Read once for a program that asks of many captures.
+const std::vector<ShippedDevice>& ShippedDevices() {
+    static const std::vector<ShippedDevice> shipped = [] {
+        std::vector<ShippedDevice> devices;
+        for (const std::string& name : DeviceProfileNames()) {
+            devices.push_back({name, LoadDeviceProfile(name)});
+        }
+        return devices;
+    }();
+    return shipped;
+}
+
+// Of a cluster's limit node its CPU.
+std::optional<int> CpuOf(const std::string& path) {
+    if (!path.starts_with(kCpuFolder) || path.find("/cpufreq/scaling_m") == path.npos) {
+        return std::nullopt;
+    }
+    const std::string_view rest = std::string_view(path).substr(kCpuFolder.size());
+    const auto cpu = ParseNumber(std::string(rest.substr(0, rest.find('/'))));
+    // No profile has such a CPU: the path fits none.
+    return cpu && *cpu <= kHighestCpu ? static_cast<int>(*cpu) : kHighestCpu + 1;
+}
+
+const CpuCluster* ClusterOf(const DeviceProfile& device, int cpu) {
+    for (const CpuCluster& cluster : device.clusters) {
+        if (cpu >= cluster.firstCpu && cpu <= cluster.lastCpu) return &cluster;
+    }
+    return nullptr;
+}
+
+// The steps that a limit node of `device` can have; empty for a node that is none.
+std::vector<int64_t> StepsOf(const DeviceProfile& device, const std::string& path,
+                             std::string& name) {
+    if (const std::optional<int> cpu = CpuOf(path)) {
+        const CpuCluster* cluster = ClusterOf(device, *cpu);
+        if (cluster) name = cluster->name + " cluster";
+        return cluster ? cluster->khz : std::vector<int64_t>();
+    }
+    if (!path.starts_with(kGpuFolder)) return {};
+    name = "GPU";
+    std::vector<int64_t> steps;
+    for (const int64_t mhz : device.gpuMhz) steps.push_back(mhz * 1'000'000);
+    return steps;
+}
+
+}  // namespace
+
+void LogEvidence::Add(const CapturedLine& line) {
+    const Message message = line.match.message;
+    const bool isOurs = message != Message::kUnknown && message != Message::kOther &&
+                        message != Message::kLinesLost;
+    if (isOurs && line.match.onlyDebug) mDetail = LogDetail::kFull;
+    if (isOurs && line.priority < kAndroidError && mDetail == LogDetail::kErrors) {
+        mDetail = LogDetail::kVersion;
+    }
+    if (message == Message::kLinesLost) mLostLines += line.match.numbers[0];
+    if (message == Message::kTagLock || message == Message::kGroupPair) AddOpcode(line.match);
+    if (message == Message::kWriteNode || message == Message::kReadNode) AddNode(line);
+}
+
+void LogEvidence::AddOpcode(const MessageMatch& match) {
+    if (mLayout) return;
+    const int tag = static_cast<int>(match.numbers[match.message == Message::kGroupPair ? 1 : 0]);
+    const int opcode = static_cast<int>(match.numbers[2]);
+    const bool isTwo = FindTagOpcode(tag, Layout::kTwoClusters) == opcode;
+    const bool isThree = FindTagOpcode(tag, Layout::kThreeClusters) == opcode;
+    if (isTwo != isThree) mLayout = isTwo ? Layout::kTwoClusters : Layout::kThreeClusters;
+}
+
+void LogEvidence::AddNode(const CapturedLine& line) {
+    const std::string& path = line.match.words[0];
+    const std::optional<int> cpu = CpuOf(path);
+    if (cpu) mCpus.emplace(*cpu, line.line);
+    const int64_t value = line.match.numbers[1];
+    const bool isLimit = cpu || path.starts_with(kGpuFolder);
+    // "No limit" is no step either.
+    if (!isLimit || line.match.numbers[0] <= 0 || value <= 0 || value >= INT_MAX) return;
+    const auto values = mValues.find(path);
+    if (values == mValues.end() && mValues.size() >= kMostPaths) return;
+    std::map<int64_t, Seen>& seen = values == mValues.end() ? mValues[path] : values->second;
+    const bool isRead = line.match.message == Message::kReadNode;
+    const auto known = seen.find(value);
+    if (known != seen.end()) {
+        known->second.isRead = known->second.isRead || isRead;
+    } else if (seen.size() < kMostValues) {
+        seen.emplace(value, Seen{line.line, isRead});
+    }
+}
+
+std::vector<LogProblem> LogEvidence::Contradictions(const DeviceProfile& device) const {
+    std::vector<LogProblem> found;
+    std::map<const CpuCluster*, int> cpuOf;
+    for (const auto& [cpu, line] : mCpus) {
+        const CpuCluster* cluster = ClusterOf(device, cpu);
+        if (!cluster) {
+            found.push_back(
+                {line, line, fmt::format("limits cpu{}, which {} has not", cpu, device.name)});
+            continue;
+        }
+        const auto [other, isFirst] = cpuOf.emplace(cluster, cpu);
+        if (!isFirst) {
+            found.push_back({line, line,
+                             fmt::format("limits cpu{} apart from cpu{}, which {} has in one "
+                                         "cluster",
+                                         cpu, other->second, device.name)});
+        }
+    }
+    for (const auto& [path, values] : mValues) {
+        std::string name;
+        const std::vector<int64_t> steps = StepsOf(device, path, name);
+        if (steps.empty()) continue;
+        std::vector<std::pair<int64_t, Seen>> strange;
+        for (const auto& [value, seen] : values) {
+            const bool isStep = std::find(steps.begin(), steps.end(), value) != steps.end();
+            if (!isStep) strange.emplace_back(value, seen);
+        }
+        const auto read = std::find_if(strange.begin(), strange.end(),
+                                       [](const auto& pair) { return pair.second.isRead; });
+        // What the plug-in writes may lie between two steps; what the kernel says may not.
+        if (strange.empty() || (read == strange.end() && strange.size() * 2 <= values.size())) {
+            continue;
+        }
+        const auto& [value, seen] = read == strange.end() ? strange.front() : *read;
+        const std::string others =
+            strange.size() == 1 ? "" : fmt::format(" (and {} more values)", strange.size() - 1);
+        found.push_back(
+            {seen.line, seen.line,
+             fmt::format("{} {} {} here{}, which is no step of {}'s {}", ShortNode(path),
+                         seen.isRead ? "reads" : "is set to", value, others, device.name, name)});
+    }
+    return found;
+}
+
+int LogEvidence::Mismatches(const DeviceProfile& device) const {
+    int count = static_cast<int>(Contradictions(device).size());
+    if (mLayout && *mLayout != LayoutOf(device)) ++count;
+    for (const auto& [cpu, line] : mCpus) {
+        const bool isFirst = std::any_of(
+            device.clusters.begin(), device.clusters.end(),
+            [first = cpu](const CpuCluster& cluster) { return cluster.firstCpu == first; });
+        if (!isFirst) ++count;
+    }
+    return count;
+}
+
+std::string LogEvidence::Device() const {
+    std::string found;
+    for (const auto& [name, device] : ShippedDevices()) {
+        if (Mismatches(device) > 0) continue;
+        if (!found.empty()) return "";
+        found = name;
+    }
+    return found;
+}
+
+std::string LogEvidence::NearestDevice() const {
+    std::string found;
+    int fewest = INT_MAX;
+    for (const auto& [name, device] : ShippedDevices()) {
+        const int count = Mismatches(device);
+        if (count == fewest) found.clear();
+        if (count >= fewest) continue;
+        fewest = count;
+        found = name;
+    }
+    return found;
+}
+
+}  // namespace lab
