@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fuzz/desk.h"
-#include "lab/book/limit_rule.h"
+#include "fuzz/limit_rule.h"
 
 namespace fuzz {
 

@@ -1,4 +1,4 @@
-#include "lab/book/limit_rule.h"
+#include "fuzz/limit_rule.h"
 
 #include <algorithm>
 #include <utility>

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "lab/book/limit_rule.h"
+#include "fuzz/limit_rule.h"
 
 namespace lab {
 namespace {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/book/limit_phone.h"
+#include "fuzz/limit_phone.h"
 #include "lab/book/limit_words.h"
 #include "lab/names/tag_names.h"
 #include "lab/phone/device_profile.h"

@@ -1,4 +1,4 @@
-#include "lab/book/limit_phone.h"
+#include "fuzz/limit_phone.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "lab/book/limit_rule.h"
+#include "fuzz/limit_rule.h"
 
 namespace lab {
 namespace {
