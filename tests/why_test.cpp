@@ -196,7 +196,8 @@ INSTANTIATE_TEST_SUITE_P(
              "steps:\n- {limit: {client: power, tags: {big_max: 1440000}}}\n"
              "- {limit: {client: camera, tags: {big_max: 1651200}}}",
              "big_max", "", "1651200", "power", "loses", "2",
-             "'limit by camera: big_max <= 1651.2 MHz' (line 3) gave the tag's lock another value"},
+             "camera asked for <= 1651.2 MHz later: until the next request on the tag that alone "
+             "counts"},
         Rule{"UnknownClient", "steps:\n- {limit: {client: 9, tags: {big_max: 1440000}}}", "big_max",
              "", "2496000", "client 9", "over", "2", "refused: the plug-in gives no reason"},
         Rule{"WrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",
@@ -224,9 +225,10 @@ INSTANTIATE_TEST_SUITE_P(
              "- {limit: {client: camera, tags: {big_max: 1651200}}}\n"
              "- {limit: {client: camera, tags: {big_max: 0}}}",
              "big_max", "", "2496000", "power", "loses", "2",
-             "no lock carries it: 'limit by camera: big_max lifted' (line 4) released"},
+             "'limit by camera: big_max lifted' (line 4) lifted the tag's limit: until the next "
+             "request"},
         Rule{"OldWriteIsAllThatIsLeft", kOldWrite, "big_max", "", "1651200", "power", "counts", "3",
-             "by that write alone: nothing has replaced it"},
+             "by that write alone: 'limit by camera: big_max lifted' (line 6) lifted the tag's"},
         Rule{"RefusedWrite", kOldWrite, "big_max", "", "1651200", "the plug-in's write", "over",
              "5", "refused by the kernel: Permission denied"},
         Rule{"WriteWithoutLock", kWriteBack, "big_max", "", "691200", "the plug-in's write",

@@ -27,10 +27,6 @@ std::vector<double> Numbers(const std::string& text) {
     return numbers;
 }
 
-bool IsStricter(Bound bound, int64_t value, int64_t than) {
-    return bound == Bound::kFloor ? value > than : value < than;
-}
-
 class Weigher {
   public:
     Weigher(const NodeTarget& target, const Book& book)
@@ -77,11 +73,20 @@ class Weigher {
             return;
         }
         holder.held = "no lock";
-        if (const Ask* rival = StricterWord(ask)) {
+        const Ask* rival = RivalOf(ask);
+        if (rival && !rival->isRemembered) {
+            holder.verdict = fmt::format(
+                "{} asked for {} later: until the next request on the tag that alone counts",
+                rival->who, rival->ValueText());
+        } else if (rival) {
             holder.verdict =
                 fmt::format("{} asks for {}: the {} wins among the words on a tag", rival->who,
                             rival->ValueText(),
                             ask.bound == Bound::kFloor ? "highest floor" : "lowest ceiling");
+        } else if (const Ask* lifter = LifterOf(ask)) {
+            holder.verdict = fmt::format(
+                "{} lifted the tag's limit: until the next request on it nobody's word counts",
+                lifter->request->Quoted());
         } else if (mBook.IsTagLockRefused(ask.opcode)) {
             holder.verdict = "the HAL refused the lock that should carry it";
         } else if (!lock) {
@@ -114,18 +119,20 @@ class Weigher {
         }
     }
 
-    // The strictest other word that the frequency manager weighs against `ask`.
-    const Ask* StricterWord(const Ask& ask) const {
-        const Ask* strictest = nullptr;
-        if (!ask.isRemembered || !IsSharedLimit(ask.tag)) return nullptr;
-        for (const Ask& other : mAsks) {
-            if (other.tag != ask.tag || !other.isRemembered || other.value == 0) continue;
-            if (!IsStricter(ask.bound, other.value, ask.value)) continue;
-            if (!strictest || IsStricter(ask.bound, other.value, strictest->value)) {
-                strictest = &other;
-            }
+    // The other word on a limit that the tag's lock is to carry; null when it is `ask` itself.
+    const Ask* RivalOf(const Ask& ask) const {
+        const Ask* winner = IsSharedLimit(ask.tag) ? mBook.StrictestWord(ask.tag) : nullptr;
+        return winner && winner->order != ask.order ? winner : nullptr;
+    }
+
+    // The word that lifts a limit for the moment, whoever asks for one; null without.
+    const Ask* LifterOf(const Ask& ask) const {
+        const Ask* last = nullptr;
+        for (const Ask& word : mBook.Words()) {
+            if (word.tag == ask.tag) last = &word;
         }
-        return strictest;
+        const bool lifts = last && !last->isRemembered && last->value == 0;
+        return lifts && IsSharedLimit(ask.tag) ? last : nullptr;
     }
 
     // Layer two: locks against each other.
@@ -307,7 +314,7 @@ class Weigher {
             const bool isAloneAndFelt = isAlone && written != Numbers(boot);
             if (isShown && !holder.wins && (isAloneAndFelt || replacesLocks)) {
                 // That another asks for more is no reason where what it asks for is not in force.
-                const bool hasRival = StricterWord(holder.ask) != nullptr;
+                const bool hasRival = RivalOf(holder.ask) != nullptr;
                 holder.wins = true;
                 holder.verdict = "by that write alone: " +
                                  (replacesLocks ? "it came later than the lock"

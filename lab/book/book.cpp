@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "lab/book/limit_words.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
@@ -18,7 +19,6 @@ namespace {
 // What a report can use of a day's replay.
 constexpr size_t kMostEnded = 200;
 
-constexpr int kCameraClient = 4;
 constexpr int kEventEndCommand = 5379;  // ends what 5378 holds
 
 // Shifts of the load: a 0 is no value of theirs and leaves the last one in force.
@@ -31,10 +31,6 @@ bool IgnoresZero(int tag) {
 bool IsUnwatched(const std::string& path) {
     return path.find("cur_freq") != std::string::npos ||
            path.find("/cpufreq/policy") != std::string::npos;
-}
-
-bool IsStricter(Bound bound, int64_t value, int64_t than) {
-    return bound == Bound::kFloor ? value > than : value < than;
 }
 
 }  // namespace
@@ -57,23 +53,7 @@ std::string Ask::ValueText() const {
 }
 
 bool IsSharedLimit(int tag) {
-    switch (tag) {
-        case 0:
-        case 1:
-        case 3:
-        case 4:
-        case 6:
-        case 7:
-        case 9:
-        case 10:
-            return true;
-        default:
-            return false;
-    }
-}
-
-bool IsArbitrated(int tag) {
-    return tag == 1 || tag == 4 || tag == 7 || tag == 10 || tag == 40 || tag == 41;
+    return IsFloorLimit(tag) || IsCeilingLimit(tag);
 }
 
 Book::Book(const DeviceProfile& device, const SceneFile& scenes, const Kernel& kernel)
@@ -191,53 +171,55 @@ void Book::TakeWords(const RequestFacts& facts) {
     const bool isPassedOver =
         command && !mConditions.WhyPassedOver(command->elements.front()).empty();
     if (isPassedOver) return;
+    const bool isEnd = isScene && facts.event == RequestFacts::Event::kEnds;
     for (const TagValue& claim : facts.claims) {
         if (claim.value == 0 && IgnoresZero(claim.tag)) continue;
         mLastWord[claim.tag] = claim.value;
         Ask ask = TagAsk(isScene ? Ask::By::kScene : Ask::By::kClient, claim.tag, claim.value);
+        ask.order = ++mOrder;
+        ask.isRemembered =
+            isEnd || IsRememberedWord(claim.tag, isScene ? *facts.cmdId : *facts.clientId,
+                                      claim.value, facts.isGroup);
         const bool isLifted = claim.value == 0 && IsSharedLimit(claim.tag);
-        if (isScene) {
-            ask.isRemembered = true;
-            const bool isOn = facts.event == RequestFacts::Event::kBegins;
-            SetWord(std::move(ask),
-                    (isOn ? "asked again" : "its event ended") + AtLine(mRequest->line));
-        } else {
-            // Of the camera's words only an untimed group's count later.
-            ask.isRemembered =
-                IsArbitrated(claim.tag) && (facts.clientId != kCameraClient || facts.isGroup);
-            SetWord(std::move(ask),
-                    fmt::format("{} by the same client{}", isLifted ? "lifted" : "replaced",
-                                AtLine(mRequest->line)));
-        }
+        const char* how = isEnd      ? "its event ended"
+                          : isScene  ? "asked again"
+                          : isLifted ? "lifted by the same client"
+                                     : "replaced by the same client";
+        SetWord(std::move(ask), how + AtLine(mRequest->line));
     }
 }
 
-// The requester's word on a tag from now on. A word that the manager does not weigh against others
-// ends with the next one on its tag, whoever says it.
+// The requester's word on a tag from now on. It ends every word that is not remembered, and the
+// same requester's if it is remembered itself: the camera's group stands while its other words come
+// and go.
 void Book::SetWord(Ask ask, const std::string& how) {
     for (size_t i = mWords.size(); i-- > 0;) {
         const Ask& other = mWords[i];
         if (other.tag != ask.tag) continue;
         const bool isOwn = other.by == ask.by && other.who == ask.who;
-        if (!isOwn && other.isRemembered) continue;
+        if (other.isRemembered && !(isOwn && ask.isRemembered)) continue;
         AddEnded(other, isOwn ? how
                               : fmt::format("replaced by {}'s request{}: such requests for one tag "
                                             "are not weighed, the last one counts",
                                             ask.who, AtLine(mRequest->line)));
         mWords.erase(mWords.begin() + static_cast<std::ptrdiff_t>(i));
     }
-    if (ask.value != 0 || !IsSharedLimit(ask.tag)) mWords.push_back(std::move(ask));
+    // One of 0 that is not remembered lifts the limit until the next word on it.
+    const bool isLifted = ask.value == 0 && IsSharedLimit(ask.tag);
+    if (!isLifted || !ask.isRemembered) mWords.push_back(std::move(ask));
 }
 
 const Ask* Book::StrictestWord(int tag) const {
-    const Ask* found = nullptr;
+    std::vector<const Ask*> asks;
+    std::vector<LimitWord> words;
     for (const Ask& word : mWords) {
         if (word.tag != tag) continue;
-        const bool isWeighed =
-            word.isRemembered && found && found->isRemembered && IsSharedLimit(tag);
-        if (!isWeighed || IsStricter(word.bound, word.value, found->value)) found = &word;
+        asks.push_back(&word);
+        words.push_back({0, static_cast<int>(word.value), word.order, word.isRemembered});
     }
-    return found;
+    if (!IsSharedLimit(tag)) return asks.empty() ? nullptr : asks.back();
+    const std::optional<size_t> winner = WinningWord(tag, words);
+    return winner ? asks[*winner] : nullptr;
 }
 
 // What ends without having been in force, for those who ask what was before.
@@ -681,7 +663,8 @@ void Book::AddEnded(const Ask& ask, const std::string& how) {
 std::vector<Ask> Book::AsksOn(const NodeTarget& target) const {
     std::vector<Ask> asks;
     for (const Ask& word : mWords) {
-        if (target.HasTag(word.tag)) asks.push_back(word);
+        const bool isLifted = word.value == 0 && IsSharedLimit(word.tag);
+        if (target.HasTag(word.tag) && !isLifted) asks.push_back(word);
     }
     for (const auto& [handle, lock] : mLocks) {
         if (lock.tag >= 0) continue;

@@ -22,9 +22,6 @@ struct TagValue {
 // 0 lifts one. Every other tag does what it was told last.
 bool IsSharedLimit(int tag);
 
-// True for a tag on which the frequency manager keeps what each client asked for last.
-bool IsArbitrated(int tag);
-
 struct RequestFacts {
     enum class Event : uint8_t { kNone, kBegins, kEnds };
 

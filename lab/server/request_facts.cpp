@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "lab/book/limit_words.h"
+
 namespace lab {
 namespace {
 
@@ -103,7 +105,7 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
         AddTagOpcodes(pair.tag, layout, facts.opcodes);
         const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeiling(pair.tag));
         if (!hasOwnLock) facts.groupTags.insert(pair.tag);
-        const bool isClaim = hasOwnLock || (isKept && IsArbitrated(pair.tag));
+        const bool isClaim = hasOwnLock || (isKept && IsWeighedTag(pair.tag));
         if (result == 0 && isClaim) {
             facts.claims.push_back(pair);
         }
