@@ -124,18 +124,24 @@ void History::Take(const LogLine& line) {
     int type = 0;
     int boosts = 0;
     if (sscanf(line.text.c_str(), kControlLine, &type, &boosts) == 2) SetControl(type, boosts != 0);
-    mLines.push_back(
-        {mNow, line.priority, line.tag.value_or(""), WithoutNewline(line.text), mRequest});
+    AddLine(line.priority, line.tag.value_or(""), WithoutNewline(line.text));
 }
 
 void History::Take(const JankRecord& record) {
-    mLines.push_back({mNow, record.priority, "jank",
-                      std::to_string(record.id) + " " + WithoutNewline(record.text), mRequest});
+    AddLine(record.priority, "jank", std::to_string(record.id) + " " + WithoutNewline(record.text));
+}
+
+void History::AddLine(int priority, std::string tag, std::string text) {
+    mLines.push_back({mNow, priority, Kept(std::move(tag)), Kept(std::move(text)), mRequest});
+}
+
+std::string_view History::Kept(std::string text) {
+    return *mTexts.insert(std::move(text)).first;
 }
 
 void History::Take(const TraceSection& section) {
     if (section.begin) {
-        mSections.push_back({mNow, section.name});
+        mSections.push_back({mNow, Kept(section.name)});
         ++mOpenSections;
     } else if (mOpenSections > 0) {
         mSections.push_back({mNow, std::nullopt});

@@ -8,7 +8,9 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "lab/hal/opcode_drives.h"
@@ -69,8 +71,9 @@ class History {
     struct Line {
         Time at{};
         int priority = 0;  // Android's: 3 debug, 4 info, 6 error
-        std::string tag;
-        std::string text;  // without its newline
+        // Kept by the history, once however often they are logged.
+        std::string_view tag;
+        std::string_view text;  // without its newline
         size_t request = kNobody;
     };
 
@@ -78,7 +81,7 @@ class History {
     // every one has its end.
     struct SectionMark {
         Time at{};
-        std::optional<std::string> begins;  // the name; none: the innermost one ends
+        std::optional<std::string_view> begins;  // the name; none: the innermost one ends
     };
 
     // A write of the plug-in's own: what the HAL writes follows from the locks.
@@ -143,6 +146,7 @@ class History {
 
     // Floors and ceilings begin at the ends of the device's tables.
     explicit History(const DeviceProfile& device);
+    History(History&&) = default;
 
     // What a node reads at the start, for frequency nodes that differ from their table's ends and
     // for the current frequency; other nodes are ignored. Before the first event.
@@ -207,6 +211,8 @@ class History {
     void Take(const RequestBegin& begin);
     void Take(const RequestEnd& end);
 
+    void AddLine(int priority, std::string tag, std::string text);
+    std::string_view Kept(std::string text);
     void AddTrack(Track track, const std::vector<std::string>& folders, const char* const names[3]);
     void AddGpu();
     const std::vector<Drive>& Drives(int opcode) const;
@@ -230,6 +236,7 @@ class History {
     std::vector<Lock> mLocks;
     std::vector<Refusal> mRefusals;
     std::vector<Line> mLines;
+    std::unordered_set<std::string> mTexts;  // of lines and sections
     std::vector<SectionMark> mSections;
     std::vector<Write> mWrites;
     std::vector<Breakthrough> mBreakthroughs;

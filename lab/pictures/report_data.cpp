@@ -304,8 +304,8 @@ class DataWriter {
         for (const History::Line* line : shown) {
             mJson.Open('[');
             mJson.Number(line->priority);
-            mJson.Number(static_cast<int64_t>(mTexts(line->tag)));
-            mJson.Number(static_cast<int64_t>(mTexts(line->text)));
+            mJson.Number(static_cast<int64_t>(mTexts(std::string(line->tag))));
+            mJson.Number(static_cast<int64_t>(mTexts(std::string(line->text))));
             mJson.IndexOrNone(line->request);
             if (IsUsualLine(line->text)) mJson.Number(1);
             mJson.Close(']');
