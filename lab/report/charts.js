@@ -3,6 +3,9 @@
 // In the order in which they are drawn: an idle cluster runs at its floor, and shows on top of it.
 const SERIES = ["ceiling", "floor", "current"];
 
+// Below this height a chart's name has less beside it.
+const LOW_CHART = 90;
+
 function colour(name) {
     return getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
 }
@@ -213,6 +216,7 @@ class TrackChart {
     }
 
     resize(width, height) {
+        this.host.classList.toggle("low", height < LOW_CHART);
         const whole = height + (this.isLast ? 26 : 0);
         // The plot takes it at the end of this turn; what stands below must know it now.
         this.plot.root.style.height = `${whole}px`;

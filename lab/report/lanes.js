@@ -166,7 +166,7 @@ class Lanes {
         name.className = row.who ? "lane-name" : `lane-name plain ${row.kind}`;
         name.style.width = `${this.gutter - 4}px`;
         name.style.height = name.style.lineHeight = `${LANE_HEIGHT}px`;
-        ruler.font = `${this.gutter < 100 ? 11 : 12}px ${FONT}`;
+        ruler.font = `${this.view.who.has(row.who) ? 600 : 400} ${this.gutter < 100 ? 11 : 12}px ${FONT}`;
         const room = this.gutter - (this.gutter < 100 ? 14 : 26);
         name.textContent = fitted(row.name, room, (text) => ruler.measureText(text).width);
         name.setAttribute("aria-label", row.name);

@@ -10,10 +10,10 @@ const ANDROID_WARNING = 5;
 function makeEntries(run) {
     const entries = [];
     // Within one time: what belongs to no request, then each request before its parts. What ends by
-    // itself is still its owner's to the filter.
+    // itself is still its owner's to the filter, what changes hands both owners'.
     const whoOfRequest = (request) => (request === NOBODY ? null : run.requests[request].who);
-    const add = (t, request, kind, sign, source, who = whoOfRequest(request)) => {
-        entries.push({t, request, kind, sign, source, who, order: entries.length});
+    const add = (t, request, kind, sign, source, who = whoOfRequest(request), before = who) => {
+        entries.push({t, request, kind, sign, source, who, before, order: entries.length});
     };
     for (const request of run.requests) {
         add(request.t, request.index, request.isFailed ? "request failed" : "request", "", {request});
@@ -30,8 +30,9 @@ function makeEntries(run) {
         });
         for (let at = 1; at < lock.holdings.length; ++at) {
             const holding = lock.holdings[at];
-            if (holding.who === lock.holdings[at - 1].who) continue;
-            add(holding.since, NOBODY, "taken", "»", {lock, holding}, holding.who);
+            const before = lock.holdings[at - 1].who;
+            if (holding.who === before) continue;
+            add(holding.since, NOBODY, "taken", "»", {lock, holding}, holding.who, before);
         }
         if (lock.how === HELD) continue;
         add(lock.end, lock.endRequest, "ended", "-", {lock}, lock.holdings[lock.holdings.length - 1].who);
@@ -112,7 +113,7 @@ class Log {
         const {view} = this;
         const word = view.find.toLowerCase();
         this.shown = this.all.filter((entry) =>
-            (view.all || entry.kind !== "debug") && view.allows(entry.who) &&
+            (view.all || entry.kind !== "debug") && (view.allows(entry.who) || view.allows(entry.before)) &&
             (!word || (entry.folded ??= entryText(this.run, entry).toLowerCase()).includes(word)));
         this.times = Float64Array.from(this.shown, (entry) => entry.t);
         this.space.style.height = `${this.shown.length * ROW_HEIGHT}px`;

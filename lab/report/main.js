@@ -5,6 +5,7 @@ runLength = run.end;
 
 const MOST_FINDINGS = 500;
 const MOST_OFFERED = 50;
+const LEAST_CHART_HEIGHT = 47;
 
 const byId = (id) => document.getElementById(id);
 const view = new View(run);
@@ -65,8 +66,11 @@ function pick(what, t) {
         lead(what.finding);
         return;
     }
+    const term = what?.lock && stepAt(what.lock.terms, t);
+    const holding = what?.lock && stepAt(what.lock.holdings, t);
     const isFound = what && log.selectEntry(({source}) =>
-        what.lock ? source.term && source.lock === what.lock && source.term === stepAt(what.lock.terms, t) :
+        what.lock ? source.lock === what.lock &&
+            (holding.since > term.since ? source.holding === holding : source.term === term) :
         what.request ? source.request === what.request :
         what.breakthrough && source.breakthrough === what.breakthrough);
     view.mark(isFound ? log.selected.t : t);
@@ -105,7 +109,9 @@ function layOut() {
     const room = isNarrow ? 110 * shares :
         Math.max(pictures.clientHeight * 0.54, pictures.clientHeight - lanes.height() - byId("fold").offsetHeight - 10);
     const height = Math.min(190, Math.max(62, (room - 26) / Math.max(1, shares)));
-    for (const chart of charts) chart.resize(width, Math.floor(height * shareOf(chart)));
+    for (const chart of charts) {
+        chart.resize(width, Math.max(LEAST_CHART_HEIGHT, Math.floor(height * shareOf(chart))));
+    }
     lanes.resize(width);
     log.resize();
     placeLines();
@@ -271,6 +277,7 @@ function connectTools() {
         for (const one of [...charts, lanes]) one.plot.redraw();
     });
     new ResizeObserver(layOut).observe(pictures);
+    new ResizeObserver(() => lanes.resize(Math.max(200, lanesBox.clientWidth))).observe(lanesBox);
     window.addEventListener("resize", layOut);
 }
 
