@@ -11,6 +11,8 @@
 
 #include "lab/book/history.h"
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
+#include "lab/pictures/findings.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
@@ -375,6 +377,27 @@ TEST(RunReport, DataCannotEndTheScriptThatHoldsIt) {
     const Json parsed = Json::parse(data);
     EXPECT_EQ(parsed["ticksPerSecond"], 1000);
     EXPECT_EQ(parsed["texts"][parsed["requests"]["rows"][0][0].get<size_t>()], "</script><!--");
+}
+
+TEST(RunReport, FindingsHaveTheirMoments) {
+    const History history = Observed({{At(1), RequestBegin{"expect", 3}},
+                                      {At(1), RequestEnd{"failed: a: expected 1; b, found 2"}},
+                                      {At(2), RequestBegin{"do touch", 4}},
+                                      {At(2), Acquire(0, 0, {0x40800000, 1}, 7)},
+                                      {At(2), RequestEnd{"failed: returned 1"}}},
+                                     At(5));
+    PictureHead head = Head();
+    head.findings = {"my.yaml:3: a: expected 1; b, found 2, at 0.001 s",
+                     "0.002 s: the HAL got what nobody asked for",
+                     "my.yaml:4: do touch returned 1, the scenario expects 0",
+                     "lock 7 is held until released, but nobody asks for it"};
+    std::vector<std::string> moments;
+    for (const PlacedFinding& finding : PlaceFindings(history, head)) {
+        moments.push_back(finding.at ? SecondsText(*finding.at) : "none");
+    }
+    EXPECT_THAT(moments, ElementsAre("0.001", "none", "0.002", "0.002"));
+    EXPECT_EQ(PlaceFindings(history, head)[2].request, 1U);
+    EXPECT_EQ(PlaceFindings(history, head)[3].lock, 0U);
 }
 
 TEST(RunReport, TimesBetweenMillisecondsAreKept) {

@@ -15,31 +15,42 @@ class FailedRequests {
 
     // The request that the finding is about.
     std::optional<size_t> Take(const std::string& finding) {
-        if (mParts.empty()) return std::nullopt;
-        if (finding.find(mParts.front()) == std::string::npos) return std::nullopt;
-        const size_t request = mRequest - 1;
-        mParts.erase(mParts.begin());
-        if (mParts.empty()) Next();
-        return request;
+        while (mRequest < mHistory.Requests().size()) {
+            const std::string& result = mHistory.Requests()[mRequest].result;
+            const size_t end = result.find("; ", mPart);
+            if (finding.find(result.substr(mPart, end - mPart)) != std::string::npos) {
+                const size_t request = mRequest;
+                if (end == std::string::npos) {
+                    ++mRequest;
+                    Next();
+                } else {
+                    mPart = end + 2;
+                }
+                return request;
+            }
+            // Every failed request has its findings: this one has had them, and what is left of it
+            // only looked like another.
+            if (mPart == kPartsBegin) break;
+            ++mRequest;
+            Next();
+        }
+        return std::nullopt;
     }
 
   private:
+    static constexpr size_t kPartsBegin = sizeof(kFailed) - 1;
+
     void Next() {
         const std::vector<History::Request>& requests = mHistory.Requests();
-        while (mParts.empty() && mRequest < requests.size()) {
-            const std::string& result = requests[mRequest++].result;
-            if (!result.starts_with(kFailed)) continue;
-            size_t begin = sizeof(kFailed) - 1;
-            for (size_t end = 0; end != std::string::npos; begin = end + 2) {
-                end = result.find("; ", begin);
-                mParts.push_back(result.substr(begin, end - begin));
-            }
+        while (mRequest < requests.size() && !requests[mRequest].result.starts_with(kFailed)) {
+            ++mRequest;
         }
+        mPart = kPartsBegin;
     }
 
     const History& mHistory;
-    size_t mRequest = 0;              // the first one not yet looked at
-    std::vector<std::string> mParts;  // of the one before
+    size_t mRequest = 0;  // the one whose findings come next
+    size_t mPart = 0;     // where the next of them begins in its result
 };
 
 }  // namespace

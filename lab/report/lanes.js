@@ -34,7 +34,7 @@ function fitted(words, room, widthOf) {
         else over = middle;
     }
     let cut = words.slice(0, fits);
-    if (/[\d.]/.test(words[fits]) && /\d[\d.]*$/.test(cut)) cut = cut.replace(/[\d.]+$/, "");
+    if (/[\da-fx.]/i.test(words[fits])) cut = cut.replace(/(0x[\da-f]*|\d[\d.]*)$/i, "");
     cut = cut.trimEnd();
     return cut ? `${cut}…` : "";
 }
