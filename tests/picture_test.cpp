@@ -390,12 +390,13 @@ TEST(RunReport, FindingsHaveTheirMoments) {
     head.findings = {"my.yaml:3: a: expected 1; b, found 2, at 0.001 s",
                      "0.002 s: the HAL got what nobody asked for",
                      "my.yaml:4: do touch returned 1, the scenario expects 0",
-                     "lock 7 is held until released, but nobody asks for it"};
+                     "lock 7 is held until released, but nobody asks for it",
+                     "cpu4 scaling_max_freq stays at 1 instead of 2 kHz"};
     std::vector<std::string> moments;
     for (const PlacedFinding& finding : PlaceFindings(history, head)) {
         moments.push_back(finding.at ? SecondsText(*finding.at) : "none");
     }
-    EXPECT_THAT(moments, ElementsAre("0.001", "none", "0.002", "0.002"));
+    EXPECT_THAT(moments, ElementsAre("0.001", "0.002", "0.002", "0.002", "none"));
     EXPECT_EQ(PlaceFindings(history, head)[2].request, 1U);
     EXPECT_EQ(PlaceFindings(history, head)[3].lock, 0U);
 }

@@ -1,5 +1,6 @@
 #include "lab/pictures/findings.h"
 
+#include <cmath>
 #include <cstdio>
 #include <map>
 
@@ -77,7 +78,11 @@ std::vector<PlacedFinding> PlaceFindings(const History& history, const PictureHe
             continue;
         }
         int handle = 0;
-        if (sscanf(text.c_str(), "lock %d is held", &handle) == 1 && held.count(handle)) {
+        double seconds = 0;
+        int begun = 0;
+        if (sscanf(text.c_str(), "%lf s: %n", &seconds, &begun) == 1 && begun > 0) {
+            finding.at = std::chrono::milliseconds(std::llround(seconds * 1000));
+        } else if (sscanf(text.c_str(), "lock %d is held", &handle) == 1 && held.count(handle)) {
             finding.lock = held[handle];
             finding.at = history.Locks()[finding.lock].Since();
         } else if (const std::optional<size_t> request = failed.Take(text)) {
