@@ -44,6 +44,19 @@ History Observed(const std::vector<Event>& events, Time end) {
     return history;
 }
 
+PictureHead Head() {
+    PictureHead head;
+    head.title = "A run";
+    head.device = "sm8450";
+    return head;
+}
+
+Json TraceOf(const History& history) {
+    std::ostringstream out;
+    WriteTrace(history, Head(), out);
+    return Json::parse(out.str());
+}
+
 LockAcquire Acquire(int requested, int durationMs, std::vector<int> list, int returned) {
     return {requested, durationMs, std::move(list), returned};
 }
@@ -139,6 +152,15 @@ TEST(RunHistory, KeepsTheLanesOfTagsAndMovesWhatChangesHands) {
     const History::Lock& passed = history.Locks()[3];
     EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(29))), "client:thermal");
     EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(30))), "client:power");
+    std::vector<std::string> slices;
+    const Json trace = TraceOf(history);
+    for (const Json& event : trace["traceEvents"]) {
+        if (event["ph"] != "X" || event["args"].value("lock", 0) != 4) continue;
+        slices.push_back(event["name"].get<std::string>() + ", " +
+                         event["args"]["ended"].get<std::string>());
+    }
+    EXPECT_THAT(slices, ElementsAre("thermal: big <= 1440 MHz, goes on for power",
+                                    "power: big <= 1440 MHz, held at the end of the run"));
 }
 
 TEST(RunHistory, ClosesWhatIsOpenAndDropsEndsWithoutABegin) {
@@ -240,19 +262,6 @@ TEST(RunHistory, FollowsTheKernelThroughLimitsThatFreeEachOther) {
     EXPECT_EQ(played.history.Requests()[4].client, "thermal");
     EXPECT_EQ(played.history.Requests()[5].command, "game_fight");
     EXPECT_EQ(played.history.Breakthroughs().size(), 1U);
-}
-
-PictureHead Head() {
-    PictureHead head;
-    head.title = "A run";
-    head.device = "sm8450";
-    return head;
-}
-
-Json TraceOf(const History& history) {
-    std::ostringstream out;
-    WriteTrace(history, Head(), out);
-    return Json::parse(out.str());
 }
 
 std::string DataOf(const History& history) {
@@ -377,6 +386,20 @@ TEST(RunReport, DataCannotEndTheScriptThatHoldsIt) {
     const Json parsed = Json::parse(data);
     EXPECT_EQ(parsed["ticksPerSecond"], 1000);
     EXPECT_EQ(parsed["texts"][parsed["requests"]["rows"][0][0].get<size_t>()], "</script><!--");
+}
+
+TEST(RunReport, ChartsTheBusesThatALockLimitsAndNoOthers) {
+    const int ddr = *FindTagOpcode(83, Layout::kThreeClusters);
+    const int llcc = *FindTagOpcode(81, Layout::kThreeClusters);
+    const History history = Observed(
+        {{At(1), Acquire(0, 0, {ddr, 1555000}, 1)}, {At(2), Acquire(0, 0, {llcc, 600000}, -1)}},
+        At(5));
+    const Json data = Json::parse(DataOf(history));
+    EXPECT_EQ(data["tracks"].size(), 5U);
+    EXPECT_EQ(data["tracks"][4]["name"], "ddr bwmon");
+    // The pair that was refused has a text alone.
+    EXPECT_EQ(data["pairs"][0][1], 4);
+    EXPECT_EQ(data["pairs"][1].size(), 1U);
 }
 
 TEST(RunReport, FindingsHaveTheirMoments) {

@@ -232,6 +232,12 @@ class ReportPage(unittest.TestCase):
         self.assertGreater(min(drawn.values()), 100, drawn)
         self.assertIn("no findings", self.browser.text("#findings"))
 
+    def test_shows_every_shipped_scenario(self):
+        folder = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../lab/data/scenarios")
+        for name in sorted(os.listdir(folder)):
+            self.browser.load(self.make_report("shipped", [os.path.join(folder, name)]))
+            self.assertEqual(self.browser.console(), [], name)
+
     def test_hover_tells_holder_request_and_time_left(self):
         self.browser.load(self.report)
         self.browser.point(self.at("command:game_fight", 6.12))
@@ -327,6 +333,36 @@ class ReportPage(unittest.TestCase):
             self.assertLessEqual(set(re.findall(r"\d+", text)), set(re.findall(r"\d+", whole)))
             cut += text.endswith("…")
         self.assertGreater(cut, 0)
+
+    def test_a_lock_that_changes_hands_goes_on_with_its_new_holder(self):
+        with open(self.report, encoding="utf-8") as stream:
+            page = stream.read()
+        begin = page.index('id="run">') + len('id="run">')
+        end = page.index("</script>", begin)
+        run = json.loads(page[begin:end])
+        # The client's lock from 4.01 s to 18.03 s is another one's from 9 s on.
+        number, lock = next((number, lock) for number, lock in enumerate(run["locks"])
+                            if lock[0] == 3)
+        since, _, _, request = lock[4][0]
+        lock.append([[since, request], [9000, -1, "client:power"]])
+        lane = next(lane for lane in run["lanes"] if lane["name"] == "thermal big_max")
+        lane["spans"] = [[number, since, 9000]]
+        run["lanes"].append({"name": "power big_max", "who": "client:power",
+                             "spans": [[number, 9000, lock[1]]]})
+        data = json.dumps(run).replace("<", "\\u003c")
+        self.browser.load(self.write("passed.html", page[:begin] + data + page[end:]))
+        for lane, t, parts in (("thermal", 6, ["holderthermal", "laterpower, from 9.000 s"]),
+                               ("power", 12, ["holderpower", "beforethermal, from 4.010 s"])):
+            self.browser.point(self.at("client:" + lane, t))
+            for part in parts:
+                self.assertIn(part, self.browser.text("#tip"))
+            x, y, width, height = self.browser.box(".chart:nth-child(2) .u-over")
+            self.browser.point((x + width * t / 18.14, y + height / 2))
+            self.assertIn("≤ 1651.2 MHz, %s, until released" % lane, self.browser.text("#tip"))
+        self.browser.point((5, 5))
+        self.browser.click("[data-who='client:power']")
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "power big_max"])
+        self.assertEqual(self.rows(), ["lock 3  goes on for power", "lock 3 of power  released"])
 
     def test_lanes_with_nothing_in_view_fold_away(self):
         self.browser.load(self.report, "#from=0&to=0.3")

@@ -339,7 +339,9 @@ class DataWriter {
             mJson.Open('[');
             const std::string text = Timeline::PairText(pair->first, pair->second, mHead.layout);
             mJson.Number(static_cast<int64_t>(mTexts(text)));
-            if (const auto bearing = mHistory.BearingOf(pair->first, pair->second)) {
+            // What was only asked for, and refused, makes no chart.
+            const auto bearing = mHistory.BearingOf(pair->first, pair->second);
+            if (bearing && isShown[bearing->track]) {
                 mJson.Number(numbers[bearing->track]);
                 mJson.Number(bearing->isFloor ? 0 : bearing->lifts ? 2 : 1);
                 mJson.Number(bearing->khz);

@@ -289,14 +289,12 @@ class TraceWriter {
         }
     }
 
-    // How the slice ended: with the lock, by a renewal, or because another one has the lock now.
-    std::string EndText(const Slice& slice) const {
+    // How the slice ended: with the lock, because another one has the lock now, or by a renewal.
+    std::string EndText(const Slice& slice, const std::string& holder) const {
         const History::Lock& lock = mHistory.Locks()[slice.lock];
         if (slice.end == lock.end) return LockEndText(lock);
-        if (slice.term + 1 < lock.terms.size() && lock.terms[slice.term + 1].since == slice.end) {
-            return "renewed";
-        }
-        return "goes on for " + NameOfWho(mHistory.WhoOf(History::HoldingAt(lock, slice.end)));
+        const std::string next = NameOfWho(mHistory.WhoOf(History::HoldingAt(lock, slice.end)));
+        return next == holder ? "renewed" : "goes on for " + next;
     }
 
     // "big >= 1651 MHz": the frequencies that the list limits, else the first of what it asks.
@@ -330,7 +328,7 @@ class TraceWriter {
         mJson.Field("request", RequestText(holding.request));
         if (term.request != holding.request) mJson.Field("taken by", RequestText(term.request));
         mJson.Field("lasts", TermText(term));
-        mJson.Field("ended", EndText(slice));
+        mJson.Field("ended", EndText(slice, holder));
         WriteAsks(term.list);
         EndWithArgs();
         if (slice.cause != History::kNobody) {
