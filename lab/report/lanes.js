@@ -304,11 +304,20 @@ class Lanes {
         }
     }
 
-    // Bars in time's order; those that share a pixel with the one before are not drawn again.
+    // Bars in time's order. Those that share a column of pixels are drawn as one, the stronger the more
+    // of its time they take.
     drawBars(plot, row, box) {
         const {from, to} = this.view;
-        const right = plot.bbox.left + plot.bbox.width;
-        let drawn = -Infinity;
+        const columnSeconds = ((to - from) * box.scale) / plot.bbox.width;
+        let column = null;
+        const endColumn = () => {
+            if (!column) return;
+            plot.ctx.globalAlpha = 0.4 + 0.5 * Math.min(1, column.seconds / columnSeconds);
+            plot.ctx.fillStyle = column.style.line;
+            plot.ctx.fillRect(column.x, box.top, box.scale, box.height);
+            plot.ctx.globalAlpha = 1;
+            column = null;
+        };
         for (let i = this.firstFrom(row, from); i < row.items.length && row.since[i] <= to; ++i) {
             const item = row.items[i];
             const terms = item.lock ? item.lock.terms : [item];
@@ -317,13 +326,18 @@ class Lanes {
                 const end = Math.min(at + 1 < terms.length ? terms[at + 1].since : item.end, item.end);
                 if (end < from || since > to || end < since) continue;
                 const x0 = Math.round(plot.valToPos(Math.max(since, from), "x", true));
-                const x1 = Math.max(x0 + box.scale, Math.round(plot.valToPos(Math.min(end, to), "x", true)));
-                if (x1 <= drawn) continue;
-                drawn = Math.min(x1, right);
+                const x1 = Math.round(plot.valToPos(Math.min(end, to), "x", true));
+                if (column && x1 <= column.x) {
+                    column.seconds += end - since;
+                    continue;
+                }
+                endColumn();
                 const [style, words] = this.barOf(row, item, terms[at]);
-                this.drawBar(plot.ctx, x0, x1, box, style, words);
+                if (x1 - x0 <= box.scale) column = {x: x0, seconds: end - since, style};
+                else this.drawBar(plot.ctx, x0, x1, box, style, words);
             }
         }
+        endColumn();
     }
 
     drawBar(context, x0, x1, box, style, words) {
