@@ -201,7 +201,7 @@ bool IsWriteList(const YamlNode& root) {
 WriteList ReadWriteList(const YamlNode& root) {
     root.ExpectFields("a list of writes", {"cases"});
     WriteList list;
-    list.file = root.file;
+    list.file = root.File();
     for (const YamlNode& node : root.Get("cases").AsList("cases")) {
         list.cases.push_back(ReadCase(node));
     }

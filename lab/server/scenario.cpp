@@ -47,7 +47,7 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
     root.ExpectFields("a scenario", {"title", "device", "scenes", "properties", "state", "debug",
                                      "faults", "steps"});
     ScenarioHead head;
-    head.file = root.file;
+    head.file = root.File();
     if (const YamlNode* node = root.Find("title")) head.title = node->AsText("a title");
     if (const YamlNode* node = root.Find("device")) {
         head.device = node->AsText("the name or file of a device");

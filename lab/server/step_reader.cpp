@@ -77,8 +77,11 @@ std::vector<Step> StepReader::ReadList(const YamlNode& list, bool repeated) {
 }
 
 Step StepReader::ReadStep(const YamlNode& node, bool repeated) {
-    std::vector<std::string> names;
-    for (const Kind& kind : Kinds()) names.emplace_back(kind.field);
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (const Kind& kind : Kinds()) all.emplace_back(kind.field);
+        return all;
+    }();
     if (node.kind != YamlNode::Kind::kMap) {
         node.Fail("a step is a map with one of: " + Join(names));
     }

@@ -44,7 +44,8 @@ class Events {
 
 class Builder {
   public:
-    Builder(const std::string& text, const std::string& file) : mText(text), mFile(file) {}
+    Builder(const std::string& text, const std::string& file)
+        : mText(text), mFile(std::make_shared<const std::string>(file)) {}
 
     YamlNode Build() {
         mRoot = Make(YamlNode::Kind::kNull, {});
@@ -98,7 +99,7 @@ class Builder {
     }
 
     [[noreturn]] void Fail(const yaml_mark_t& mark, const std::string& message) const {
-        throw InputError(mFile, static_cast<int>(mark.line) + 1, static_cast<int>(mark.column) + 1,
+        throw InputError(*mFile, static_cast<int>(mark.line) + 1, static_cast<int>(mark.column) + 1,
                          message);
     }
 
@@ -200,7 +201,7 @@ class Builder {
     }
 
     const std::string& mText;
-    const std::string& mFile;
+    const std::shared_ptr<const std::string> mFile;
     YamlNode mRoot;
     std::vector<Open> mOpen;
     bool mHasDocument = false;

@@ -44,6 +44,11 @@ YamlNode::YamlNode(YamlNode&&) noexcept = default;
 YamlNode& YamlNode::operator=(const YamlNode&) = default;
 YamlNode& YamlNode::operator=(YamlNode&&) noexcept = default;
 
+const std::string& YamlNode::File() const {
+    static const std::string none;
+    return file ? *file : none;
+}
+
 const YamlNode* YamlNode::Find(const std::string& key) const {
     for (const auto& [name, value] : fields) {
         if (name.scalar == key) return &value;
@@ -113,7 +118,7 @@ void YamlNode::ExpectFields(const std::string& what,
 }
 
 void YamlNode::Fail(const std::string& message) const {
-    throw InputError(file, line, column, message);
+    throw InputError(File(), line, column, message);
 }
 
 }  // namespace lab

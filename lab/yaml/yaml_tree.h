@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -34,12 +35,15 @@ class YamlNode {
     YamlNode& operator=(YamlNode&&) noexcept;
 
     Kind kind = Kind::kNull;
-    std::string file;
+    std::shared_ptr<const std::string> file;  // shared by all nodes of a file; null: of none
     int line = 0;
     int column = 0;
     std::string scalar;                                 // kScalar
     std::vector<YamlNode> items;                        // kList
     std::vector<std::pair<YamlNode, YamlNode>> fields;  // kMap, in document order
+
+    // The file's name; empty for a node of none.
+    const std::string& File() const;
 
     // The field called `key`, or null.
     const YamlNode* Find(const std::string& key) const;
