@@ -6,7 +6,7 @@
 
 #include "base/tags.h"
 #include "lab/check/scene_rules.h"
-#include "lab/check/step_table.h"
+#include "lab/hal/step_table.h"
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"

@@ -1,4 +1,4 @@
-#include "lab/check/step_table.h"
+#include "lab/hal/step_table.h"
 
 #include <fmt/format.h>
 
