@@ -6,8 +6,8 @@
 
 #include "base/tags.h"
 #include "lab/check/scene_rules.h"
-#include "lab/hal/step_table.h"
 #include "lab/hal/opcode_drives.h"
+#include "lab/hal/step_table.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "loader/vocabulary_table.h"

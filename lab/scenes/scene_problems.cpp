@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <iterator>
+
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 
