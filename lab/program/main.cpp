@@ -92,6 +92,7 @@ int main(int argc, char** argv) {
     lab::AddCheckCommand(app, exitCode);
     lab::AddWhyCommand(app, exitCode);
     lab::AddExplainCommand(app, exitCode);
+    lab::AddCompareCommand(app, exitCode);
     lab::AddNodesCommand(app, exitCode);
     lab::AddVocabularyCommand(app, exitCode);
     lab::AddLogcatCommand(app, exitCode);
