@@ -73,7 +73,7 @@ class Letters {
     }
 
     void Time() {
-        Add(lab::Wait{}, "wait:");
+        Add(lab::Wait{}, fmt::format("wait: {}", kWaitMs));
         mLetters.back().deed.afterMs = kWaitMs;
     }
 
@@ -217,9 +217,7 @@ std::vector<Alphabet> Alphabets(const lab::DeviceProfile& device, const lab::Sce
 
 std::string StepsOf(const std::vector<Letter>& letters) {
     std::string steps;
-    for (const Letter& letter : letters) {
-        steps += fmt::format("  - {{after: {}, {}}}\n", letter.deed.afterMs, letter.step);
-    }
+    for (const Letter& letter : letters) steps += "  - " + letter.step + "\n";
     return steps;
 }
 

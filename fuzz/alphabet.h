@@ -11,7 +11,7 @@ namespace fuzz {
 
 struct Letter {
     Deed deed;
-    std::string step;  // as a step of a scenario, after its time: "control: 6"
+    std::string step;  // the same as a step of a scenario
 };
 
 struct Alphabet {

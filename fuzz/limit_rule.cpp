@@ -63,7 +63,11 @@ int LimitRule::Limit(int clientId, const std::vector<Asked>& asked) {
         const LimitWord word = NewWord(tag, clientId, value, isGroup && asked.front().value == 0);
         // A group's other tags are its lock's, not the tag's own.
         const bool isOwn = !isGroup || (asked.front().value == 0 && IsCpuCeilingLimit(tag));
-        if (word.isRemembered || isOwn) AddLimitWord(Of(tag).words, word);
+        if (isOwn) {
+            AddLimitWord(Of(tag).words, word);
+        } else if (word.isRemembered) {
+            AddUnheardWord(Of(tag).words, word);
+        }
     }
     ApplyAll(clientId, values);
     return 0;

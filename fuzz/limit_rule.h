@@ -61,6 +61,9 @@ class LimitRule {
 
     // Of one limit: who asks for what, oldest first.
     const std::vector<LimitWord>& WordsOn(int tag) const { return Of(tag).words; }
+    // A word of a refused request, which its requester is not held to; long scenes are weighed
+    // against it all the same, until a client speaks again.
+    const std::optional<LimitWord>& RefusedOn(int tag) const { return Of(tag).refused; }
     // What its own lock holds, in the HAL's unit; nothing when there is none.
     std::optional<int> LockOf(int tag) const;
     // What the plug-in last wrote to its node; nothing while it has not.
@@ -85,8 +88,6 @@ class LimitRule {
   private:
     struct TagState {
         std::vector<LimitWord> words;
-        // A word of a refused request, which its requester is not held to; long scenes are weighed
-        // against it all the same, until a client speaks again.
         std::optional<LimitWord> refused;
         std::optional<int> lock;  // its number on the phone
         std::optional<int> written;

@@ -21,6 +21,7 @@ struct Said {
     int requester;
     int value;
     bool inUntimedGroup = false;
+    bool isUnheard = false;
 };
 
 struct Weighing {
@@ -43,7 +44,8 @@ TEST_P(LimitWords, AreWeighed) {
     for (const Said& said : row.said) {
         const bool isRemembered =
             lab::IsRememberedWord(row.tag, said.requester, said.value, said.inUntimedGroup);
-        lab::AddLimitWord(words, {said.requester, said.value, words.size() + 1, isRemembered});
+        const LimitWord word{said.requester, said.value, words.size() + 1, isRemembered};
+        (said.isUnheard ? lab::AddUnheardWord : lab::AddLimitWord)(words, word);
         for (size_t i = 0; i < words.size(); ++i) words[i].order = i + 1;
     }
     std::vector<int> weighed;
@@ -64,6 +66,8 @@ INSTANTIATE_TEST_SUITE_P(
         Weighing{"CameraLiftsForTheMoment", kCeiling, {{1, 20}, {4, 0}}, 0, {}},
         Weighing{"CameraUntilTheNext", kCeiling, {{1, 20}, {4, 10}, {3, 40}}, 1, {1, 3}},
         Weighing{"CamerasGroupStays", kCeiling, {{4, 20, true}, {4, 30}, {1, 25}}, 4, {4, 1}},
+        Weighing{"TimedGroupLeavesTheCamera", kCeiling, {{4, 20}, {1, 10, false, true}}, 4, {4}},
+        Weighing{"TimedGroupIsRemembered", kCeiling, {{1, 10, false, true}, {3, 20}}, 1, {1, 3}},
         Weighing{"HighestFloorOfScenes",
                  kFloor,
                  {{kScene, 10}, {kOtherScene, 20}},
@@ -76,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return std::string(row.param.name); });
 
 Letter Ask(lab::Request request) {
-    return {{0, std::move(request)}, "wait:"};
+    return {{0, std::move(request)}, "status:"};
 }
 
 // Like the rule, but the highest ceiling wins.
@@ -108,6 +112,20 @@ TEST_P(Devices, FollowTheRuleAfterEverySequence) {
     }
 }
 
+TEST_P(Devices, HaveLettersThatAScenarioSpells) {
+    const Referee referee(GetParam());
+    for (const Alphabet& alphabet : Alphabets(referee.Device(), referee.Scenes())) {
+        const std::string text = "steps:\n" + StepsOf(alphabet.letters);
+        const lab::YamlNode root = lab::LoadYamlText(text, "letters.yaml");
+        const std::vector<lab::Step> steps = lab::ReadScenarioSteps(root, referee.Scenes());
+        ASSERT_EQ(steps.size(), alphabet.letters.size());
+        for (size_t i = 0; i < steps.size(); ++i) {
+            const Deed spelt{steps[i].ms, steps[i].request};
+            EXPECT_EQ(Describe(spelt), Describe(alphabet.letters[i].deed));
+        }
+    }
+}
+
 TEST_P(Devices, ShowAWrongRuleInAShortScenario) {
     Referee referee(GetParam(), WeighWrongly);
     const std::vector<Alphabet> alphabets = Alphabets(referee.Device(), referee.Scenes());
@@ -132,7 +150,7 @@ TEST(Exhaustion, FindsALockThatIsMissing) {
     Referee referee("sm8450");
     const Alphabet alphabet{
         "refusals",
-        {Ask(lab::SetLimits{1, {{kCeiling, 1'958'400}}}), {{0, RefuseLocks{1, -1}}, "wait:"}}};
+        {Ask(lab::SetLimits{1, {{kCeiling, 1'958'400}}}), {{0, RefuseLocks{1, -1}}, "status:"}}};
     const auto example = Exhaustion(referee, alphabet).PlayEach(3);
     ASSERT_TRUE(example);
     EXPECT_EQ(example->letters.size(), 2U);
@@ -145,7 +163,7 @@ TEST(Exhaustion, TriesWhetherMergesAreRight) {
     Referee referee("sm8450");
     const Alphabet alphabet{
         "refusals",
-        {Ask(lab::SetLimits{1, {{kCeiling, 1'958'400}}}), {{0, RefuseLocks{1, -1}}, "wait:"}}};
+        {Ask(lab::SetLimits{1, {{kCeiling, 1'958'400}}}), {{0, RefuseLocks{1, -1}}, "status:"}}};
     Exhaustion exhaustion(referee, alphabet);
     EXPECT_FALSE(exhaustion.PlayMerged(1));
     const auto example = exhaustion.TryMerges(10, 4, 1);

@@ -1,6 +1,7 @@
 #include "lab/book/limit_words.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace lab {
 
@@ -15,6 +16,15 @@ void AddLimitWord(std::vector<LimitWord>& words, const LimitWord& word) {
         return !other.isRemembered || (word.isRemembered && other.requester == word.requester);
     });
     words.push_back(word);
+}
+
+void AddUnheardWord(std::vector<LimitWord>& words, const LimitWord& word) {
+    const std::optional<LimitWord> alone =
+        words.empty() || words.back().isRemembered ? std::nullopt : std::optional(words.back());
+    AddLimitWord(words, word);
+    if (!alone) return;
+    words.push_back(*alone);
+    std::swap(words.back().order, words[words.size() - 2].order);
 }
 
 std::vector<size_t> WeighedWords(const std::vector<LimitWord>& words) {

@@ -55,6 +55,10 @@ bool IsRememberedWord(int tag, int requester, int value, bool isUntimedGroup);
 // has spoken.
 void AddLimitWord(std::vector<LimitWord>& words, const LimitWord& word);
 
+// The same for a remembered word that only later ones are weighed against: a group with a time
+// limit says it, and the tag's own lock stays as it is. What counts alone goes on to do so.
+void AddUnheardWord(std::vector<LimitWord>& words, const LimitWord& word);
+
 // Which words on a tag are weighed against one another, as indices: the last alone if it is not
 // remembered, else all; those of 0 never.
 std::vector<size_t> WeighedWords(const std::vector<LimitWord>& words);
