@@ -37,7 +37,7 @@ constexpr size_t kTriedRequests = 6;  // that each tried merge is played on with
 struct Options {
     size_t length = 6;
     size_t each = 4;
-    size_t tries = 5000;
+    size_t tries = 20'000;
     uint64_t seed = 1;
     unsigned jobs = std::max(1U, std::thread::hardware_concurrency());
     std::vector<std::string> alphabets = AlphabetNames();

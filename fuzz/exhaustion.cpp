@@ -8,7 +8,7 @@
 namespace fuzz {
 namespace {
 
-constexpr size_t kMostSampledMerges = 20'000;
+constexpr size_t kMostSampledMerges = 50'000;
 
 uint64_t Hash(std::string_view text, uint64_t seed) {
     constexpr uint64_t kPrime = 1099511628211ULL;

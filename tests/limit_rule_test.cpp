@@ -112,6 +112,25 @@ TEST_P(Devices, FollowTheRuleAfterEverySequence) {
     }
 }
 
+// Long ones, too, with the letters of all alphabets.
+TEST_P(Devices, FollowTheRuleOnLongWalks) {
+    Referee referee(GetParam());
+    Alphabet all{"all", {}};
+    for (const Alphabet& alphabet : Alphabets(referee.Device(), referee.Scenes())) {
+        all.letters.insert(all.letters.end(), alphabet.letters.begin(), alphabet.letters.end());
+    }
+    RandomSource random(1);
+    for (int walk = 0; walk < 100; ++walk) {
+        referee.Begin();
+        CounterExample example;
+        while (example.letters.size() < 40 && example.differences.empty()) {
+            example.letters.push_back(random.Pick(all.letters));
+            example.differences = referee.Play(example.letters.back().deed);
+        }
+        ASSERT_TRUE(example.differences.empty()) << ScenarioOf(example, GetParam());
+    }
+}
+
 TEST_P(Devices, HaveLettersThatAScenarioSpells) {
     const Referee referee(GetParam());
     for (const Alphabet& alphabet : Alphabets(referee.Device(), referee.Scenes())) {
