@@ -6,7 +6,7 @@ namespace {
 constexpr int kRegularEvent = 5378;
 constexpr int kRegularEventEnd = 5379;
 
-constexpr size_t kMostThreads = 1024;
+constexpr size_t kMostAtWork = 1024;
 constexpr Time kOneRequest = std::chrono::milliseconds(100);
 
 int Number(const CapturedLine& line, size_t index) {
@@ -45,7 +45,7 @@ std::optional<EarlierLock> EarlierLocks::Add(const CapturedLine& line) {
     const Message message = line.match.message;
     if (message != Message::kOther && message != Message::kUnknown) mHasRequest = true;
 
-    if (mThreads.size() > kMostThreads) mThreads.clear();
+    if (mThreads.size() > kMostAtWork) mThreads.clear();
     Thread& thread = mThreads[{line.pid, line.tid}];
     if (line.at - thread.last > kOneRequest) thread = {};
     thread.last = line.at;
@@ -81,6 +81,8 @@ std::optional<EarlierLock> EarlierLocks::Add(const CapturedLine& line) {
         default:
             break;
     }
+    // Nothing comes before a whole capture: it is its lines that are missing.
+    if (mIsWhole) return std::nullopt;
     if (found) mAll.push_back(*found);
     return found;
 }

@@ -121,9 +121,9 @@ void DraftWriter::CheckScene(const LogDraft& draft) {
 // The line that names a scene and says whether it begins or ends may be missing: by its limits it
 // is known all the same, and it ends when it has begun.
 void DraftWriter::CompleteScene(LogDraft& draft) {
-    if (draft.cmdId < 0) {
+    if (draft.cmdId < 0 && !draft.hasGap) {
         draft.cmdId = FindScene(draft.asked);
-    } else {
+    } else if (!draft.hasGap) {
         CheckScene(draft);
     }
     if (!draft.payloadCount) {
@@ -266,7 +266,9 @@ YamlNode DraftWriter::TagMap(const std::vector<TagValue>& tags) const {
 // 0 when the log does not tell.
 int DraftWriter::ClientOf(const LogDraft& draft) const {
     if (draft.client != 0 || mStory.detail != LogDetail::kFull) return draft.client;
-    // Every client's ceilings are merged with the others', in the log, but the camera's.
+    // Every client's ceilings are merged with the others', in the log, but the camera's. The line
+    // that tells so may be missing like others.
+    if (draft.isMerged || mStory.lastLoss) return 0;
     const bool hasMerged = std::any_of(draft.asked.begin(), draft.asked.end(),
                                        [](const TagValue& pair) { return IsMergedTag(pair.tag); });
     return hasMerged ? kCameraClient : 0;

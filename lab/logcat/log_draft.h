@@ -56,7 +56,10 @@ struct LogDraft {
     std::vector<TagValue> asked;  // tags in order with the values asked for
     std::vector<TagValue> set;    // with the values that were put in force
     bool hasEffects = false;
-    bool isTimer = false;  // a breakthrough ended
+    int pairs = 0;          // how many of `asked` the log counts
+    bool hasGap = false;    // some of them are missing in it
+    bool isMerged = false;  // a line that tells of merging belongs to it
+    bool isTimer = false;   // a breakthrough ended
     std::vector<int> groupList;
 
     std::vector<std::pair<std::string, int>> reads;  // kRead: path, value

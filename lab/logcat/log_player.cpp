@@ -1,6 +1,7 @@
 #include "lab/logcat/log_player.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace lab {
@@ -23,6 +24,7 @@ void LogPlayer::Play(const LogRequest& request) {
         mPhone.Events().Add(
             RequestBegin{request.text, request.line, request.client, request.command});
     }
+    mLine = request.line;
     if (request.isRestart) ReleaseAll();
     for (const Event& effect : request.effects) {
         // What falls due at the very time of a timer's doing comes after it: the timer was set
@@ -134,8 +136,14 @@ void LogPlayer::MarkFirstSight(NodeAccess& access) {
     if (access.error != 0) return;
     const auto [known, isFirst] = mRead.try_emplace(access.path);
     if (access.kind == NodeAccess::Kind::kRead) {
-        const bool isModels = mPhone.GetKernel().Value(access.path) == access.after;
-        known->second = isModels ? std::nullopt : std::optional(access.after);
+        const std::string expected = mPhone.GetKernel().Value(access.path);
+        known->second = std::nullopt;
+        // The plug-in reads whole numbers.
+        const bool isSame = std::atoll(expected.c_str()) == std::atoll(access.after.c_str());
+        if (isSame || !mPhone.GetKernel().Has(access.path)) return;
+        known->second = access.after;
+        ++mSurprises;
+        if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
     } else if (access.kind == NodeAccess::Kind::kWrite) {
         access.isBeforeUnknown = isFirst;
         if (isFirst || known->second) access.before = known->second.value_or("");

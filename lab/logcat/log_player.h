@@ -41,6 +41,18 @@ class LogPlayer {
 
     std::vector<Held> Locks() const;
 
+    // A value that the plug-in has read in the log where the lab's phone has another: a lock that
+    // the log does not tell of, another program's doing, or a scene file that is not the phone's.
+    struct Surprise {
+        int line = 0;
+        std::string path;
+        std::string read;
+        std::string expected;
+    };
+    // The first of them, and how many there are.
+    const std::optional<Surprise>& FirstSurprise() const { return mSurprise; }
+    int Surprises() const { return mSurprises; }
+
     // Nodes that the log writes and the device's profile lacks.
     const std::set<std::string>& MissingNodes() const { return mMissing; }
 
@@ -67,6 +79,9 @@ class LogPlayer {
     std::map<int, int> mLogHandles;  // by the lab's, of the same
     int mFirstHandle = 0;            // the first that the log grants
     std::set<std::string> mMissing;
+    std::optional<Surprise> mSurprise;
+    int mSurprises = 0;
+    int mLine = 0;  // of the request being played
     // Nodes that have been seen, with what the plug-in has read there since they were written
     // where that is not what the lab's phone has.
     std::map<std::string, std::optional<std::string>> mRead;

@@ -265,7 +265,8 @@ void StoryTeller::EventReleased() {
     ShowEarlier(draft);
     const auto held = mEventHandles.find({cmdId, index});
     if (held == mEventHandles.end()) {
-        draft.remark = "its lock was taken before the capture begins";
+        draft.remark = "the lines that take its lock are missing";
+        mStory.lastLoss = {mLine->line, mLine->at};
     } else {
         LetGo(draft, held->second);
     }
@@ -278,8 +279,10 @@ void StoryTeller::ActionDone(bool hasPayload) {
         mDraft->kind == Kind::kScene && (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
     const bool isChain = mDraft->kind == Kind::kCommand && !mDraft->isReleased && !mDraft->isDone &&
                          (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
+    // What the capture's first line belongs to may have begun before it.
+    const bool isBegun = !mIsWhole && mEnds == 0 && mDraft->kind != Kind::kCommand;
     LogDraft& draft = isScene || isChain ? *mDraft : Begin(Kind::kCommand);
-    if (!isScene && !draft.hasLock && !draft.isBoostless && cmdId != kQuietCommand) {
+    if (!isBegun && !isScene && !draft.hasLock && !draft.isBoostless && cmdId != kQuietCommand) {
         TellLoss(
             fmt::format("command {} is done here, but the lines that tell what it did are missing "
                         "or out of order",
@@ -297,6 +300,13 @@ void StoryTeller::ScenePair() {
     const bool isNext = mDraft->kind == Kind::kScene && !mDraft->hasEffects &&
                         (Number(1) > 1 || mDraft->asked.empty());
     LogDraft& draft = isNext ? *mDraft : Begin(Kind::kScene);
+    const int missing = Number(1) - draft.pairs - 1;
+    if (missing > 0) {
+        draft.hasGap = true;
+        TellLoss(fmt::format("value {} of a scene stands here, but the {} before it {} missing",
+                             Number(1), missing, missing == 1 ? "is" : "are"));
+    }
+    draft.pairs = Number(1);
     draft.asked.push_back({Number(2), Number(3)});
     AddLine(draft);
 }

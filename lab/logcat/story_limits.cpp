@@ -19,8 +19,11 @@ void StoryTeller::AddLimit() {
             draft.client = Number(0);
             return AddLine(draft);
         }
-        case Message::kClientOthers:
-            return AddLine(Limit(true));
+        case Message::kClientOthers: {
+            LogDraft& draft = Limit(true);
+            draft.isMerged = true;
+            return AddLine(draft);
+        }
         case Message::kClientPair:
             return ClientPair();
         case Message::kSetConfig:
@@ -125,6 +128,18 @@ void StoryTeller::TagReleased() {
     LogDraft& draft = Limit(false);
     ShowEarlier(draft);
     const int held = mTagHandles[Number(0)];
+    // A group's locks are let go with the same line.
+    const bool isGroup = mGroups.count(Number(0)) > 0;
+    if (held == 0 && !isGroup) {
+        TellLoss(
+            fmt::format("lock {} of tag {} is released here, but the line that takes it is "
+                        "missing",
+                        Number(1), Number(0)));
+        LockAcquire unseen{0, 0, {}, Number(1)};
+        unseen.isEarlier = true;
+        unseen.earlierTag = Number(0);
+        Effect(draft, std::move(unseen));
+    }
     if (IsHeldLock(held) && held != Number(1)) {
         TellLoss(
             fmt::format("lock {} of tag {} is released here, but lock {} was taken for it since: "
@@ -140,6 +155,7 @@ void StoryTeller::GroupTaken(bool isRefused) {
     LogDraft& draft = Limit(false);
     const int handle = Number(isRefused ? 2 : 3);
     if (isRefused) draft.client = Number(0);
+    if (!isRefused) mGroups.insert(Number(0));
     LockAcquire acquire{0, Number(1), draft.groupList, handle};
     // What the lock holds is told only in full: a line that is missing makes it unknown.
     if (!isRefused && acquire.list.size() != static_cast<size_t>(std::max(Number(2), 0))) {

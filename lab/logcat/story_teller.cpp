@@ -32,13 +32,22 @@ void StoryTeller::Add(const CapturedLine& line) {
     mDraft = &mDrafts[{line.pid, line.tid}];
     if (line.match.isTorn) mStory.lastLoss = {line.line, line.at};
     if (mDraft->effects.size() > kMostEffects) Close(*mDraft);
-    if (line.match.message == Message::kUnknown) {
+    const bool isInOrder = mOrder.Add(line, mStory.detail == LogDetail::kFull);
+    if (!isInOrder) mStory.lastLoss = {line.line, line.at};
+    Dispatch();
+    const bool isTold = !mStory.problems.empty() && mStory.problems.back().line == line.line;
+    if (!isInOrder && !isTold)
+        TellLoss("lines of this thread are missing or out of order above this one");
+}
+
+void StoryTeller::Dispatch() {
+    if (mLine->match.message == Message::kUnknown) {
         Remark();
-    } else if (line.match.message <= Message::kEventCached) {
+    } else if (mLine->match.message <= Message::kEventCached) {
         AddCommand();
-    } else if (line.match.message <= Message::kBadTag ||
-               line.match.message == Message::kWriteNode ||
-               line.match.message == Message::kLimitEffect) {
+    } else if (mLine->match.message <= Message::kBadTag ||
+               mLine->match.message == Message::kWriteNode ||
+               mLine->match.message == Message::kLimitEffect) {
         AddLimit();
     } else {
         AddQuery();
@@ -104,7 +113,7 @@ LockAcquire StoryTeller::AcquireOf(const EarlierLock& lock) {
 }
 
 void StoryTeller::BeginWith(const std::vector<EarlierLock>& locks, bool isWhole) {
-    mIsThermalKnown = isWhole;
+    mIsThermalKnown = mIsWhole = isWhole;
     int place = 0;
     for (const EarlierLock& lock : locks) {
         const LockAcquire acquire = AcquireOf(lock);
@@ -226,6 +235,7 @@ void StoryTeller::Close(LogDraft& draft) {
         draft.effects.insert(draft.effects.begin(),
                              {draft.at, TimerEvent{TimerEvent::Kind::kFire, 0}});
     }
+    ++mEnds;
     Tell(mWriter.Finish(std::move(draft)));
     draft = LogDraft{};
 }

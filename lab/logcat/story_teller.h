@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "lab/logcat/earlier_locks.h"
+#include "lab/logcat/line_order.h"
 #include "lab/logcat/log_draft.h"
 #include "lab/logcat/log_story.h"
 
@@ -43,10 +44,13 @@ class StoryTeller {
     using Thread = std::pair<int, int>;
     using Place = std::pair<Time, int>;  // when a request began, and in which line
 
+    static constexpr int kMostLosses = 1000;
+
     // The numbers of the line at hand.
     int Number(size_t index) const { return static_cast<int>(mLine->match.numbers.at(index)); }
     const std::string& Word(size_t index) const { return mLine->match.words.at(index); }
 
+    void Dispatch();
     void AddCommand();
     void AddLimit();
     void AddQuery();
@@ -99,7 +103,8 @@ class StoryTeller {
     }
     // Lines that should be there are not.
     void TellLoss(const std::string& message) {
-        Tell(message);
+        if (++mLosses <= kMostLosses) Tell(message);
+        if (mLosses == kMostLosses) Tell("... and more lines are missing");
         mStory.lastLoss = {mLine->line, mLine->at};
     }
 
@@ -115,11 +120,16 @@ class StoryTeller {
     std::set<std::tuple<int, int, int>> mToldDurations;  // by command, element and ms
     std::set<int> mTold;  // commands whose lists have been found not to fit
 
+    bool mIsWhole = true;  // nothing comes before the capture
+    int64_t mEnds = 0;     // of requests
+    LineOrder mOrder;
+    int mLosses = 0;  // that are told
     EarlierLocks mEarlier;
     std::optional<EarlierLock> mShown;  // by the line at hand
     std::set<int> mBegun;               // handles of earlier locks that are told already
     std::map<std::pair<int, int>, int> mEventHandles;  // by command and index
     std::map<int, int> mTagHandles;
+    std::set<int> mGroups;  // whose locks have been seen
     int mCommonHandle = 0;
     int mThermal = 0;
     bool mIsThermalKnown = false;  // a line has told it, or the server's start

@@ -37,9 +37,9 @@ struct LockAcquire {
     int durationMs = 0;       // 0: until released
     std::vector<int> list;    // opcode, value, opcode, value, ...
     int returned = 0;         // the handle; below 1 when refused
-    // A capture's lock that was taken before the capture begins, when and for how long nothing
-    // tells; nor what it holds where its list is empty. A handle below 0 stands for one whose
-    // number nothing tells.
+    // A capture's lock that was taken before the capture begins, or in lines that are missing in
+    // it: when and for how long nothing tells; nor what it holds where its list is empty. A handle
+    // below 0 stands for one whose number nothing tells.
     bool isEarlier = false;
     int earlierTag = -1;  // of an earlier lock without a list: the tag that it is for
     // It may be that it was not held any more; of a lock that is not earlier: what it holds may be

@@ -10,6 +10,7 @@
 #include "lab/logcat/log_json.h"
 #include "lab/logcat/log_player.h"
 #include "lab/logcat/log_session.h"
+#include "lab/names/node_names.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
 #include "lab/program/input_files.h"
@@ -178,7 +179,7 @@ class LogcatReport {
     void PrintEnd() {
         const Time now = mSession.GetPhone().GetClock().Now();
         const std::vector<LogPlayer::Held> locks = mPlayer.Locks();
-        const bool isWhole = mSession.Earlier().IsWhole();
+        const bool isWhole = mSession.Earlier().IsWhole() && !mSession.Story().lastLoss;
         std::cout << "\n";
         if (locks.empty()) {
             std::cout << (isWhole ? "No lock is held at the end of the log.\n"
@@ -302,6 +303,17 @@ class LogcatReport {
                             "--device",
                             mSession.Device().name, path));
         }
+        if (const auto& surprise = mPlayer.FirstSurprise()) {
+            const std::string unit = NodeUnit(surprise->path);
+            notes.push_back(fmt::format(
+                "Line {} reads {} {} from {}, where the locks that the log tells of make it {}{}: "
+                "a lock from before the capture, another program's doing, or another phone's "
+                "scene file",
+                surprise->line, surprise->read, unit, ShortNode(surprise->path), surprise->expected,
+                mPlayer.Surprises() == 1
+                    ? ""
+                    : fmt::format(" (and {} more such lines)", mPlayer.Surprises() - 1)));
+        }
         if (mRefused > 0) notes.push_back(fmt::format("Locks refused: {}", mRefused));
         const size_t problems = mSession.Problems().size();
         if (problems > 0) notes.push_back(fmt::format("Findings in the capture: {}", problems));
@@ -313,6 +325,7 @@ class LogcatReport {
         Json json;
         json["capture"] = log.file;
         json["device"] = mSession.Device().name;
+        json["is_device_guessed"] = mSession.IsDeviceGuessed();
         json["scenes"] = mSession.Scenes().File();
         json["formats"] = FormatsText();
         if (!log.origin.empty()) json["origin"] = log.origin;

@@ -27,6 +27,12 @@ std::string LockName(int handle) {
     return handle < 0 ? "lock ?" : fmt::format("lock {}", handle);
 }
 
+// When a capture's lock was taken that it begins to tell of at `told`.
+std::string EarlierText(Time told) {
+    return told == Time(0) ? "taken before the capture begins"
+                           : "taken earlier, where no line tells";
+}
+
 // The kernel separates the numbers of a node by tabs, which would tear the columns.
 std::string OneLine(std::string value) {
     std::replace(value.begin(), value.end(), '\t', ' ');
@@ -130,8 +136,8 @@ void Timeline::Show(const LockAcquire& acquire) {
         if (!acquire.isOnDemand) fact.remark += ", what it holds is doubtful";
     }
     if (acquire.isEarlier) {
-        fact.remark = acquire.isDoubtful ? "taken before the capture begins; its time may be over"
-                                         : "taken before the capture begins";
+        fact.remark = EarlierText(mNow);
+        if (acquire.isDoubtful) fact.remark += "; its time may be over";
     }
     if (isRenewal) fact.remark = "renewed " + fact.remark;
     ShowPairs(acquire, fact);
@@ -201,7 +207,7 @@ void Timeline::ShowEnd(int handle, const std::string& how) {
     if (!lock) return Add(fact);
     if (lock->list.size() >= 2) fact.name = ResourceOf(lock->list[0], mLayout).name;
     if (lock->list.size() > 2) fact.name += fmt::format(" and {} more", lock->list.size() / 2 - 1);
-    fact.remark = lock->isEarlier ? "taken before the capture begins"
+    fact.remark = lock->isEarlier ? EarlierText(lock->since)
                                   : fmt::format("after {} ms", WholeMs(mNow - lock->since));
     Add(fact);
     ShowHeirs(*lock);
