@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "lab/check/step_table.h"
+#include "lab/hal/step_table.h"
 
 namespace lab {
 namespace {

@@ -126,10 +126,14 @@ void DraftWriter::CompleteScene(LogDraft& draft) {
     } else if (!draft.hasGap) {
         CheckScene(draft);
     }
-    if (!draft.payloadCount) {
+    const bool isTold = draft.payloadCount.has_value();
+    if (!isTold) {
         draft.payloadCount = 1;
         draft.payload = mScenesOn.count(draft.cmdId) > 0 ? kEventOff : kEventOn;
     }
+    // It may have begun before the capture: then this is its end, and the next one its beginning.
+    if (isTold) mScenesTold.insert(draft.cmdId);
+    draft.isSideUnknown = !mStory.isWhole && mScenesTold.count(draft.cmdId) == 0;
     if (draft.payload == kEventOn) mScenesOn.insert(draft.cmdId);
     if (draft.payload == kEventOff) mScenesOn.erase(draft.cmdId);
 }
@@ -180,6 +184,9 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
         request.text = *text;
         AddArrangements(draft, request);
         request.steps.push_back(AtTime(MsOf(draft.at), step));
+        if (draft.isSideUnknown && draft.cmdId >= 0) {
+            request.text = "on or off " + NamesOf(draft.cmdId).second;
+        }
         const bool isNameless = draft.kind == LogDraft::Kind::kLimit && ClientOf(draft) == 0;
         const size_t by = isNameless ? request.text.find(" by ") : std::string::npos;
         if (by != std::string::npos) {

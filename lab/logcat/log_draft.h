@@ -56,10 +56,11 @@ struct LogDraft {
     std::vector<TagValue> asked;  // tags in order with the values asked for
     std::vector<TagValue> set;    // with the values that were put in force
     bool hasEffects = false;
-    int pairs = 0;          // how many of `asked` the log counts
-    bool hasGap = false;    // some of them are missing in it
-    bool isMerged = false;  // a line that tells of merging belongs to it
-    bool isTimer = false;   // a breakthrough ended
+    int pairs = 0;               // how many of `asked` the log counts
+    bool hasGap = false;         // some of them are missing in it
+    bool isSideUnknown = false;  // whether it begins or ends
+    bool isMerged = false;       // a line that tells of merging belongs to it
+    bool isTimer = false;        // a breakthrough ended
     std::vector<int> groupList;
 
     std::vector<std::pair<std::string, int>> reads;  // kRead: path, value
@@ -117,6 +118,7 @@ class DraftWriter {
     std::map<std::string, NodeErrors> mNodeErrors;
     std::map<int, int> mOnDemandMs;  // by command
     std::set<int> mScenesOn;         // long scenes in force
+    std::set<int> mScenesTold;       // of which a line has told whether they begin or end
     std::set<int> mToldScenes;       // that have been compared with their file
     int mState = 0;
 };

@@ -120,7 +120,7 @@ std::string LagText(Time time) {
     const double seconds = std::chrono::duration<double>(time).count();
     if (seconds < 120) return fmt::format("{:.3f} s", seconds);
     const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
-    return fmt::format("{:02}:{:02}:{:02} h", whole / 3600, whole / 60 % 60, whole % 60);
+    return fmt::format("{} h {:02} min {:02} s", whole / 3600, whole / 60 % 60, whole % 60);
 }
 
 }  // namespace

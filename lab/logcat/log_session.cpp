@@ -1,6 +1,7 @@
 #include "lab/logcat/log_session.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -242,6 +243,16 @@ std::vector<std::string> LogSession::Unknowns() {
             "what was held before may have been let go there.",
             mEvidence.LostLines()));
     }
+    const bool hasThreads =
+        std::all_of(mCapture.formats.begin(), mCapture.formats.end(), [](LogFormat format) {
+            return format == LogFormat::kThreadtime || format == LogFormat::kLong;
+        });
+    if (!hasThreads) {
+        unknowns.push_back(
+            "The lines do not tell their threads: where requests overlap, what belongs to which "
+            "may "
+            "be mixed up.");
+    }
     for (const LogProblem& remark : mCapture.clockRemarks) {
         unknowns.push_back(fmt::format("Line {}: {}.", remark.line, remark.message));
     }
@@ -260,10 +271,10 @@ std::string LogSession::BeforeText() {
         const std::string name = lock.handle > 0 ? fmt::format("lock {}", lock.handle) : "a lock";
         const SceneCommand* command = mScenes.Find(lock.key);
         const std::string of = lock.kind == EarlierLock::Kind::kTag
-                                   ? TagLabel(lock.key, mScenes.ClusterLayout())
-                               : command ? "on " + command->Label()
-                                         : fmt::format("on command {}", lock.key);
-        held.push_back(fmt::format("{} of {} (line {} shows it{})", name, of, lock.line,
+                                   ? " of " + TagLabel(lock.key, mScenes.ClusterLayout())
+                               : command ? ", taken by on " + command->Label()
+                                         : fmt::format(", taken by on command {}", lock.key);
+        held.push_back(fmt::format("{}{} (line {} shows it{})", name, of, lock.line,
                                    lock.isCertain ? "" : "; its time may have run out before"));
         if (held.size() == kMostNamed && mEarlier.All().size() > kMostNamed) {
             held.back() += fmt::format(" and {} more", mEarlier.All().size() - kMostNamed);
@@ -271,7 +282,7 @@ std::string LogSession::BeforeText() {
         }
     }
     if (held.empty()) return text + ", nor what they hold.";
-    return text + "; at least these were held: " + Join(held) + ".";
+    return text + "; at least these were held: " + fmt::format("{}", fmt::join(held, "; ")) + ".";
 }
 
 std::string LogSession::AsksText() const {

@@ -47,6 +47,7 @@ struct LogStory {
     std::vector<LogProblem> problems;  // contradictions and gaps
     std::set<int> unknownCommands;     // that the scene file does not have
     LogDetail detail = LogDetail::kErrors;
+    bool isWhole = true;  // nothing comes before the capture
 };
 
 }  // namespace lab

@@ -280,7 +280,7 @@ void StoryTeller::ActionDone(bool hasPayload) {
     const bool isChain = mDraft->kind == Kind::kCommand && !mDraft->isReleased && !mDraft->isDone &&
                          (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
     // What the capture's first line belongs to may have begun before it.
-    const bool isBegun = !mIsWhole && mEnds == 0 && mDraft->kind != Kind::kCommand;
+    const bool isBegun = !mStory.isWhole && mEnds == 0 && mDraft->kind != Kind::kCommand;
     LogDraft& draft = isScene || isChain ? *mDraft : Begin(Kind::kCommand);
     if (!isBegun && !isScene && !draft.hasLock && !draft.isBoostless && cmdId != kQuietCommand) {
         TellLoss(
@@ -303,8 +303,8 @@ void StoryTeller::ScenePair() {
     const int missing = Number(1) - draft.pairs - 1;
     if (missing > 0) {
         draft.hasGap = true;
-        TellLoss(fmt::format("value {} of a scene stands here, but the {} before it {} missing",
-                             Number(1), missing, missing == 1 ? "is" : "are"));
+        TellGap(fmt::format("value {} of a scene stands here, but the {} before it {} missing",
+                            Number(1), missing, missing == 1 ? "is" : "are"));
     }
     draft.pairs = Number(1);
     draft.asked.push_back({Number(2), Number(3)});

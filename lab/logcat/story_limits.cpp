@@ -92,9 +92,9 @@ void StoryTeller::ClientPair() {
     if (index == 0 && mDraft->kind == Kind::kLimit && !mDraft->asked.empty()) Close(*mDraft);
     LogDraft& draft = Limit(true);
     if (index != draft.asked.size()) {
-        TellLoss(fmt::format("tag {} of a request stands here, but the {} before it {} missing",
-                             index, index - std::min(index, draft.asked.size()),
-                             index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
+        TellGap(fmt::format("tag {} of a request stands here, but the {} before it {} missing",
+                            index, index - std::min(index, draft.asked.size()),
+                            index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
     }
     draft.asked.push_back({Number(1), Number(5)});
     AddLine(draft);

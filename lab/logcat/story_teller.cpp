@@ -33,7 +33,6 @@ void StoryTeller::Add(const CapturedLine& line) {
     if (line.match.isTorn) mStory.lastLoss = {line.line, line.at};
     if (mDraft->effects.size() > kMostEffects) Close(*mDraft);
     const bool isInOrder = mOrder.Add(line, mStory.detail == LogDetail::kFull);
-    if (!isInOrder) mStory.lastLoss = {line.line, line.at};
     Dispatch();
     const bool isTold = !mStory.problems.empty() && mStory.problems.back().line == line.line;
     if (!isInOrder && !isTold)
@@ -113,7 +112,7 @@ LockAcquire StoryTeller::AcquireOf(const EarlierLock& lock) {
 }
 
 void StoryTeller::BeginWith(const std::vector<EarlierLock>& locks, bool isWhole) {
-    mIsThermalKnown = mIsWhole = isWhole;
+    mIsThermalKnown = mStory.isWhole = isWhole;
     int place = 0;
     for (const EarlierLock& lock : locks) {
         const LockAcquire acquire = AcquireOf(lock);

@@ -101,6 +101,10 @@ class StoryTeller {
     void Tell(const std::string& message) {
         mStory.problems.push_back({mLine->line, mLine->line, message});
     }
+    // The same, unless it is that the capture's first lines belong to a request that began before.
+    void TellGap(const std::string& message) {
+        if (mStory.isWhole || mEnds > 0) TellLoss(message);
+    }
     // Lines that should be there are not.
     void TellLoss(const std::string& message) {
         if (++mLosses <= kMostLosses) Tell(message);
@@ -120,8 +124,7 @@ class StoryTeller {
     std::set<std::tuple<int, int, int>> mToldDurations;  // by command, element and ms
     std::set<int> mTold;  // commands whose lists have been found not to fit
 
-    bool mIsWhole = true;  // nothing comes before the capture
-    int64_t mEnds = 0;     // of requests
+    int64_t mEnds = 0;  // of requests
     LineOrder mOrder;
     int mLosses = 0;  // that are told
     EarlierLocks mEarlier;
