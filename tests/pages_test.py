@@ -35,6 +35,13 @@ SOURCES = pathlib.Path(__file__).resolve().parent.parent
 CLUSTERS = """<command id="1"><qcom_cpu_info><lit_cpu_num>0-3</lit_cpu_num>
 <big_cpu_num>4-6</big_cpu_num><prime_cpu_num>7-7</prime_cpu_num></qcom_cpu_info></command>
 """
+DUMP = "".join(f"{line}\n" for line in [
+    "tarquel-lab dump 1", "kernel 5.10.0",
+    *(f"read /sys/devices/system/cpu/cpufreq/policy{cpus[0]}/{node}"
+      for cpus in ("0 1 2 3", "4 5 6 7")
+      for node in (f"related_cpus {cpus}", "scaling_available_frequencies 300000 600000 1200000")),
+    "read /sys/class/kgsl/kgsl-3d0/freq_table_mhz 800 300",
+    "read /sys/class/kgsl/kgsl-3d0/default_pwrlevel 1", "end 7"])
 BLOCK = re.compile(r"(?:^<!-- test: (?P<words>.*?) -->\n)?^```(?P<kind>\w*)\n(?P<text>.*?)^```$",
                    re.M | re.S)
 
@@ -137,8 +144,11 @@ def furnish(folder):
     shutil.copy(data / "captures/hot_game.txt", folder / "evening.txt")
     for name in ["my_scenario.yaml", "scenarios/first.yaml", "scenarios/second.yaml"]:
         shutil.copy(data / "scenarios/first_seconds.yaml", folder / name)
+    for name in ["dump.txt", "dump.txt.phone"]:
+        (folder / name).write_text(DUMP)
     adb = folder / "adb"
-    adb.write_text("#!/bin/sh\ncase $* in logcat*-[Gc]*) ;; "
+    adb.write_text("#!/bin/sh\ncase $* in logcat*-[Gc]* | root | push*) ;; "
+                   "*dump.sh) cat dump.txt.phone;; "
                    f"*) cat {data}/captures/hot_game.txt;; esac\n")
     adb.chmod(0o755)
 

@@ -100,7 +100,7 @@ class Trial {
                 AddNode(drive, lockValue, runs, pair);
             }
             const bool isOfPrime = pair.key.find("prime") != std::string::npos;
-            if (isOfPrime && mDevice.clusters.size() < 3) {
+            if (isOfPrime && !mDevice.HasPrime()) {
                 pair.notes.push_back(fmt::format("has no effect: {} has {}", mDevice.name,
                                                  Counted(mDevice.clusters.size(), "cluster")));
             }
@@ -239,6 +239,7 @@ Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
     const DeviceProfile profile =
         device.empty() ? DeviceOf(scenes, explanation.isAssumed) : LoadDeviceProfile(device);
     explanation.device = profile.name;
+    for (const std::string& note : ClusterNotes(profile)) explanation.problems.push_back(note);
     for (const SceneProblem& problem : FindClusterProblems(scenes, profile)) {
         explanation.problems.push_back(ProblemText(scenes, problem));
     }

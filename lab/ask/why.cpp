@@ -73,7 +73,10 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     answer.device = device.name;
     answer.scenario = head.title.empty() ? head.file : head.title;
     answer.scenes = scenes.File();
-    answer.problems = FindUnitSlips(steps, head.file, device, scenes.ClusterLayout());
+    for (std::string& note : ClusterNotes(device)) answer.problems.push_back(std::move(note));
+    for (std::string& slip : FindUnitSlips(steps, head.file, device, scenes.ClusterLayout())) {
+        answer.problems.push_back(std::move(slip));
+    }
     for (const SceneProblem& problem : server.Problems()) {
         answer.problems.push_back(ProblemText(scenes, problem));
     }

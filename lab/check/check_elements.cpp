@@ -51,7 +51,7 @@ void CheckCount(RuleContext& context, const ElementMeaning& element) {
                     "move some of them to a second element");
     }
     const KeyMeaning* level = element.FindHead(keys::kBoostLimitLevel);
-    const size_t ceilings = context.device.clusters.size();
+    const size_t ceilings = context.device.HasPrime() ? 3 : 2;
     if (level && level->number.value_or(0) > 0 && kept <= kMostLockPairs &&
         kept + ceilings > kMostLockPairs) {
         context.Add(Severity::kWarning, "too-many-keys", element, level->key->place,

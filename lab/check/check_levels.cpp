@@ -25,7 +25,7 @@ bool IsPlausible(const std::array<int, 8>& digits) {
 std::vector<std::string> CeilingKeys(const DeviceProfile& device) {
     std::vector<std::string> names = {std::string(keys::kLittleMaxFreq),
                                       std::string(keys::kBigMaxFreq)};
-    if (device.clusters.size() >= 3) names.emplace_back(keys::kPrimeMaxFreq);
+    if (device.HasPrime()) names.emplace_back(keys::kPrimeMaxFreq);
     return names;
 }
 
@@ -176,6 +176,10 @@ void LevelRules::CheckCounts(const std::vector<ElementMeaning>& elements) {
 }
 
 void CheckDescriptions(RuleContext& context) {
+    for (const std::string& note : ClusterNotes(context.device)) {
+        context.Add(Severity::kNote, "clusters", {}, "", note,
+                    "see which tags reach which CPUs with 'tarquel-lab nodes'");
+    }
     for (const SceneProblem& problem : FindClusterProblems(context.scenes, context.device)) {
         context.Add(Severity::kWarning, "clusters", problem.place, "", problem.message,
                     "describe the clusters of the device, or name another with --device");

@@ -51,8 +51,8 @@ void CheckStep(RuleContext& context, const Frequency& frequency, const StepTable
 // The device with the clusters that it has not: what an opcode would drive there.
 bool IsKnownResource(int opcode, const DeviceProfile& device) {
     DeviceProfile other = device;
-    if (other.clusters.size() >= 3) {
-        other.clusters.pop_back();
+    if (other.HasPrime()) {
+        std::erase_if(other.clusters, [](const CpuCluster& one) { return one.name == "prime"; });
     } else {
         CpuCluster prime = other.clusters.back();
         prime.name = "prime";

@@ -125,8 +125,8 @@ std::string PathOfTag(int tag, uint32_t opcode, const DeviceProfile& profile) {
 
 bool HoldsOn(tarquel::TagOpcode::When when, const DeviceProfile& profile) {
     using When = tarquel::TagOpcode::When;
-    if (when == When::kTwoClusters) return profile.clusters.size() == 2;
-    if (when == When::kThreeClusters) return profile.clusters.size() == 3;
+    if (when == When::kTwoClusters) return !profile.HasPrime();
+    if (when == When::kThreeClusters) return profile.HasPrime();
     return true;
 }
 
@@ -192,7 +192,7 @@ std::vector<Drive> DrivesOf(uint32_t opcode, const DeviceProfile& profile) {
             if (row.opcode == opcode) drive.entry = row.entry;
         }
         // A node with one number for each boundary has no second one between two clusters.
-        if (drive.entry.value_or(0) + 1 >= profile.clusters.size()) continue;
+        if (drive.entry && *drive.entry + 1 >= profile.clusters.size()) continue;
         drives.push_back(std::move(drive));
     }
     return drives;

@@ -1,5 +1,6 @@
 #include "lab/names/node_names.h"
 
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -32,19 +33,23 @@ std::string ShortBusNode(std::string_view rest) {
     return bus + " " + leaf;
 }
 
-// The cluster that a table row means; null when the device does not have it.
-const CpuCluster* FindCluster(Cluster cluster, const DeviceProfile& device) {
-    const std::vector<CpuCluster>& clusters = device.clusters;
-    if (clusters.size() < 2) return nullptr;
+// The cluster called `name`, or CPU 0: what the plug-in takes for a cluster that nobody describes.
+std::pair<int, int> CpusOf(const char* name, const DeviceProfile& device) {
+    const CpuCluster* cluster = device.FindCluster(name);
+    return cluster ? std::pair(cluster->firstCpu, cluster->lastCpu) : std::pair(0, 0);
+}
+
+// The CPUs that a table row means, first and last; nothing when the layout does not have it.
+std::optional<std::pair<int, int>> CpusOf(Cluster cluster, const DeviceProfile& device) {
     switch (cluster) {
         case Cluster::kLittle:
-            return &clusters.front();
+            return CpusOf("little", device);
         case Cluster::kMiddle:
-            return clusters.size() < 3 ? nullptr : &clusters[1];
+            return device.HasPrime() ? std::optional(CpusOf("big", device)) : std::nullopt;
         case Cluster::kLast:
-            return &clusters.back();
+            return CpusOf(device.HasPrime() ? "prime" : "big", device);
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 template <typename Rows>
@@ -52,9 +57,9 @@ void AddClusterNodes(const Rows& rows, int tag, const DeviceProfile& device,
                      std::vector<std::string>& paths) {
     for (const tarquel::ClusterNode& row : rows) {
         if (row.tag != tag) continue;
-        const CpuCluster* cluster = FindCluster(row.cluster, device);
-        if (!cluster) continue;
-        for (int cpu = cluster->firstCpu; cpu <= cluster->lastCpu; ++cpu) {
+        const auto cpus = CpusOf(row.cluster, device);
+        if (!cpus) continue;
+        for (int cpu = cpus->first; cpu <= cpus->second; ++cpu) {
             paths.push_back(std::string(tarquel::kCpuPrefix) + std::to_string(cpu) +
                             std::string(row.suffix));
         }
@@ -136,7 +141,7 @@ std::vector<std::string> TagNodes(int tag, const DeviceProfile& device) {
 }
 
 Layout LayoutOf(const DeviceProfile& device) {
-    return device.clusters.size() >= 3 ? Layout::kThreeClusters : Layout::kTwoClusters;
+    return device.HasPrime() ? Layout::kThreeClusters : Layout::kTwoClusters;
 }
 
 }  // namespace lab

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <limits>
+#include <string_view>
 
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
@@ -13,7 +14,8 @@ namespace lab {
 
 namespace {
 
-constexpr std::array kClusterNames = {"little", "big", "prime"};
+constexpr std::array<std::string_view, 3> kClusterNames = {"little", "big", "prime"};
+constexpr size_t kMostClusters = 8;
 constexpr int kLastCpu = 63;
 constexpr int64_t kMaxKhz = 100'000'000;
 constexpr int64_t kMaxMhz = 100'000;
@@ -48,20 +50,29 @@ void ReadCpus(const YamlNode& node, CpuCluster& cluster) {
     cluster.lastCpu = static_cast<int>(part.AsInt("the last of cpus", cluster.firstCpu, kLastCpu));
 }
 
+// little, big and prime stand in this order, whichever of them there are.
+void CheckClusterName(const YamlNode& node, const std::vector<CpuCluster>& earlier) {
+    const std::string& name = node.scalar;
+    const auto rank = std::find(kClusterNames.begin(), kClusterNames.end(), name);
+    for (const CpuCluster& other : earlier) {
+        if (other.name == name) node.Fail("there is a cluster '" + name + "' already");
+        const auto others = std::find(kClusterNames.begin(), kClusterNames.end(), other.name);
+        if (rank == kClusterNames.end() || others == kClusterNames.end() || others < rank) continue;
+        node.Fail("the clusters little, big and prime stand in this order; '" + name +
+                  "' follows '" + other.name + "'");
+    }
+    if (name.empty()) node.Fail("a cluster needs a name");
+}
+
 std::vector<CpuCluster> ReadClusters(const YamlNode& node) {
     std::vector<CpuCluster> clusters;
     for (const YamlNode& item : node.AsList("clusters")) {
         item.ExpectFields("a cluster", {"name", "cpus", "khz", "rtg_boost_khz"});
-        if (clusters.size() == kClusterNames.size()) item.Fail("there are three clusters at most");
+        if (clusters.size() == kMostClusters) item.Fail("there are eight clusters at most");
         CpuCluster cluster;
         const YamlNode& name = item.Get("name");
         cluster.name = name.AsText("name");
-        if (cluster.name != kClusterNames[clusters.size()]) {
-            name.Fail(
-                "the clusters are little, big and, where there are three, prime, in this "
-                "order; '" +
-                cluster.name + "' stands where '" + kClusterNames[clusters.size()] + "' is due");
-        }
+        CheckClusterName(name, clusters);
         const YamlNode& cpus = item.Get("cpus");
         ReadCpus(cpus, cluster);
         const int due = clusters.empty() ? 0 : clusters.back().lastCpu + 1;
@@ -75,7 +86,7 @@ std::vector<CpuCluster> ReadClusters(const YamlNode& node) {
         }
         clusters.push_back(std::move(cluster));
     }
-    if (clusters.size() < 2) node.Fail("there must be two or three clusters");
+    if (clusters.empty()) node.Fail("there must be a cluster");
     return clusters;
 }
 

@@ -21,7 +21,7 @@ struct BusMonitor {
 };
 
 struct CpuCluster {
-    std::string name;  // "little", "big"; "prime" when there are three
+    std::string name;  // "little", "big", "prime", as scene files call them, or one of its own
     int firstCpu = 0;
     int lastCpu = 0;
     std::vector<int64_t> khz;  // the frequency table, ascending
@@ -31,14 +31,19 @@ struct CpuCluster {
 struct DeviceProfile {
     std::string name;
     std::string description;
-    std::vector<CpuCluster> clusters;  // two or three, ascending CPU numbers from 0 without a gap
-    std::vector<int64_t> gpuMhz;       // descending, as the GPU driver lists its power levels
+    // At least one, ascending CPU numbers from 0 without a gap. Mostly little and big, or little,
+    // big and prime: what the plug-in has names for.
+    std::vector<CpuCluster> clusters;
+    std::vector<int64_t> gpuMhz;  // descending, as the GPU driver lists its power levels
     int64_t gpuInitialMhz = 0;
     std::vector<BusMonitor> buses;
     std::map<std::string, std::string> properties;
 
     // The cluster called `name`, or null.
     const CpuCluster* FindCluster(const std::string& name) const;
+
+    // The plug-in has a layout with a prime cluster and one without.
+    bool HasPrime() const { return FindCluster("prime") != nullptr; }
 };
 
 class YamlNode;

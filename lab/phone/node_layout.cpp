@@ -147,7 +147,7 @@ class Layout {
     void AddScheduler() {
         const std::string folder = "/proc/sys/walt/";
         const auto margins = std::make_shared<MigrateMargins>();
-        margins->boundaries = mProfile.clusters.size() - 1;
+        margins->boundaries = std::min(mProfile.clusters.size() - 1, MigrateMargins::kShown);
         margins->up.fill(95);
         margins->down.fill(85);
         Add(folder + "sched_boost", MakeSchedBoostNode());

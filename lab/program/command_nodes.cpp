@@ -6,6 +6,7 @@
 
 #include "lab/ask/tag_survey.h"
 #include "lab/program/commands.h"
+#include "lab/scenes/scene_problems.h"
 
 namespace lab {
 namespace {
@@ -50,6 +51,10 @@ int ShowNodes(const NodesOptions& options) {
         return kFine;
     }
     const DeviceProfile device = LoadDeviceProfile(options.device);
+    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
+    for (const std::string& note : ClusterNotes(device)) {
+        std::cerr << errors(Colour::kYellow, note) << "\n";
+    }
     const std::vector<TagReport> tags = SurveyTags(device, options.library);
     if (options.json) {
         std::cout << JsonText(TagsJson(device, tags)) << "\n";

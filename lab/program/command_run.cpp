@@ -174,6 +174,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
                   << fmt::format("device {}, scenes {}, scenario {}\n\n", device.name,
                                  scenes.File(), head.file);
     }
+    for (const std::string& note : ClusterNotes(device)) PrintProblem(note, result);
     PrintProblems(scenes, FindClusterProblems(scenes, device), result);
     for (const std::string& slip : FindUnitSlips(steps, head.file, device, layout)) {
         PrintProblem(slip, result);

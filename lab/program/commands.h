@@ -17,6 +17,7 @@ enum ExitCode : int {
 void AddCompareCommand(CLI::App& app, int& exitCode);
 void AddExplainCommand(CLI::App& app, int& exitCode);
 void AddNodesCommand(CLI::App& app, int& exitCode);
+void AddProfileCommand(CLI::App& app, int& exitCode);
 void AddRunCommand(CLI::App& app, int& exitCode);
 void AddCheckCommand(CLI::App& app, int& exitCode);
 void AddVocabularyCommand(CLI::App& app, int& exitCode);

@@ -97,6 +97,7 @@ int main(int argc, char** argv) {
     lab::AddVocabularyCommand(app, exitCode);
     lab::AddLogcatCommand(app, exitCode);
     lab::AddRecordCommand(app, exitCode);
+    lab::AddProfileCommand(app, exitCode);
     lab::AddManualCommands(app);
     app.parse_complete_callback(RequireFolder);
     const lab::Paint paint = lab::Paint::ForTerminal(2);

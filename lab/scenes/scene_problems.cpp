@@ -46,7 +46,6 @@ std::string FrequencyText(const CommandMeaning& command, const LoaderRemark& rem
 
 std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes,
                                               const DeviceProfile& device) {
-    const bool hasThree = device.clusters.size() >= 3;
     std::vector<SceneProblem> problems;
     bool isDescribed = false;
     for (const SceneCommand& command : scenes.Commands()) {
@@ -55,10 +54,10 @@ std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes,
         isDescribed = true;
         for (const SceneKey& key : element.keys) {
             const CpuCluster* cluster = nullptr;
-            if (key.name == "lit_cpu_num") cluster = &device.clusters.front();
-            if (key.name == "big_cpu_num") cluster = &device.clusters[1];
-            if (key.name == "prime_cpu_num" && hasThree) cluster = &device.clusters[2];
-            if (!cluster && key.name != "prime_cpu_num") continue;
+            if (key.name == "lit_cpu_num") cluster = device.FindCluster("little");
+            if (key.name == "big_cpu_num") cluster = device.FindCluster("big");
+            if (key.name == "prime_cpu_num") cluster = device.FindCluster("prime");
+            if (!cluster && !key.name.ends_with("_cpu_num")) continue;
             const std::string actual =
                 cluster ? fmt::format("{}-{}", cluster->firstCpu, cluster->lastCpu) : "none";
             if (actual == key.value) continue;
@@ -72,6 +71,39 @@ std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes,
                             "0 for all of them"});
     }
     return problems;
+}
+
+std::vector<std::string> ClusterNotes(const DeviceProfile& device) {
+    struct Named {
+        std::string_view name;
+        std::string_view key;
+        std::string_view tags;
+    };
+    constexpr Named kNamed[] = {{"little", tarquel::keys::kLittleCpus, "little_"},
+                                {"big", tarquel::keys::kBigCpus, "big_"},
+                                {"prime", tarquel::keys::kPrimeCpus, "prime_"}};
+    std::vector<std::string> notes;
+    for (const Named& named : kNamed) {
+        if (named.name == "prime" || device.FindCluster(std::string(named.name))) continue;
+        notes.push_back(
+            fmt::format("{} has no {} cluster: unless a scene file's {} names CPUs, the plug-in "
+                        "takes CPU 0 for "
+                        "it, and the tags {}min and {}max reach CPU 0's cluster, {}; on the lab's "
+                        "phone locks of its "
+                        "{}cpu0 keys drive nothing",
+                        device.name, named.name, named.key, named.tags, named.tags,
+                        device.clusters.front().name, named.tags));
+    }
+    for (const CpuCluster& cluster : device.clusters) {
+        const auto isIts = [&](const Named& named) { return named.name == cluster.name; };
+        if (std::any_of(std::begin(kNamed), std::end(kNamed), isIts)) continue;
+        notes.push_back(fmt::format(
+            "{}'s CPUs {}-{} ({}) are in none of the clusters that the plug-in knows (little, big, "
+            "prime): no tag, no key and no ceiling reaches their frequency, unless a scene file's "
+            "qcom_cpu_info counts them to a neighbour's CPUs",
+            device.name, cluster.firstCpu, cluster.lastCpu, cluster.name));
+    }
+    return notes;
 }
 
 std::string ProblemText(const SceneFile& scenes, const SceneProblem& problem) {

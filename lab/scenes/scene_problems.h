@@ -23,6 +23,10 @@ std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes, const Dev
 // A frequency that is none, and that the plug-in does not speak of.
 std::string FrequencyText(const CommandMeaning& command, const LoaderRemark& remark);
 
+// What the plug-in does with clusters that it has no name for and without those that it has, in
+// words; none for a device with little and big, or little, big and prime.
+std::vector<std::string> ClusterNotes(const DeviceProfile& device);
+
 // "FILE:LINE:COLUMN: message".
 std::string ProblemText(const SceneFile& scenes, const SceneProblem& problem);
 

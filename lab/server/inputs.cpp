@@ -98,11 +98,13 @@ std::string ScenesOfScenario(const Instead& instead, const ScenarioHead& head,
 
 SceneFile ScenesOfClusters(const DeviceProfile& device) {
     namespace keys = tarquel::keys;
-    const std::string_view names[] = {keys::kLittleCpus, keys::kBigCpus, keys::kPrimeCpus};
+    const std::pair<const char*, std::string_view> names[] = {
+        {"little", keys::kLittleCpus}, {"big", keys::kBigCpus}, {"prime", keys::kPrimeCpus}};
     std::string text = fmt::format("<scenes><command id=\"1\"><{}>", keys::kCpuInfo);
-    for (size_t i = 0; i < device.clusters.size() && i < std::size(names); ++i) {
-        const CpuCluster& cluster = device.clusters[i];
-        text += fmt::format("<{0}>{1}-{2}</{0}>", names[i], cluster.firstCpu, cluster.lastCpu);
+    for (const auto& [name, key] : names) {
+        const CpuCluster* cluster = device.FindCluster(name);
+        if (!cluster) continue;
+        text += fmt::format("<{0}>{1}-{2}</{0}>", key, cluster->firstCpu, cluster->lastCpu);
     }
     text += fmt::format("<{0}>1</{0}></{1}></command></scenes>", keys::kIsolation, keys::kCpuInfo);
     return SceneFile::Parse(text, "the clusters of " + device.name);
