@@ -394,25 +394,10 @@ class TraceWriter {
     std::map<std::pair<int, int>, std::string> mPairTexts;
 };
 
-int64_t Ms(Time time) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-}
-
 }  // namespace
 
 void WriteTrace(const History& history, const PictureHead& head, std::ostream& out) {
     TraceWriter(history, head, out).Write();
-}
-
-std::string TermText(const History::Term& term) {
-    return term.until ? fmt::format("for {} ms", Ms(*term.until - term.since)) : "until released";
-}
-
-std::string LockEndText(const History::Lock& lock) {
-    if (lock.how == History::LockEnd::kHeld) return "held at the end of the run";
-    return fmt::format("{} after {} ms",
-                       lock.how == History::LockEnd::kExpired ? "expired" : "released",
-                       Ms(lock.end - lock.Since()));
 }
 
 }  // namespace lab
