@@ -149,7 +149,7 @@ class TrackChart {
             font: "12px system-ui, sans-serif",
             grid: {stroke: () => colour("grid"), width: 1},
             ticks: {show: false},
-            space: 24,
+            space: (plot, axis, min, max, height) => (height < LOW_CHART ? 15 : 24),
             values: (plot, splits) => splits.map((mhz, at) => (at === splits.length - 1 ? `${mhz} MHz` : String(mhz))),
         }];
         const options = plotOptions(view, 600, 100, axes, (t, left, top) => onHover(index, t, left, top));
