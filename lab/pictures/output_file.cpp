@@ -144,7 +144,7 @@ OutputFile::OutputFile(std::string path) : mPath(std::move(path)) {
     }
 }
 
-void OutputFile::OpenBeside(const struct stat* old) {
+void OutputFile::OpenBeside(const struct ::stat* old) {
     // To replace a file needs no right to write to it.
     if (old != nullptr && access(mPath.c_str(), W_OK) != 0) Fail(errno);
     mTarget = FileBehind(mPath);

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string>
 
+struct stat;
+
 namespace lab {
 
 // Tried when it is made, so that a long run is not in vain, and filled at the end. What cannot be
@@ -26,7 +28,7 @@ class OutputFile {
     void Fill(const std::function<void(std::ostream&)>& write);
 
   private:
-    void OpenBeside(const struct stat* old);
+    void OpenBeside(const struct ::stat* old);
     [[noreturn]] void Fail(int error) const;
 
     const std::string mPath;
