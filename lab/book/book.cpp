@@ -33,6 +33,10 @@ bool IsUnwatched(const std::string& path) {
            path.find("/cpufreq/policy") != std::string::npos;
 }
 
+bool IsStricter(Bound bound, int64_t value, int64_t than) {
+    return bound == Bound::kFloor ? value > than : value < than;
+}
+
 }  // namespace
 
 std::string AtLine(int line) {
@@ -120,6 +124,10 @@ void Book::BeginRequest(const RequestBegin& begin) {
     mTouched.clear();
     mErrors.clear();
     const RequestFacts& facts = Facts();
+    if (facts.isRestart) {
+        mWords.clear();
+        mConditions = RunConditions();
+    }
     mRefusalsLeft = facts.arrangedRefusals.value_or(mRefusalsLeft);
     TakeWords(facts);
 }
@@ -178,8 +186,9 @@ void Book::TakeWords(const RequestFacts& facts) {
         Ask ask = TagAsk(isScene ? Ask::By::kScene : Ask::By::kClient, claim.tag, claim.value);
         ask.order = ++mOrder;
         ask.isRemembered =
-            isEnd || IsRememberedWord(claim.tag, isScene ? *facts.cmdId : *facts.clientId,
-                                      claim.value, facts.isGroup);
+            isEnd || (!facts.isOutcome &&
+                      IsRememberedWord(claim.tag, isScene ? *facts.cmdId : *facts.clientId,
+                                       claim.value, facts.isGroup));
         const bool isLifted = claim.value == 0 && IsSharedLimit(claim.tag);
         const char* how = isEnd      ? "its event ended"
                           : isScene  ? "asked again"
@@ -442,14 +451,18 @@ void Book::CheckAsked(const LockAcquire& acquire) {
 void Book::SetOwner(BookedLock& lock) {
     const std::string former = lock.owner;
     if (lock.isEarlier) {
-        lock.owner = "somebody before the capture";
+        lock.owner = kUnnamed;
     } else if (lock.tag < 0) {
         lock.owner = LockHolder();
         lock.askedBy = lock.request;
     } else {
         const Ask* word = StrictestWord(lock.tag);
-        lock.owner = word ? word->who : "the plug-in";
-        lock.askedBy = word ? word->request : nullptr;
+        // In a capture the strictest may have spoken before it begins.
+        const bool isUnheard = word && IsSharedLimit(lock.tag) && !lock.list.empty() &&
+                               IsStricter(word->bound, lock.list[1],
+                                          HalValue(lock.tag, static_cast<int>(word->value)));
+        lock.owner = isUnheard ? kUnnamed : word ? word->who : "the plug-in";
+        lock.askedBy = word && !isUnheard ? word->request : nullptr;
     }
     if (lock.owner != former) mChangedHands.push_back(lock.handle);
 }

@@ -22,6 +22,9 @@ struct TagValue {
 // 0 lifts one. Every other tag does what it was told last.
 bool IsSharedLimit(int tag);
 
+// Who asks where a log does not tell.
+inline constexpr char kUnnamed[] = "a requester that the log does not name";
+
 struct RequestFacts {
     enum class Event : uint8_t { kNone, kBegins, kEnds };
 
@@ -35,6 +38,8 @@ struct RequestFacts {
     bool isGroup = false;            // a client's, under one lock
     std::vector<TagValue> asked;     // of a client: its own words; a group's first is its marker
     std::vector<TagValue> claims;    // the words on tags that are in force afterwards
+    bool isOutcome = false;          // the claims are what counts afterwards, whoever asked for it
+    bool isRestart = false;          // the policy server began anew: nobody asks for anything
     bool mayLock = false;            // it asks for some lock
     std::set<int> opcodes;           // those that its locks may name
     std::set<int> groupTags;         // tags that a group's one lock holds

@@ -194,6 +194,11 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
             request.text.replace(by, std::min(end, request.text.size()) - by, " by some client");
         }
     }
+    const std::string label = draft.cmdId >= 0 ? NamesOf(draft.cmdId).second : "";
+    if (request.isRequest) {
+        request.facts =
+            std::make_shared<const RequestFacts>(FactsOf(draft, client, label, mLayout));
+    }
     request.effects = std::move(draft.effects);
     return request;
 }

@@ -56,6 +56,7 @@ struct LogDraft {
     std::vector<TagValue> asked;  // tags in order with the values asked for
     std::vector<TagValue> set;    // with the values that were put in force
     bool hasEffects = false;
+    bool isRefused = false;
     int pairs = 0;               // how many of `asked` the log counts
     bool hasGap = false;         // some of them are missing in it
     bool isSideUnknown = false;  // whether it begins or ends

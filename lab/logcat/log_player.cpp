@@ -21,8 +21,8 @@ void LogPlayer::AdvanceTo(Time at) {
 void LogPlayer::Play(const LogRequest& request) {
     if (request.isRequest) {
         AdvanceTo(request.at);
-        mPhone.Events().Add(
-            RequestBegin{request.text, request.line, request.client, request.command});
+        mPhone.Events().Add(RequestBegin{request.text, request.line, request.client,
+                                         request.command, request.facts});
     }
     mLine = request.line;
     if (request.isRestart) ReleaseAll();

@@ -1,11 +1,13 @@
 // What the plug-in's log lines tell: which requests came, and what each of them did.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "lab/book/request_facts.h"
 #include "lab/logcat/command_lists.h"
 #include "lab/logcat/known_nodes.h"
 #include "lab/logcat/log_evidence.h"
@@ -30,6 +32,7 @@ struct LogRequest {
     // The steps of a scenario that make it: what befalls the phone before, the request last. None
     // when a scenario cannot say it.
     std::vector<YamlNode> steps;
+    std::shared_ptr<const RequestFacts> facts;  // what it asks for; null of what asks nothing
     // What happened, with the times and handles of the log. A lock whose list is empty holds what
     // the log does not tell.
     std::vector<Event> effects;

@@ -64,6 +64,11 @@ void StoryTeller::AddLimit() {
         }
         case Message::kWriteNode:
             return Write(Number(0) > 0 ? 0 : EINVAL);
+        case Message::kBadValue:
+        case Message::kBadRequest:
+        case Message::kBadTag:
+            if (mStory.detail != LogDetail::kErrors) Limit(false).isRefused = true;
+            [[fallthrough]];
         default:
             // With both switches off the errors stand alone: no request can be made of them.
             if (mStory.detail == LogDetail::kErrors) {

@@ -157,6 +157,9 @@ void StoryTeller::CheckRestart() {
     restart.at = mLine->at;
     restart.line = mLine->line;
     restart.isRestart = true;
+    RequestFacts facts;
+    facts.isRestart = true;
+    restart.facts = std::make_shared<const RequestFacts>(std::move(facts));
     restart.text = fmt::format("the policy server begins anew, as process {}", mLine->pid);
     Tell(std::move(restart));
 }
