@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(
         Usage{"CompareDifferent", "compare sm8450 sm4450", 1,
               "touch (4098): big floor 1113 -> 1190 MHz", ""},
         Usage{"CompareKinds", "compare sm8450 /dev/null", 2, "",
-              "/dev/null: there is no such file"},
+              "/dev/null: is not a scene file, as sm8450 is"},
         Usage{"NodesNoDevice", "nodes --device nothing.yaml", 2, "", "nothing.yaml"},
         Usage{"NodesPaths", "nodes --paths --device sm4450", 0,
               "/sys/devices/system/cpu/cpu5/core_ctl/max_cpus (missing)", ""},

@@ -23,42 +23,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// A capture in a file of its own.
-class CaptureFile {
-  public:
-    explicit CaptureFile(const std::string& text)
-        : mPath(testing::TempDir() + "capture-" + std::to_string(getpid()) + ".txt") {
-        std::ofstream(mPath, std::ios::binary) << text;
-    }
-    ~CaptureFile() { std::remove(mPath.c_str()); }
-    CaptureFile(const CaptureFile&) = delete;
-    CaptureFile& operator=(const CaptureFile&) = delete;
-
-    LogSession::Options Options(const std::string& device = "") const {
-        return {mPath, device, "", "", false};
-    }
-
-  private:
-    const std::string mPath;
-};
-
-// A capture's story and what playing it shows.
-struct ToldLog {
-    std::vector<LogRequest> requests;
-    std::vector<Event> events;
-};
-
-ToldLog PlayLog(LogSession& session) {
-    ToldLog told;
-    LogPlayer player(session.GetPhone(), [&](const Event& event) { told.events.push_back(event); });
-    session.Tell({[&](LogRequest&& request) {
-        player.Play(request);
-        told.requests.push_back(std::move(request));
-    }});
-    player.Finish(session.Log().end);
-    return told;
-}
-
 // The scenario that `record` makes of it.
 YamlNode Recorded(const CaptureFile& capture, const std::string& device,
                   std::vector<LogProblem>& leftOut) {

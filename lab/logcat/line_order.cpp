@@ -34,6 +34,7 @@ const std::map<Message, Messages>& Below() {
         {Message::kEventFresh, {Message::kEventCached}},
         {Message::kEventHeld, {Message::kEventCached}},
         {Message::kEventCached, {Message::kLockTaken, Message::kLockRefused}},
+        {Message::kGroupRelease, kLockBefore},
         {Message::kLockTaken, {Message::kActionDone, Message::kActionDoneBare}},
     };
     return below;

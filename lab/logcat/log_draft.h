@@ -63,6 +63,7 @@ struct LogDraft {
     bool isMerged = false;       // a line that tells of merging belongs to it
     bool isTimer = false;        // a breakthrough ended
     std::vector<int> groupList;
+    int lettingGo = 0;  // a group's lock whose release stands below, unless that line is missing
 
     std::vector<std::pair<std::string, int>> reads;  // kRead: path, value
     std::vector<TagValue> ceilings;                  // kCeilings: 0 releases one

@@ -143,6 +143,10 @@ void LogPlayer::MarkFirstSight(NodeAccess& access) {
         if (isSame || !mPhone.GetKernel().Has(access.path)) return;
         known->second = access.after;
         ++mSurprises;
+        for (const PerfHal::Claim& claim : mPhone.Hal().ClaimsOn(access.path)) {
+            const auto lock = mLogHandles.find(claim.handle);
+            if (lock != mLogHandles.end()) mLocks[lock->second].held.doubtLine = mLine;
+        }
         if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
     } else if (access.kind == NodeAccess::Kind::kWrite) {
         access.isBeforeUnknown = isFirst;

@@ -24,6 +24,7 @@ class LogPlayer {
         bool isEarlier = false;     // taken before the capture begins
         int tag = -1;               // of an earlier one without a list: what it is for
         bool isListAssumed = false;
+        int doubtLine = 0;  // that reads a node otherwise than this lock makes it; 0: none
         std::string asker;  // the request that took or last renewed it
         int line = 0;       // of the capture, where that request begins
     };

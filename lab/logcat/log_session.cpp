@@ -100,16 +100,15 @@ bool LogSession::ReadLine() {
 // Looks through the whole capture; where it cannot be read again, through its beginning, which is
 // kept: until the device and the switches are known, a pause, or so many lines.
 void LogSession::Survey() {
-    bool isPaused = false;
     const bool isKept = !mInput->CanRewind();
-    mPause = [&] { isPaused = mCapture.pluginCount > 0; };
+    mPause = [this] { mIsPaused = mCapture.pluginCount > 0; };
     mSink = [this, isKept](const CapturedLine& line) {
         mEvidence.Add(line);
         mEarlier.Add(line);
         if (isKept) mBeginning.push_back(line);
     };
     while (ReadLine()) {
-        if (isKept && (isPaused || mBeginning.size() >= kBeginning)) break;
+        if (isKept && (mIsPaused || mBeginning.size() >= kBeginning)) break;
     }
 }
 
@@ -172,6 +171,7 @@ void LogSession::Tell(const Listener& listener) {
         teller.Flush();
         listener.pause();
     };
+    if (IsLive() && mIsPaused) mPause();
     while (ReadLine()) {
     }
     teller.Flush();
@@ -303,6 +303,9 @@ std::string LogSession::DoubtOf(const LogPlayer::Held& lock) const {
     if (mStory.lastLoss && mStory.lastLoss->at >= lock.since) {
         return fmt::format("lines are missing at line {}, behind which it may be gone",
                            mStory.lastLoss->line);
+    }
+    if (lock.doubtLine > 0) {
+        return fmt::format("line {} reads another value than it makes", lock.doubtLine);
     }
     if (mStory.detail == LogDetail::kVersion && !lock.until && lock.isListAssumed) {
         return "this log does not tell when an event lets its lock go";

@@ -95,6 +95,7 @@ class LogSession {
     std::vector<CapturedLine> mBeginning;  // of a capture that is told as it comes
     std::function<void(const CapturedLine&)> mSink;
     std::function<void()> mPause;
+    bool mIsPaused = false;  // the beginning has ended with a pause
     LogEvidence mEvidence;
     EarlierLocks mEarlier;
     bool mIsDeviceGuessed = false;

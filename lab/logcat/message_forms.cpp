@@ -64,7 +64,7 @@ const std::vector<MessageForm> kForms = {
     {Message::kLimitEffect,    "tarquel: tag = %d not in mCpuNodeMap"},
     {Message::kLimitEffect,    "tarquel: isolation switch is off."},
     {Message::kLimitEffect,    "tarquel: DoGroup tagLen = %d, tag = %d, val = %d, mPerf = %d, mThermal = %d, mEnable = %d"},
-    {Message::kLimitEffect,    "tarquel: DoGroupPerfRel release %d for last duration = 0"},
+    {Message::kGroupRelease,   "tarquel: DoGroupPerfRel release %d for last duration = 0"},
     {Message::kLimitEffect,    "tarquel: DoGroupPerfSetConfig tags not exist."},
     {Message::kLimitEffect,    "tarquel: invalid tag %d, cmdId is %d"},
     {Message::kOther,          "tarQuel: %s snprintf_s trace_arg_buf error"},

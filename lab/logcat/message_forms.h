@@ -38,6 +38,7 @@ enum class Message : uint8_t {
     kTagNotHeld,    // tag, tag, 0
     kTagNotGot,     // tag
     kConfigZero,    // tag, reason
+    kGroupRelease,  // handle
     kGroupPair,     // ms, tag, opcode, value
     kGroupTaken,    // group, ms, ints, handle
     kGroupRefused,  // client, ms, result

@@ -62,6 +62,11 @@ void StoryTeller::AddLimit() {
             if (!draft.set.empty()) LetGo(draft, mTagHandles[draft.set.back().tag]);
             return AddLine(draft);
         }
+        case Message::kGroupRelease: {
+            LogDraft& draft = Limit(false);
+            draft.lettingGo = Number(0);
+            return AddLine(draft);
+        }
         case Message::kWriteNode:
             return Write(Number(0) > 0 ? 0 : EINVAL);
         case Message::kBadValue:
@@ -151,6 +156,7 @@ void StoryTeller::TagReleased() {
                         "lines are missing or out of order",
                         Number(1), Number(0), held));
     }
+    draft.lettingGo = 0;
     Effect(draft, LockRelease{Number(1), 0, true});
     mTagHandles[Number(0)] = 0;
     AddLine(draft);

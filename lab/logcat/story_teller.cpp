@@ -237,6 +237,9 @@ void StoryTeller::Close(LogDraft& draft) {
         draft.effects.insert(draft.effects.begin(),
                              {draft.at, TimerEvent{TimerEvent::Kind::kFire, 0}});
     }
+    if (IsHeldLock(draft.lettingGo)) {
+        draft.effects.push_back({draft.last, LockRelease{draft.lettingGo, 0, true}});
+    }
     ++mEnds;
     Tell(mWriter.Finish(std::move(draft)));
     draft = LogDraft{};

@@ -2,6 +2,12 @@
 // common.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -45,6 +51,44 @@ inline LabRun PlayScenario(const YamlNode& root, const std::string& deviceName, 
     runner.Finish();
     run.log = log.str();
     return run;
+}
+
+// A capture in a file of its own.
+class CaptureFile {
+  public:
+    explicit CaptureFile(const std::string& text)
+        : mPath(testing::TempDir() + "capture-" + std::to_string(getpid()) + ".txt") {
+        std::ofstream(mPath, std::ios::binary) << text;
+    }
+    ~CaptureFile() { std::remove(mPath.c_str()); }
+    CaptureFile(const CaptureFile&) = delete;
+    CaptureFile& operator=(const CaptureFile&) = delete;
+
+    LogSession::Options Options(const std::string& device = "") const {
+        return {mPath, device, "", "", false};
+    }
+
+  private:
+    const std::string mPath;
+};
+
+// A capture's story and what playing it shows.
+struct ToldLog {
+    std::vector<LogRequest> requests;
+    std::vector<Event> events;
+    std::vector<LogPlayer::Held> held;  // at the end
+};
+
+inline ToldLog PlayLog(LogSession& session) {
+    ToldLog told;
+    LogPlayer player(session.GetPhone(), [&](const Event& event) { told.events.push_back(event); });
+    session.Tell({[&](LogRequest&& request) {
+        player.Play(request);
+        told.requests.push_back(std::move(request));
+    }});
+    player.Finish(session.Log().end);
+    told.held = player.Locks();
+    return told;
 }
 
 // The events as JSON lines; those that `isWanted` refuses and lines of the input left out.
