@@ -29,6 +29,7 @@ import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree
+import zipfile
 
 LAB = pathlib.Path(sys.argv.pop(1)).resolve()
 SOURCES = pathlib.Path(__file__).resolve().parent.parent
@@ -141,7 +142,11 @@ def furnish(folder):
     (folder / "docs").mkdir()
     shutil.copy(data / "devices/sm8450.yaml", folder / "my_phone.yaml")
     shutil.copy(data / "scenes/sm8450.xml", folder / "my_scenes.xml")
-    shutil.copy(data / "captures/hot_game.txt", folder / "evening.txt")
+    log = (data / "captures/hot_game.txt").read_text()
+    (folder / "evening.txt").write_text(log)
+    with zipfile.ZipFile(folder / "bugreport.zip", "w") as report:
+        report.writestr("bugreport-phone.txt", "== dumpstate: 2026-06-14 19:45:00\n------ SYSTEM LOG "
+                        f"(logcat -v threadtime -d *:v) ------\n{log}------ EVENT LOG ------\n")
     for name in ["my_scenario.yaml", "scenarios/first.yaml", "scenarios/second.yaml"]:
         shutil.copy(data / "scenarios/first_seconds.yaml", folder / name)
     for name in ["dump.txt", "dump.txt.phone"]:

@@ -131,23 +131,30 @@ void LogPlayer::End(int& handle) {
     mLocks.erase(handle);
 }
 
+void LogPlayer::TakeRead(const NodeAccess& access, bool isKnown, std::optional<std::string>& read) {
+    const std::string expected = mPhone.GetKernel().Value(access.path);
+    // The plug-in reads whole numbers.
+    const bool isSame = std::atoll(expected.c_str()) == std::atoll(access.after.c_str());
+    read.reset();
+    if (isSame || !mPhone.GetKernel().Has(access.path)) return;
+    read = access.after;
+    if (isKnown) return;
+    ++mSurprises;
+    if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
+    for (const PerfHal::Claim& claim : mPhone.Hal().ClaimsOn(access.path)) {
+        const auto lock = mLogHandles.find(claim.handle);
+        if (lock != mLogHandles.end()) mLocks[lock->second].held.doubtLine = mLine;
+    }
+}
+
 // What stood in a node before the capture first tells of it is the profile's word alone.
 void LogPlayer::MarkFirstSight(NodeAccess& access) {
     if (access.error != 0) return;
     const auto [known, isFirst] = mRead.try_emplace(access.path);
     if (access.kind == NodeAccess::Kind::kRead) {
-        const std::string expected = mPhone.GetKernel().Value(access.path);
-        known->second = std::nullopt;
-        // The plug-in reads whole numbers.
-        const bool isSame = std::atoll(expected.c_str()) == std::atoll(access.after.c_str());
-        if (isSame || !mPhone.GetKernel().Has(access.path)) return;
-        known->second = access.after;
-        ++mSurprises;
-        for (const PerfHal::Claim& claim : mPhone.Hal().ClaimsOn(access.path)) {
-            const auto lock = mLogHandles.find(claim.handle);
-            if (lock != mLogHandles.end()) mLocks[lock->second].held.doubtLine = mLine;
-        }
-        if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
+        // What is read is known from then on, whatever the lab's phone has.
+        const bool isKnown = isFirst || known->second == access.after;
+        TakeRead(access, isKnown, known->second);
     } else if (access.kind == NodeAccess::Kind::kWrite) {
         access.isBeforeUnknown = isFirst;
         if (isFirst || known->second) access.before = known->second.value_or("");

@@ -67,6 +67,7 @@ class LogPlayer {
     void HandOn(const LockAcquire* told = nullptr);
     void End(int& handle);
     void MarkFirstSight(NodeAccess& access);
+    void TakeRead(const NodeAccess& access, bool isKnown, std::optional<std::string>& read);
 
     // A lock of the log, and the lab's that stands for it.
     struct Lock {

@@ -34,12 +34,18 @@ constexpr size_t kMostProblems = 20;
 constexpr char kLogcatFooter[] =
     "CAPTURE is what logcat printed (-v threadtime, time, brief, tag or long; year, UTC, usec, "
     "uid\n"
-    "and the like are understood), the name of a capture that ships with the lab, or - for "
-    "standard\n"
-    "input:\n"
-    "  adb logcat -d | tarquel-lab logcat -\n"
+    "and the like are understood), packed with gzip, xz or zstd or not, a bugreport.zip as it is, "
+    "the\n"
+    "name of a capture that ships with the lab, or - for standard input, of which each request is "
+    "told\n"
+    "as it ends:\n"
+    "  adb logcat | tarquel-lab logcat -\n"
     "  tarquel-lab logcat evening.txt --device my_phone.yaml --scenes my_scenes.xml\n"
+    "  tarquel-lab logcat bugreport.zip --json\n"
     "\n"
+    "What the capture cannot tell is said: locks that were taken before it, lines that are "
+    "missing,\n"
+    "what stood in a node (?); and what in it contradicts the scene file or the device.\n"
     "Requests, locks and the plug-in's node writes are the log's. What a command's lock holds "
     "comes\n"
     "from the scene file, what the perf HAL makes of the locks from the lab's device: name the\n"
@@ -47,8 +53,9 @@ constexpr char kLogcatFooter[] =
     "report\n"
     "says how to turn them on.\n"
     "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
-    "Returns 0 when all is well, 1 for findings (damaged lines, a refused lock, a log that tells\n"
-    "nothing), 2 when a file or the usage is at fault.";
+    "Returns 0 when all is well, 1 for findings (damaged or missing lines, contradictions, a "
+    "refused\n"
+    "lock, a log that tells nothing), 2 when a file or the usage is at fault.";
 
 class LogcatReport {
   public:
@@ -324,6 +331,7 @@ class LogcatReport {
         const Capture& log = mSession.Log();
         Json json;
         json["capture"] = log.file;
+        if (!log.entry.empty()) json["entry"] = log.entry;
         json["device"] = mSession.Device().name;
         json["is_device_guessed"] = mSession.IsDeviceGuessed();
         json["scenes"] = mSession.Scenes().File();
