@@ -50,13 +50,16 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Usage{"WhyAtTheEnd", "why shared_limits last_max", 0, "reads   2995200 kHz, as after boot",
               ""},
-        Usage{"WhyOnAnotherDevice", "why shared_limits last_max --device sm4450 --at 700", 0,
+        Usage{"WhyOnAnotherDevice", "why shared_limits last_max --device sm4450 --at 700ms", 0,
               "cpu6 scaling_max_freq on sm4450 at 0.700 s", ""},
-        Usage{"WhyWithoutHistory", "why shared_limits last_max --at 950 --history 0", 0,
+        Usage{"WhyWithoutHistory", "why shared_limits last_max --at 950ms --history 0", 0,
               "the lowest ceiling wins among the words on a tag", ""},
         Usage{"WhyNoScenario", "why shared_limit last_max", 2, "", "did you mean 'shared_limits'?"},
         Usage{"WhyNoNode", "why shared_limits lst_max", 2, "", "did you mean 'last_max'?"},
-        Usage{"WhyNoTime", "why shared_limits last_max --at soon", 2, "", "--at soon is no time"},
+        Usage{"WhyNoTime", "why shared_limits last_max --at soon", 2, "",
+              "--at soon: this is no time"},
+        Usage{"WhyOneOfTwoTimes", "why shared_limits last_max --at 5", 2, "", "5ms or 5s"},
+        Usage{"WhyNoClock", "why shared_limits last_max --at 19:42:30", 2, "", "has no clock"},
         Usage{"WhyNoDevice", "why shared_limits last_max --device sm1", 2, "", "sm1"},
         Usage{"WhyWithoutNode", "why shared_limits", 2, "", "node is required"},
         Usage{"ExplainAll", "explain sm4450", 0, "game_fight (9220)", ""},
@@ -172,7 +175,7 @@ TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
 
 TEST(LabProgram, PrintsJsonThatAScriptCanRead) {
     const auto why =
-        nlohmann::json::parse(RunLab("why shared_limits last_max --at 950 --json").out);
+        nlohmann::json::parse(RunLab("why shared_limits last_max --at 950ms --json").out);
     EXPECT_EQ(why.at("at_ms"), 950);
     EXPECT_EQ(why.at("holders").size(), 4u);
     EXPECT_EQ(why.at("holders")[0].at("who"), "eapa");

@@ -51,9 +51,9 @@ PictureHead Head() {
     return head;
 }
 
-Json TraceOf(const History& history) {
+Json TraceOf(const History& history, const PictureHead& head = Head()) {
     std::ostringstream out;
-    WriteTrace(history, Head(), out);
+    WriteTrace(history, head, out);
     return Json::parse(out.str());
 }
 
@@ -264,9 +264,9 @@ TEST(RunHistory, FollowsTheKernelThroughLimitsThatFreeEachOther) {
     EXPECT_EQ(played.history.Breakthroughs().size(), 1U);
 }
 
-std::string DataOf(const History& history) {
+std::string DataOf(const History& history, const PictureHead& head = Head()) {
     std::ostringstream out;
-    WriteReportData(history, Head(), out);
+    WriteReportData(history, head, out);
     return out.str();
 }
 
@@ -376,6 +376,18 @@ TEST(RunTrace, StaysValidForOddTextsTimesAndRenewals) {
     const Json trace = TraceOf(history);
     CheckTrace(trace);
     EXPECT_THAT(trace.dump(), HasSubstr("\"ts\":1.501"));
+}
+
+TEST(RunTrace, TellsWhatTheClockOfACaptureShowed) {
+    const History history = Observed({{At(1500), LogLine{4, "a", "said"}}}, At(2000));
+    PictureHead head = Head();
+    head.moments = Moments(WallClock{-1, 6, 14, std::chrono::hours(19)}, At(2000));
+    const Json trace = TraceOf(history, head);
+    EXPECT_EQ(trace["otherData"]["clock_at_start"], "06-14 19:00:00.000");
+    EXPECT_THAT(trace.dump(), HasSubstr(R"("clock":"06-14 19:00:01.500")"));
+    EXPECT_EQ(Json::parse(DataOf(history, head))["clock"]["dated"], 0);
+    EXPECT_FALSE(Json::parse(DataOf(history)).contains("clock"));
+    EXPECT_THAT(TraceOf(history).dump(), Not(HasSubstr("clock")));
 }
 
 TEST(RunReport, DataCannotEndTheScriptThatHoldsIt) {

@@ -301,6 +301,19 @@ class ReportPage(unittest.TestCase):
         self.browser.click("#fit")
         self.assertEqual(self.browser.js(hash_of), {})
 
+    def test_shows_a_captures_own_clock(self):
+        lines = "".join(f"06-{clock} 1 1 I a: b\n" for clock in ("14 23:59:57.123", "15 00:00:09.000"))
+        capture = self.write("night.txt", lines)
+        night = os.path.join(self.folder, "night.html")
+        for log, report in (("hot_game", self.report + ".html"), (capture, night)):
+            subprocess.run([LAB, "logcat", log, "--report", report], check=False,
+                           stdout=subprocess.DEVNULL)
+        self.browser.load(self.report + ".html")
+        self.assertEqual(self.browser.text("#range"), "19:42:17.000 – 19:42:35.635")
+        self.assertIn("19:42:17.100", self.browser.text("#rows"))
+        self.browser.load(night)
+        self.assertEqual(self.browser.text("#range"), "06-14 23:59:57.123 – 06-15 00:00:09.000")
+
     def test_fits_a_narrow_window(self):
         self.browser.size(420, 800)
         self.browser.load(self.report)

@@ -1,7 +1,6 @@
 #include "lab/ask/why.h"
 
-#include <cmath>
-#include <cstdlib>
+#include <fmt/format.h>
 
 #include "lab/check/scenario_check.h"
 #include "lab/names/node_names.h"
@@ -10,9 +9,6 @@
 
 namespace lab {
 namespace {
-
-// A day and more: far behind the end of any scenario that a run can take.
-constexpr double kLatestSeconds = 1e7;
 
 // The nodes that steps create, among them those of repeats.
 void AddArranged(const std::vector<Step>& steps, std::vector<std::string>& paths) {
@@ -28,18 +24,6 @@ void AddArranged(const std::vector<Step>& steps, std::vector<std::string>& paths
 }
 
 }  // namespace
-
-std::optional<Time> ParseMoment(const std::string& text) {
-    if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
-    char* end = nullptr;
-    const double number = std::strtod(text.c_str(), &end);
-    const std::string unit = end;
-    const bool isSeconds = unit == "s" || (unit.empty() && text.find('.') != text.npos);
-    if (!unit.empty() && unit != "s" && unit != "ms") return std::nullopt;
-    const double seconds = isSeconds ? number : number / 1000;
-    if (!(seconds >= 0) || seconds > kLatestSeconds) return std::nullopt;
-    return std::chrono::milliseconds(std::llround(seconds * 1000));
-}
 
 WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     const ScenarioHead head = ReadScenarioHead(scenario);
@@ -74,6 +58,12 @@ WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question) {
     answer.scenario = head.title.empty() ? head.file : head.title;
     answer.scenes = scenes.File();
     for (std::string& note : ClusterNotes(device)) answer.problems.push_back(std::move(note));
+    if (question.at && *question.at > runner.PlayedTo()) {
+        answer.problems.push_back(fmt::format(
+            "{}: {} s is after the scenario's end at {} s: what is shown is what comes of "
+            "it without further requests",
+            head.file, SecondsText(*question.at), SecondsText(runner.PlayedTo())));
+    }
     for (std::string& slip : FindUnitSlips(steps, head.file, device, scenes.ClusterLayout())) {
         answer.problems.push_back(std::move(slip));
     }

@@ -23,17 +23,13 @@ struct WhyAnswer {
     std::string device;
     std::string scenario;  // title, or the file where there is none
     std::string scenes;    // the file
-    // What the plug-in refused in the scene file.
+    // What the plug-in refused in the scene file, and what is doubtful in the question.
     std::vector<std::string> problems;
 };
 
 // Plays `scenario` and answers. Throws InputError for a file that cannot be used,
 // std::runtime_error for a node that is not there.
 WhyAnswer AskWhy(const YamlNode& scenario, const WhyQuestion& question);
-
-// "4000" and "4000ms" are milliseconds, as a scenario writes them; "4.000" and "4s" seconds, as a
-// timeline does. Nothing for anything else.
-std::optional<Time> ParseMoment(const std::string& text);
 
 // The answer as text; of the asks that ended the latest `mostEnded`.
 void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, const Paint& paint);

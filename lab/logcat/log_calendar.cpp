@@ -34,7 +34,7 @@ Time LogCalendar::At(const LogStamp& stamp) {
 }
 
 std::string StampText(const LogStamp& stamp) {
-    const int64_t ms = stamp.us / 1000;
+    const int64_t ms = (stamp.us + stamp.zoneUs) / 1000;
     if (stamp.month == 0) return fmt::format("{}.{:03} s", ms / 1000, ms % 1000);
     const int64_t day = ((ms % 86'400'000) + 86'400'000) % 86'400'000;
     return fmt::format("{:02}-{:02} {:02}:{:02}:{:02}.{:03}", stamp.month, stamp.day,

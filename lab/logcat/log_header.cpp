@@ -112,7 +112,8 @@ std::optional<LogStamp> TakeDate(Cursor& cursor) {
     stamp.month = static_cast<int>(*month);
     stamp.day = static_cast<int>(*day);
     stamp.us = (*hour * 60 + *minute) * kUsPerMinute + *second * kUsPerSecond + *fraction;
-    stamp.us -= TakeZone(trial);
+    stamp.zoneUs = TakeZone(trial);
+    stamp.us -= stamp.zoneUs;
     cursor = trial;
     return stamp;
 }

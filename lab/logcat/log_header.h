@@ -26,7 +26,8 @@ struct LogStamp {
     int year = -1;
     int month = 0;
     int day = 0;
-    int64_t us = 0;  // since that day's midnight, or all of it without a day
+    int64_t us = 0;      // since that day's midnight, or all of it without a day
+    int64_t zoneUs = 0;  // what `us` lacks of the time as printed: that is in a zone, `us` in UTC
 };
 
 struct LogHeader {

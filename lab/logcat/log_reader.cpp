@@ -244,6 +244,7 @@ class LogReader::Work {
     void AddWhole(const LogHeader& header, bool isCut) {
         const Time printed = header.stamp ? mCalendar.At(*header.stamp) : mCalendar.Last();
         if (header.stamp && mCapture.origin.empty()) SetOrigin(*header.stamp);
+        if (header.stamp && header.stamp->month == 2 && header.stamp->day == 29) TakeLeapDay();
         const bool isPlugin = BeginsAsPlugin(header.text);
         CapturedLine line;
         if (isPlugin || MayBeMessage(header.text)) line.match = MatchMessage(header.text);
@@ -368,7 +369,7 @@ class LogReader::Work {
                 LagText(mLag->back));
             Remark({mLag->line, mLag->line,
                     fmt::format("the clock was set back by {}: times before and behind it are of "
-                                "different clocks",
+                                "different clocks, and the first is shown",
                                 LagText(mLag->back))});
             mLag.reset();
             mNow = std::max(mNow, printed + mShift);
@@ -452,6 +453,15 @@ class LogReader::Work {
     void SetOrigin(const LogStamp& stamp) {
         mCapture.origin = StampText(stamp);
         mCapture.onClock = OnClock(stamp);
+        mCapture.clock.reset();
+        if (stamp.month == 0) return;
+        mCapture.clock = WallClock{stamp.year, stamp.month, stamp.day,
+                                   std::chrono::microseconds(stamp.us + stamp.zoneUs), mHasLeapDay};
+    }
+
+    void TakeLeapDay() {
+        mHasLeapDay = true;
+        if (mCapture.clock) mCapture.clock->isLeapYear = true;
     }
 
     void Tell(const std::string& message) { TellAt(static_cast<int>(mCapture.lineCount), message); }
@@ -471,7 +481,8 @@ class LogReader::Work {
     LogCalendar mCalendar;
     std::optional<LongHead> mLong;
     bool mIsRaw = false;
-    bool mIsInLog = false;  // of a bug report
+    bool mIsInLog = false;     // of a bug report
+    bool mHasLeapDay = false;  // a line is of 29 February
 
     std::optional<Time> mBase;  // of the first line handed on
     Time mShift{};              // of clocks that were set back
@@ -518,6 +529,10 @@ ReadLines ReadCapture(std::istream& in, const std::string& file) {
     }
     reader.Flush();
     return capture;
+}
+
+Moments MomentsOf(const Capture& capture) {
+    return Moments(capture.clock, capture.end);
 }
 
 std::string ProblemText(const Capture& capture, const LogProblem& problem) {

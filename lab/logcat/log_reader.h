@@ -13,6 +13,7 @@
 
 #include "lab/logcat/log_header.h"
 #include "lab/logcat/message_forms.h"
+#include "lab/names/moments.h"
 #include "lab/phone/clock.h"
 
 namespace lab {
@@ -44,6 +45,8 @@ struct Capture {
     std::set<LogFormat> formats;
     Time end{};          // of its last line, since the earliest
     std::string origin;  // the time that counts as 0, as printed; empty without times
+    // The same as date and time of day, where the capture prints those: what its times are called.
+    std::optional<WallClock> clock;
     // The same on the phone's clock, where all of it is printed: seconds (-v monotonic since boot,
     // -v epoch since 1970) or a date with its year.
     std::optional<Time> onClock;
@@ -90,6 +93,9 @@ struct ReadLines : Capture {
 //   file     the capture's name, for messages
 //   Threads  any
 ReadLines ReadCapture(std::istream& in, const std::string& file);
+
+// How the capture's times are written and read.
+Moments MomentsOf(const Capture& capture);
 
 // "FILE:LINE: message", or "FILE:FIRST-LAST: message".
 std::string ProblemText(const Capture& capture, const LogProblem& problem);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lab/book/history.h"
+#include "lab/names/moments.h"
 #include "lab/names/tag_names.h"
 
 namespace lab {
@@ -19,6 +20,7 @@ struct PictureHead {
     Layout layout = Layout::kThreeClusters;  // how opcodes are called
     std::vector<std::string> findings;       // what is wrong with the run
     Time origin{};                           // of a trace: what time 0 is on the phone's clock
+    Moments moments{};                       // how times are called
 };
 
 // Writes the run as a trace in the JSON trace event format, for ui.perfetto.dev and

@@ -58,6 +58,7 @@ class DataWriter {
         mJson.Field("scenes", mHead.scenes);
         mJson.Field("ticksPerSecond", 1'000'000'000 / mTickNs);
         mJson.Field("end", Ticks(mHistory.End()));
+        if (mHead.moments.HasClock()) WriteClock();
         WriteFindings();
         WriteRequests();
         WriteLocks();
@@ -135,6 +136,14 @@ class DataWriter {
         OpenList("khz");
         for (const History::Point& point : points) mJson.Number(point.khz);
         CloseTable();
+    }
+
+    void WriteClock() {
+        mJson.Key("clock");
+        mJson.Open('{');
+        mJson.Field("originUs", mHead.moments.Origin().count());
+        mJson.Field("dated", mHead.moments.HasSeveralDates() ? 1 : 0);
+        mJson.Close('}');
     }
 
     void WriteFindings() {

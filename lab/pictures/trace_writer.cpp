@@ -58,6 +58,7 @@ class TraceWriter {
         mJson.Field("source", mHead.source);
         mJson.Field("device", mHead.device);
         mJson.Field("scenes", mHead.scenes);
+        if (mHead.moments.HasClock()) mJson.Field("clock_at_start", mHead.moments.Stamp({}));
         mJson.Close('}');
         mJson.Break();
         mJson.Key("traceEvents");
@@ -145,6 +146,13 @@ class TraceWriter {
         mJson.Open('{');
     }
 
+    // What the capture's clock showed is among the facts of an event: a viewer's axis may count
+    // from the beginning.
+    void OpenFacts(Time at) {
+        OpenArgs();
+        if (mHead.moments.HasClock()) mJson.Field("clock", mHead.moments.Stamp(at));
+    }
+
     void EndWithArgs() {
         mJson.Close('}');
         mJson.Close('}');
@@ -200,7 +208,7 @@ class TraceWriter {
         BeginSpan(request.begin, request.end, kServer, kRequestLane,
                   request.text.empty() ? "(no text)" : request.text);
         mJson.Field("cat", "request");
-        OpenArgs();
+        OpenFacts(request.begin);
         if (!request.client.empty()) mJson.Field("client", request.client);
         if (!request.command.empty()) mJson.Field("command", request.command);
         if (!request.result.empty()) mJson.Field("result", request.result);
@@ -226,7 +234,7 @@ class TraceWriter {
     void WriteRefusal(const History::Refusal& refusal) {
         BeginInstant(refusal.at, kRequestLane,
                      fmt::format("lock refused with {}", refusal.returned));
-        OpenArgs();
+        OpenFacts(refusal.at);
         mJson.Field("request", RequestText(refusal.request));
         WriteAsks(refusal.list);
         EndWithArgs();
@@ -247,14 +255,14 @@ class TraceWriter {
         BeginSpan(breakthrough.since, breakthrough.end, kServer, kBreakthroughLane,
                   fmt::format("limit breakthrough, {} ms", breakthrough.ms));
         mJson.Field("cat", "breakthrough");
-        OpenArgs();
+        OpenFacts(breakthrough.since);
         mJson.Field("request", RequestText(breakthrough.request));
         EndWithArgs();
     }
 
     void WriteLine(const History::Line& line) {
         BeginInstant(line.at, kLogLane, line.text.empty() ? "(empty line)" : line.text);
-        OpenArgs();
+        OpenFacts(line.at);
         mJson.Field("priority", PriorityName(line.priority));
         mJson.Field("tag", line.tag);
         EndWithArgs();
@@ -322,7 +330,7 @@ class TraceWriter {
         BeginSpan(slice.since, slice.end, kLocks, slice.lane,
                   limits.empty() ? holder : holder + ": " + limits);
         mJson.Field("cat", "lock");
-        OpenArgs();
+        OpenFacts(slice.since);
         mJson.Field("lock", lock.handle);
         mJson.Field("holder", holder);
         mJson.Field("request", RequestText(holding.request));

@@ -64,8 +64,10 @@ class LogcatReport {
           mOptions(options),
           mLayout(session.Scenes().ClusterLayout()),
           mPaint(Paint::ForTerminal(STDOUT_FILENO)),
+          mMoments(session.IsLive() ? Moments(session.Log().clock, std::nullopt)
+                                    : MomentsOf(session.Log())),
           mBook(session.Device(), session.Scenes(), session.GetPhone().GetKernel()),
-          mTimeline(std::cout, mBook, {options.verbose, mPaint}),
+          mTimeline(std::cout, mBook, {options.verbose, mPaint, mMoments}),
           mPictures(options.trace, options.report),
           mPlayer(session.GetPhone(), [this](const Event& event) { Observe(event); }) {}
 
@@ -117,7 +119,8 @@ class LogcatReport {
                 nameOf(mSession.Scenes().File()),
                 mLayout,
                 Notes(),
-                mSession.Log().onClock.value_or(Time(0))};
+                mSession.Log().onClock.value_or(Time(0)),
+                mMoments};
     }
 
     std::string FormatsText() const {
@@ -138,7 +141,10 @@ class LogcatReport {
                 FormatsText());
         }
         return fmt::format(
-            "Times count from {}{}.", log.origin,
+            "{} {}{}.",
+            mMoments.HasClock() ? "Times are the phone's; the first line is of"
+                                : "Times count from",
+            mMoments.HasClock() ? mMoments.Stamp({}) : log.origin,
             log.hasUntimed ? "; lines without a time have that of the line before" : "");
     }
 
@@ -237,6 +243,7 @@ class LogcatReport {
 
     Json CapturedEventJson(const Event& event) const {
         Json json = EventJson(event, mLayout);
+        if (mMoments.HasClock()) json["clock"] = mMoments.Stamp(event.at);
         json["certainty"] = CertaintyOf(event);
         const auto* acquire = std::get_if<LockAcquire>(&event.what);
         if (acquire && !acquire->list.empty()) {
@@ -363,6 +370,7 @@ class LogcatReport {
     const LogcatOptions& mOptions;
     const Layout mLayout;
     const Paint mPaint;
+    const Moments mMoments;
     Book mBook;
     Timeline mTimeline;
     PictureFiles mPictures;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "lab/ask/why.h"
+#include "lab/names/moments.h"
 #include "lab/program/commands.h"
 
 namespace lab {
@@ -37,14 +38,7 @@ struct WhyOptions {
 
 int AnswerWhy(const WhyOptions& options) {
     WhyQuestion question = options.question;
-    if (!options.at.empty()) {
-        question.at = ParseMoment(options.at);
-        if (!question.at) {
-            throw std::runtime_error("--at " + options.at +
-                                     " is no time; write milliseconds (5200) or seconds (5.200, "
-                                     "5s)");
-        }
-    }
+    if (!options.at.empty()) question.at = Moments().Read("--at", options.at);
     const WhyAnswer answer = AskWhy(LoadYamlFile(FindScenarioFile(options.scenario)), question);
     const Paint errors = Paint::ForTerminal(STDERR_FILENO);
     for (const std::string& problem : answer.problems) {
@@ -74,7 +68,7 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
         ->required()
         ->type_name("NODE");
     why->add_option("--at", options->at,
-                    "The moment: 5200 (ms) or 5.200 (s); the scenario's end unless given")
+                    "The moment: 5.200 or 5s (seconds), 5200ms; the scenario's end unless given")
         ->type_name("TIME");
     why->add_option("--device", options->question.instead.device,
                     "The device instead of the scenario's: a shipped name or a YAML file")

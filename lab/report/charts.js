@@ -122,8 +122,17 @@ function timeAxis(isShown) {
         font: "12px system-ui, sans-serif",
         grid: {stroke: () => colour("grid"), width: 1},
         ticks: {show: isShown, stroke: () => colour("grid"), size: 4},
-        space: 80,
+        space: runClock ? 110 : 80,
         incrs: TIME_STEPS,
+        // On a clock full seconds and minutes are its own.
+        splits: (plot, axis, low, high, step) => {
+            const shift = runClock ? (runClock.originUs / 1e6) % 86400 : 0;
+            const splits = [];
+            for (let n = Math.ceil((low + shift) / step - 1e-9); n * step <= high + shift + step * 1e-9; ++n) {
+                splits.push(n * step - shift);
+            }
+            return splits;
+        },
         values: (plot, splits) => {
             if (!isShown) return splits.map(() => "");
             const step = splits.length > 1 ? splits[1] - splits[0] : 1;

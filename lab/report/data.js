@@ -55,6 +55,7 @@ function readRun(packed) {
         device: packed.device,
         scenes: packed.scenes,
         end: seconds(packed.end),
+        clock: packed.clock ?? null,
         linesLeftOut: packed.linesLeftOut,
         tracks: packed.tracks.map((track) => readTrack(track, column, seconds(packed.end))),
     };

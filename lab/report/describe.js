@@ -1,7 +1,19 @@
 // Words for people: times, values, and the facts of a lock or a request.
 
-// "12.345 s" for a short run, "3:25:45.120" for a long one; `digits` behind the point.
+// What the clock of a capture shows at time `t`, "19:42:30.120", with its date where there are
+// several; else the time since the start. `digits` behind the point.
 function timeText(t, digits = 3) {
+    if (!runClock) return sinceStartText(t, digits);
+    const us = runClock.originUs + Math.round(t * 1e6);
+    const ms = Math.floor(us / 1000);
+    const text = new Date(ms).toISOString().replace("T", " ").replace("Z", "");
+    const fraction = text.slice(-3) + String(us - ms * 1000).padStart(3, "0");
+    return text.slice(runClock.dated ? 5 : 11, 19) + (digits > 0 ? `.${fraction.slice(0, digits)}` : "");
+}
+let runClock = null;
+
+// "12.345 s" for a short run, "3:25:45.120" for a long one.
+function sinceStartText(t, digits = 3) {
     if (runLength < 600) return `${t.toFixed(digits)} s`;
     const whole = Math.floor(t + 1e-9);
     const two = (number) => String(number).padStart(2, "0");

@@ -2,6 +2,7 @@
 
 const run = readRun(JSON.parse(document.getElementById("run").textContent));
 runLength = run.end;
+runClock = run.clock;
 
 const MOST_FINDINGS = 500;
 const MOST_OFFERED = 50;
@@ -202,7 +203,7 @@ function describeRun() {
     // The start is none that anybody made.
     const made = run.requests.filter((request) => request.line || request.client || request.command);
     byId("facts").textContent = [
-        run.device, run.source, run.scenes && `scenes ${run.scenes}`, timeText(run.end),
+        run.device, run.source, run.scenes && `scenes ${run.scenes}`, sinceStartText(run.end),
         count(made.length, "request"), count(run.locks.length, "lock"),
     ].filter(Boolean).join(" · ");
     const findings = byId("findings");

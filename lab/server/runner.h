@@ -30,6 +30,9 @@ class Runner {
     // is the last. Time passes until then where the steps are over before.
     void PlayUntil(const std::vector<Step>& steps, Time end);
 
+    // When the last step was due that was come to, counted from the scenario's start.
+    Time PlayedTo() const { return mCursor - mOrigin; }
+
     // Hands on what is left.
     void Finish();
 

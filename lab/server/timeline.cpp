@@ -18,10 +18,6 @@ namespace {
 constexpr int kNameWidth = 32;
 constexpr int kWidestName = 60;
 
-std::string TimeText(Time time) {
-    return fmt::format("{:.3f}", std::chrono::duration<double>(time).count());
-}
-
 // A capture may tell of a lock without its number.
 std::string LockName(int handle) {
     return handle < 0 ? "lock ?" : fmt::format("lock {}", handle);
@@ -84,7 +80,8 @@ void Timeline::Show(const RequestEnd& end) {
     mInRequest = false;
     const bool isPlain = end.result.empty() || end.result == "0";
     const bool isOneLine = end.result.find('\n') == std::string::npos;
-    std::string header = fmt::format("{:>10}  ", TimeText(mBegan));
+    std::string header =
+        fmt::format("{:>{}}  ", mOptions.moments.Text(mBegan), mOptions.moments.Width());
     header += mOptions.paint(Colour::kBold, mRequest);
     if (!isPlain && isOneLine) {
         const Colour colour = end.result[0] == '-' ? Colour::kRed : Colour::kCyan;
@@ -96,7 +93,8 @@ void Timeline::Show(const RequestEnd& end) {
     mFacts.clear();
     if (isOneLine) return;
     std::istringstream lines(end.result);
-    for (std::string line; std::getline(lines, line);) mOut << std::string(14, ' ') << line << "\n";
+    const std::string indent(static_cast<size_t>(mOptions.moments.Width()) + 4, ' ');
+    for (std::string line; std::getline(lines, line);) mOut << indent << line << "\n";
 }
 
 void Timeline::Show(const LogLine& line) {
@@ -313,7 +311,7 @@ void Timeline::Add(const Fact& fact) {
         mFacts.push_back(fact);
         return;
     }
-    const std::string time = TimeText(mNow);
+    const std::string time = mOptions.moments.Text(mNow);
     WriteFact(fact, time == mLoneTime ? "" : time);
     mLoneTime = time;
 }
@@ -326,7 +324,7 @@ void Timeline::WriteFact(const Fact& fact, const std::string& time) {
     }
     body.resize(body.find_last_not_of(' ') + 1);
     const std::string sign(1, fact.sign);
-    mOut << fmt::format("{:>10}    ", time)
+    mOut << fmt::format("{:>{}}    ", time, mOptions.moments.Width())
          << (fact.wholeLine ? mOptions.paint(fact.colour, sign + " " + body)
                             : mOptions.paint(fact.colour, sign) + " " + body)
          << "\n";

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "lab/book/book.h"
+#include "lab/names/moments.h"
 #include "lab/names/paint.h"
 #include "lab/names/resource_names.h"
 #include "lab/phone/events.h"
@@ -23,6 +24,7 @@ class Timeline {
     struct Options {
         bool verbose = false;  // info and debug lines, trace sections, node reads too
         Paint paint{false};
+        Moments moments{};  // how times are written
     };
 
     // `book` has observed each event before the timeline does.
