@@ -21,7 +21,7 @@ struct WallClock {
 // All times are since the start of the run or the first line of the capture.
 class Moments {
   public:
-    // Of a scenario: seconds since its start. `end` is refused to be passed; none: not known.
+    // Of a scenario: seconds since its start. A moment after `end` is refused; none: not known.
     Moments() = default;
     explicit Moments(std::optional<std::chrono::nanoseconds> end) : mEnd(end) {}
 

@@ -161,7 +161,7 @@ void OutputFile::OpenBeside(const struct ::stat* old) {
         if (mDescriptor >= 0) break;
         DropUnfinished(mBeside);
     } while (errno == EEXIST);
-    if (mDescriptor < 0) Fail(errno);
+    if (mDescriptor < 0) Fail(errno, old == nullptr ? "" : "no file can be made beside it: ");
     if (old == nullptr) return;
     // The owner is kept where the user may give files away.
     if (fchown(mDescriptor, old->st_uid, old->st_gid) == 0 || old->st_uid == geteuid()) {
@@ -192,8 +192,9 @@ void OutputFile::Fill(const std::function<void(std::ostream&)>& write) {
     mBeside.clear();
 }
 
-void OutputFile::Fail(int error) const {
-    throw InputError(mPath, 0, 0, "cannot be written: " + std::generic_category().message(error));
+void OutputFile::Fail(int error, const std::string& why) const {
+    throw InputError(mPath, 0, 0,
+                     "cannot be written: " + why + std::generic_category().message(error));
 }
 
 }  // namespace lab

@@ -29,7 +29,7 @@ class OutputFile {
 
   private:
     void OpenBeside(const struct ::stat* old);
-    [[noreturn]] void Fail(int error) const;
+    [[noreturn]] void Fail(int error, const std::string& why = "") const;
 
     const std::string mPath;
     std::string mTarget;  // mPath with its links followed
