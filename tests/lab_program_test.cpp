@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
         Usage{"VocabularyTwice", "vocabulary --json --markdown", 2, "", "excludes"},
         Usage{"WhyLessThanNoHistory", "why shared_limits last_max --history -1", 2, "",
               "--history"},
-        Usage{"WhyAFolder", "why / big_max", 2, "", "/: this is a folder; give a scenario"},
+        Usage{"WhyAFolder", "why / big_max", 2, "", "/: cannot be read: Is a directory"},
         Usage{"RunAFolderOfNone", "run /proc/self/fdinfo", 2, "", "no file that ends in .yaml"},
         Usage{"FullDisk", "vocabulary >/dev/full", 2, "", "standard output cannot be written"},
         Usage{"HelpOnAFullDisk", "--help >/dev/full", 2, "", "standard output cannot be written"},

@@ -10,10 +10,9 @@ namespace lab {
 namespace {
 
 WhyAnswer Ask(const std::string& yaml, const std::string& node, const std::string& at = "") {
-    WhyQuestion question;
-    question.node = node;
-    if (!at.empty()) question.at = std::chrono::milliseconds(std::stoi(at));
-    return AskWhy(LoadYamlText(yaml, "my.yaml"), question);
+    Replay::Options options;
+    if (!at.empty()) options.at = at + "ms";
+    return AskWhy(*Replay::OpenScenario(LoadYamlText(yaml, "my.yaml"), options), node);
 }
 
 // One asker and the rule by which it counts, loses or ended.

@@ -51,11 +51,17 @@ class Weigher {
     }
 
   private:
+    // A capture may tell of a lock without its number.
+    static void SetLock(Holder& holder, int handle, const char* whose) {
+        holder.handle = handle;
+        holder.held = fmt::format("lock {}{}", handle < 0 ? "?" : std::to_string(handle), whose);
+    }
+
     Holder WeighAsk(const Ask& ask) {
         Holder holder;
         holder.ask = ask;
         if (ask.by == By::kLock) {
-            holder.held = fmt::format("lock {}", ask.handle);
+            SetLock(holder, ask.handle, "");
             Judge(ask.handle, ask.opcode, holder);
         } else {
             WeighTagAsk(holder);
@@ -68,7 +74,7 @@ class Weigher {
         const Ask& ask = holder.ask;
         const BookedLock* lock = mBook.FindTagLock(ask.opcode);
         if (lock && lock->list[1] == HalValue(ask.tag, static_cast<int>(ask.value))) {
-            holder.held = fmt::format("lock {} of the tag", lock->handle);
+            SetLock(holder, lock->handle, " of the tag");
             Judge(lock->handle, ask.opcode, holder);
             return;
         }
@@ -93,7 +99,7 @@ class Weigher {
             WithoutLock(holder);
         } else if (ask.bound == Bound::kFloor &&
                    lock->list[1] < HalValue(ask.tag, static_cast<int>(ask.value))) {
-            holder.held = fmt::format("lock {} of the tag", lock->handle);
+            SetLock(holder, lock->handle, " of the tag");
             holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
                                          kFloorAboveCeiling, LockValue(ask.opcode, lock->list[1]));
         } else {
@@ -259,32 +265,40 @@ class Weigher {
         return "the newest lock";
     }
 
-    // Locks of the plug-in that carry nobody's word: a lifted limit's default, a floor that went
-    // down with its ceiling.
+    // Locks of the plug-in that carry nobody's word that is known: a lifted limit's default, a
+    // floor that went down with its ceiling, what was asked before a capture begins.
     void AddPluginLocks(const std::string& boot, std::vector<Holder>& holders) {
         for (const auto& [handle, lock] : mBook.Locks()) {
-            const bool isTags = lock.tag >= 0 && !lock.list.empty();
-            if (!isTags || !mTarget.opcodes.count(lock.list[0])) continue;
-            const std::string held = fmt::format("lock {} of the tag", handle);
-            const bool isCarrier = std::any_of(holders.begin(), holders.end(),
-                                               [&](const Holder& h) { return h.held == held; });
-            if (isCarrier) continue;
+            const bool isTold = !lock.list.empty();
+            const bool isOnNode =
+                isTold ? mTarget.opcodes.count(lock.list[0]) > 0 : mTarget.HasTag(lock.tag);
+            const bool isCarrier =
+                std::any_of(holders.begin(), holders.end(),
+                            [handle = handle](const Holder& h) { return h.handle == handle; });
+            if (lock.tag < 0 || !isOnNode || isCarrier) continue;
+            const bool isUnnamed = lock.owner == kUnnamed;
             Holder holder;
-            holder.ask.who = "the plug-in's lock";
+            holder.ask.who = isUnnamed ? kUnnamed : "the plug-in's lock";
             holder.ask.request = lock.request;
             holder.ask.since = lock.since;
-            holder.ask.opcode = lock.list[0];
-            holder.ask.value = lock.list[1];
-            holder.ask.handle = handle;
-            const Resource resource = ResourceOf(lock.list[0], mLayout);
-            holder.ask.unit = resource.unit;
-            holder.ask.bound = resource.bound;
-            holder.held = held;
-            Judge(handle, lock.list[0], holder);
-            if (mValue == boot) {
+            holder.ask.isEarlier = lock.isEarlier;
+            SetLock(holder, handle, " of the tag");
+            if (isTold) {
+                holder.ask.opcode = lock.list[0];
+                holder.ask.value = lock.list[1];
+                holder.ask.handle = handle;
+                const Resource resource = ResourceOf(lock.list[0], mLayout);
+                holder.ask.unit = resource.unit;
+                holder.ask.bound = resource.bound;
+                Judge(handle, lock.list[0], holder);
+            } else {
+                holder.ask.by = By::kWrite;  // without a value
+                holder.verdict = "what it asks for is not in the capture";
+            }
+            if (isTold && !isUnnamed && mValue == boot) {
                 holder.wins = false;
                 holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
-            } else {
+            } else if (isTold && !isUnnamed) {
                 holder.notes.emplace_back(
                     "nobody's word: a floor that went down with its ceiling, "
                     "or a lifted limit's default");

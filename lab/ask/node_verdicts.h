@@ -14,6 +14,8 @@ struct Holder {
     std::string held;                // "lock 4", "lock 3 of the tag"; empty for a write
     std::string verdict;             // the rule by which it wins or loses
     std::vector<std::string> notes;  // what was made of its value on the way
+    int handle = 0;                  // of the lock in `held`; 0: none
+    std::string doubt;               // why it is not sure that the lock is held; empty: it is
 };
 
 // Everybody who asks for something now: those that win first, then the oldest first.

@@ -27,6 +27,15 @@ std::string SharedText(const NodeTarget& target) {
                        cpuOf(target.sharedBy.back()));
 }
 
+// "5.120 s", or what a capture's clock shows.
+std::string TimeText(const Moments& times, Time at) {
+    return times.Text(at) + (times.HasClock() ? "" : " s");
+}
+
+std::string SinceText(const Moments& times, const Ask& ask) {
+    return ask.isEarlier ? "since before the capture" : "since " + TimeText(times, ask.since);
+}
+
 std::string Lasts(const Ask& ask, Time now) {
     if (ask.until) return fmt::format("{} ms left", WholeMs(*ask.until - now));
     switch (ask.by) {
@@ -57,32 +66,36 @@ std::string WithUnit(std::string value, const std::string& unit) {
     return unit.empty() ? value : value + " " + unit;
 }
 
-void PrintHolder(std::ostream& out, const Holder& holder, Time now, const Paint& paint) {
+void PrintHolder(std::ostream& out, const Holder& holder, const WhyAnswer& answer,
+                 const Paint& paint) {
     const std::string word = holder.wins ? "counts" : "loses";
     out << "  " << paint(holder.wins ? Colour::kGreen : Colour::kYellow, fmt::format("{:<7}", word))
-        << fmt::format(" {:<28} {:<14} since {} s, {}\n", holder.ask.who, holder.ask.ValueText(),
-                       SecondsText(holder.ask.since), Lasts(holder.ask, now));
+        << fmt::format(" {:<28} {:<14} {}, {}\n", holder.ask.who, holder.ask.ValueText(),
+                       SinceText(answer.times, holder.ask), Lasts(holder.ask, answer.story.at));
     out << fmt::format("          {}\n", holder.verdict);
     for (const std::string& note : holder.notes) out << fmt::format("          {}\n", note);
+    if (!holder.doubt.empty()) {
+        out << "          " << paint(Colour::kYellow, "not sure: " + holder.doubt) << "\n";
+    }
     if (!holder.ask.remark.empty()) out << fmt::format("          {}\n", holder.ask.remark);
     out << paint(Colour::kDim, fmt::format("          {}{}{}", holder.held,
                                            holder.held.empty() ? "" : "; ", Asked(holder.ask)))
         << "\n";
 }
 
-void PrintEnded(std::ostream& out, const NodeStory& story, size_t most, const Paint& paint) {
+void PrintEnded(std::ostream& out, const WhyAnswer& answer, size_t most, const Paint& paint) {
+    const NodeStory& story = answer.story;
     if (story.ended.empty() || most == 0) return;
     out << "\n" << paint(Colour::kBold, "Asked before, and over") << "\n";
     for (size_t i = 0; i < std::min(most, story.ended.size()); ++i) {
         const EndedAsk& ended = story.ended[i];
-        out << fmt::format("  {:>9} s  {:<28} {:<14} {}\n", SecondsText(ended.at), ended.ask.who,
-                           ended.ask.ValueText(), ended.how);
-        out << paint(Colour::kDim,
-                     fmt::format("               {}{}",
-                                 ended.ask.since == ended.at
-                                     ? ""
-                                     : fmt::format("since {} s; ", SecondsText(ended.ask.since)),
-                                 Asked(ended.ask)))
+        out << fmt::format("  {:>11}  {:<28} {:<14} {}\n", TimeText(answer.times, ended.at),
+                           ended.ask.who, ended.ask.ValueText(), ended.how);
+        out << paint(Colour::kDim, fmt::format("               {}{}",
+                                               ended.ask.since == ended.at
+                                                   ? ""
+                                                   : SinceText(answer.times, ended.ask) + "; ",
+                                               Asked(ended.ask)))
             << "\n";
     }
     if (story.ended.size() > most) {
@@ -103,6 +116,7 @@ nlohmann::json AskJson(const Ask& ask) {
         json["value"] = ask.value;
         json["opcode"] = fmt::format("0x{:08X}", static_cast<unsigned>(ask.opcode));
     }
+    if (ask.isEarlier) json["since_ms"] = nullptr;
     if (ask.tag >= 0) json["tag"] = ask.tag;
     if (ask.handle > 0) json["lock"] = ask.handle;
     if (ask.until) json["until_ms"] = WholeMs(*ask.until);
@@ -115,8 +129,8 @@ nlohmann::json AskJson(const Ask& ask) {
 void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, const Paint& paint) {
     const NodeStory& story = answer.story;
     const NodeTarget& target = story.target;
-    out << paint(Colour::kBold, fmt::format("{} on {} at {} s", ShortNode(target.path),
-                                            answer.device, SecondsText(story.at)))
+    out << paint(Colour::kBold, fmt::format("{} on {} at {}", ShortNode(target.path), answer.device,
+                                            TimeText(answer.times, story.at)))
         << "\n"
         << fmt::format("  {}{}\n  {}\n\n", target.path, SharedText(target), answer.scenario);
     out << fmt::format("  reads   {}, {}\n",
@@ -130,12 +144,13 @@ void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, cons
     }
     out << "\n";
     if (story.holders.empty()) {
-        out << "  Nobody asks for anything now.\n";
+        out << (answer.isWhole ? "  Nobody asks for anything now.\n"
+                               : "  Nobody that this capture tells of asks for anything now.\n");
     } else {
         out << paint(Colour::kBold, "Who asks now") << "\n";
-        for (const Holder& holder : story.holders) PrintHolder(out, holder, story.at, paint);
+        for (const Holder& holder : story.holders) PrintHolder(out, holder, answer, paint);
     }
-    PrintEnded(out, story, mostEnded, paint);
+    PrintEnded(out, answer, mostEnded, paint);
 }
 
 std::string WhyJson(const WhyAnswer& answer) {
@@ -146,6 +161,7 @@ std::string WhyJson(const WhyAnswer& answer) {
                            {"scenario", answer.scenario},
                            {"scenes", answer.scenes},
                            {"at_ms", WholeMs(story.at)},
+                           {"is_whole", answer.isWhole},
                            {"value", story.value},
                            {"boot", story.boot},
                            {"unit", story.unit},
@@ -160,6 +176,8 @@ std::string WhyJson(const WhyAnswer& answer) {
         entry["held"] = holder.held;
         entry["verdict"] = holder.verdict;
         entry["notes"] = holder.notes;
+        entry["certainty"] = holder.doubt.empty() ? "sure" : "doubtful";
+        if (!holder.doubt.empty()) entry["doubt"] = holder.doubt;
         json["holders"].push_back(std::move(entry));
     }
     for (const EndedAsk& ended : story.ended) {

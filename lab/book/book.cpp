@@ -652,6 +652,7 @@ Ask Book::PairAsk(const BookedLock& lock, size_t at) const {
     ask.unit = resource.unit;
     ask.bound = resource.bound;
     ask.since = lock.since;
+    ask.isEarlier = lock.isEarlier;
     ask.until = lock.until;
     ask.handle = lock.handle;
     ask.remark = lock.remark;

@@ -71,6 +71,7 @@ struct Ask {
     int handle = 0;             // of kLock
     std::string remark;         // what befell it without ending it
     bool isAfterwards = false;  // of kWrite: it was done when its request was over
+    bool isEarlier = false;     // made before a capture begins: nobody knows since when
     bool isOver = false;        // its end was passed over: it stands, but nobody wants it
     uint64_t order = 0;         // in which asks were made
 

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "lab/ask/why.h"
-#include "lab/names/moments.h"
 #include "lab/program/commands.h"
 
 namespace lab {
@@ -21,6 +20,7 @@ constexpr char kWhyFooter[] =
     "Examples:\n"
     "  tarquel-lab why thermal_breakthrough big_max --at 5.200\n"
     "  tarquel-lab why my_scenario.yaml \"cpu0 scaling_min_freq\" --json\n"
+    "  tarquel-lab why evening.txt big_max --at 19:42:30\n"
     "\n"
     "Each who asks is shown with what it asked, since when and until when, the step of the\n"
     "scenario, and the rule by which it counts or loses; then those that asked before.\n"
@@ -29,17 +29,14 @@ constexpr char kWhyFooter[] =
 constexpr int kMostHistory = 1'000'000;
 
 struct WhyOptions {
-    WhyQuestion question;
-    std::string scenario;
-    std::string at;
+    Replay::Options replay;
+    std::string node;
     int history = 10;
     bool json = false;
 };
 
 int AnswerWhy(const WhyOptions& options) {
-    WhyQuestion question = options.question;
-    if (!options.at.empty()) question.at = Moments().Read("--at", options.at);
-    const WhyAnswer answer = AskWhy(LoadYamlFile(FindScenarioFile(options.scenario)), question);
+    const WhyAnswer answer = AskWhy(*Replay::Open(options.replay), options.node);
     const Paint errors = Paint::ForTerminal(STDERR_FILENO);
     for (const std::string& problem : answer.problems) {
         std::cerr << errors(Colour::kYellow, problem) << "\n";
@@ -59,21 +56,25 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
     auto options = std::make_shared<WhyOptions>();
     CLI::App* why = app.add_subcommand(
         "why",
-        "Plays a scenario up to a moment and tells who holds a node then, and why the others "
-        "lost.");
-    why->add_option("scenario", options->scenario, "The scenario: a YAML file or a shipped name")
+        "Plays a scenario or a capture up to a moment and tells who holds a node then, and why "
+        "the others lost.");
+    why->add_option(
+           "file", options->replay.file,
+           "A scenario (a YAML file), a capture of a phone's log, or what ships under a name")
         ->required()
-        ->type_name("SCENARIO");
-    why->add_option("node", options->question.node, "The node: path, short form, tag or key")
+        ->type_name("FILE");
+    why->add_option("node", options->node, "The node: path, short form, tag or key")
         ->required()
         ->type_name("NODE");
-    why->add_option("--at", options->at,
-                    "The moment: 5.200 or 5s (seconds), 5200ms; the scenario's end unless given")
+    why->add_option(
+           "--at", options->replay.at,
+           "The moment: 5.200 or 5s (seconds), 5200ms, of a capture 19:42:30; the end unless "
+           "given")
         ->type_name("TIME");
-    why->add_option("--device", options->question.instead.device,
+    why->add_option("--device", options->replay.instead.device,
                     "The device instead of the scenario's: a shipped name or a YAML file")
         ->type_name("NAME|FILE");
-    why->add_option("--scenes", options->question.instead.scenes,
+    why->add_option("--scenes", options->replay.instead.scenes,
                     "The scene file instead of the device's")
         ->type_name("FILE");
     why->add_option("--history", options->history, "How many of those that asked before are shown")
@@ -81,7 +82,7 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
         ->capture_default_str()
         ->type_name("N");
     why->add_flag("--json", options->json, "Print JSON, with all that asked before");
-    why->add_option("--library", options->question.library,
+    why->add_option("--library", options->replay.library,
                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
         ->type_name("FILE");
     why->footer(kWhyFooter);
