@@ -184,4 +184,14 @@ std::unique_ptr<Replay> Replay::OpenScenario(const YamlNode& scenario, const Opt
     return std::make_unique<ScenarioReplay>(scenario, options);
 }
 
+void TellDoubts(Replay& replay, NodeStory& story) {
+    for (Holder& holder : story.holders) {
+        const BookedLock* lock = replay.GetBook().FindLock(holder.handle);
+        if (lock) holder.doubt = replay.DoubtOf(*lock);
+        if (holder.ask.who == kUnnamed) {
+            holder.notes.emplace_back("who asked is not in this capture");
+        }
+    }
+}
+
 }  // namespace lab

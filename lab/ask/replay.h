@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/ask/node_story.h"
 #include "lab/book/book.h"
 #include "lab/names/moments.h"
 #include "lab/phone/phone.h"
@@ -70,5 +71,9 @@ class Replay {
     std::optional<Time> mAt;
     std::optional<Book> mBook;
 };
+
+// Says of each holder why it is not sure that it holds, and of an unnamed one why it has no name.
+// After Play.
+void TellDoubts(Replay& replay, NodeStory& story);
 
 }  // namespace lab

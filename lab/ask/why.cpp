@@ -20,13 +20,7 @@ WhyAnswer AskWhy(Replay& replay, const std::string& node) {
     answer.scenes = replay.Scenes().File();
     answer.problems = replay.Remarks();
     answer.isWhole = replay.IsWhole();
-    for (Holder& holder : answer.story.holders) {
-        const BookedLock* lock = replay.GetBook().FindLock(holder.handle);
-        if (lock) holder.doubt = replay.DoubtOf(*lock);
-        if (holder.ask.who == kUnnamed) {
-            holder.notes.emplace_back("who asked is not in this capture");
-        }
-    }
+    TellDoubts(replay, answer.story);
     return answer;
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "lab/ask/ask_text.h"
 #include "lab/ask/why.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
@@ -13,8 +14,6 @@ namespace lab {
 namespace {
 
 using By = Ask::By;
-
-constexpr size_t kWidestRequest = 60;
 
 // The clusters' short names, "cpu4 to cpu6", of the CPUs that share a node.
 std::string SharedText(const NodeTarget& target) {
@@ -27,51 +26,12 @@ std::string SharedText(const NodeTarget& target) {
                        cpuOf(target.sharedBy.back()));
 }
 
-// "5.120 s", or what a capture's clock shows.
-std::string TimeText(const Moments& times, Time at) {
-    return times.Text(at) + (times.HasClock() ? "" : " s");
-}
-
-std::string SinceText(const Moments& times, const Ask& ask) {
-    return ask.isEarlier ? "since before the capture" : "since " + TimeText(times, ask.since);
-}
-
-std::string Lasts(const Ask& ask, Time now) {
-    if (ask.until) return fmt::format("{} ms left", WholeMs(*ask.until - now));
-    switch (ask.by) {
-        case By::kClient:
-            return "until its client says otherwise";
-        case By::kScene:
-            return "until its event ends";
-        case By::kLock:
-            return "until released";
-        case By::kWrite:
-            break;
-    }
-    return "until written again";
-}
-
-std::string Asked(const Ask& ask) {
-    // A group's words can fill a page; the line tells where to read on.
-    std::string request = ask.RequestText();
-    if (request.size() > kWidestRequest) request = request.substr(0, kWidestRequest) + "...";
-    std::string text = fmt::format("asked by '{}'", request);
-    if (ask.request->line) text += fmt::format(", line {}", ask.request->line);
-    return text;
-}
-
-// A node with several numbers separates them by tabs.
-std::string WithUnit(std::string value, const std::string& unit) {
-    std::replace(value.begin(), value.end(), '\t', ' ');
-    return unit.empty() ? value : value + " " + unit;
-}
-
 void PrintHolder(std::ostream& out, const Holder& holder, const WhyAnswer& answer,
                  const Paint& paint) {
     const std::string word = holder.wins ? "counts" : "loses";
     out << "  " << paint(holder.wins ? Colour::kGreen : Colour::kYellow, fmt::format("{:<7}", word))
         << fmt::format(" {:<28} {:<14} {}, {}\n", holder.ask.who, holder.ask.ValueText(),
-                       SinceText(answer.times, holder.ask), Lasts(holder.ask, answer.story.at));
+                       SinceText(answer.times, holder.ask), LastsText(holder.ask, answer.story.at));
     out << fmt::format("          {}\n", holder.verdict);
     for (const std::string& note : holder.notes) out << fmt::format("          {}\n", note);
     if (!holder.doubt.empty()) {
@@ -79,7 +39,7 @@ void PrintHolder(std::ostream& out, const Holder& holder, const WhyAnswer& answe
     }
     if (!holder.ask.remark.empty()) out << fmt::format("          {}\n", holder.ask.remark);
     out << paint(Colour::kDim, fmt::format("          {}{}{}", holder.held,
-                                           holder.held.empty() ? "" : "; ", Asked(holder.ask)))
+                                           holder.held.empty() ? "" : "; ", AskedText(holder.ask)))
         << "\n";
 }
 
@@ -95,33 +55,13 @@ void PrintEnded(std::ostream& out, const WhyAnswer& answer, size_t most, const P
                                                ended.ask.since == ended.at
                                                    ? ""
                                                    : SinceText(answer.times, ended.ask) + "; ",
-                                               Asked(ended.ask)))
+                                               AskedText(ended.ask)))
             << "\n";
     }
     if (story.ended.size() > most) {
         out << fmt::format("  and {} earlier; --history {} shows them\n", story.ended.size() - most,
                            story.ended.size());
     }
-}
-
-nlohmann::json AskJson(const Ask& ask) {
-    static constexpr const char* kKinds[] = {"client", "scene", "lock", "write"};
-    nlohmann::json json = {{"by", kKinds[static_cast<size_t>(ask.by)]},
-                           {"who", ask.who},
-                           {"asked", ask.ValueText()},
-                           {"request", ask.RequestText()},
-                           {"line", ask.request->line},
-                           {"since_ms", WholeMs(ask.since)}};
-    if (ask.by != By::kWrite) {
-        json["value"] = ask.value;
-        json["opcode"] = fmt::format("0x{:08X}", static_cast<unsigned>(ask.opcode));
-    }
-    if (ask.isEarlier) json["since_ms"] = nullptr;
-    if (ask.tag >= 0) json["tag"] = ask.tag;
-    if (ask.handle > 0) json["lock"] = ask.handle;
-    if (ask.until) json["until_ms"] = WholeMs(*ask.until);
-    if (!ask.remark.empty()) json["remark"] = ask.remark;
-    return json;
 }
 
 }  // namespace
@@ -134,9 +74,9 @@ void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, cons
         << "\n"
         << fmt::format("  {}{}\n  {}\n\n", target.path, SharedText(target), answer.scenario);
     out << fmt::format("  reads   {}, {}\n",
-                       WithUnit(story.exists ? story.value : "nothing", story.unit),
+                       NodeText(story.exists ? story.value : "nothing", story.unit),
                        story.Because());
-    out << fmt::format("  boot    {}\n", WithUnit(story.boot.empty() ? "no such node" : story.boot,
+    out << fmt::format("  boot    {}\n", NodeText(story.boot.empty() ? "no such node" : story.boot,
                                                   story.boot.empty() ? "" : story.unit));
     const auto thermal = story.status.find("mTB_Prior");
     if (thermal != story.status.end() && thermal->second > 0) {
@@ -171,14 +111,7 @@ std::string WhyJson(const WhyAnswer& answer) {
                            {"holders", nlohmann::json::array()},
                            {"ended", nlohmann::json::array()}};
     for (const Holder& holder : story.holders) {
-        nlohmann::json entry = AskJson(holder.ask);
-        entry["counts"] = holder.wins;
-        entry["held"] = holder.held;
-        entry["verdict"] = holder.verdict;
-        entry["notes"] = holder.notes;
-        entry["certainty"] = holder.doubt.empty() ? "sure" : "doubtful";
-        if (!holder.doubt.empty()) entry["doubt"] = holder.doubt;
-        json["holders"].push_back(std::move(entry));
+        json["holders"].push_back(HolderJson(holder));
     }
     for (const EndedAsk& ended : story.ended) {
         nlohmann::json entry = AskJson(ended.ask);

@@ -15,6 +15,7 @@ enum ExitCode : int {
 // Adds the command to `app`; when it is the one that the user gave, parsing runs it and leaves the
 // program's result in `exitCode`. What cannot run throws std::exception, InputError for a file.
 void AddCompareCommand(CLI::App& app, int& exitCode);
+void AddHeldCommand(CLI::App& app, int& exitCode);
 void AddExplainCommand(CLI::App& app, int& exitCode);
 void AddNodesCommand(CLI::App& app, int& exitCode);
 void AddProfileCommand(CLI::App& app, int& exitCode);

@@ -91,6 +91,7 @@ int main(int argc, char** argv) {
     lab::AddRunCommand(app, exitCode);
     lab::AddCheckCommand(app, exitCode);
     lab::AddWhyCommand(app, exitCode);
+    lab::AddHeldCommand(app, exitCode);
     lab::AddExplainCommand(app, exitCode);
     lab::AddCompareCommand(app, exitCode);
     lab::AddNodesCommand(app, exitCode);

@@ -1,0 +1,30 @@
+// An ask in words and as JSON, for the answers that tell of it.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "lab/ask/node_verdicts.h"
+#include "lab/names/moments.h"
+
+namespace lab {
+
+// "5.120 s", or what a capture's clock shows.
+std::string TimeText(const Moments& times, Time at);
+
+// "since 5.120 s"; of what a capture does not tell the beginning of: "since before the capture".
+std::string SinceText(const Moments& times, const Ask& ask);
+
+// "1120 ms left", "until its client says otherwise".
+std::string LastsText(const Ask& ask, Time now);
+
+// "asked by 'do game_fight (9220)', line 163".
+std::string AskedText(const Ask& ask);
+
+// A node's value with its unit; several numbers of it on one line.
+std::string NodeText(std::string value, const std::string& unit);
+
+nlohmann::json AskJson(const Ask& ask);
+nlohmann::json HolderJson(const Holder& holder);
+
+}  // namespace lab

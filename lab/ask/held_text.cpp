@@ -1,0 +1,107 @@
+// What is held, as text and as JSON.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "lab/ask/ask_text.h"
+#include "lab/ask/held.h"
+#include "lab/names/node_names.h"
+#include "lab/names/text.h"
+
+namespace lab {
+namespace {
+
+void PrintNode(std::ostream& out, const HeldAnswer& answer, const NodeStory& story,
+               const Paint& paint) {
+    const bool isDefault = story.value == story.boot;
+    out << paint(Colour::kBold, fmt::format("  {:<32} {}", ShortNode(story.target.path),
+                                            NodeText(story.value, story.unit)))
+        << (isDefault ? "" : fmt::format(" (boot {})", NodeText(story.boot, ""))) << ", "
+        << story.Because() << "\n";
+    for (const Holder& holder : story.holders) {
+        const Colour colour = holder.wins ? Colour::kGreen : Colour::kYellow;
+        out << "    " << paint(colour, fmt::format("{:<7}", holder.wins ? "counts" : "loses"))
+            << fmt::format(" {:<28} {:<14} {}, {}", holder.ask.who, holder.ask.ValueText(),
+                           SinceText(answer.times, holder.ask), LastsText(holder.ask, answer.at))
+            << (holder.wins ? "" : "; " + holder.verdict) << "\n";
+        if (!holder.doubt.empty()) {
+            out << "            " << paint(Colour::kYellow, "not sure: " + holder.doubt) << "\n";
+        }
+    }
+}
+
+Time LengthOf(const HeldAnswer& answer, const HeldAnswer::Hold& hold) {
+    return hold.end.value_or(answer.at) - hold.since.value_or(Time(0));
+}
+
+void PrintHold(std::ostream& out, const HeldAnswer& answer, const HeldAnswer::Hold& hold) {
+    const Moments& times = answer.times;
+    const std::string since = hold.since ? TimeText(times, *hold.since) : "before the capture";
+    const std::string end = hold.end ? TimeText(times, *hold.end) : "held";
+    out << fmt::format("  {:>10} s{} {:<28} {}\n", SecondsText(LengthOf(answer, hold)),
+                       hold.since ? " " : "+", hold.who, hold.what)
+        << fmt::format("               from {} to {}; asked by '{}'{}\n", since, end, hold.request,
+                       AtLine(hold.line));
+}
+
+}  // namespace
+
+void PrintHeld(std::ostream& out, const HeldAnswer& answer, size_t longest, const Paint& paint) {
+    out << paint(Colour::kBold,
+                 fmt::format("{} on {} at {}", longest > 0 ? "The longest holds" : "Held",
+                             answer.device, TimeText(answer.times, answer.at)))
+        << "\n  " << answer.title << "\n\n";
+    const size_t count = longest > 0 ? answer.holds.size() : answer.nodes.size();
+    if (count == 0) {
+        out << (answer.isWhole ? "  Everything is at its default, and nobody asks for anything.\n"
+                               : "  Nothing that this capture tells of is held.\n");
+    }
+    for (size_t i = 0; i < std::min(longest, answer.holds.size()); ++i) {
+        PrintHold(out, answer, answer.holds[i]);
+    }
+    if (longest == 0) {
+        for (const NodeStory& story : answer.nodes) PrintNode(out, answer, story, paint);
+    }
+    if (!answer.isWhole && count > 0) {
+        out << paint(Colour::kYellow,
+                     "\nAt least these: the capture does not tell everything (see above).")
+            << "\n";
+    }
+    if (!answer.findings.empty()) out << "\n";
+    for (const std::string& finding : answer.findings) {
+        out << paint(Colour::kRed, finding) << "\n";
+    }
+}
+
+std::string HeldJson(const HeldAnswer& answer) {
+    using Json = nlohmann::json;
+    const auto msOf = [](const std::optional<Time>& time) {
+        return time ? Json(WholeMs(*time)) : Json();
+    };
+    Json json = {
+        {"device", answer.device},     {"file", answer.title},       {"scenes", answer.scenes},
+        {"at_ms", WholeMs(answer.at)}, {"is_whole", answer.isWhole}, {"remarks", answer.remarks},
+        {"findings", answer.findings}, {"nodes", Json::array()},     {"holds", Json::array()}};
+    if (answer.times.HasClock()) json["clock"] = answer.times.Stamp(answer.at);
+    for (const NodeStory& story : answer.nodes) {
+        Json node = {{"node", story.target.path}, {"short", ShortNode(story.target.path)},
+                     {"value", story.value},      {"boot", story.boot},
+                     {"unit", story.unit},        {"because", story.Because()},
+                     {"holders", Json::array()}};
+        for (const Holder& holder : story.holders) node["holders"].push_back(HolderJson(holder));
+        json["nodes"].push_back(std::move(node));
+    }
+    for (const HeldAnswer::Hold& hold : answer.holds) {
+        json["holds"].push_back({{"who", hold.who},
+                                 {"what", hold.what},
+                                 {"request", hold.request},
+                                 {"line", hold.line},
+                                 {"lock", hold.handle > 0 ? Json(hold.handle) : Json()},
+                                 {"since_ms", msOf(hold.since)},
+                                 {"end_ms", msOf(hold.end)},
+                                 {"lasted_ms", WholeMs(LengthOf(answer, hold))}});
+    }
+    return json.dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace lab
