@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <sstream>
 #include <string_view>
 
 namespace fuzz {
@@ -15,6 +16,16 @@ uint64_t Hash(std::string_view text, uint64_t seed) {
     uint64_t hash = seed;
     for (const char letter : text) hash = (hash ^ static_cast<unsigned char>(letter)) * kPrime;
     return hash ^ hash >> 32;
+}
+
+// Two states' texts from where they differ.
+Difference StateDifference(const std::string& expected, const std::string& found) {
+    constexpr size_t kShown = 120;
+    const auto at = static_cast<size_t>(
+        std::mismatch(expected.begin(), expected.end(), found.begin(), found.end()).first -
+        expected.begin());
+    const size_t from = expected.rfind(';', at) + 1;
+    return {"state", expected.substr(from, kShown), found.substr(from, kShown), ""};
 }
 
 }  // namespace
@@ -147,12 +158,15 @@ CounterExample Exhaustion::Shorten(CounterExample example) {
         sequence = example.sequence;
         return true;
     };
-    for (size_t first = 0; first < sequence.size(); ++first) {
-        for (size_t second = first; second < sequence.size(); ++second) {
-            if (!tryWithout(first, second)) continue;
-            first = 0;
-            second = 0;
+    const auto tryAll = [&] {
+        for (size_t first = 0; first < sequence.size(); ++first) {
+            for (size_t second = first; second < sequence.size(); ++second) {
+                if (tryWithout(first, second)) return true;
+            }
         }
+        return false;
+    };
+    while (tryAll()) {
     }
     return example;
 }
@@ -188,16 +202,22 @@ std::optional<CounterExample> Exhaustion::TryMerges(size_t count, size_t more, u
         std::vector<std::string> states;
         std::vector<std::string> otherStates;
         std::optional<CounterExample> example = Follow(one, oneFrom, states);
-        if (!example) example = Follow(other, otherFrom, otherStates);
-        if (!example && states != otherStates) {
-            const auto [at, otherAt] =
-                std::mismatch(states.begin(), states.end(), otherStates.begin());
-            example = Example(other, {{"state", *at, *otherAt, ""}});
-        }
-        if (!example) continue;
-        CounterExample shortened = Shorten(std::move(*example));
-        shortened.remark = "Another sequence leads to the same state, and goes on otherwise.";
-        return shortened;
+        if (example) return Shorten(std::move(*example));
+        example = Follow(other, otherFrom, otherStates);
+        if (example) return Shorten(std::move(*example));
+        const auto [at, otherAt] = std::mismatch(states.begin(), states.end(), otherStates.begin());
+        if (at == states.end()) continue;
+        // As far as the two are alike; the request that made them differ is the last one.
+        const auto length = otherFrom + static_cast<size_t>(at - states.begin());
+        other.resize(length);
+        example = Example(other, {StateDifference(*at, *otherAt)});
+        example->remark =
+            "expected is the state after:\n" +
+            StepsOf(Example({one.begin(),
+                             one.end() - static_cast<std::ptrdiff_t>(otherFrom + more - length)},
+                            {})
+                        .letters);
+        return example;
     }
     return std::nullopt;
 }
@@ -212,7 +232,8 @@ std::string ScenarioOf(const CounterExample& example, const std::string& device)
         if (!difference.expect.empty())
             text += fmt::format("  - expect: {{{}}}\n", difference.expect);
     }
-    if (!example.remark.empty()) text += fmt::format("  # {}\n", example.remark);
+    std::istringstream remark(example.remark);
+    for (std::string line; std::getline(remark, line);) text += fmt::format("  # {}\n", line);
     return text;
 }
 

@@ -154,6 +154,7 @@ class LimitRule {
     bool WritesNodes() const { return mPerformance == 0 && !mBreakthrough; }
     void SummarizeTags(std::string& text) const;
     void SummarizeLocks(std::string& text) const;
+    std::string RoleOf(int lock) const;
 
     const Layout mLayout;
     const LimitWeighing mWeigh;

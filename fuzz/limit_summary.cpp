@@ -54,29 +54,33 @@ std::string LimitRule::Summary() const {
     return text;
 }
 
-void LimitRule::SummarizeLocks(std::string& text) const {
-    const auto add = [&](std::string_view role, std::optional<int> number) {
-        const LimitPhone::Lock* const lock = number ? mPhone.Find(*number) : nullptr;
-        if (!lock) return;
-        text += role;
-        for (const int item : lock->list) text += std::to_string(item) + ' ';
-        if (lock->untilMs) text += '+' + std::to_string(*lock->untilMs - mNowMs);
-        text += ';';
-    };
-    for (const int tag : kLimitTags) add(std::to_string(tag) + ':', Of(tag).lock);
-    add("g:", mUntimedGroup);
-    add("G:", mTimedGroup);
-    add("u:", mUntimedElement);
-    std::vector<std::string> events;
-    for (const EventLock& held : mEventLocks) {
-        std::string event;
-        std::swap(event, text);
-        add(fmt::format("e{}.{}:", held.cmdId, held.index), held.lock);
-        std::swap(event, text);
-        events.push_back(event);
+// What may end or replace a lock: its tag, its group, its event; or time alone.
+std::string LimitRule::RoleOf(int lock) const {
+    for (const int tag : kLimitTags) {
+        if (Of(tag).lock == lock) return fmt::format("{}", tag);
     }
-    std::sort(events.begin(), events.end());
-    for (const std::string& event : events) text += event;
+    if (mUntimedGroup == lock) return "g";
+    if (mTimedGroup == lock) return "G";
+    if (mUntimedElement == lock) return "u";
+    for (const EventLock& held : mEventLocks) {
+        if (held.lock == lock) return fmt::format("e{}.{}", held.cmdId, held.index);
+    }
+    return "-";
+}
+
+void LimitRule::SummarizeLocks(std::string& text) const {
+    const auto describe = [this](const LimitPhone::Lock& lock) {
+        std::string about = RoleOf(lock.number) + ':';
+        for (const int item : lock.list) about += std::to_string(item) + ' ';
+        if (lock.untilMs) about += '+' + std::to_string(*lock.untilMs - mNowMs);
+        return about + ';';
+    };
+    std::vector<std::string> untimed;
+    for (const LimitPhone::Lock& lock : mPhone.Held()) {
+        if (!lock.untilMs) untimed.push_back(describe(lock));
+    }
+    std::sort(untimed.begin(), untimed.end());
+    for (const std::string& about : untimed) text += about;
     // In the order in which they end, and the breakthrough among them.
     std::vector<TimedLock> timed = mTimedLocks;
     std::sort(timed.begin(), timed.end(),
@@ -84,7 +88,7 @@ void LimitRule::SummarizeLocks(std::string& text) const {
     bool isTold = !mBreakthrough;
     for (const TimedLock& lock : timed) {
         if (!isTold && *mBreakthrough < lock.end) text += 'b', isTold = true;
-        add("-", lock.lock);
+        text += describe(*mPhone.Find(lock.lock));
     }
 }
 
