@@ -164,7 +164,6 @@ std::vector<Letter> SceneLetters(Letters letters) {
     for (const char* const scene : {"game_steady", "benchmark", "video_limit", "game_loading"}) {
         letters.Event(scene);
     }
-    letters.Run("game_loading");
     letters.Time();
     for (const int type : {0, 5, 7, 10}) letters.Control(type);
     return letters.Take();
