@@ -156,13 +156,26 @@ std::vector<Letter> GpuLetters(Letters letters) {
     return letters.Take();
 }
 
-// Several long scenes, and breakthroughs that begin and end as events.
+// Long scenes: three that name the floor, three that name the ceiling.
 std::vector<Letter> SceneLetters(Letters letters) {
+    letters.LimitAll({lab::kPowerClient}, "big_max", {letters.Step("big_max", 45), 0});
+    letters.LimitAll({lab::kPowerClient}, "big_min", {letters.Step("big_min", 65), 0});
+    for (const char* const scene :
+         {"game_steady", "benchmark", "game_floor", "video_limit", "camera_record_limit"}) {
+        letters.Event(scene);
+    }
+    letters.Control(0);
+    letters.Control(9);
+    return letters.Take();
+}
+
+// Breakthroughs that begin and end as events, and control types that keep events from both.
+std::vector<Letter> EventLetters(Letters letters) {
     letters.LimitAll({lab::kPowerClient}, "big_max", {letters.Step("big_max", 45), 0});
     letters.LimitAll({lab::kThermalClient}, "big_max", {letters.Step("big_max", 80), 0});
     letters.LimitAll({lab::kPowerClient}, "big_min", {letters.Step("big_min", 65), 0});
-    for (const char* const scene : {"game_steady", "benchmark", "video_limit", "game_loading"}) {
-        letters.Event(scene);
+    for (const char* const event : {"game_steady", "benchmark", "game_loading"}) {
+        letters.Event(event);
     }
     letters.Time();
     for (const int type : {0, 5, 7, 10}) letters.Control(type);
@@ -200,7 +213,7 @@ std::vector<Letter> GroupLetters(Letters letters) {
 }  // namespace
 
 std::vector<std::string> AlphabetNames() {
-    return {"range", "ceilings", "gpu", "scenes", "groups"};
+    return {"range", "ceilings", "gpu", "scenes", "events", "groups"};
 }
 
 std::vector<Alphabet> Alphabets(const lab::DeviceProfile& device, const lab::SceneFile& scenes) {
@@ -210,6 +223,7 @@ std::vector<Alphabet> Alphabets(const lab::DeviceProfile& device, const lab::Sce
         {"ceilings", CeilingLetters(letters, device.clusters.back().name + "_max")},
         {"gpu", GpuLetters(letters)},
         {"scenes", SceneLetters(letters)},
+        {"events", EventLetters(letters)},
         {"groups", GroupLetters(letters)},
     };
 }
