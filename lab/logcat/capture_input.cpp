@@ -23,9 +23,9 @@ namespace lab {
 namespace {
 
 // Longer than any line that logcat prints; what is beyond it is passed over.
-constexpr size_t kLongestLine = 16 * 1024;
+constexpr size_t kLongestLine = size_t{16} * 1024;
 
-constexpr size_t kBlock = 256 * 1024;
+constexpr size_t kBlock = size_t{256} * 1024;
 constexpr int kQuietMs = 200;
 
 constexpr std::string_view kZipMark = "PK\x03\x04";

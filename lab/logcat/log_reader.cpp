@@ -14,7 +14,7 @@ namespace lab {
 namespace {
 
 // Of ReadCapture alone.
-constexpr size_t kLongestRead = 16 * 1024;
+constexpr size_t kLongestRead = size_t{16} * 1024;
 
 // Takes out the colours of -v color.
 void DropColours(std::string& line) {
@@ -31,7 +31,7 @@ std::string Printable(std::string_view text) {
         std::array<char, 256> letters{};
         letters.fill('?');
         for (char letter = ' '; letter <= '~'; ++letter)
-            letters[static_cast<size_t>(letter)] = letter;
+            letters[static_cast<unsigned char>(letter)] = letter;
         return letters;
     }();
     std::string printable(text);

@@ -181,7 +181,7 @@ void LogSession::Tell(const Listener& listener) {
 std::string LogSession::ChooseDevice(const Options& options) {
     Open(options);
     if (!options.device.empty()) return options.device;
-    const std::string shown = mEvidence.Device();
+    std::string shown = mEvidence.Device();
     mIsDeviceGuessed = shown.empty();
     if (!shown.empty()) return shown;
     const std::string nearest = mEvidence.NearestDevice();

@@ -11,9 +11,11 @@
 #include "lab/logcat/log_player.h"
 #include "lab/logcat/log_session.h"
 #include "lab/names/node_names.h"
+#include "lab/names/tag_names.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
 #include "lab/program/input_files.h"
+#include "lab/server/scenario.h"
 #include "lab/server/timeline.h"
 
 namespace lab {
