@@ -100,6 +100,7 @@ constexpr size_t kMostDoubtful = 256;
 // Nobody is silent for so long on a phone that runs.
 constexpr Time kLongSilence = std::chrono::minutes(10);
 constexpr size_t kMostRemarks = 50;
+constexpr size_t kMostProblems = 10'000;
 
 bool NamesLog(std::string_view section) {
     return section.starts_with("------ SYSTEM LOG (") || section.starts_with("------ MAIN LOG (");
@@ -316,6 +317,7 @@ class LogReader::Work {
         if (!mRepeats) {
             const int first = mDoubtful.empty() ? line.line : mDoubtful.front().line.line;
             DecideDoubtful(true);
+            // Blocks, not lines: there are few of them.
             mRepeats = mCapture.problems.size();
             mCapture.problems.push_back({first, first, "repeats earlier lines; passed over"});
         }
@@ -363,7 +365,8 @@ class LogReader::Work {
                 return mNow;
             }
             mShift += mLag->back;
-            mCapture.problems[mLag->problem].message = fmt::format(
+            const size_t told = std::min(mLag->problem, mCapture.problems.size() - 1);
+            mCapture.problems[told].message = fmt::format(
                 "the clock goes back by {} here: it was set, or captures are joined "
                 "out of order; the lines are taken as they stand",
                 LagText(mLag->back));
@@ -466,7 +469,11 @@ class LogReader::Work {
 
     void Tell(const std::string& message) { TellAt(static_cast<int>(mCapture.lineCount), message); }
     void TellAt(int line, const std::string& message) {
-        mCapture.problems.push_back({line, line, message});
+        const size_t count = mCapture.problems.size();
+        if (count < kMostProblems) mCapture.problems.push_back({line, line, message});
+        if (count == kMostProblems) {
+            mCapture.problems.push_back({line, line, "... and more lines are damaged behind it"});
+        }
     }
 
     // A line that is far behind the others; the next one tells whether the clock is.

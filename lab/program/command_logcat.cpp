@@ -110,7 +110,9 @@ class LogcatReport {
         mTimeline.Observe(shown);
     }
 
-    PictureHead HeadOfPictures() const {
+    PictureHead HeadOfPictures() {
+        std::vector<std::string> notes = mSession.Unknowns();
+        for (const std::string& note : Notes()) notes.push_back(note);
         const auto nameOf = [](const std::string& file) {
             return std::filesystem::path(file).filename().string();
         };
@@ -120,7 +122,7 @@ class LogcatReport {
                 mSession.Device().name,
                 nameOf(mSession.Scenes().File()),
                 mLayout,
-                Notes(),
+                notes,
                 mSession.Log().onClock.value_or(Time(0)),
                 mMoments};
     }
