@@ -191,7 +191,9 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
         const size_t by = isNameless ? request.text.find(" by ") : std::string::npos;
         if (by != std::string::npos) {
             const size_t end = request.text.find_first_of(": (", by + 4);
-            request.text.replace(by, std::min(end, request.text.size()) - by, " by some client");
+            request.text.replace(
+                by, std::min(end, request.text.size()) - by,
+                draft.isCut ? " that may begin before the capture" : " by some client");
         }
     }
     const std::string label = draft.cmdId >= 0 ? NamesOf(draft.cmdId).second : "";
@@ -280,7 +282,7 @@ int DraftWriter::ClientOf(const LogDraft& draft) const {
     if (draft.client != 0 || mStory.detail != LogDetail::kFull) return draft.client;
     // Every client's ceilings are merged with the others', in the log, but the camera's. The line
     // that tells so may be missing like others.
-    if (draft.isMerged || mStory.lastLoss) return 0;
+    if (draft.isCut || draft.isMerged || mStory.lastLoss) return 0;
     const bool hasMerged = std::any_of(draft.asked.begin(), draft.asked.end(),
                                        [](const TagValue& pair) { return IsMergedTag(pair.tag); });
     return hasMerged ? kCameraClient : 0;

@@ -60,6 +60,7 @@ struct LogDraft {
     int pairs = 0;               // how many of `asked` the log counts
     bool hasGap = false;         // some of them are missing in it
     bool isSideUnknown = false;  // whether it begins or ends
+    bool isCut = false;          // it may have begun before the capture, as a scene's perhaps
     bool isMerged = false;       // a line that tells of merging belongs to it
     bool isTimer = false;        // a breakthrough ended
     std::vector<int> groupList;

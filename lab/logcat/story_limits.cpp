@@ -91,7 +91,8 @@ LogDraft& StoryTeller::Limit(bool isFirst) {
         return draft;
     }
     if (draft.kind != Kind::kLimit || (isFirst && (draft.hasEffects || draft.isTimer))) {
-        Begin(Kind::kLimit);
+        const bool isCut = !mStory.isWhole && mEnds == 0;
+        Begin(Kind::kLimit).isCut = isCut;
     }
     if (!isFirst) draft.hasEffects = true;
     return draft;
