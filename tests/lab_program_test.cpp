@@ -149,6 +149,37 @@ TEST(LabProgram, LooksForTheDeviceBesideTheScenarioThatNamesIt) {
               std::string::npos);
 }
 
+TEST(LabProgram, SaysWhatComesOfClustersThatThePluginHasNoNameFor) {
+    const std::string gpu = "gpu: {mhz: [600, 300], initial_mhz: 300}\n";
+    const std::string table = ", khz: [300000, 900000]}\n";
+    const File four("four.yaml", "name: four\nclusters:\n- {name: little, cpus: 0-1" + table +
+                                     "- {name: big, cpus: 2-4" + table +
+                                     "- {name: gold, cpus: 5-6" + table +
+                                     "- {name: prime, cpus: \"7\"" + table + gpu);
+    const Ran nodes = RunLab("nodes --device " + four.Path());
+    EXPECT_NE(nodes.errors.find("four's CPUs 5-6 (gold) are in none of the clusters"),
+              std::string::npos);
+    EXPECT_NE(nodes.out.find("cpu2 scaling_max_freq (to cpu4) "), std::string::npos);
+    EXPECT_NE(nodes.out.find("prime_max "), std::string::npos);
+
+    const File one("one.yaml", "name: one\nclusters:\n- {name: little, cpus: 0-7" + table + gpu);
+    const File scenario("one_cluster.yaml",
+                        "steps:\n- {limit: {client: power, tags: {big_max: 300000}}}\n"
+                        "- expect: {nodes: {/sys/devices/system/cpu/cpu5/cpufreq/"
+                        "scaling_max_freq: 900000}}\n"
+                        "- {control: 9}\n- {limit: {client: power, tags: {big_max: 300000}}}\n"
+                        "- expect: {nodes: {/sys/devices/system/cpu/cpu5/cpufreq/"
+                        "scaling_max_freq: 300000}}\n");
+    const File scenes("one.xml",
+                      "<scenes><command id=\"1\"><qcom_cpu_info><lit_cpu_num>0-7</lit_cpu_num>"
+                      "<isolation>1</isolation></qcom_cpu_info></command></scenes>\n");
+    const Ran ran = RunLab("run -q " + scenario.Path() + " --device " + one.Path() + " --scenes " +
+                           scenes.Path());
+    EXPECT_EQ(ran.code, 0) << ran.out << ran.errors;
+    EXPECT_NE(ran.errors.find("one has no big cluster: unless a scene file's big_cpu_num names"),
+              std::string::npos);
+}
+
 TEST(LabProgram, TellsOfACommandThatThePluginRefused) {
     const File scenes("refused.xml",
                       "<scenes>\n<command id=\"100\" name=\"bad\"><boost>\n"

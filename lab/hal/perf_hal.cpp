@@ -17,6 +17,9 @@ namespace lab {
 
 namespace {
 
+// A node with one number for each cluster boundary has two, however many clusters there are.
+constexpr size_t kMostEntries = 2;
+
 // A node, and the way in which the HAL writes it: locks that share both compete. The name is that
 // of a drive, which stays as long as the HAL does.
 using ResourceKey = std::pair<std::string_view, Kernel::Writer>;
@@ -231,7 +234,8 @@ class PerfHal::Locks {
     std::string WantedVector(const Resource& resource) const {
         std::istringstream present(mKernel.ProgramValue(resource.drive->path));
         std::string text;
-        for (size_t entry = 0; entry + 1 < mKernel.Profile().clusters.size(); ++entry) {
+        const size_t entries = std::min(mKernel.Profile().clusters.size() - 1, kMostEntries);
+        for (size_t entry = 0; entry < entries; ++entry) {
             int64_t number = 0;
             present >> number;
             if (const Claim* winner = WinnerOf(resource, entry)) number = winner->nodeValue;
