@@ -195,8 +195,21 @@ INSTANTIATE_TEST_SUITE_P(
              "steps:\n- {limit: {client: power, tags: {big_max: 1440000}}}\n"
              "- {limit: {client: camera, tags: {big_max: 1651200}}}",
              "big_max", "", "1651200", "power", "loses", "2",
-             "camera asked for <= 1651.2 MHz later: until the next request on the tag that alone "
-             "counts"},
+             "camera's word of <= 1651.2 MHz counts alone until the next request on the tag"},
+        Rule{"CutFloorStaysUnderARisenCeiling",
+             "steps:\n- {limit: {client: power, tags: {big_min: 1881600}}}\n"
+             "- {limit: {client: eapa, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: eapa, tags: {big_max: 0}}}",
+             "big_min", "", "1440000", "power", "counts", "2", "a ceiling that has risen since"},
+        Rule{"TimedGroupIsNotHeardByTheTag",
+             "steps:\n- {limit: {client: camera, tags: {big_max: 2112000}}}\n"
+             "- {group: {client: power, duration_ms: 1000, tags: {big_max: 2342400}}}",
+             "big_max", "", "2112000", "camera", "counts", "2", "the lowest ceiling"},
+        Rule{"GroupOfTheCameraStands",
+             "steps:\n- {group: {client: camera, duration_ms: 0, tags: {big_max: 1440000}}}\n"
+             "- {limit: {client: camera, tags: {big_max: 2112000}}}\n"
+             "- {limit: {client: power, tags: {big_max: 0}}}",
+             "big_max", "", "1440000", "camera", "counts", "2", "nobody else asks"},
         Rule{"UnknownClient", "steps:\n- {limit: {client: 9, tags: {big_max: 1440000}}}", "big_max",
              "", "2496000", "client 9", "over", "2", "refused: the plug-in gives no reason"},
         Rule{"WrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",

@@ -45,7 +45,7 @@ class Holds {
 
     void Observe() {
         const BookedLock* ended = mBook.EndedLock();
-        if (!ended) return;
+        if (!ended || IsNobodys(*ended)) return;
         mEnded.push_back(HoldOf(*ended, mBook.ClusterLayout(), mBook.Now()));
         // Of a day's boosts the longest are enough.
         if (mEnded.size() > 2 * kMost) Trim();
@@ -53,6 +53,7 @@ class Holds {
 
     std::vector<HeldAnswer::Hold> Longest(Time now) {
         for (const auto& [handle, lock] : mBook.Locks()) {
+            if (IsNobodys(lock)) continue;
             mEnded.push_back(HoldOf(lock, mBook.ClusterLayout(), std::nullopt));
         }
         mNow = now;
@@ -62,6 +63,12 @@ class Holds {
 
   private:
     static constexpr size_t kMost = 1000;
+
+    // A lifted limit keeps a lock that limits nothing.
+    bool IsNobodys(const BookedLock& lock) const {
+        return lock.tag >= 0 && lock.list.size() == 2 &&
+               mBook.IsAtDefault(lock.list[0], lock.list[1]);
+    }
 
     Time LengthOf(const HeldAnswer::Hold& hold) const {
         return hold.end.value_or(mNow) - hold.since.value_or(Time(0));

@@ -81,9 +81,9 @@ class Weigher {
         holder.held = "no lock";
         const Ask* rival = RivalOf(ask);
         if (rival && !rival->isRemembered) {
-            holder.verdict = fmt::format(
-                "{} asked for {} later: until the next request on the tag that alone counts",
-                rival->who, rival->ValueText());
+            holder.verdict =
+                fmt::format("{}'s word of {} counts alone until the next request on the tag",
+                            rival->who, rival->ValueText());
         } else if (rival) {
             holder.verdict =
                 fmt::format("{} asks for {}: the {} wins among the words on a tag", rival->who,
@@ -100,8 +100,18 @@ class Weigher {
         } else if (ask.bound == Bound::kFloor &&
                    lock->list[1] < HalValue(ask.tag, static_cast<int>(ask.value))) {
             SetLock(holder, lock->handle, " of the tag");
-            holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
-                                         kFloorAboveCeiling, LockValue(ask.opcode, lock->list[1]));
+            const std::string cut = LockValue(ask.opcode, lock->list[1]);
+            const std::vector<double> now = Numbers(mValue);
+            const std::vector<double> ceiling = Numbers(mKernel.Value(OtherEnd(mTarget.path)));
+            const bool hasRisen = !now.empty() && !ceiling.empty() && ceiling[0] > now[0];
+            if (hasRisen) {
+                holder.notes.push_back("the plug-in cut it to a ceiling that has risen since, " +
+                                       cut + ", and leaves it there");
+                Judge(lock->handle, ask.opcode, holder);
+            } else {
+                holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
+                                             kFloorAboveCeiling, cut);
+            }
         } else {
             holder.verdict = lock->request->Quoted() + " gave the tag's lock another value since";
         }

@@ -180,6 +180,7 @@ void Book::TakeWords(const RequestFacts& facts) {
         command && !mConditions.WhyPassedOver(command->elements.front()).empty();
     if (isPassedOver) return;
     const bool isEnd = isScene && facts.event == RequestFacts::Event::kEnds;
+    const bool isUntimedGroup = facts.isGroup && facts.asked.front().value == 0;
     for (const TagValue& claim : facts.claims) {
         if (claim.value == 0 && IgnoresZero(claim.tag)) continue;
         mLastWord[claim.tag] = claim.value;
@@ -188,25 +189,37 @@ void Book::TakeWords(const RequestFacts& facts) {
         ask.isRemembered =
             isEnd || (!facts.isOutcome &&
                       IsRememberedWord(claim.tag, isScene ? *facts.cmdId : *facts.clientId,
-                                       claim.value, facts.isGroup));
+                                       claim.value, isUntimedGroup));
         const bool isLifted = claim.value == 0 && IsSharedLimit(claim.tag);
         const char* how = isEnd      ? "its event ended"
                           : isScene  ? "asked again"
                           : isLifted ? "lifted by the same client"
                                      : "replaced by the same client";
-        SetWord(std::move(ask), how + AtLine(mRequest->line));
+        // A group's other tags are its lock's: the tag's own lock stays as it is.
+        const bool isHeard = !facts.isGroup || (isUntimedGroup && IsCpuCeilingLimit(claim.tag)) ||
+                             !IsSharedLimit(claim.tag);
+        if (isHeard || ask.isRemembered) {
+            SetWord(std::move(ask), how + AtLine(mRequest->line), isHeard);
+        }
     }
 }
 
 // The requester's word on a tag from now on. It ends every word that is not remembered, and the
 // same requester's if it is remembered itself: the camera's group stands while its other words come
-// and go.
-void Book::SetWord(Ask ask, const std::string& how) {
+// and go. One that is not heard by the tag's lock is only weighed against later ones: what counts
+// alone goes on to do so.
+void Book::SetWord(Ask ask, const std::string& how, bool isHeard) {
+    if (!isHeard) {
+        for (Ask& other : mWords) {
+            if (other.tag == ask.tag && !other.isRemembered) std::swap(other.order, ask.order);
+        }
+    }
     for (size_t i = mWords.size(); i-- > 0;) {
         const Ask& other = mWords[i];
         if (other.tag != ask.tag) continue;
         const bool isOwn = other.by == ask.by && other.who == ask.who;
-        if (other.isRemembered && !(isOwn && ask.isRemembered)) continue;
+        const bool isReplaced = other.isRemembered ? isOwn && ask.isRemembered : isHeard;
+        if (!isReplaced) continue;
         AddEnded(other, isOwn ? how
                               : fmt::format("replaced by {}'s request{}: such requests for one tag "
                                             "are not weighed, the last one counts",

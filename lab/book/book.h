@@ -214,7 +214,7 @@ class Book {
     void BeginRequest(const RequestBegin& begin);
     void EndRequest(const RequestEnd& end);
     void TakeWords(const RequestFacts& facts);
-    void SetWord(Ask ask, const std::string& how);
+    void SetWord(Ask ask, const std::string& how, bool isHeard);
     void NoteUnheard(const RequestFacts& facts, const std::string& result);
     void NoteLimits(const RequestFacts& facts);
     void NoteCommand(const RequestFacts& facts, const std::string& result);
