@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
 
 #include "lab/ask/scene_translation.h"
@@ -202,20 +201,6 @@ class Trial {
     Server mServer;
 };
 
-// The device that nobody named: the file's namesake, else the first one whose clusters the file
-// describes, else the first one.
-DeviceProfile DeviceOf(const SceneFile& scenes, bool& isAssumed) {
-    const std::vector<std::string> names = DeviceProfileNames();
-    const std::string stem = std::filesystem::path(scenes.File()).stem().string();
-    if (std::find(names.begin(), names.end(), stem) != names.end()) return LoadDeviceProfile(stem);
-    for (const std::string& name : names) {
-        DeviceProfile device = LoadDeviceProfile(name);
-        if (FindClusterProblems(scenes, device).empty()) return device;
-    }
-    isAssumed = true;
-    return LoadDeviceProfile(names.front());
-}
-
 const SceneCommand& FindCommand(const SceneFile& scenes, const std::string& name) {
     const std::optional<int64_t> id = ParseNumber(name);
     const SceneCommand* command =
@@ -236,8 +221,8 @@ Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
                           const std::string& device, const std::string& library) {
     Explanation explanation;
     explanation.file = scenes.File();
-    const DeviceProfile profile =
-        device.empty() ? DeviceOf(scenes, explanation.isAssumed) : LoadDeviceProfile(device);
+    const auto [profile, grounds] = DeviceOfScenes(scenes, device);
+    explanation.isAssumed = grounds == DeviceGrounds::kNone;
     explanation.device = profile.name;
     for (const std::string& note : ClusterNotes(profile)) explanation.problems.push_back(note);
     for (const SceneProblem& problem : FindClusterProblems(scenes, profile)) {

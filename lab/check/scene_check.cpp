@@ -1,7 +1,6 @@
 #include "lab/check/scene_check.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <tuple>
 
 #include "lab/check/scene_rules.h"
@@ -11,30 +10,12 @@
 namespace lab {
 namespace {
 
-constexpr char kUsualDevice[] = "sm8450";
-
-// Which device a file is checked for.
-struct ChosenDevice {
-    DeviceProfile profile;
-    std::string why;
-};
-
-ChosenDevice ChooseDevice(const std::string& wanted, const SceneFile& scenes) {
-    if (!wanted.empty()) return {LoadDeviceProfile(wanted), "as asked"};
-    const std::string stem = std::filesystem::path(scenes.File()).stem().string();
-    const std::vector<std::string> names = DeviceProfileNames();
-    if (std::find(names.begin(), names.end(), stem) != names.end()) {
-        return {LoadDeviceProfile(stem), "by the file's name"};
-    }
-    for (const std::string& name : names) {
-        DeviceProfile profile = LoadDeviceProfile(name);
-        if (FindClusterProblems(scenes, profile).empty()) {
-            return {std::move(profile), "whose clusters the file describes"};
-        }
-    }
-    return {LoadDeviceProfile(kUsualDevice),
-            "for want of another: the file describes no clusters "
-            "of a shipped one; --device chooses"};
+const char* WhyDevice(DeviceGrounds grounds) {
+    constexpr const char* kReasons[] = {"as asked", "by the file's name",
+                                        "whose clusters the file describes",
+                                        "for want of another: the file describes no clusters of a "
+                                        "shipped one; --device chooses"};
+    return kReasons[static_cast<size_t>(grounds)];
 }
 
 void CheckCommands(RuleContext& context, SceneCheck& check) {
@@ -79,13 +60,13 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     check.file = file;
     std::vector<SceneProblem> problems;
     const SceneFile scenes = SceneFile::ParseAll(text, file, problems);
-    const ChosenDevice chosen = ChooseDevice(device, scenes);
-    check.device = chosen.profile.name;
-    check.whyDevice = chosen.why;
+    const auto [profile, grounds] = DeviceOfScenes(scenes, device);
+    check.device = profile.name;
+    check.whyDevice = WhyDevice(grounds);
 
-    Phone phone(chosen.profile);
-    RuleContext context{
-        scenes, chosen.profile, SceneMeaning(scenes), scenes.ClusterLayout(), phone, {}, {}};
+    Phone phone(profile);
+    RuleContext context{scenes, profile, SceneMeaning(scenes), scenes.ClusterLayout(), phone,
+                        {},     {}};
     for (const SceneProblem& problem : problems) {
         context.findings.push_back(
             {Severity::kError, problem.rule, problem.place, "", problem.message, "", ""});

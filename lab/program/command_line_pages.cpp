@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <sstream>
 
 #include "lab/names/text.h"
-#include "lab/phone/device_profile.h"
+#include "lab/server/inputs.h"
 
 namespace lab {
 namespace {
@@ -37,22 +36,11 @@ std::string Words(const std::vector<std::string>& words) {
     return fmt::format("{}", fmt::join(words, " "));
 }
 
-std::vector<std::string> FilesThatShip(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code ignored;
-    const auto path = std::filesystem::path(DataFolder()) / folder;
-    for (const auto& entry : std::filesystem::directory_iterator(path, ignored)) {
-        names.push_back(entry.path().stem().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 Values ValuesOf(const std::string& type) {
     if (type == "NAME|FILE") return {DeviceProfileNames(), true};
-    if (type == "SCENARIO") return {FilesThatShip("scenarios"), true};
-    if (type == "SCENES") return {FilesThatShip("scenes"), true};
-    if (type == "CAPTURE") return {FilesThatShip("captures"), true};
+    if (type == "SCENARIO") return {ShippedNames("scenarios", ".yaml"), true};
+    if (type == "SCENES") return {ShippedNames("scenes", ".xml"), true};
+    if (type == "CAPTURE") return {ShippedNames("captures", ".txt"), true};
     if (type == "SHELL") return {{"bash", "zsh", "fish"}, false};
     return {{}, type.starts_with("FILE") || type == "FOLDER"};
 }

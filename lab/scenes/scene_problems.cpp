@@ -2,12 +2,19 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <iterator>
 
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 
 namespace lab {
+namespace {
+
+constexpr char kUsualDevice[] = "sm8450";
+
+}  // namespace
 
 std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes,
                                             const CommandMeaning& command) {
@@ -104,6 +111,22 @@ std::vector<std::string> ClusterNotes(const DeviceProfile& device) {
             device.name, cluster.firstCpu, cluster.lastCpu, cluster.name));
     }
     return notes;
+}
+
+DeviceOfFile DeviceOfScenes(const SceneFile& scenes, const std::string& named) {
+    if (!named.empty()) return {LoadDeviceProfile(named), DeviceGrounds::kNamed};
+    const std::vector<std::string> names = DeviceProfileNames();
+    const std::string stem = std::filesystem::path(scenes.File()).stem().string();
+    if (std::find(names.begin(), names.end(), stem) != names.end()) {
+        return {LoadDeviceProfile(stem), DeviceGrounds::kNameOfFile};
+    }
+    for (const std::string& name : names) {
+        DeviceProfile profile = LoadDeviceProfile(name);
+        if (FindClusterProblems(scenes, profile).empty()) {
+            return {std::move(profile), DeviceGrounds::kClusters};
+        }
+    }
+    return {LoadDeviceProfile(kUsualDevice), DeviceGrounds::kNone};
 }
 
 std::string ProblemText(const SceneFile& scenes, const SceneProblem& problem) {

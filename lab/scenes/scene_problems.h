@@ -20,6 +20,18 @@ std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes, const Comma
 // Whether "qcom_cpu_info" describes the clusters that `device` has: the plug-in believes it.
 std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes, const DeviceProfile& device);
 
+// Why a scene file is one for a device.
+enum class DeviceGrounds : uint8_t { kNamed, kNameOfFile, kClusters, kNone };
+
+struct DeviceOfFile {
+    DeviceProfile profile;
+    DeviceGrounds grounds;
+};
+
+// The device `named` (a shipped name or a file); where nobody names one, the file's namesake, else
+// the first shipped one whose clusters the file describes, else sm8450.
+DeviceOfFile DeviceOfScenes(const SceneFile& scenes, const std::string& named);
+
 // A frequency that is none, and that the plug-in does not speak of.
 std::string FrequencyText(const CommandMeaning& command, const LoaderRemark& remark);
 

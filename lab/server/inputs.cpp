@@ -20,16 +20,6 @@ bool IsFile(const fs::path& path) {
     return fs::is_regular_file(path, ignored);
 }
 
-std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension) {
-    std::vector<std::string> names;
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(DataFolder() + "/" + folder, ignored)) {
-        if (entry.path().extension() == extension) names.push_back(entry.path().stem().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string FindFile(const std::string& name, const std::string& folder,
                      const std::string& extension, const std::string& what) {
     if (IsInput(name)) return name;
@@ -54,6 +44,16 @@ std::string FileBeside(const ScenarioHead& head, const std::string& name) {
 }
 
 }  // namespace
+
+std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension) {
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(DataFolder() + "/" + folder, ignored)) {
+        if (entry.path().extension() == extension) names.push_back(entry.path().stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 std::string FindScenarioFile(const std::string& name) {
     return FindFile(name, "scenarios", ".yaml", "scenario");

@@ -17,20 +17,27 @@ constexpr int kMostCeilings = 133;
 // on which 0 means never.
 constexpr long kUptimeAtStartMs = 10'000;
 
-int CountOf(const std::vector<int>& values) {
-    return static_cast<int>(values.size());
-}
-
 const int* DataOf(const std::vector<int>& values) {
     return values.empty() ? nullptr : values.data();
 }
 
-// The tags and values of `pairs` as the two arrays that the plug-in takes.
-void Split(const std::vector<TagValue>& pairs, std::vector<int>& tags, std::vector<int>& values) {
-    for (const TagValue& pair : pairs) {
-        tags.push_back(pair.tag);
-        values.push_back(pair.value);
+// Tags and values as the two arrays that the plug-in takes; null for none.
+struct TagArrays {
+    explicit TagArrays(const std::vector<TagValue>& pairs) {
+        for (const TagValue& pair : pairs) {
+            tags.push_back(pair.tag);
+            values.push_back(pair.value);
+        }
     }
+    int Count() const { return static_cast<int>(tags.size()); }
+
+    std::vector<int> tags;
+    std::vector<int> values;
+};
+
+// What says no more than its number.
+Server::Outcome Returned(int result) {
+    return {result, std::to_string(result), {}};
 }
 
 }  // namespace
@@ -125,9 +132,8 @@ Server::Outcome Server::Send(const DoCommand& request) {
 }
 
 Server::Outcome Server::Send(const DoInteractive& request) {
-    Outcome outcome;
-    outcome.result = mLibrary.DoInterFreqAction(Chain(request.cmdId), DataOf(request.payload));
-    outcome.text = std::to_string(outcome.result);
+    Outcome outcome =
+        Returned(mLibrary.DoInterFreqAction(Chain(request.cmdId), DataOf(request.payload)));
     outcome.facts.who = LabelOf(request.cmdId);
     outcome.facts.cmdId = request.cmdId;
     outcome.facts.writesStay = true;
@@ -135,13 +141,9 @@ Server::Outcome Server::Send(const DoInteractive& request) {
 }
 
 Server::Outcome Server::Send(const SetLimits& request) {
-    Outcome outcome;
-    std::vector<int> tags;
-    std::vector<int> values;
-    Split(request.tags, tags, values);
-    outcome.result =
-        mAdapter->DoPerfSetConfig(request.clientId, CountOf(tags), DataOf(tags), DataOf(values));
-    outcome.text = std::to_string(outcome.result);
+    const TagArrays limits(request.tags);
+    Outcome outcome = Returned(mAdapter->DoPerfSetConfig(
+        request.clientId, limits.Count(), DataOf(limits.tags), DataOf(limits.values)));
     outcome.facts = FactsOf(request, outcome.result, mLayout);
     return outcome;
 }
@@ -149,48 +151,39 @@ Server::Outcome Server::Send(const SetLimits& request) {
 Server::Outcome Server::Send(const GetValues& request) {
     Outcome outcome;
     std::vector<int> values(request.tags.size(), INT32_MIN);
-    outcome.result =
-        mAdapter->DoPerfGetConfig(CountOf(request.tags), request.tags.data(), values.data());
-    std::string lines;
+    outcome.result = mAdapter->DoPerfGetConfig(static_cast<int>(values.size()), request.tags.data(),
+                                               values.data());
     for (size_t i = 0; i < values.size(); ++i) {
         const TagFacts* facts = FindTagFacts(request.tags[i], mLayout);
         const std::string value = values[i] == INT32_MIN ? "cannot be read"
                                   : facts                ? WithUnit(values[i], facts->unit)
                                                          : std::to_string(values[i]);
-        lines += fmt::format("{:<32} {}\n", TagLabel(request.tags[i], mLayout), value);
+        outcome.text += fmt::format("{:<32} {}\n", TagLabel(request.tags[i], mLayout), value);
     }
-    outcome.text = lines;
     return outcome;
 }
 
 Server::Outcome Server::Send(const GetStatus&) {
-    Outcome outcome;
     std::map<std::string, int> status;
-    outcome.result = mAdapter->GetPerfEventStatus(status);
-    outcome.text =
-        fmt::format("performance {}, thermal level {}", status["mPB_Prior"], status["mTB_Prior"]);
-    return outcome;
+    const int result = mAdapter->GetPerfEventStatus(status);
+    return {
+        result,
+        fmt::format("performance {}, thermal level {}", status["mPB_Prior"], status["mTB_Prior"]),
+        {}};
 }
 
 Server::Outcome Server::Send(const DumpLimits&) {
-    Outcome outcome;
-    outcome.text = mLibrary.DumpFreqList();
-    return outcome;
+    return {0, mLibrary.DumpFreqList(), {}};
 }
 
 Server::Outcome Server::Send(const SetStateBits& request) {
-    Outcome outcome;
-    outcome.result = mAdapter->SetState(request.state);
+    Outcome outcome = Returned(mAdapter->SetState(request.state));
     outcome.facts.state = request.state;
-    outcome.text = std::to_string(outcome.result);
     return outcome;
 }
 
 Server::Outcome Server::Send(const SetDebugSwitch& request) {
-    Outcome outcome;
-    outcome.result = mAdapter->SetDebug(request.on);
-    outcome.text = std::to_string(outcome.result);
-    return outcome;
+    return Returned(mAdapter->SetDebug(request.on));
 }
 
 Server::Outcome Server::Send(const CountBoost& request) {
@@ -199,10 +192,8 @@ Server::Outcome Server::Send(const CountBoost& request) {
 }
 
 Server::Outcome Server::Send(const AskBoost& request) {
-    Outcome outcome;
-    outcome.result = mAdapter->CanThermalBoost(request.cmdId) ? 1 : 0;
-    outcome.text = outcome.result ? "yes" : "no, its count is used up";
-    return outcome;
+    const bool may = mAdapter->CanThermalBoost(request.cmdId);
+    return {may ? 1 : 0, may ? "yes" : "no, its count is used up", {}};
 }
 
 Server::Outcome Server::Send(const GetCeilings& request) {
@@ -211,41 +202,31 @@ Server::Outcome Server::Send(const GetCeilings& request) {
     std::vector<int> values(kMostCeilings);
     outcome.result = mAdapter->GetPerfTagValue(Chain(request.cmdId), request.release, tags.data(),
                                                values.data());
-    outcome.text = outcome.result == 0 ? "none" : std::to_string(outcome.result);
-    std::string lines;
     for (size_t i = 0; i < static_cast<size_t>(std::max(outcome.result, 0)); ++i) {
         const TagFacts* facts = FindTagFacts(tags[i], mLayout);
-        lines += fmt::format("{:<32} {}\n", TagLabel(tags[i], mLayout),
-                             facts && values[i] ? WithUnit(values[i], facts->unit) : "lifted");
+        outcome.text +=
+            fmt::format("{:<32} {}\n", TagLabel(tags[i], mLayout),
+                        facts && values[i] ? WithUnit(values[i], facts->unit) : "lifted");
     }
-    if (!lines.empty()) outcome.text = lines;
+    if (outcome.result == 0) outcome.text = "none";
+    if (outcome.result < 0) outcome.text = std::to_string(outcome.result);
     return outcome;
 }
 
 Server::Outcome Server::Send(const SetSchedLevel& request) {
-    Outcome outcome;
-    std::vector<int> tags;
-    std::vector<int> values;
-    Split(request.tags, tags, values);
-    outcome.result =
-        mAdapter->DoSchedLevelAction(request.level, CountOf(tags), DataOf(tags), DataOf(values));
-    outcome.text = std::to_string(outcome.result);
-    return outcome;
+    const TagArrays limits(request.tags);
+    return Returned(mAdapter->DoSchedLevelAction(request.level, limits.Count(), DataOf(limits.tags),
+                                                 DataOf(limits.values)));
 }
 
 Server::Outcome Server::Send(const ProbeAffinity& request) {
-    Outcome outcome;
-    outcome.result = mAdapter->DoProbeAffinity(static_cast<unsigned>(request.mask), request.pid);
-    outcome.text = std::to_string(outcome.result);
-    return outcome;
+    return Returned(mAdapter->DoProbeAffinity(static_cast<unsigned>(request.mask), request.pid));
 }
 
 Server::Outcome Server::Send(const GetChipType& request) {
-    Outcome outcome;
     int type = -1;
-    outcome.result = mAdapter->GetChipPlatformType(Chain(request.cmdId), type);
-    outcome.text = fmt::format("type {}", type);
-    return outcome;
+    const int result = mAdapter->GetChipPlatformType(Chain(request.cmdId), type);
+    return {result, fmt::format("type {}", type), {}};
 }
 
 }  // namespace lab
