@@ -304,7 +304,7 @@ Place CommandMeaning::PlaceOf(const LoaderRemark& remark) const {
     return remark.key ? remark.key->place : elements[remark.element].element->place;
 }
 
-SceneMeaning::SceneMeaning(const SceneFile& scenes) : mScenes(scenes) {
+SceneMeaning::SceneMeaning(const SceneFile& scenes) {
     Layout layout = Layout::kTwoClusters;
     for (const SceneCommand& command : scenes.Commands()) {
         if (!DescribesClusters(command)) continue;

@@ -119,10 +119,9 @@ struct CommandMeaning {
 // The meaning of a file's commands, each worked out when it is asked for.
 class SceneMeaning {
   public:
-    // Keeps a reference to `scenes`.
     explicit SceneMeaning(const SceneFile& scenes);
 
-    // Of a command of the file.
+    // Of a command of the file, to which the result points.
     CommandMeaning Of(const SceneCommand& command) const;
 
   private:
@@ -132,7 +131,6 @@ class SceneMeaning {
         Layout layout;
     };
 
-    const SceneFile& mScenes;
     std::vector<Clusters> mClusters;  // by ascending id
 };
 
