@@ -1,10 +1,10 @@
 // What the scenes of a file do, in words that tell two files apart.
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lab/phone/device_profile.h"
@@ -17,7 +17,10 @@ struct Effect {
     std::string what;
     std::string value;
 
-    auto operator<=>(const Effect&) const = default;
+    bool operator==(const Effect&) const = default;
+    bool operator<(const Effect& other) const {
+        return std::tie(what, value) < std::tie(other.what, other.value);
+    }
 };
 using Effects = std::vector<Effect>;  // each `what` once
 

@@ -2,17 +2,11 @@
 
 #include <algorithm>
 
+#include "base/ids.h"
 #include "lab/book/limit_words.h"
 
 namespace lab {
 namespace {
-
-// A command whose locks are kept like an event's whatever the payload, and the one that ends it.
-constexpr int kKeptCommand = 5378;
-constexpr int kKeptCommandEnd = 5379;
-
-constexpr int kFirstLongScene = 12288;
-constexpr int kLastLongScene = 13568;
 
 std::string EventName(int cmdId) {
     return "event " + std::to_string(cmdId);
@@ -42,7 +36,7 @@ void AddSceneFacts(const Action& first, bool isOn, int result, Layout layout, Re
 }  // namespace
 
 bool IsLongScene(const Action& first) {
-    return first.cmdId >= kFirstLongScene && first.cmdId <= kLastLongScene && first.duration == 0;
+    return tarquel::IsLongTermScene(first.cmdId) && first.duration == 0;
 }
 
 RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemandMs, int result,
@@ -58,7 +52,9 @@ RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemand
         if (isOn || isOff) AddSceneFacts(first, isOn, result, layout, facts);
         return facts;
     }
-    if (request.cmdId == kKeptCommandEnd) facts.ended.push_back(EventName(kKeptCommand));
+    if (request.cmdId == tarquel::kCmdRegularEventEnd) {
+        facts.ended.push_back(EventName(tarquel::kCmdRegularEvent));
+    }
     if (isOff) {
         facts.ended.push_back(EventName(request.cmdId));
         return facts;
@@ -71,7 +67,7 @@ RequestFacts FactsOf(const DoCommand& request, const Action& first, int onDemand
             facts.opcodes.insert(action->perfList[i]);
         }
     }
-    if (isOn || request.cmdId == kKeptCommand) {
+    if (isOn || request.cmdId == tarquel::kCmdRegularEvent) {
         facts.standing = EventName(request.cmdId);
     } else if (isUntimed) {
         facts.standing = "untimed";
@@ -86,7 +82,7 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     facts.who = ClientLabel(request.clientId);
     facts.result = result;
     facts.asked = request.tags;
-    if (request.clientId < 1 || request.clientId > 4 || request.tags.empty()) return facts;
+    if (!tarquel::IsClient(request.clientId) || request.tags.empty()) return facts;
     facts.mayLock = true;
     const bool isGroup = request.tags.front().tag == kGroupTag;
     facts.isGroup = isGroup;
@@ -97,7 +93,7 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     }
     if (isGroup && duration < 0) facts.ended.push_back("group");
     // The camera's words are kept only as a group's.
-    const bool isKept = request.clientId != 4 || (isGroup && duration == 0);
+    const bool isKept = request.clientId != tarquel::kClientCamera || (isGroup && duration == 0);
     for (size_t i = 0; i < request.tags.size(); ++i) {
         const TagValue& pair = request.tags[i];
         // A group's first tag is its marker; behind it every tag is one that its lock holds.

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "lab/names/node_names.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 namespace {
@@ -179,10 +180,9 @@ const SceneCommand& StepReader::ReadCommand(const YamlNode& node, bool interacti
         node.Fail("there is no command '" + text + "' in " + mScenes.File() +
                   DidYouMean(text, names));
     }
-    const std::string& first = command->elements.front().name;
-    if (first == "qcom_cpu_info" || first.rfind("freq_level_info", 0) == 0) {
-        node.Fail("command " + command->Label() + " describes the device (<" + first +
-                  ">); it cannot run");
+    if (IsDescription(*command)) {
+        node.Fail("command " + command->Label() + " describes the device (<" +
+                  command->elements.front().name + ">); it cannot run");
     }
     if (command->interactive != interactive) {
         node.Fail("command " + command->Label() +
