@@ -11,10 +11,10 @@ namespace lab {
 namespace {
 
 const char* WhyDevice(DeviceGrounds grounds) {
-    constexpr const char* kReasons[] = {"as asked", "by the file's name",
-                                        "whose clusters the file describes",
-                                        "for want of another: the file describes no clusters of a "
-                                        "shipped one; --device chooses"};
+    static constexpr char kNone[] =
+        "for want of another: the file describes no clusters of a shipped one; --device chooses";
+    static constexpr const char* kReasons[] = {"as asked", "by the file's name",
+                                               "whose clusters the file describes", kNone};
     return kReasons[static_cast<size_t>(grounds)];
 }
 

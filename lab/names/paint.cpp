@@ -15,31 +15,10 @@ Paint Paint::ForTerminal(int descriptor) {
 }
 
 std::string Paint::operator()(Colour colour, const std::string& text) const {
-    if (!mOn || text.empty()) return text;
-    const char* code = "0";
-    switch (colour) {
-        case Colour::kPlain:
-            return text;
-        case Colour::kBold:
-            code = "1";
-            break;
-        case Colour::kDim:
-            code = "2";
-            break;
-        case Colour::kRed:
-            code = "31";
-            break;
-        case Colour::kGreen:
-            code = "32";
-            break;
-        case Colour::kYellow:
-            code = "33";
-            break;
-        case Colour::kCyan:
-            code = "36";
-            break;
-    }
-    return std::string("\033[") + code + "m" + text + "\033[0m";
+    // In the order of Colour.
+    constexpr const char* kCodes[] = {"0", "1", "2", "31", "32", "33", "36"};
+    if (!mOn || text.empty() || colour == Colour::kPlain) return text;
+    return std::string("\033[") + kCodes[static_cast<size_t>(colour)] + "m" + text + "\033[0m";
 }
 
 }  // namespace lab

@@ -15,15 +15,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 const char* Verdict(ExitCode exit) {
-    switch (exit) {
-        case kFine:
-            return "fine";
-        case kFindings:
-            return "findings";
-        case kCannotRun:
-            break;
-    }
-    return "cannot run";
+    constexpr const char* kVerdicts[] = {"fine", "findings", "cannot run"};
+    return kVerdicts[exit];
 }
 
 Colour ColourOf(ExitCode exit) {

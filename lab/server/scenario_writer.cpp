@@ -31,7 +31,7 @@ std::string Quoted(const std::string& text) {
         if (letter == '"' || letter == '\\') {
             quoted += '\\';
             quoted += letter;
-        } else if (static_cast<unsigned char>(letter) < ' ') {
+        } else if (static_cast<unsigned char>(letter) < ' ' || letter == '\x7F') {
             quoted += fmt::format("\\x{:02x}", static_cast<unsigned>(letter));
         } else {
             quoted += letter;
@@ -121,10 +121,6 @@ YamlNode MakeScalar(const std::string& text) {
 
 YamlNode MakeScalar(int64_t number) {
     return MakeScalar(std::to_string(number));
-}
-
-YamlNode MakeNull() {
-    return {};
 }
 
 YamlNode MakeList(std::vector<YamlNode> items) {

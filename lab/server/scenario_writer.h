@@ -14,7 +14,6 @@ namespace lab {
 // Nodes of a document that is made rather than read; they have no place in a file.
 YamlNode MakeScalar(const std::string& text);
 YamlNode MakeScalar(int64_t number);
-YamlNode MakeNull();
 YamlNode MakeList(std::vector<YamlNode> items);
 YamlNode MakeMap(std::vector<std::pair<std::string, YamlNode>> fields);
 
