@@ -124,7 +124,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
                  Coverage& coverage, std::set<std::string>& files) {
     const std::string file = FindScenarioFile(name);
     files.insert(file);
-    const YamlNode root = LoadYamlFile(file);
+    YamlNode root = LoadYamlFile(file);
     ScenarioHead head = ReadScenarioHead(root);
     if (options.debug) head.debug = true;
     const Instead instead{options.device, options.scenes};
@@ -135,6 +135,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     files.insert(scenesFile);
     SceneFile scenes = SceneFile::Load(scenesFile);
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
+    root = {};  // of a large scenario more than all that the run keeps
     coverage.Add(scenes, steps, device.name);
     const Paint paint = Paint::ForTerminal(STDOUT_FILENO);
     const Layout layout = scenes.ClusterLayout();
