@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "fuzz/scene_agreement.h"
+
 namespace lab {
 namespace {
 
@@ -50,6 +52,16 @@ TEST_P(SceneRule, NamesPlaceRuleAndRemedy) {
     for (const char* part : GetParam().parts) {
         EXPECT_NE(Words(check).find(part), std::string::npos) << part << " in\n" << Words(check);
     }
+}
+
+TEST_P(SceneRule, RefusesWhatTheLoaderRefuses) {
+    std::vector<SceneProblem> mistakes;
+    SceneFile scenes = SceneFile::ParseAll(
+        kClusters + std::string(GetParam().command) + "\n</scenes>", "my.xml", mistakes);
+    if (!mistakes.empty()) return;  // no file for the loader
+    Phone phone(LoadDeviceProfile("sm8450"));
+    Library library("");
+    EXPECT_EQ(fuzz::FindDisagreement(scenes, phone, library), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
