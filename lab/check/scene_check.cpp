@@ -19,8 +19,7 @@ const char* WhyDevice(DeviceGrounds grounds) {
 }
 
 void CheckCommands(RuleContext& context, SceneCheck& check) {
-    LevelRules levels(context);
-    levels.CheckDescribed();
+    const std::set<int> levels = CheckLevels(context);
     CheckDescriptions(context);
     for (const SceneCommand& command : context.scenes.Commands()) {
         ++check.commands;
@@ -37,7 +36,7 @@ void CheckCommands(RuleContext& context, SceneCheck& check) {
                 CheckElement(context, element);
                 CheckValues(context, element);
             }
-            levels.CheckCommand(meaning);
+            CheckBoosts(context, meaning, levels);
         }
     }
 }

@@ -1,7 +1,6 @@
 // The rules of `check`, a file for each job. Each looks at what it is about and adds what it finds.
 #pragma once
 
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -52,28 +51,10 @@ void CheckLevelValues(RuleContext& context, const ElementMeaning& element);
 // An element of the interactive governor.
 void CheckInteractive(RuleContext& context, const ElementMeaning& element);
 
-// Which levels "boost_limit_level" reaches, and how often a command may boost.
-class LevelRules {
-  public:
-    explicit LevelRules(RuleContext& context);
+// The frequency levels that the file describes, each once; which ones there are.
+std::set<int> CheckLevels(RuleContext& context);
 
-    // The levels that a file describes, each once.
-    void CheckDescribed();
-
-    // The levels and counts of a command's elements.
-    void CheckCommand(const CommandMeaning& command);
-
-  private:
-    struct Level {
-        Place place;
-        std::set<std::string> keys;
-    };
-
-    void CheckLimitLevel(const ElementMeaning& element, const KeyMeaning& key);
-    void CheckCounts(const std::vector<ElementMeaning>& elements);
-
-    RuleContext& mContext;
-    std::map<int, Level> mLevels;
-};
+// Which of these levels "boost_limit_level" reaches, and how often a command may boost.
+void CheckBoosts(RuleContext& context, const CommandMeaning& command, const std::set<int>& levels);
 
 }  // namespace lab
