@@ -7,30 +7,13 @@
 namespace lab {
 
 void RunConditions::SetControlType(int type, int line) {
-    switch (type) {
-        case 0:
-            mIsCold = false;
-            mThermalLevel = 0;
-            break;
-        case 4:
-        case 10:
-            mIsCold = true;
-            mColdLine = line;
-            mThermalLevel = 0;
-            break;
-        case 2:
-        case 9:
-            mThermalLevel = 0;
-            break;
-        case 5:
-        case 6:
-        case 7:
-        case 8:
-            mThermalLevel = type - 4;
-            break;
-        default:
-            break;
-    }
+    const bool changesNothing = type < 0 || type == 1 || type == 3 || type > 10;
+    if (changesNothing) return;
+    mThermalLevel = type >= 5 && type <= 8 ? type - 4 : 0;
+    if (type == 0) mIsCold = false;
+    if (type != 4 && type != 10) return;
+    mIsCold = true;
+    mColdLine = line;
 }
 
 std::string RunConditions::WhyNoBreakthrough(const SceneElement& element) const {

@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <utility>
 
 #include "lab/names/text.h"
 
@@ -11,26 +14,16 @@ namespace {
 
 // Text between tags or quotation marks: what XML cannot hold is replaced.
 std::string XmlText(const std::string& text) {
+    constexpr std::pair<char, const char*> kEntities[] = {
+        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\n', "&#10;"}};
     std::string quoted;
     for (const char letter : text) {
-        switch (letter) {
-            case '&':
-                quoted += "&amp;";
-                break;
-            case '<':
-                quoted += "&lt;";
-                break;
-            case '>':
-                quoted += "&gt;";
-                break;
-            case '"':
-                quoted += "&quot;";
-                break;
-            case '\n':
-                quoted += "&#10;";
-                break;
-            default:
-                quoted += static_cast<unsigned char>(letter) < ' ' ? '?' : letter;
+        const auto entity = std::find_if(std::begin(kEntities), std::end(kEntities),
+                                         [letter](const auto& row) { return row.first == letter; });
+        if (entity != std::end(kEntities)) {
+            quoted += entity->second;
+        } else {
+            quoted += static_cast<unsigned char>(letter) < ' ' ? '?' : letter;
         }
     }
     return quoted;

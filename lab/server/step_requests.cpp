@@ -20,26 +20,20 @@ std::string PayloadText(const std::vector<int>& payload) {
 }
 
 const char* ControlMeaning(int type) {
-    switch (type) {
-        case 0:
-            return "limits lifted, boosts on";
-        case 2:
-        case 9:
-            return "limits in force";
-        case 4:
-        case 10:
-            return "low temperature: no boosts";
-        case 5:
-            return "thermal level 1";
-        case 6:
-            return "thermal level 2, limits in force";
-        case 7:
-            return "thermal level 3, limits in force";
-        case 8:
-            return "thermal level 4, limits in force";
-        default:
-            return "changes nothing";
-    }
+    constexpr const char* kMeanings[] = {
+        "limits lifted, boosts on",
+        "changes nothing",
+        "limits in force",
+        "changes nothing",
+        "low temperature: no boosts",
+        "thermal level 1",
+        "thermal level 2, limits in force",
+        "thermal level 3, limits in force",
+        "thermal level 4, limits in force",
+        "limits in force",
+        "low temperature: no boosts",
+    };
+    return type >= 0 && type <= 10 ? kMeanings[type] : "changes nothing";
 }
 
 }  // namespace
