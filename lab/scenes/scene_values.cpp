@@ -16,6 +16,15 @@ namespace keys = tarquel::keys;
 
 constexpr tarquel::NameIndex<tarquel::kOpcodeNames.size()> kOpcodes(tarquel::kOpcodeNames);
 
+// The number of a key that describes the element; of a repeated one the last counts.
+std::optional<int> FindNumber(const SceneElement& element, std::string_view key) {
+    std::optional<int> number;
+    for (const SceneKey& each : element.keys) {
+        if (each.name == key) number = std::atoi(each.value.c_str());
+    }
+    return number;
+}
+
 }  // namespace
 
 std::optional<int> FindKeyOpcode(std::string_view key) {
@@ -26,14 +35,6 @@ std::optional<int> FindKeyOpcode(std::string_view key) {
 int HalValueOfKey(int opcode, const std::string& value) {
     const int number = std::atoi(value.c_str());
     return tarquel::IsFrequencyOpcode(opcode) ? number / 1000 : number;
-}
-
-std::optional<int> FindNumber(const SceneElement& element, std::string_view key) {
-    std::optional<int> number;
-    for (const SceneKey& each : element.keys) {
-        if (each.name == key) number = std::atoi(each.value.c_str());
-    }
-    return number;
 }
 
 int DurationOf(const SceneElement& element) {

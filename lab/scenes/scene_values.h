@@ -15,9 +15,6 @@ std::optional<int> FindKeyOpcode(std::string_view key);
 // A tunable's value as its lock gets it.
 int HalValueOfKey(int opcode, const std::string& value);
 
-// The number of a key that describes the element; of a repeated one the last counts.
-std::optional<int> FindNumber(const SceneElement& element, std::string_view key);
-
 // ms; 0 without the key: until released.
 int DurationOf(const SceneElement& element);
 
