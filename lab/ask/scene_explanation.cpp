@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/ids.h"
 #include "lab/ask/scene_translation.h"
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
@@ -22,7 +23,6 @@ namespace {
 
 using Kind = CommandMeaning::Kind;
 
-constexpr int kThermalClient = 2;
 constexpr int kHighestThermalLevel = 4;
 constexpr int kControlOfLevelZero = 4;  // control type 5 is thermal level 1, and so on
 
@@ -142,7 +142,7 @@ class Trial {
     void AddLifts(const SceneCommand& command, ExplainedCommand& told) {
         for (int level = 1; level <= kHighestThermalLevel; ++level) {
             mServer.Send(
-                SetLimits{kThermalClient, {{kControlTypeTag, kControlOfLevelZero + level}}});
+                SetLimits{tarquel::kClientTemp, {{kControlTypeTag, kControlOfLevelZero + level}}});
             const ActionChain boosted = mServer.Boosted(command.id);
             const Action* before = mServer.FindChain(command.id);
             const Action* after = boosted.get();

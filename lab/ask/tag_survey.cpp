@@ -4,6 +4,7 @@
 #include <limits>
 #include <set>
 
+#include "base/ids.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/phone/phone.h"
@@ -16,9 +17,6 @@
 
 namespace lab {
 namespace {
-
-constexpr int kPowerClient = 1;
-constexpr int kThermalClient = 2;
 
 // The control type that puts limits in force, so that the plug-in writes nodes itself, and one
 // that sets a thermal level.
@@ -77,12 +75,12 @@ int ProbeValue(const TagReport& report) {
 
 // Sets a tag and looks at what crosses to the HAL and the kernel.
 void Probe(Phone& phone, Server& server, TagReport& report) {
-    SetLimits request{kPowerClient, {{report.tag, ProbeValue(report)}}};
+    SetLimits request{tarquel::kClientPower, {{report.tag, ProbeValue(report)}}};
     if (report.tag == kControlTypeTag) {
-        request = {kThermalClient, {{kControlTypeTag, kThermalLevelTwo}}};
+        request = {tarquel::kClientTemp, {{kControlTypeTag, kThermalLevelTwo}}};
     } else if (report.tag == kGroupTag) {
         // A marker holds nothing by itself: it leads a group of others.
-        request = {kPowerClient,
+        request = {tarquel::kClientPower,
                    {{kGroupTag, kGroupMs}, {*FindTag("uclamp_fg_min", Layout::kTwoClusters), 1}}};
     }
     const std::map<std::string, int> status = server.Status();
@@ -120,7 +118,7 @@ std::vector<TagReport> SurveyTags(const DeviceProfile& device, const std::string
     server.Start();
     // All are read before any is set; the control type comes last, for it decides what a set does.
     for (TagReport& report : reports) report.present = server.Read(report.tag);
-    server.Send(SetLimits{kThermalClient, {{kControlTypeTag, kLimitsInForce}}});
+    server.Send(SetLimits{tarquel::kClientTemp, {{kControlTypeTag, kLimitsInForce}}});
     for (TagReport& report : reports) {
         if (report.tag != kControlTypeTag) Probe(phone, server, report);
     }

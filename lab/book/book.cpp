@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/ids.h"
 #include "lab/book/limit_words.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
@@ -18,8 +19,6 @@ namespace {
 
 // What a report can use of a day's replay.
 constexpr size_t kMostEnded = 200;
-
-constexpr int kEventEndCommand = 5379;  // ends what 5378 holds
 
 // Shifts of the load: a 0 is no value of theirs and leaves the last one in force.
 bool IgnoresZero(int tag) {
@@ -508,7 +507,8 @@ std::string Book::WhyReleased() const {
     const RequestFacts& facts = Facts();
     const std::string line = AtLine(mRequest->line);
     if (facts.cmdId) {
-        if (facts.event == RequestFacts::Event::kEnds || facts.cmdId == kEventEndCommand) {
+        if (facts.event == RequestFacts::Event::kEnds ||
+            facts.cmdId == tarquel::kCmdRegularEventEnd) {
             return "its event ended" + line;
         }
         return fmt::format("replaced by {}: untimed commands share one lock", mRequest->Quoted());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ids.h"
 #include "lab/names/tag_names.h"
 
 namespace lab {
@@ -9,10 +10,8 @@ namespace {
 
 constexpr int kNoTask = -1;
 
-// The control type that puts a thermal level in force, and the client whose word on it touches
-// nothing else.
+// The control type that puts thermal level 1 in force.
 constexpr int kControlOfLevel1 = 5;
-constexpr int kPowerClient = 1;
 
 // What one call of the perf HAL takes.
 constexpr size_t kMostInts = 64;
@@ -46,7 +45,8 @@ std::vector<CommandLists::Element> CommandLists::Make(const Action& first, int t
     if (thermal > 0) {
         const int tag = kControlTypeTag;
         const int type = kControlOfLevel1 + thermal - 1;
-        mAdapter.DoPerfSetConfig(kPowerClient, 1, &tag, &type);
+        // This client's word on it touches nothing else.
+        mAdapter.DoPerfSetConfig(tarquel::kClientPower, 1, &tag, &type);
         mAdapter.DoAddScalingInfo(*chain);
     }
     mPhone.Events().Clear();

@@ -1,10 +1,9 @@
 #include "lab/logcat/earlier_locks.h"
 
+#include "base/ids.h"
+
 namespace lab {
 namespace {
-
-constexpr int kRegularEvent = 5378;
-constexpr int kRegularEventEnd = 5379;
 
 constexpr size_t kMostAtWork = 1024;
 constexpr Time kOneRequest = std::chrono::milliseconds(100);
@@ -116,7 +115,7 @@ std::optional<EarlierLock> EarlierLocks::EventLock(const CapturedLine& line) {
         if (former != handle && durationMs > 0) return std::nullopt;
         return Make(EarlierLock::Kind::kEvent, key, index, former, line);
     }
-    if (cmdId == kRegularEventEnd) cmdId = kRegularEvent;
+    if (cmdId == tarquel::kCmdRegularEventEnd) cmdId = tarquel::kCmdRegularEvent;
     const std::pair<int, int> key(cmdId, Number(line, 1));
     const bool isFirst = mEvents.insert(key).second;
     if (!isFirst) return std::nullopt;

@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <vector>
 
+#include "base/ids.h"
+
 namespace lab {
 namespace {
 
 using Messages = std::vector<Message>;
 
 constexpr size_t kMostThreads = 1024;
-
-// Its success has no line of its own.
-constexpr int kQuietCommand = 13267;
 
 const Messages kLockBefore = {Message::kTagRelease, Message::kTagNotHeld, Message::kTagNotGot};
 const Messages kLockAfter = {Message::kTagLock, Message::kNoTagLock};
@@ -70,7 +69,8 @@ bool LineOrder::Add(const CapturedLine& line, bool isFull) {
     const Last former = last;
     last.message = message == Message::kOther ? Message::kUnknown : message;
     last.isSet = former.message == Message::kSetConfig && Has(kLockBefore, message);
-    const bool isQuiet = message == Message::kEventCached && line.match.numbers[0] == kQuietCommand;
+    const bool isQuiet =
+        message == Message::kEventCached && line.match.numbers[0] == tarquel::kCmdQuietOnSuccess;
     if (isQuiet) last.message = Message::kUnknown;
     // Nothing is known of what stands beside lines that tell nothing.
     const bool isJudged = former.message != Message::kUnknown &&

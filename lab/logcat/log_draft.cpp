@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "base/ids.h"
+#include "lab/book/limit_words.h"
 #include "lab/names/node_names.h"
 #include "lab/phone/node_rules.h"
 #include "lab/server/scenario_writer.h"
@@ -13,25 +15,8 @@
 namespace lab {
 namespace {
 
-constexpr int kEventOn = 0;
-constexpr int kEventOff = -1;
-
-// A command whose locks are kept like an event's whatever the payload.
-constexpr int kKeptCommand = 5378;
-
-constexpr int kFirstLongScene = 12288;
-constexpr int kLastLongScene = 13568;
-
-constexpr int kCameraClient = 4;
-
 // Lines of one request follow each other closely, even on a busy phone.
 constexpr Time kLongestPause = std::chrono::milliseconds(100);
-
-// The tags that several clients' limits are merged for: the log says whose such a limit is, unless
-// it is the camera's, which is not merged.
-bool IsMergedTag(int tag) {
-    return tag == 1 || tag == 4 || tag == 7 || tag == 10 || tag == 40 || tag == 41;
-}
 
 // The fault of a node under which reading and writing it end as they did.
 std::string FaultWord(int readError, int writeError) {
@@ -76,7 +61,7 @@ void DraftWriter::Tell(const LogDraft& draft, const std::string& message) {
 int DraftWriter::FindScene(const std::vector<TagValue>& asked) const {
     int found = -1;
     for (const SceneCommand& command : mScenes.Commands()) {
-        if (command.id < kFirstLongScene || command.id > kLastLongScene) continue;
+        if (!tarquel::IsLongTermScene(command.id)) continue;
         const auto& elements = mLists.Elements(command.id, 0, std::nullopt);
         const bool isSame = !elements.empty() && elements[0].durationMs == 0 &&
                             elements[0].list.size() == 2 * asked.size();
@@ -129,13 +114,13 @@ void DraftWriter::CompleteScene(LogDraft& draft) {
     const bool isTold = draft.payloadCount.has_value();
     if (!isTold) {
         draft.payloadCount = 1;
-        draft.payload = mScenesOn.count(draft.cmdId) > 0 ? kEventOff : kEventOn;
+        draft.payload = mScenesOn.count(draft.cmdId) > 0 ? tarquel::kEventOff : tarquel::kEventOn;
     }
     // It may have begun before the capture: then this is its end, and the next one its beginning.
     if (isTold) mScenesTold.insert(draft.cmdId);
     draft.isSideUnknown = !mStory.isWhole && mScenesTold.count(draft.cmdId) == 0;
-    if (draft.payload == kEventOn) mScenesOn.insert(draft.cmdId);
-    if (draft.payload == kEventOff) mScenesOn.erase(draft.cmdId);
+    if (draft.payload == tarquel::kEventOn) mScenesOn.insert(draft.cmdId);
+    if (draft.payload == tarquel::kEventOff) mScenesOn.erase(draft.cmdId);
 }
 
 LogRequest DraftWriter::Finish(LogDraft&& draft) {
@@ -235,12 +220,13 @@ YamlNode DraftWriter::CommandStep(const LogDraft& draft) {
     const YamlNode name = CommandName(draft.cmdId);
     std::vector<std::pair<std::string, YamlNode>> fields;
     const bool isSingle = draft.payloadCount == 1 && draft.payload.has_value();
-    const bool isToldOn = isSingle && *draft.payload == kEventOn;
-    const bool isMeantOn = !draft.payloadCount && draft.isEvent && draft.cmdId != kKeptCommand;
+    const bool isToldOn = isSingle && *draft.payload == tarquel::kEventOn;
+    const bool isMeantOn =
+        !draft.payloadCount && draft.isEvent && draft.cmdId != tarquel::kCmdRegularEvent;
     if (draft.isReleased && draft.acquires == 0) {
         return MakeMap({{"off", name}});
     }
-    if (isSingle && *draft.payload == kEventOff) return MakeMap({{"off", name}});
+    if (isSingle && *draft.payload == tarquel::kEventOff) return MakeMap({{"off", name}});
     if (isToldOn || isMeantOn) {
         fields.emplace_back("on", name);
     } else {
@@ -284,8 +270,8 @@ int DraftWriter::ClientOf(const LogDraft& draft) const {
     // that tells so may be missing like others.
     if (draft.isCut || draft.isMerged || mStory.lastLoss) return 0;
     const bool hasMerged = std::any_of(draft.asked.begin(), draft.asked.end(),
-                                       [](const TagValue& pair) { return IsMergedTag(pair.tag); });
-    return hasMerged ? kCameraClient : 0;
+                                       [](const TagValue& pair) { return IsWeighedTag(pair.tag); });
+    return hasMerged ? tarquel::kClientCamera : 0;
 }
 
 YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
@@ -304,7 +290,7 @@ YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
     if (tags.size() == 1 && tags.front().tag == kControlTypeTag && tags.front().value <= 10) {
         std::vector<std::pair<std::string, YamlNode>> fields = {
             {"control", MakeScalar(tags.front().value)}};
-        if (client != 2) fields.emplace_back("client", name);
+        if (client != tarquel::kClientTemp) fields.emplace_back("client", name);
         return MakeMap(std::move(fields));
     }
     return MakeMap({{"limit", MakeMap({{"client", name}, {"tags", TagMap(tags)}})}});

@@ -3,14 +3,11 @@
 
 #include <algorithm>
 
+#include "base/ids.h"
 #include "lab/logcat/story_teller.h"
 
 namespace lab {
 namespace {
-
-constexpr int kRegularEvent = 5378;
-constexpr int kRegularEventEnd = 5379;
-constexpr int kQuietCommand = 13267;
 
 constexpr int kLongestBreakthroughMs = 3000;
 constexpr int kThermalLevels = 4;
@@ -77,8 +74,8 @@ void StoryTeller::AddCommand() {
 LogDraft& StoryTeller::Command(int cmdId, int index) {
     LogDraft& draft = *mDraft;
     if (draft.kind != Kind::kCommand) return Begin(Kind::kCommand);
-    const bool endsRegular = draft.isReleased && draft.cmdId == kRegularEvent &&
-                             cmdId == kRegularEventEnd && draft.acquires == 0;
+    const bool endsRegular = draft.isReleased && draft.cmdId == tarquel::kCmdRegularEvent &&
+                             cmdId == tarquel::kCmdRegularEventEnd && draft.acquires == 0;
     const bool isSame = draft.cmdId == -1 || draft.cmdId == cmdId || endsRegular;
     const bool isFree = endsRegular || !draft.isReleased;
     if (!isSame || !isFree || (draft.isDone && !HasMoreElements(draft, index))) {
@@ -118,7 +115,7 @@ void StoryTeller::EventKey(bool isCached) {
     draft.pendingIndex = index;
     draft.isEvent = true;
     const std::pair<int, int> key(cmdId, index);
-    if (isCached && cmdId == kQuietCommand && Number(2) >= 1) {
+    if (isCached && cmdId == tarquel::kCmdQuietOnSuccess && Number(2) >= 1) {
         // Its success has no line of its own.
         LockAcquire acquire{mEventHandles[key], 0, {}, Number(2)};
         if (const CommandLists::Element* element = FindElement(draft, -1, 0, false)) {
@@ -282,7 +279,8 @@ void StoryTeller::ActionDone(bool hasPayload) {
     // What the capture's first line belongs to may have begun before it.
     const bool isBegun = !mStory.isWhole && mEnds == 0 && mDraft->kind != Kind::kCommand;
     LogDraft& draft = isScene || isChain ? *mDraft : Begin(Kind::kCommand);
-    if (!isBegun && !isScene && !draft.hasLock && !draft.isBoostless && cmdId != kQuietCommand) {
+    if (!isBegun && !isScene && !draft.hasLock && !draft.isBoostless &&
+        cmdId != tarquel::kCmdQuietOnSuccess) {
         TellLoss(
             fmt::format("command {} is done here, but the lines that tell what it did are missing "
                         "or out of order",

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/ids.h"
+
 namespace lab {
 namespace {
-
-constexpr int kThermalClient = 2;
 
 // How long one query of several values takes at most; the next one may come soon.
 constexpr Time kOneQuery = std::chrono::milliseconds(2);
@@ -233,7 +233,8 @@ void StoryTeller::Close(LogDraft& draft) {
     const bool isRestored = draft.kind == Kind::kLimit && draft.asked.empty() &&
                             draft.set.empty() && !draft.hasEffects && !draft.isTimer;
     // Without SetDebug the restoring of limits has no line of its own.
-    if (isRestored && draft.client == kThermalClient && mStory.detail == LogDetail::kVersion) {
+    if (isRestored && draft.client == tarquel::kClientTemp &&
+        mStory.detail == LogDetail::kVersion) {
         draft.effects.insert(draft.effects.begin(),
                              {draft.at, TimerEvent{TimerEvent::Kind::kFire, 0}});
     }

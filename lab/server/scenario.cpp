@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "base/ids.h"
 #include "lab/server/step_reader.h"
 
 namespace lab {
@@ -14,11 +15,11 @@ struct ClientName {
     int id;
 };
 constexpr auto kClientNames = std::to_array<ClientName>({
-    {"power", 1},
-    {"thermal", 2},
-    {"temp", 2},
-    {"eapa", 3},
-    {"camera", 4},
+    {"power", tarquel::kClientPower},
+    {"thermal", tarquel::kClientTemp},
+    {"temp", tarquel::kClientTemp},
+    {"eapa", tarquel::kClientEapa},
+    {"camera", tarquel::kClientCamera},
 });
 
 }  // namespace
