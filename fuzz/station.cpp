@@ -119,7 +119,7 @@ std::string Station::End() {
         findings.insert(findings.end(), more.begin(), more.end());
     };
     add(mCalls.Findings());
-    add(mBook->Findings());
+    for (lab::RunFinding& found : mBook->Findings()) findings.push_back(std::move(found.text));
     for (const lab::PerfHal::Lock& lock : mDesk.GetPhone().Hal().Held()) {
         if (mBook->FindLock(lock.handle) != nullptr) continue;
         findings.push_back(fmt::format("lock {} is held, which no event told of", lock.handle));

@@ -12,12 +12,12 @@
 #include "lab/book/history.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
-#include "lab/pictures/findings.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
 #include "lab/pictures/report_data.h"
 #include "lab/program/progress.h"
+#include "lab/server/inputs.h"
 #include "lab/server/library.h"
 #include "lab/server/runner.h"
 
@@ -37,11 +37,25 @@ const DeviceProfile& Device() {
     return device;
 }
 
+// What comes of events: the book, and what pictures draw.
+struct Seen {
+    Seen(const std::vector<Event>& events, Time end)
+        : book(Device(), scenes, phone.GetKernel()), history(Device(), book) {
+        for (const Event& event : events) {
+            book.Observe(event);
+            history.Observe(event);
+        }
+        history.Finish(end);
+    }
+
+    SceneFile scenes = ScenesOfClusters(Device());
+    Phone phone{Device()};
+    Book book;
+    History history;
+};
+
 History Observed(const std::vector<Event>& events, Time end) {
-    History history(Device());
-    for (const Event& event : events) history.Observe(event);
-    history.Finish(end);
-    return history;
+    return std::move(Seen(events, end).history);
 }
 
 PictureHead Head() {
@@ -88,12 +102,12 @@ TEST(RunHistory, GivesLocksToTheRequestThatTookOrRenewedThem) {
     ASSERT_EQ(history.Locks().size(), 2U);
     const History::Lock& renewed = history.Locks()[0];
     ASSERT_EQ(renewed.terms.size(), 2U);
-    EXPECT_EQ(history.HolderOf(renewed.terms[0]), "a");
+    EXPECT_EQ(history.WhoOf(renewed.terms[0].request), "command:a");
     EXPECT_EQ(renewed.terms[0].until, At(501));
-    EXPECT_EQ(history.HolderOf(renewed.terms[1]), "power");
+    EXPECT_EQ(history.WhoOf(renewed.terms[1].request), "client:power");
     EXPECT_EQ(LockEndText(renewed), "expired after 699 ms");
     const History::Lock& lone = history.Locks()[1];
-    EXPECT_EQ(history.HolderOf(lone.terms[0]), "the plug-in");
+    EXPECT_EQ(history.WhoOf(lone.terms[0].request), "other:the plug-in");
     EXPECT_EQ(TermText(lone.terms[0]), "until released");
     EXPECT_EQ(lone.how, History::LockEnd::kHeld);
     EXPECT_EQ(lone.end, At(800));
@@ -150,8 +164,8 @@ TEST(RunHistory, KeepsTheLanesOfTagsAndMovesWhatChangesHands) {
     EXPECT_THAT(LaneTexts(history),
                 ElementsAre("thermal big_max: 1 4", "thermal gpu_max: 2 3", "power big_max: 4"));
     const History::Lock& passed = history.Locks()[3];
-    EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(29))), "client:thermal");
-    EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(30))), "client:power");
+    EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(29)).request), "client:thermal");
+    EXPECT_EQ(history.WhoOf(History::HoldingAt(passed, At(30)).request), "client:power");
     std::vector<std::string> slices;
     const Json trace = TraceOf(history);
     for (const Json& event : trace["traceEvents"]) {
@@ -182,7 +196,7 @@ TEST(RunHistory, ClosesWhatIsOpenAndDropsEndsWithoutABegin) {
 }
 
 TEST(RunHistory, TellsWhatAnOpcodeLimits) {
-    const History history(Device());
+    const History history = Observed({}, At(0));
     const auto floor = history.BearingOf(0x40800000, 2111);
     ASSERT_TRUE(floor);
     EXPECT_EQ(history.Tracks()[floor->track].name, "big");
@@ -201,11 +215,9 @@ TEST(RunHistory, TellsWhatAnOpcodeLimits) {
 
 // Plays steps on a phone of its own.
 struct Played {
-    explicit Played(const std::string& steps) : history(Device()) {
-        SceneFile scenes = SceneFile::Load(DataFolder() + "/scenes/sm8450.xml");
+    explicit Played(const std::string& steps)
+        : book(Device(), scenes, phone.GetKernel()), history(Device(), book) {
         const YamlNode root = LoadYamlText("steps:\n" + steps, "my.yaml");
-        Phone phone(Device());
-        Book book(Device(), scenes, phone.GetKernel());
         for (const std::string& path : history.FrequencyNodes()) {
             history.Start(path, phone.GetKernel().Value(path));
         }
@@ -239,6 +251,9 @@ struct Played {
         }
     }
 
+    SceneFile scenes = SceneFile::Load(DataFolder() + "/scenes/sm8450.xml");
+    Phone phone{Device()};
+    Book book;
     History history;
 };
 
@@ -414,26 +429,42 @@ TEST(RunReport, ChartsTheBusesThatALockLimitsAndNoOthers) {
     EXPECT_EQ(data["pairs"][1].size(), 1U);
 }
 
-TEST(RunReport, FindingsHaveTheirMoments) {
-    const History history = Observed({{At(1), RequestBegin{"expect", 3}},
-                                      {At(1), RequestEnd{"failed: a: expected 1; b, found 2"}},
-                                      {At(2), RequestBegin{"do touch", 4}},
-                                      {At(2), Acquire(0, 0, {0x40800000, 1}, 7)},
-                                      {At(2), RequestEnd{"failed: returned 1"}}},
-                                     At(5));
-    PictureHead head = Head();
-    head.findings = {"my.yaml:3: a: expected 1; b, found 2, at 0.001 s",
-                     "0.002 s: the HAL got what nobody asked for",
-                     "my.yaml:4: do touch returned 1, the scenario expects 0",
-                     "lock 7 is held until released, but nobody asks for it",
-                     "cpu4 scaling_max_freq stays at 1 instead of 2 kHz"};
+// "0.001 s, request 1, lock 0"
+std::vector<std::string> Moments(const Book& book) {
     std::vector<std::string> moments;
-    for (const PlacedFinding& finding : PlaceFindings(history, head)) {
-        moments.push_back(finding.at ? SecondsText(*finding.at) : "none");
+    for (const RunFinding& finding : book.Findings()) {
+        std::string text = finding.at ? SecondsText(*finding.at) + " s" : "none";
+        if (finding.request > 0) text += ", request " + std::to_string(finding.request);
+        if (finding.lock) text += ", lock " + std::to_string(*finding.lock);
+        moments.push_back(text);
     }
-    EXPECT_THAT(moments, ElementsAre("0.001", "0.002", "0.002", "0.002", "none"));
-    EXPECT_EQ(PlaceFindings(history, head)[2].request, 1U);
-    EXPECT_EQ(PlaceFindings(history, head)[3].lock, 0U);
+    return moments;
+}
+
+TEST(RunReport, FindingsHaveTheirMoments) {
+    const Seen seen({{At(1), RequestBegin{"nothing", 3}},
+                     {At(1), Acquire(0, 0, {0x40800000, 1}, -1)},
+                     {At(2), RequestEnd{}},
+                     {At(3), Acquire(0, 0, {0x40800000, 1}, 7)}},
+                    At(5));
+    // Refused; taken, though nothing asks for it; never released.
+    EXPECT_THAT(Moments(seen.book), ElementsAre("0.001 s, request 1", "0.003 s, request 1, lock 0",
+                                                "0.003 s, request 1, lock 0"));
+    PictureHead head = Head();
+    head.findings = seen.book.Findings();
+    std::ostringstream out;
+    WriteReportData(seen.history, head, out);
+    const Json findings = Json::parse(out.str())["findings"];
+    EXPECT_EQ(findings[0][1], 1);
+    EXPECT_EQ(findings[0][2], 0);
+    EXPECT_EQ(findings[0][3], -1);
+    EXPECT_EQ(findings[1][3], 0);
+
+    const Played played(
+        "- {at: 10, do: game_touch, returns: 5}\n"
+        "- {at: 20, expect: {thermal: 3, performance: 4}}\n");
+    EXPECT_THAT(Moments(played.book),
+                ElementsAre("0.010 s, request 2", "0.020 s, request 3", "0.020 s, request 3"));
 }
 
 TEST(RunReport, TimesBetweenMillisecondsAreKept) {

@@ -221,7 +221,9 @@ Played Play(const YamlNode& root, const std::string& deviceName) {
     runner.Play(steps);
     runner.Finish();
     EXPECT_TRUE(server.Problems().empty());
-    return {book.Findings(), phone.Hal().Held().size(), requests};
+    std::vector<std::string> findings;
+    for (RunFinding& finding : book.Findings()) findings.push_back(std::move(finding.text));
+    return {std::move(findings), phone.Hal().Held().size(), requests};
 }
 
 struct Run {

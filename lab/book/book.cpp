@@ -370,8 +370,6 @@ void Book::OnAcquire(const LockAcquire& acquire) {
                     : IsTagLock(acquire) ? TagOf(acquire.list)
                                          : -1;
     if (!acquire.IsGranted()) return OnRefusal(acquire, tag);
-    CheckAsked(acquire);
-
     const auto [entry, isNew] = mLocks.try_emplace(acquire.returned);
     BookedLock& lock = entry->second;
     if (isNew) {
@@ -379,7 +377,9 @@ void Book::OnAcquire(const LockAcquire& acquire) {
         lock.handle = acquire.returned;
         lock.since = mNow;
         lock.takenBy = mRequest;
-    } else if (mKept && lock.tag < 0) {
+    }
+    CheckAsked(acquire, lock.number);
+    if (!isNew && mKept && lock.tag < 0) {
         // What a renewal no longer names.
         for (size_t at = 0; at + 1 < lock.list.size(); at += 2) {
             bool isNamed = false;
@@ -421,10 +421,10 @@ void Book::OnRefusal(const LockAcquire& acquire, int tag) {
     if (mRefusalsLeft > 0) {
         --mRefusalsLeft;
     } else {
-        mFindings.push_back(
-            fmt::format("{} s: the HAL refused a lock with {}, and no step "
-                        "arranged it, during {}",
-                        SecondsText(mNow), acquire.returned, Asker(mRequest)));
+        AddFinding({fmt::format("{} s: the HAL refused a lock with {}, and no step arranged it, "
+                                "during {}",
+                                SecondsText(mNow), acquire.returned, Asker(mRequest)),
+                    mNow, mRequest->number});
     }
     if (tag >= 0) {
         mRefusedTags.insert(acquire.list[0]);
@@ -442,31 +442,32 @@ void Book::OnRefusal(const LockAcquire& acquire, int tag) {
     }
 }
 
-void Book::CheckAsked(const LockAcquire& acquire) {
+void Book::CheckAsked(const LockAcquire& acquire, size_t number) {
     const RequestFacts& facts = Facts();
     if (acquire.isEarlier) return;
     if (!mIsInRequest || !facts.mayLock) {
-        mFindings.push_back(fmt::format("{} s: lock {} was taken {} {}, which asks for none",
-                                        SecondsText(mNow), acquire.returned,
-                                        mIsInRequest ? "during" : "after", Asker(mRequest)));
+        AddFinding(
+            {fmt::format("{} s: lock {} was taken {} {}, which asks for none", SecondsText(mNow),
+                         acquire.returned, mIsInRequest ? "during" : "after", Asker(mRequest)),
+             mNow, mRequest->number, number});
         return;
     }
     for (size_t i = 0; i + 1 < acquire.list.size(); i += 2) {
         if (facts.opcodes.count(acquire.list[i])) continue;
-        mFindings.push_back(fmt::format(
-            "{} s: lock {} names {}, which {} does not ask for", SecondsText(mNow),
-            acquire.returned, ResourceOf(acquire.list[i], mLayout).name, Asker(mRequest)));
+        AddFinding({fmt::format("{} s: lock {} names {}, which {} does not ask for",
+                                SecondsText(mNow), acquire.returned,
+                                ResourceOf(acquire.list[i], mLayout).name, Asker(mRequest)),
+                    mNow, mRequest->number, number});
     }
 }
 
 // A lock of a tag belongs to whoever asks for what it carries, any other to who took it.
 void Book::SetOwner(BookedLock& lock) {
-    const std::string former = lock.owner;
-    if (lock.isEarlier) {
-        lock.owner = kUnnamed;
-    } else if (lock.tag < 0) {
-        lock.owner = LockHolder();
-        lock.askedBy = lock.request;
+    const std::string owner = lock.owner;
+    const RequestPtr askedBy = lock.askedBy;
+    if (lock.isEarlier || lock.tag < 0) {
+        lock.owner = lock.isEarlier && !Facts().isEarlier ? kUnnamed : LockHolder();
+        lock.askedBy = mIsInRequest ? mRequest : nullptr;
     } else {
         const Ask* word = StrictestWord(lock.tag);
         // In a capture the strictest may have spoken before it begins.
@@ -476,7 +477,7 @@ void Book::SetOwner(BookedLock& lock) {
         lock.owner = isUnheard ? kUnnamed : word ? word->who : "the plug-in";
         lock.askedBy = word && !isUnheard ? word->request : nullptr;
     }
-    if (lock.owner != former) mChangedHands.push_back(lock.handle);
+    if (lock.owner != owner || lock.askedBy != askedBy) mChangedHands.push_back(lock.handle);
 }
 
 std::string Book::LockHolder() const {

@@ -110,10 +110,18 @@ struct BookedLock {
     RequestPtr request;        // that took or last renewed it
     RunConditions conditions;  // at that time
     std::string owner;         // who asks for what it carries: "thermal", "touch (4098)"
-    RequestPtr askedBy;        // the owner's request; null: nobody's
+    RequestPtr askedBy;        // with which the owner asks for it; null: nobody's
     std::string remark;        // what befell it
     uint64_t order = 0;        // of its last term
     std::vector<const std::vector<Driven>*> drives;  // of each pair
+};
+
+// Something wrong, with what it is about.
+struct RunFinding {
+    std::string text;
+    std::optional<Time> at = std::nullopt;      // none: of the run as a whole
+    size_t request = 0;                         // its number; 0: none
+    std::optional<size_t> lock = std::nullopt;  // as BookedLock::number
 };
 
 class Book {
@@ -128,7 +136,7 @@ class Book {
     void Observe(const Event& event);
 
     // Something that the run itself found wrong, such as a failed expectation.
-    void AddFinding(const std::string& text) { mFindings.push_back(text); }
+    void AddFinding(RunFinding finding) { mFindings.push_back(std::move(finding)); }
 
     Layout ClusterLayout() const { return mLayout; }
     const Kernel& GetKernel() const { return mKernel; }
@@ -143,7 +151,7 @@ class Book {
     // The lock that the last event ended; null when it ended none.
     const BookedLock* EndedLock() const { return mEndedLock ? &*mEndedLock : nullptr; }
 
-    // The locks whose owner the last event changed, by handle.
+    // The locks that belong to another owner or request since the last event, by handle.
     const std::vector<int>& ChangedHands() const { return mChangedHands; }
 
     // The newest lock that carries the value of the tag with `opcode`; null when there is none.
@@ -189,7 +197,7 @@ class Book {
     bool IsAtDefault(int opcode, int value) const;
 
     // Everything found, with what is wrong about the nodes and locks as they are now.
-    std::vector<std::string> Findings() const;
+    std::vector<RunFinding> Findings() const;
 
   private:
     // The last writes of a node.
@@ -223,7 +231,7 @@ class Book {
 
     void OnAcquire(const LockAcquire& acquire);
     void OnRefusal(const LockAcquire& acquire, int tag);
-    void CheckAsked(const LockAcquire& acquire);
+    void CheckAsked(const LockAcquire& acquire, size_t number);
     void EndLock(int handle, const std::string& how);
     void OnWrite(const NodeAccess& access);
     void SetOwner(BookedLock& lock);
@@ -256,7 +264,7 @@ class Book {
     std::optional<int> BoundOf(int tag) const;
     std::optional<int> BootValue(int tag) const;
     const Writes* FindWrites(const std::string& path) const;
-    void AddNodeFindings(std::vector<std::string>& findings) const;
+    void AddNodeFindings(std::vector<RunFinding>& findings) const;
     static std::string Asker(const RequestPtr& request);
 
     const DeviceProfile& mDevice;
@@ -291,7 +299,7 @@ class Book {
     int mRefusalsLeft = 0;
     std::optional<NodeTarget> mKept;  // whose ended asks are kept
     std::deque<EndedAsk> mEnded;
-    std::vector<std::string> mFindings;
+    std::vector<RunFinding> mFindings;
 };
 
 }  // namespace lab

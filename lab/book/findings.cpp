@@ -15,14 +15,15 @@ std::string Book::Asker(const RequestPtr& request) {
     return fmt::format("\"{}\"{}", request->text, AtLine(request->line));
 }
 
-std::vector<std::string> Book::Findings() const {
-    std::vector<std::string> findings = mFindings;
+std::vector<RunFinding> Book::Findings() const {
+    std::vector<RunFinding> findings = mFindings;
     for (const auto& [handle, lock] : mLocks) {
         if (lock.until) continue;  // ends by itself
         const std::string why = WhyLeaked(lock);
         if (!why.empty()) {
             findings.push_back(
-                fmt::format("lock {} is held until released, but {}", lock.handle, why));
+                {fmt::format("lock {} is held until released, but {}", lock.handle, why),
+                 lock.since, lock.request->number, lock.number});
         }
     }
     AddNodeFindings(findings);
@@ -133,7 +134,7 @@ const Book::Writes* Book::FindWrites(const std::string& path) const {
     return nullptr;
 }
 
-void Book::AddNodeFindings(std::vector<std::string>& findings) const {
+void Book::AddNodeFindings(std::vector<RunFinding>& findings) const {
     std::vector<std::string> told;  // the CPUs of a cluster share their nodes: one line for all
     for (const auto& entry : mAtBoot->values) {
         const std::string& path = entry.first;
@@ -150,9 +151,9 @@ void Book::AddNodeFindings(std::vector<std::string>& findings) const {
             who = fmt::format("last written by {} during {}",
                               writes->byHal ? "the HAL" : "the plug-in", Asker(writes->request));
         }
-        findings.push_back(fmt::format(
+        findings.push_back({fmt::format(
             "{} stays at {} instead of {} {}, though no request in force asks for it; {}",
-            ShortNode(path), now, boot, NodeUnit(path), who));
+            ShortNode(path), now, boot, NodeUnit(path), who)});
     }
 }
 

@@ -1,7 +1,6 @@
 #include "lab/book/history.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "lab/names/node_names.h"
@@ -16,9 +15,6 @@ constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
 constexpr const char* kDevfreqNames[] = {"min_freq", "max_freq", "cur_freq"};
 constexpr char kGpuFolder[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
 
-// The plug-in's word on a new control type; written while its debug lines are on.
-constexpr char kControlLine[] = "tarquel: SetControlType config %d, mEnableBoost %d";
-
 bool IsGpuNode(const std::string& path) {
     return path.starts_with(kGpuFolder);
 }
@@ -31,12 +27,7 @@ std::string ClusterLabel(const CpuCluster& cluster) {
 
 }  // namespace
 
-const std::string& History::Request::Holder() const {
-    if (!command.empty()) return command;
-    return client.empty() ? text : client;
-}
-
-History::History(const DeviceProfile& device) : mDevice(device) {
+History::History(const DeviceProfile& device, const Book& book) : mDevice(device), mBook(book) {
     constexpr const char* kCpuNames[] = {"scaling_min_freq", "scaling_max_freq",
                                          "scaling_cur_freq"};
     const std::string cpus = "/sys/devices/system/cpu/";
@@ -111,19 +102,19 @@ void History::Observe(const Event& event) {
     mNow = event.at;
     mEnd = std::max(mEnd, event.at);
     std::visit([this](const auto& what) { Take(what); }, event.what);
+    for (const int handle : mBook.ChangedHands()) AddHolding(*mBook.FindLock(handle));
 }
 
 void History::Finish(Time end) {
     mEnd = mNow = std::max(mEnd, end);
-    for (const auto& [handle, index] : mHeld) mLocks[index].end = mEnd;
+    for (Lock& lock : mLocks) {
+        if (lock.how == LockEnd::kHeld) lock.end = mEnd;
+    }
     for (; mOpenSections > 0; --mOpenSections) mSections.push_back({mEnd, std::nullopt});
     EndBreakthrough();
 }
 
 void History::Take(const LogLine& line) {
-    int type = 0;
-    int boosts = 0;
-    if (sscanf(line.text.c_str(), kControlLine, &type, &boosts) == 2) SetControl(type, boosts != 0);
     AddLine(line.priority, line.tag.value_or(""), WithoutNewline(line.text));
 }
 
@@ -156,38 +147,33 @@ void History::Take(const LockAcquire& acquire) {
     }
     Term term{mNow, std::nullopt, acquire.list, mRequest};
     if (acquire.durationMs > 0) term.until = mNow + std::chrono::milliseconds(acquire.durationMs);
-    const auto held = mHeld.find(acquire.returned);
-    if (held != mHeld.end()) {
-        Lock& renewed = mLocks[held->second];
-        renewed.terms.push_back(std::move(term));
-        if (renewed.holdings.back().request != mRequest) {
-            renewed.holdings.push_back({mNow, mRequest});
-        }
-        return;
-    }
-    mHeld[acquire.returned] = mLocks.size();
-    Lock lock;
-    lock.handle = acquire.returned;
-    lock.terms.push_back(std::move(term));
-    lock.holdings.push_back({mNow, mRequest});
-    mLocks.push_back(std::move(lock));
+    const BookedLock& booked = *mBook.FindLock(acquire.returned);
+    if (booked.number == mLocks.size()) mLocks.push_back({booked.handle, {}, {}, {}});
+    mLocks[booked.number].terms.push_back(std::move(term));
 }
 
-void History::Take(const LockRelease& release) {
-    EndLock(release.handle, LockEnd::kReleased);
+// The last holding at a moment is the one that counts.
+void History::AddHolding(const BookedLock& booked) {
+    std::vector<Holding>& holdings = mLocks[booked.number].holdings;
+    const size_t request = booked.askedBy ? booked.askedBy->number - 1 : kNobody;
+    if (!holdings.empty() && holdings.back().since == mNow) holdings.pop_back();
+    if (holdings.empty() || holdings.back().request != request) holdings.push_back({mNow, request});
 }
 
-void History::Take(const LockExpire& expire) {
-    EndLock(expire.handle, LockEnd::kExpired);
+void History::Take(const LockRelease&) {
+    EndLock(LockEnd::kReleased);
 }
 
-void History::EndLock(int handle, LockEnd how) {
-    const auto held = mHeld.find(handle);
-    if (held == mHeld.end()) return;
-    mLocks[held->second].end = mNow;
-    mLocks[held->second].how = how;
-    mLocks[held->second].endRequest = mRequest;
-    mHeld.erase(held);
+void History::Take(const LockExpire&) {
+    EndLock(LockEnd::kExpired);
+}
+
+void History::EndLock(LockEnd how) {
+    if (!mBook.EndedLock()) return;
+    Lock& lock = mLocks[mBook.EndedLock()->number];
+    lock.end = mNow;
+    lock.how = how;
+    lock.endRequest = mRequest;
 }
 
 void History::Take(const NodeAccess& access) {
@@ -234,31 +220,6 @@ void History::Take(const TimerEvent& timer) {
     mIsBreakthrough = true;
 }
 
-// Says what the plug-in makes of the type; one that it does not know changes nothing.
-void History::SetControl(int type, bool boosts) {
-    Control control{mNow, type, -1, true, boosts};
-    switch (type) {
-        case 0:
-        case 5:
-            control.thermalLevel = type == 0 ? 0 : 1;
-            control.limitsInForce = false;
-            break;
-        case 6:
-        case 7:
-        case 8:
-            control.thermalLevel = type - 4;
-            break;
-        case 2:
-        case 4:
-        case 9:
-        case 10:
-            break;
-        default:
-            return;
-    }
-    mControls.push_back(control);
-}
-
 void History::EndBreakthrough() {
     if (mIsBreakthrough) mBreakthroughs.back().end = mNow;
     mIsBreakthrough = false;
@@ -274,10 +235,9 @@ void History::Take(const RequestEnd& end) {
     mRequests[mRequest].end = mNow;
     mRequests[mRequest].result = end.result;
     mRequest = kNobody;
-}
-
-std::string History::HolderOf(const Term& term) const {
-    return term.request == kNobody ? "the plug-in" : mRequests[term.request].Holder();
+    const ControlState& control = mBook.Conditions().Control();
+    const ControlState& former = mControls.empty() ? ControlState{} : mControls.back().state;
+    if (control != former) mControls.push_back({mNow, control});
 }
 
 std::string History::WhoOf(size_t request) const {
@@ -285,10 +245,6 @@ std::string History::WhoOf(size_t request) const {
     const Request& asked = mRequests[request];
     if (!asked.command.empty()) return "command:" + asked.command;
     return asked.client.empty() ? "other:" + asked.text : "client:" + asked.client;
-}
-
-std::string History::WhoOf(const Holding& holding) const {
-    return holding.who.empty() ? WhoOf(holding.request) : holding.who;
 }
 
 const History::Holding& History::HoldingAt(const Lock& lock, Time at) {

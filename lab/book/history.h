@@ -1,6 +1,6 @@
 // A run as a model that pictures of it are drawn from: locks with their holders, frequencies over
-// time, requests, log lines. Built from the stream of events alone, so that it is the same whether
-// the events come from the lab's phone or from the log of a real one; nothing of it needs a Phone.
+// time, requests, log lines. Built from the stream of events and from the book of them, so that it
+// is the same whether the events come from the lab's phone or from the log of a real one.
 #pragma once
 
 #include <cstddef>
@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/hal/opcode_drives.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
@@ -32,9 +33,6 @@ class History {
         int line = 0;         // of the scenario; 0: not from one
         std::string client;   // "thermal"; may be empty
         std::string command;  // "touch"; may be empty
-
-        // Who is behind it, for the name of a lane: the command, else the client, else the text.
-        const std::string& Holder() const;
     };
 
     // How a lock looked between its taking or a renewal and the next one.
@@ -48,7 +46,6 @@ class History {
     struct Holding {
         Time since{};
         size_t request = kNobody;  // with which the holder asks for what the lock carries
-        std::string who = {};      // as WhoOf; only for a holder that the request does not tell
     };
     enum class LockEnd { kHeld, kReleased, kExpired };
     struct Lock {
@@ -105,18 +102,7 @@ class History {
     // The control state that holds from `at` on.
     struct Control {
         Time at{};
-        int type = 0;                // the control type that was set
-        int thermalLevel = 0;        // 0 to 4; -1: released
-        bool limitsInForce = false;  // limits are written, not only locked
-        bool boosts = true;          // false: no command boosts
-    };
-
-    // Something wrong, with its moment and what it is about.
-    struct Finding {
-        std::string text;
-        Time at{};
-        size_t request = kNobody;
-        size_t lock = kNobody;  // index of the lock that it is about
+        ControlState state;
     };
 
     // A value that holds from `at` on.
@@ -144,8 +130,8 @@ class History {
         int64_t khz = 0;
     };
 
-    // Floors and ceilings begin at the ends of the device's tables.
-    explicit History(const DeviceProfile& device);
+    // Floors and ceilings begin at the ends of the device's tables. Looks at `book` in Observe.
+    History(const DeviceProfile& device, const Book& book);
     History(History&&) = default;
 
     // What a node reads at the start, for frequency nodes that differ from their table's ends and
@@ -155,7 +141,7 @@ class History {
     // The frequency nodes, one path for each: what Start can be told.
     std::vector<std::string> FrequencyNodes() const;
 
-    // Takes the events in order.
+    // Takes the events in order, from the first one on, each when the book has observed it.
     void Observe(const Event& event);
 
     // Ends what is under way at `end` (not before the last event): call once, after the last event.
@@ -163,25 +149,18 @@ class History {
 
     Time End() const { return mEnd; }
     const std::vector<Request>& Requests() const { return mRequests; }
-    const std::vector<Lock>& Locks() const { return mLocks; }  // by the time they were taken
+    const std::vector<Lock>& Locks() const { return mLocks; }  // as BookedLock::number
     const std::vector<Refusal>& Refusals() const { return mRefusals; }
     const std::vector<Line>& Lines() const { return mLines; }
     const std::vector<SectionMark>& Sections() const { return mSections; }
     const std::vector<Write>& Writes() const { return mWrites; }
     const std::vector<Breakthrough>& Breakthroughs() const { return mBreakthroughs; }
     const std::vector<Track>& Tracks() const { return mTracks; }
-    const std::vector<Control>& Controls() const { return mControls; }  // empty: never told
+    const std::vector<Control>& Controls() const { return mControls; }  // empty: never set
     const DeviceProfile& Device() const { return mDevice; }
 
-    // What is wrong, by time, as far as moments are known; for whoever plays the run to fill.
-    std::vector<Finding> findings;
-
-    // The holder of a lock's term: of the request behind it, "the plug-in" for nobody's.
-    std::string HolderOf(const Term& term) const;
-
-    // The holder as filters name it: "command:touch", "client:thermal", "other:the start";
-    // "other:the plug-in" for nobody's.
-    std::string WhoOf(const Holding& holding) const;
+    // Who is behind a request, as filters name it: "command:touch", "client:thermal", "other:the
+    // start"; "other:the plug-in" for nobody's.
     std::string WhoOf(size_t request) const;
 
     // Who the lock belongs to at `at`.
@@ -205,6 +184,7 @@ class History {
     void Take(const LockAcquire& acquire);
     void Take(const LockRelease& release);
     void Take(const LockExpire& expire);
+    void EndLock(LockEnd how);
     void Take(const NodeAccess& access);
     void Take(const TimerEvent& timer);
     void Take(const JankRecord& record);
@@ -216,19 +196,18 @@ class History {
     void AddTrack(Track track, const std::vector<std::string>& folders, const char* const names[3]);
     void AddGpu();
     const std::vector<Drive>& Drives(int opcode) const;
-    void EndLock(int handle, LockEnd how);
-    void SetControl(int type, bool boosts);
+    void AddHolding(const BookedLock& booked);
     void EndBreakthrough();
     void SetPoint(const std::string& path, const std::string& value);
     std::vector<Point>& SeriesAt(const Place& place);
 
     const DeviceProfile mDevice;
+    const Book& mBook;
     std::unordered_map<std::string, Place> mPlaces;               // by node, under all its names
     mutable std::unordered_map<int, std::vector<Drive>> mDrives;  // by opcode, once looked up
     Time mNow{};
     Time mEnd{};
-    size_t mRequest = kNobody;    // under way
-    std::map<int, size_t> mHeld;  // handle -> index of its lock
+    size_t mRequest = kNobody;  // under way
     size_t mOpenSections = 0;
     bool mIsBreakthrough = false;  // the last one is under way
 

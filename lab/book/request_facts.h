@@ -39,6 +39,7 @@ struct RequestFacts {
     std::vector<TagValue> asked;     // of a client: its own words; a group's first is its marker
     std::vector<TagValue> claims;    // the words on tags that are in force afterwards
     bool isOutcome = false;          // the claims are what counts afterwards, whoever asked for it
+    bool isEarlier = false;          // it was made before a capture begins
     bool isRestart = false;          // the policy server began anew: nobody asks for anything
     bool mayLock = false;            // it asks for some lock
     std::set<int> opcodes;           // those that its locks may name

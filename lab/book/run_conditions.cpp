@@ -7,26 +7,41 @@
 namespace lab {
 
 void RunConditions::SetControlType(int type, int line) {
-    const bool changesNothing = type < 0 || type == 1 || type == 3 || type > 10;
-    if (changesNothing) return;
-    mThermalLevel = type >= 5 && type <= 8 ? type - 4 : 0;
-    if (type == 0) mIsCold = false;
-    if (type != 4 && type != 10) return;
-    mIsCold = true;
-    mColdLine = line;
+    switch (type) {
+        case 0:
+            mControl = {type, 0, false, true};
+            break;
+        case 2:
+        case 9:
+            mControl = {type, -1, true, mControl.boosts};
+            break;
+        case 4:
+        case 10:
+            mControl = {type, -1, true, false};
+            mColdLine = line;
+            break;
+        case 5:
+        case 6:
+        case 7:
+        case 8:
+            mControl = {type, type - 4, type != 5, mControl.boosts};
+            break;
+        default:
+            break;
+    }
 }
 
 std::string RunConditions::WhyNoBreakthrough(const SceneElement& element) const {
     const int highest = BoostLimitLevelOf(element);
-    if (mThermalLevel < 1 || highest >= mThermalLevel) return "";
+    if (mControl.thermalLevel < 1 || highest >= mControl.thermalLevel) return "";
     if (highest < 1) {
         return fmt::format("lifts no thermal limit: it has no boost_limit_level for level {}",
-                           mThermalLevel);
+                           mControl.thermalLevel);
     }
     return fmt::format(
         "lifts no thermal limit: its boost_limit_level ends at {}, and level {} is "
         "in force",
-        highest, mThermalLevel);
+        highest, mControl.thermalLevel);
 }
 
 std::string RunConditions::WhyPassedOver(const SceneElement& element) const {
@@ -36,7 +51,7 @@ std::string RunConditions::WhyPassedOver(const SceneElement& element) const {
         return fmt::format("its state_mask 0x{:x} shares no bit with the state 0x{:x}",
                            static_cast<unsigned>(element.stateMask), static_cast<unsigned>(mState));
     }
-    if (mIsCold) {
+    if (!mControl.boosts) {
         return fmt::format("at low temperature nothing boosts (control type of line {})",
                            mColdLine);
     }

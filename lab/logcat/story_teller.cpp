@@ -127,6 +127,12 @@ void StoryTeller::BeginWith(const std::vector<EarlierLock>& locks, bool isWhole)
             const auto [name, label] = mWriter.NamesOf(lock.key);
             request.command = name;
             request.text = "on " + label + ", before the capture begins";
+            RequestFacts facts;
+            facts.who = label;
+            facts.cmdId = lock.key;
+            facts.isEarlier = true;
+            facts.event = RequestFacts::Event::kBegins;
+            request.facts = std::make_shared<const RequestFacts>(std::move(facts));
         } else {
             request.text =
                 "a limit of " + mWriter.LabelOf(lock.key) + ", before the capture begins";

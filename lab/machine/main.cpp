@@ -137,7 +137,9 @@ class Session {
         runner.Play(steps);
         runner.Finish();
         if (isMachines) mMachine.CompareAll("the last step");
-        return book.Findings();
+        std::vector<std::string> findings;
+        for (RunFinding& finding : book.Findings()) findings.push_back(std::move(finding.text));
+        return findings;
     }
 
     const PlayOptions& mOptions;

@@ -61,7 +61,7 @@ class LaneMaker {
             const History::Lock& lock = mHistory.Locks()[index];
             const size_t first = spans.size();
             for (const History::Holding& holding : lock.holdings) {
-                const size_t who = NumberOf(mHistory.WhoOf(holding));
+                const size_t who = NumberOf(mHistory.WhoOf(holding.request));
                 if (spans.size() > first) {
                     if (spans.back().who == who) continue;
                     spans.back().drawn.end = holding.since;

@@ -7,11 +7,11 @@ PictureFiles::PictureFiles(const std::string& trace, const std::string& report) 
     if (!report.empty()) mReport.emplace(report);
 }
 
-void PictureFiles::Begin(const DeviceProfile& device, const Kernel& kernel) {
+void PictureFiles::Begin(const DeviceProfile& device, const Book& book) {
     if (!mTrace && !mReport) return;
-    mHistory.emplace(device);
+    mHistory.emplace(device, book);
     for (const std::string& path : mHistory->FrequencyNodes()) {
-        mHistory->Start(path, kernel.Value(path));
+        mHistory->Start(path, book.GetKernel().Value(path));
     }
 }
 

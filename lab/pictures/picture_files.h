@@ -6,7 +6,6 @@
 #include <string>
 
 #include "lab/book/history.h"
-#include "lab/phone/kernel.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
 
@@ -19,8 +18,9 @@ class PictureFiles {
     PictureFiles(const std::string& trace, const std::string& report);
 
     // Before the first event: what the frequency nodes read after boot.
-    void Begin(const DeviceProfile& device, const Kernel& kernel);
+    void Begin(const DeviceProfile& device, const Book& book);
 
+    // When the book has observed the event.
     void Observe(const Event& event);
 
     // At the end: writes the files. `head` is asked for only when there is one to write.

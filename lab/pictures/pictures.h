@@ -18,7 +18,7 @@ struct PictureHead {
     std::string device;                      // "sm8450"
     std::string scenes;                      // the scene file; may be empty
     Layout layout = Layout::kThreeClusters;  // how opcodes are called
-    std::vector<std::string> findings;       // what is wrong with the run
+    std::vector<RunFinding> findings;        // what is wrong with the run
     Time origin{};                           // of a trace: what time 0 is on the phone's clock
     Moments moments{};                       // how times are called
 };

@@ -6,7 +6,6 @@
 
 #include "lab/names/node_names.h"
 #include "lab/names/usual_lines.h"
-#include "lab/pictures/findings.h"
 #include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
 #include "lab/server/timeline.h"
@@ -148,12 +147,12 @@ class DataWriter {
 
     void WriteFindings() {
         OpenList("findings");
-        for (const PlacedFinding& finding : PlaceFindings(mHistory, mHead)) {
+        for (const RunFinding& finding : mHead.findings) {
             mJson.Open('[');
             mJson.Text(finding.text);
             mJson.Number(finding.at ? Ticks(*finding.at) : -1);
-            mJson.IndexOrNone(finding.request);
-            mJson.IndexOrNone(finding.lock);
+            mJson.IndexOrNone(finding.request - 1);
+            mJson.IndexOrNone(finding.lock.value_or(History::kNobody));
             mJson.Close(']');
         }
         mJson.Close(']');
@@ -197,15 +196,12 @@ class DataWriter {
     // Nothing for a lock that whoever took it holds to its end, as most are.
     void WriteHoldings(const History::Lock& lock) {
         const History::Holding& first = lock.holdings.front();
-        const bool isUsual = lock.holdings.size() == 1 && first.who.empty() &&
-                             first.request == lock.terms.front().request;
-        if (isUsual) return;
+        if (lock.holdings.size() == 1 && first.request == lock.terms.front().request) return;
         mJson.Open('[');
         for (const History::Holding& holding : lock.holdings) {
             mJson.Open('[');
             mJson.Number(Ticks(holding.since));
             mJson.IndexOrNone(holding.request);
-            if (!holding.who.empty()) mJson.Text(holding.who);
             mJson.Close(']');
         }
         mJson.Close(']');
@@ -261,8 +257,8 @@ class DataWriter {
     void WriteControls() {
         OpenList("controls");
         for (const History::Control& control : mHistory.Controls()) {
-            Row(Ticks(control.at), control.type, control.thermalLevel,
-                control.limitsInForce ? 1 : 0, control.boosts ? 1 : 0);
+            Row(Ticks(control.at), control.state.type, control.state.thermalLevel,
+                control.state.limitsInForce ? 1 : 0, control.state.boosts ? 1 : 0);
         }
         mJson.Close(']');
     }

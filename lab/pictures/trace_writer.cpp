@@ -297,11 +297,15 @@ class TraceWriter {
         }
     }
 
+    std::string HolderAt(const History::Lock& lock, Time at) const {
+        return NameOfWho(mHistory.WhoOf(History::HoldingAt(lock, at).request));
+    }
+
     // How the slice ended: with the lock, because another one has the lock now, or by a renewal.
     std::string EndText(const Slice& slice, const std::string& holder) const {
         const History::Lock& lock = mHistory.Locks()[slice.lock];
         if (slice.end == lock.end) return LockEndText(lock);
-        const std::string next = NameOfWho(mHistory.WhoOf(History::HoldingAt(lock, slice.end)));
+        const std::string next = HolderAt(lock, slice.end);
         return next == holder ? "renewed" : "goes on for " + next;
     }
 
@@ -325,7 +329,7 @@ class TraceWriter {
         const History::Lock& lock = mHistory.Locks()[slice.lock];
         const History::Term& term = lock.terms[slice.term];
         const History::Holding& holding = History::HoldingAt(lock, slice.since);
-        const std::string holder = NameOfWho(mHistory.WhoOf(holding));
+        const std::string holder = NameOfWho(mHistory.WhoOf(holding.request));
         const std::string limits = LimitText(term.list);
         BeginSpan(slice.since, slice.end, kLocks, slice.lane,
                   limits.empty() ? holder : holder + ": " + limits);
@@ -351,8 +355,8 @@ class TraceWriter {
             mJson.Field("value", value);
             EndWithArgs();
         };
-        write("thermal level", control.thermalLevel);
-        write("control type", control.type);
+        write("thermal level", control.state.thermalLevel);
+        write("control type", control.state.type);
     }
 
     void WriteSample(const std::string& name, const History::Point& point, Time at) {

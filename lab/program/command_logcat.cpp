@@ -75,7 +75,7 @@ class LogcatReport {
 
     int Print() {
         if (!mOptions.json) PrintHead();
-        mPictures.Begin(mSession.Device(), mSession.GetPhone().GetKernel());
+        mPictures.Begin(mSession.Device(), mBook);
         mSession.Tell({[this](LogRequest&& request) { mPlayer.Play(request); },
                        [] { std::cout << std::flush; }});
         mPlayer.Finish(mSession.Log().end);
@@ -111,18 +111,20 @@ class LogcatReport {
     }
 
     PictureHead HeadOfPictures() {
-        std::vector<std::string> notes = mSession.Unknowns();
-        for (const std::string& note : Notes()) notes.push_back(note);
         const auto nameOf = [](const std::string& file) {
             return std::filesystem::path(file).filename().string();
         };
         const std::string source = nameOf(mSession.Log().file);
+        std::vector<std::string> notes = mSession.Unknowns();
+        for (std::string& note : Notes()) notes.push_back(std::move(note));
+        std::vector<RunFinding> findings;
+        for (std::string& note : notes) findings.push_back({.text = std::move(note)});
         return {source,
                 "capture " + source,
                 mSession.Device().name,
                 nameOf(mSession.Scenes().File()),
                 mLayout,
-                notes,
+                std::move(findings),
                 mSession.Log().onClock.value_or(Time(0)),
                 mMoments};
     }

@@ -154,7 +154,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     Phone phone(device, phoneOptions);
     for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
     Book book(device, scenes, phone.GetKernel());
-    pictures.Begin(device, phone.GetKernel());
+    pictures.Begin(device, book);
     Timeline timeline(std::cout, book, {options.verbose, paint});
     const bool hasTimeline = !options.quiet && !options.IsSilent();
     std::optional<Progress> progress;
@@ -225,7 +225,8 @@ void AddLacks(const std::vector<Coverage::File>& files, int least,
         RunResult& lack = results.emplace_back();
         lack.name = "coverage";
         lack.scenario = file.scenes;
-        lack.findings.push_back(fmt::format("{}; at least {} % are asked for", file.Text(), least));
+        lack.findings.push_back(
+            {.text = fmt::format("{}; at least {} % are asked for", file.Text(), least)});
     }
 }
 

@@ -60,7 +60,7 @@ void WriteJunit(const std::vector<RunResult>& results, std::ostream& out) {
         const std::string head =
             isError ? *result.error : Counted(result.findings.size(), "finding");
         out << fmt::format(">\n      <{} message=\"{}\">", kind, XmlText(head));
-        for (const std::string& finding : result.findings) out << XmlText(finding) << "\n";
+        for (const RunFinding& finding : result.findings) out << XmlText(finding.text) << "\n";
         out << fmt::format("</{}>\n    </testcase>\n", kind);
     }
     out << "  </testsuite>\n</testsuites>\n";

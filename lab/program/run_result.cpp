@@ -56,7 +56,8 @@ Json JsonOf(const RunResult& result) {
     json["lasted_ms"] = result.lastedMs;
     json["problems"] = result.problems;
     json["locks_held"] = std::move(held);
-    json["findings"] = result.findings;
+    json["findings"] = Json::array();
+    for (const RunFinding& finding : result.findings) json["findings"].push_back(finding.text);
     return json;
 }
 
@@ -111,8 +112,8 @@ void PrintEnd(const RunResult& result, const Paint& paint, std::ostream& out) {
         return;
     }
     out << paint(Colour::kRed, fmt::format("Findings: {}", result.findings.size())) << "\n";
-    for (const std::string& finding : result.findings) {
-        out << paint(Colour::kRed, "  ! " + finding) << "\n";
+    for (const RunFinding& finding : result.findings) {
+        out << paint(Colour::kRed, "  ! " + finding.text) << "\n";
     }
 }
 
@@ -147,8 +148,8 @@ void PrintSummaryLine(const std::vector<RunResult>& results, const Paint& paint,
         ++counts[result.Exit()];
         requests += result.requests;
         seconds += result.tookSeconds;
-        for (const std::string& finding : result.findings) {
-            out << paint(Colour::kRed, result.name + ": " + finding) << "\n";
+        for (const RunFinding& finding : result.findings) {
+            out << paint(Colour::kRed, result.name + ": " + finding.text) << "\n";
         }
     }
     out << paint(ColourOf(WorstExit(results)),

@@ -41,7 +41,7 @@ struct RunResult {
     double tookSeconds = 0;             // of the machine's time
     std::vector<std::string> problems;  // of the scene file
     std::vector<HeldLock> held;
-    std::vector<std::string> findings;
+    std::vector<RunFinding> findings;
     std::optional<std::string> error;  // why it cannot run
 
     ExitCode Exit() const;

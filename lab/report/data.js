@@ -79,10 +79,10 @@ function readRun(packed) {
             request,
         })),
         // Who it belongs to, from when on.
-        holdings: (holdings ?? [[terms[0][0], terms[0][3]]]).map(([since, request, who]) => ({
+        holdings: (holdings ?? [[terms[0][0], terms[0][3]]]).map(([since, request]) => ({
             since: seconds(since),
             request,
-            who: who ?? (request === NOBODY ? NOBODYS : run.requests[request].who),
+            who: request === NOBODY ? NOBODYS : run.requests[request].who,
         })),
     }));
     run.lanes = packed.lanes.map(({name, who, spans}) => ({

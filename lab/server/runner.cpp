@@ -23,7 +23,7 @@ void Runner::Start(const ScenarioHead& head) {
         Make(faults);
     }
     const std::string text = fmt::format("start with {} commands", mScenes.Commands().size());
-    mPhone.Events().Add(RequestBegin{text, 0});
+    Begin({text, 0});
     mServer.Start();
     RequestFacts facts;
     facts.text = "the start";
@@ -76,8 +76,18 @@ void Runner::PlayStep(const Step& step) {
 }
 
 void Runner::Make(const Step& step) {
-    mPhone.Events().Add(BeginningOf(step));
+    Begin(BeginningOf(step));
     Record(step, std::visit([this](const auto& asked) { return Perform(asked); }, step.request));
+}
+
+void Runner::Begin(RequestBegin begin) {
+    ++mRequests;
+    mPhone.Events().Add(std::move(begin));
+}
+
+// About the request under way, which the book has not seen yet.
+void Runner::AddFinding(const std::string& text) {
+    mBook.AddFinding({text, mPhone.GetClock().Now(), mRequests});
 }
 
 RequestBegin Runner::BeginningOf(const Step& step) const {
@@ -101,7 +111,7 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
     if (step.returns && *step.returns != outcome.result) {
         const std::string failure =
             fmt::format("returned {}, the scenario expects {}", outcome.result, *step.returns);
-        mBook.AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
+        AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
         outcome.text = "failed: " + failure;
     }
     if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
@@ -139,7 +149,7 @@ Server::Outcome Runner::SendIfKnown(int cmdId, const Asked& asked) {
     const SceneCommand* command = mScenes.Find(cmdId);
     const std::string why = fmt::format("the plug-in refused this command ({}:{})", mScenes.File(),
                                         command ? command->place.line : 0);
-    mBook.AddFinding(
+    AddFinding(
         fmt::format("{} cannot run: {}", command ? command->Label() : std::to_string(cmdId), why));
     Server::Outcome outcome;
     outcome.result = outcome.facts.result = -1;
@@ -204,8 +214,7 @@ Server::Outcome Runner::Perform(const Expect& asked) {
     Server::Outcome outcome;
     const double seconds = std::chrono::duration<double>(mPhone.GetClock().Now()).count();
     for (const FailedExpectation& failed : mExpectations.Compare(asked, mLastResult)) {
-        mBook.AddFinding(
-            fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
+        AddFinding(fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
         outcome.text += (outcome.text.empty() ? "failed: " : "; ") + failed.text;
     }
     outcome.result = outcome.text.empty() ? 0 : -1;

@@ -40,6 +40,8 @@ class Runner {
     void PlayList(const std::vector<Step>& steps);
     void PlayStep(const Step& step);
     void Make(const Step& step);
+    void Begin(RequestBegin begin);
+    void AddFinding(const std::string& text);
     RequestBegin BeginningOf(const Step& step) const;
     void Record(const Step& step, Server::Outcome outcome);
     void End(RequestFacts facts, const std::string& result);
@@ -70,8 +72,9 @@ class Runner {
     const SceneFile& mScenes;
     Expectations mExpectations;
     std::function<void(const Event&)> mObserve;
-    std::string mFile;    // of the scenario
-    int mLastResult = 0;  // of the last request that was no expectation
+    std::string mFile;     // of the scenario
+    size_t mRequests = 0;  // begun
+    int mLastResult = 0;   // of the last request that was no expectation
     Time mCursor{};
     Time mOrigin{};
     std::optional<Time> mEnd;  // nothing happens after it
