@@ -608,6 +608,15 @@ Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
         return {Contest::How::kLifts, ceiling->handle, ceiling->opcode, ceiling->value};
     }
     if (own->winner == Drive::Winner::kNewest) return {};
+    for (const PerfHal::Claim& claim : claims) {
+        // While it stands no ceiling counts, nor when a program's write has replaced it.
+        if (!claim.isInPlace || !claim.wins || claim.handle == handle) continue;
+        if (IsOverwritten(claim)) return {};
+        const Contest::How how = claim.nodeValue > own->nodeValue   ? Contest::How::kIsLifted
+                                 : claim.nodeValue < own->nodeValue ? Contest::How::kLoses
+                                                                    : Contest::How::kSame;
+        return {how, claim.handle, claim.opcode, claim.value};
+    }
     const PerfHal::Claim* rival = nullptr;
     for (const PerfHal::Claim& claim : claims) {
         const bool isRival = claim.handle != handle && claim.entry == own->entry &&
@@ -621,13 +630,23 @@ Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
     return {how, rival->handle, rival->opcode, rival->value};
 }
 
+// True for a claim in place of what programs write when one has written since: the last one counts.
+bool Book::IsOverwritten(const PerfHal::Claim& claim) const {
+    if (!claim.isInPlace) return false;
+    NodeTarget node;
+    node.path = DrivenBy(claim.opcode).front().drive.path;
+    const std::optional<Ask> write = LastWrite(node);
+    return write && write->order > mLocks.at(claim.handle).order;
+}
+
 std::optional<PerfHal::Claim> Book::HeirOf(int opcode, int value) const {
     const std::vector<BookedLock::Driven>& driven = DrivenBy(opcode);
     if (driven.empty()) return std::nullopt;
     const PerfHal::Claim ended = PerfHal::ClaimOf(driven.front().drive, 0, opcode, value, mDevice);
     if (ended.winner == Drive::Winner::kNewest) return std::nullopt;
     for (const PerfHal::Claim& claim : ClaimsOn(driven.front().node)) {
-        if (claim.wins && claim.entry == ended.entry && PerfHal::Beats(ended, claim)) return claim;
+        const bool isHeir = claim.wins && claim.entry == ended.entry && !IsOverwritten(claim);
+        if (isHeir && PerfHal::Beats(ended, claim)) return claim;
     }
     return std::nullopt;
 }

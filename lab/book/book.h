@@ -183,7 +183,14 @@ class Book {
 
     // How a pair of a lock stands against the other locks on its node.
     struct Contest {
-        enum class How : uint8_t { kNone, kSame, kWins, kLoses, kLifts } how = How::kNone;
+        enum class How : uint8_t {
+            kNone,
+            kSame,
+            kWins,
+            kLoses,
+            kLifts,
+            kIsLifted
+        } how = How::kNone;
         int rival = 0;  // its handle
         int opcode = 0;
         int value = 0;  // as the rival's lock has it
@@ -247,6 +254,7 @@ class Book {
     bool IsNode(const NodeTarget& target, const std::string& path) const;
     std::vector<PerfHal::Claim> ClaimsOn(size_t node) const;
     std::vector<PerfHal::Claim> ClaimsOf(int opcode) const;
+    bool IsOverwritten(const PerfHal::Claim& claim) const;
     std::string Errors() const;
     const std::vector<BookedLock::Driven>& DrivenBy(int opcode) const;
 

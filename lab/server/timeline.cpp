@@ -182,6 +182,8 @@ std::string Timeline::ContestText(int handle, int opcode, int value) const {
             return fmt::format("{} wins with {}", rival, held);
         case Book::Contest::How::kLifts:
             return fmt::format("lifts {}'s {}", rival, held);
+        case Book::Contest::How::kIsLifted:
+            return fmt::format("{} lifts it to {}", rival, held);
     }
     return "";
 }
