@@ -318,7 +318,9 @@ std::string Book::WhyNoLock(const SceneElement& element, const std::string& resu
     if (result.starts_with("failed: ")) return result.substr(std::strlen("failed: "));
     const std::string skipped = mConditions.WhyPassedOver(element);
     if (!skipped.empty()) return skipped;
-    return mErrors.empty() ? "its lock takes 32 pairs, and this one stands behind them" : Errors();
+    if (!mErrors.empty()) return Errors();
+    return mTookLock ? "its lock takes 32 pairs, and this one stands behind them"
+                     : "nothing tells of a lock for it";
 }
 
 std::string Book::Errors() const {
