@@ -17,6 +17,9 @@ import urllib.request
 LAB, CHROMIUM, CHROMEDRIVER = sys.argv[1:4]
 SECONDS_TO_START = 30
 
+# The lanes of a run in which a control type was set.
+CONTROL = ["thermal level", "control type"]
+
 CHROMIUM_ARGUMENTS = [
     "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
     "--disable-background-networking", "--disable-component-update", "--disable-sync",
@@ -213,8 +216,8 @@ class ReportPage(unittest.TestCase):
         self.browser.load(self.report)
         self.assertEqual(self.browser.texts(".chart .name b"), ["little", "big", "prime", "gpu", "ddr bwmon"])
         self.assertEqual(self.browser.texts(".lane-name"),
-                         ["requests", "breakthrough", "game_running", "game_fight",
-                          "thermal big_max"])
+                         ["requests", "thermal level", "control type", "breakthrough",
+                          "game_running", "game_fight", "thermal big_max"])
         # Counts the pixels of each colour in the chart of the big cluster.
         drawn = self.browser.js("""
             const canvas = document.querySelectorAll(".chart canvas")[1];
@@ -257,7 +260,7 @@ class ReportPage(unittest.TestCase):
 
     def test_filters_by_hash_and_by_click(self):
         self.browser.load(self.report, "#who=client:thermal")
-        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "thermal big_max"])
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", *CONTROL, "thermal big_max"])
         self.assertIn("limit by thermal: big_max <= 1651.2 MHz", self.rows())
         self.assertNotIn("do game_fight (9220)", self.rows())
         # The chip takes it out again; a lane's name puts it in.
@@ -265,13 +268,13 @@ class ReportPage(unittest.TestCase):
         self.assertIn("do game_fight (9220)", self.rows())
         self.browser.click("[data-who='command:game_running']")
         self.assertEqual(self.browser.js("return location.hash"), "#who=command:game_running")
-        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "game_running"])
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", *CONTROL, "game_running"])
         self.assertIn("lock 1 of game_running  released", self.rows())
         # Who is typed is added; the names are offered.
         self.browser.js("const pick = document.getElementById('pick'); pick.value = 'thermal';"
                         "for (const type of ['input', 'change']) pick.dispatchEvent(new Event(type))")
         self.assertEqual(self.browser.texts(".lane-name"),
-                         ["requests", "game_running", "thermal big_max"])
+                         ["requests", *CONTROL, "game_running", "thermal big_max"])
         # The search looks at texts.
         self.browser.load(self.report, "#find=BREAKTHROUGH+FOR")
         self.assertEqual(self.rows(), ["limit breakthrough for 2000 ms"] * 3)
@@ -357,7 +360,13 @@ class ReportPage(unittest.TestCase):
         number, lock = next((number, lock) for number, lock in enumerate(run["locks"])
                             if lock[0] == 3)
         since, _, _, request = lock[4][0]
-        lock.append([[since, request], [9000, -1, "client:power"]])
+        # The other one asks for it with a request of its own.
+        run["texts"] += ["limit by power", "power"]
+        text = len(run["texts"]) - 2
+        run["requests"]["t"].append(0)
+        run["requests"]["rows"].append([text, run["requests"]["rows"][0][1], 0, text + 1,
+                                        run["requests"]["rows"][0][3]])
+        lock.append([[since, request], [9000, len(run["requests"]["rows"]) - 1]])
         lane = next(lane for lane in run["lanes"] if lane["name"] == "thermal big_max")
         lane["spans"] = [[number, since, 9000]]
         run["lanes"].append({"name": "power big_max", "who": "client:power",
@@ -374,18 +383,19 @@ class ReportPage(unittest.TestCase):
             self.assertIn("≤ 1651.2 MHz, %s, until released" % lane, self.browser.text("#tip"))
         self.browser.point((5, 5))
         self.browser.click("[data-who='client:power']")
-        self.assertEqual(self.browser.texts(".lane-name"), ["requests", "power big_max"])
-        self.assertEqual(self.rows(), ["lock 3  goes on for power", "lock 3 of power  released"])
+        self.assertEqual(self.browser.texts(".lane-name"), ["requests", *CONTROL, "power big_max"])
+        self.assertEqual(self.rows(), ["lock 3  goes on for power", "lock 3 of power  released",
+                                       "limit by power"])
 
     def test_lanes_with_nothing_in_view_fold_away(self):
         self.browser.load(self.report, "#from=0&to=0.3")
         self.assertEqual(self.browser.texts(".lane-name"), ["requests", "game_running"])
-        self.assertIn("3 lanes have nothing in view", self.browser.text("#fold"))
+        self.assertIn("5 lanes have nothing in view", self.browser.text("#fold"))
         self.browser.click("#fold")
-        self.assertEqual(len(self.browser.texts(".lane-name")), 5)
+        self.assertEqual(len(self.browser.texts(".lane-name")), 7)
         self.browser.click("#fold")
         self.browser.click("#fit")
-        self.assertEqual(len(self.browser.texts(".lane-name")), 5)
+        self.assertEqual(len(self.browser.texts(".lane-name")), 7)
         self.assertTrue(self.browser.js("return document.getElementById('fold').hidden"))
 
     def test_findings_are_red_and_lead_to_their_moments(self):

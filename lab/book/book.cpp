@@ -148,13 +148,7 @@ void Book::EndRequest(const RequestEnd& end) {
     }
     if (mKept) NoteUnheard(facts, end.result);
     if (facts.state) mConditions.SetState(*facts.state);
-    if (facts.clientId && !facts.isGroup && facts.result == 0) {
-        for (const TagValue& pair : facts.asked) {
-            if (pair.tag == kControlTypeTag) {
-                mConditions.SetControlType(pair.value, mRequest->line);
-            }
-        }
-    }
+    for (const int type : facts.controlTypes) mConditions.SetControlType(type, mRequest->line);
     if (mRequest->number % 1024 == 0) PruneStanding();
 }
 

@@ -48,6 +48,7 @@ struct RequestFacts {
     bool replaces = false;           // the name's earlier locks end when this request takes one
     std::vector<std::string> ended;  // names that end here
     std::optional<int> state;        // bits set from here on
+    std::vector<int> controlTypes;   // set by it, in order
     std::optional<int> arrangedRefusals;  // locks that the HAL is told to refuse from here on
     bool writesStay = false;              // its node writes are never undone, by design
 };

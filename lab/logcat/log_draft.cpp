@@ -183,8 +183,9 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
     }
     const std::string label = draft.cmdId >= 0 ? NamesOf(draft.cmdId).second : "";
     if (request.isRequest) {
-        request.facts =
-            std::make_shared<const RequestFacts>(FactsOf(draft, client, label, mLayout));
+        RequestFacts facts = FactsOf(draft, client, label, mLayout);
+        if (!draft.controlTypes.empty()) facts.controlTypes = std::move(draft.controlTypes);
+        request.facts = std::make_shared<const RequestFacts>(std::move(facts));
     }
     request.effects = std::move(draft.effects);
     return request;

@@ -63,6 +63,7 @@ struct LogDraft {
     bool isCut = false;          // it may have begun before the capture, as a scene's perhaps
     bool isMerged = false;       // a line that tells of merging belongs to it
     bool isTimer = false;        // a breakthrough ended
+    std::vector<int> controlTypes;
     std::vector<int> groupList;
     int lettingGo = 0;  // a group's lock whose release stands below, unless that line is missing
 

@@ -46,6 +46,7 @@ void StoryTeller::AddLimit() {
             const int type = Number(0);
             LogDraft& draft = Limit(false);
             if (draft.asked.empty()) draft.set.push_back({kControlTypeTag, type});
+            draft.controlTypes.push_back(type);
             mIsThermalKnown = true;
             if (type == 0) mThermal = 0;
             if (type >= 5 && type <= 8) mThermal = type - 4;

@@ -97,7 +97,9 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
     for (size_t i = 0; i < request.tags.size(); ++i) {
         const TagValue& pair = request.tags[i];
         // A group's first tag is its marker; behind it every tag is one that its lock holds.
-        if (isGroup ? i == 0 : pair.tag == kControlTypeTag) continue;
+        const bool isControl = !isGroup && pair.tag == kControlTypeTag;
+        if (isControl && result == 0) facts.controlTypes.push_back(pair.value);
+        if (isControl || (isGroup && i == 0)) continue;
         AddTagOpcodes(pair.tag, layout, facts.opcodes);
         const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeiling(pair.tag));
         if (!hasOwnLock) facts.groupTags.insert(pair.tag);
