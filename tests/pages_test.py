@@ -249,6 +249,8 @@ class Trace(Shell):
             events = json.loads((self.folder / "trace.json").read_text())["traceEvents"]
             first = min(event["ts"] for event in events if event["ph"] != "M")
             self.assertAlmostEqual(first / 1e6, begin, delta=0.001)
+            levels = [event["args"]["value"] for event in events if event.get("name") == "thermal level"]
+            self.assertEqual(levels[:2], [2, 0])
 
 
 class Json(Shell):
