@@ -9,6 +9,7 @@
 #include "base/ids.h"
 #include "lab/book/limit_words.h"
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
 #include "lab/phone/node_rules.h"
 #include "lab/server/scenario_writer.h"
 
@@ -24,10 +25,6 @@ std::string FaultWord(int readError, int writeError) {
     if (readError == EIO) return "short";
     if (writeError != 0) return "refusing";
     return readError != 0 ? "unreadable" : "none";
-}
-
-int64_t MsOf(Time at) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(at).count();
 }
 
 }  // namespace
@@ -168,7 +165,7 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
     if (const std::optional<std::string> text = TextOf(step)) {
         request.text = *text;
         AddArrangements(draft, request);
-        request.steps.push_back(AtTime(MsOf(draft.at), step));
+        request.steps.push_back(AtTime(WholeMs(draft.at), step));
         if (draft.isSideUnknown && draft.cmdId >= 0) {
             request.text = "on or off " + NamesOf(draft.cmdId).second;
         }
@@ -342,7 +339,7 @@ YamlNode DraftWriter::CeilingsStep(const LogDraft& draft, std::string& result) c
 
 // What befell the phone before the request, as its lines show.
 void DraftWriter::AddArrangements(const LogDraft& draft, LogRequest& request) {
-    const int64_t ms = MsOf(draft.at);
+    const int64_t ms = WholeMs(draft.at);
     const auto arrange = [&](const std::string& field, YamlNode value) {
         const YamlNode step = MakeMap({{field, std::move(value)}});
         if (TextOf(step)) request.steps.push_back(AtTime(ms, step));
@@ -387,7 +384,7 @@ void DraftWriter::AddNodeFaults(const LogDraft& draft, LogRequest& request) {
     }
     if (changed.empty()) return;
     const YamlNode faults = MakeMap({{"nodes", MakeMap(std::move(changed))}});
-    request.steps.push_back(AtTime(MsOf(draft.at), MakeMap({{"faults", faults}})));
+    request.steps.push_back(AtTime(WholeMs(draft.at), MakeMap({{"faults", faults}})));
 }
 
 // The state bits that elements with a state mask need, or lack.
@@ -403,7 +400,7 @@ void DraftWriter::AddState(const LogDraft& draft, LogRequest& request) {
     }
     if (state == mState) return;
     mState = state;
-    request.steps.push_back(AtTime(MsOf(draft.at), MakeMap({{"state", MakeScalar(state)}})));
+    request.steps.push_back(AtTime(WholeMs(draft.at), MakeMap({{"state", MakeScalar(state)}})));
 }
 
 }  // namespace lab

@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "lab/names/text.h"
 #include "lab/server/scenario_writer.h"
 
 namespace lab {
@@ -52,8 +53,7 @@ YamlNode ScenarioOf(LogSession& session, const LogSession::Options& options,
         TellFaultsBesideNodes(request, leftOut);
     };
     session.Tell({add});
-    const int64_t endMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(session.Log().end).count();
+    const int64_t endMs = WholeMs(session.Log().end);
     if (endMs > lastMs) steps.push_back(MakeMap({{"wait", MakeScalar(endMs - lastMs)}}));
 
     std::vector<std::pair<std::string, YamlNode>> fields = {

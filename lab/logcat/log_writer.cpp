@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+#include "lab/logcat/log_calendar.h"
+
 namespace lab {
 namespace {
 
@@ -15,16 +17,17 @@ constexpr int kTimerThread = 1171;
 // Where a line has no tag, Android prints the name of the program.
 constexpr const char* kProgram = "tarquel_server";
 
-constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
-
+// Every year is as long as 2023.
 std::string StampOf(Time at) {
-    const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(at).count();
-    const int64_t day = ms / 86'400'000 % 365;
-    int month = 0;
-    while (day >= kDaysBefore[month + 1]) ++month;
-    return fmt::format("{:02}-{:02} {:02}:{:02}:{:02}.{:03}", month + 1,
-                       day - kDaysBefore[month] + 1, ms / 3'600'000 % 24, ms / 60'000 % 60,
-                       ms / 1000 % 60, ms % 1000);
+    namespace chrono = std::chrono;
+    const auto days = chrono::floor<chrono::days>(at);
+    const chrono::year_month_day date(chrono::sys_days(chrono::year(2023) / chrono::January / 1) +
+                                      days % chrono::days(365));
+    LogStamp stamp;
+    stamp.month = static_cast<int>(static_cast<unsigned>(date.month()));
+    stamp.day = static_cast<int>(static_cast<unsigned>(date.day()));
+    stamp.us = chrono::duration_cast<chrono::microseconds>(at - days).count();
+    return StampText(stamp);
 }
 
 char Letter(int priority) {

@@ -12,6 +12,7 @@
 #include "lab/logcat/log_session.h"
 #include "lab/names/node_names.h"
 #include "lab/names/tag_names.h"
+#include "lab/names/text.h"
 #include "lab/pictures/picture_files.h"
 #include "lab/program/commands.h"
 #include "lab/program/input_files.h"
@@ -215,13 +216,12 @@ class LogcatReport {
     }
 
     void PrintHeld(const LogPlayer::Held& lock, Time now) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(lock.until.value_or(now) - now);
         const std::string doubt = mSession.DoubtOf(lock);
         std::cout << fmt::format("  lock {:<4} {}, taken by: {} (line {})\n",
                                  lock.handle < 0 ? "?" : std::to_string(lock.handle),
-                                 lock.until ? fmt::format("for {} ms more", left.count())
-                                            : std::string("until released"),
+                                 lock.until
+                                     ? fmt::format("for {} ms more", WholeMs(*lock.until - now))
+                                     : std::string("until released"),
                                  lock.asker, lock.line);
         if (!doubt.empty()) {
             std::cout << "            " << mPaint(Colour::kYellow, "not sure: " + doubt) << "\n";

@@ -191,7 +191,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
 
     const Time now = phone.GetClock().Now();
     result.requests -= 1;  // the start
-    result.lastedMs = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    result.lastedMs = WholeMs(now);
     result.held = HeldLocks(book, now);
     result.findings = book.Findings();
     if (hasTimeline) std::cout << "\n";

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
 #include "lab/server/request_facts.h"
 
 namespace lab {
@@ -84,9 +85,7 @@ std::string Server::LabelOf(int cmdId) const {
 }
 
 long Server::UptimeMs() const {
-    const auto now = mPhone.GetClock().Now();
-    return kUptimeAtStartMs +
-           static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+    return kUptimeAtStartMs + static_cast<long>(WholeMs(mPhone.GetClock().Now()));
 }
 
 std::map<std::string, int> Server::Status() {
