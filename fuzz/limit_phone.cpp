@@ -9,7 +9,6 @@
 namespace lab {
 namespace {
 
-constexpr int64_t kHzPerMhz = 1'000'000;
 constexpr int kGpuFloorTag = 9;
 
 int64_t ToNumber(const std::string& text) {

@@ -6,7 +6,6 @@
 namespace lab {
 namespace {
 
-constexpr int kHzPerMhz = 1'000'000;
 constexpr int kGpuFloorTag = 9;
 constexpr int kGpuCeilingTag = 10;
 constexpr std::array<int, 3> kCpuCeilingTags = {1, 4, 7};

@@ -81,7 +81,6 @@ StepTable GpuSteps(const DeviceProfile& device) {
 }
 
 StepTable GpuStepsHz(const DeviceProfile& device) {
-    constexpr int64_t kHzPerMhz = 1'000'000;
     StepTable table = GpuSteps(device);
     for (int64_t& step : table.steps) step *= kHzPerMhz;
     return table;

@@ -16,9 +16,6 @@
 namespace lab {
 namespace {
 
-// Where the log does not show which one it is.
-constexpr const char* kUsualDevice = "sm8450";
-
 // How many of the plug-in's lines show what phone a capture is of that cannot be read again.
 constexpr size_t kBeginning = 400;
 

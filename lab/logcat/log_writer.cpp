@@ -30,11 +30,6 @@ std::string StampOf(Time at) {
     return StampText(stamp);
 }
 
-char Letter(int priority) {
-    constexpr const char* kLetters = "??VDIWEF";
-    return priority >= 2 && priority <= 7 ? kLetters[priority] : '?';
-}
-
 }  // namespace
 
 LogcatWriter::LogcatWriter(std::ostream& out) : mOut(out) {
@@ -46,9 +41,10 @@ void LogcatWriter::Observe(const Event& event) {
     if (std::holds_alternative<RequestEnd>(event.what)) mInRequest = false;
     const LogLine* line = std::get_if<LogLine>(&event.what);
     if (!line) return;
-    const std::string head = fmt::format("{} {:5} {:5} {} {:<8}: ", StampOf(event.at), kProcess,
-                                         mInRequest ? kRequestThread : kTimerThread,
-                                         Letter(line->priority), line->tag.value_or(kProgram));
+    const std::string head =
+        fmt::format("{} {:5} {:5} {} {:<8}: ", StampOf(event.at), kProcess,
+                    mInRequest ? kRequestThread : kTimerThread, PriorityLetter(line->priority),
+                    line->tag.value_or(kProgram));
     // Each line of a message gets a head of its own.
     std::istringstream lines(line->text);
     for (std::string text; std::getline(lines, text);) mOut << head << text << "\n";

@@ -17,8 +17,6 @@ namespace {
 constexpr std::array<std::string_view, 3> kClusterNames = {"little", "big", "prime"};
 constexpr size_t kMostClusters = 8;
 constexpr int kLastCpu = 63;
-constexpr int64_t kMaxKhz = 100'000'000;
-constexpr int64_t kMaxMhz = 100'000;
 
 // A list of at least one number, each above the one before it; below it when `isDescending`.
 std::vector<int64_t> ReadTable(const YamlNode& node, const std::string& what, int64_t highest,
@@ -80,9 +78,9 @@ std::vector<CpuCluster> ReadClusters(const YamlNode& node) {
             cpus.Fail("this cluster must begin with CPU " + std::to_string(due) +
                       ": each CPU is in one cluster, without a gap");
         }
-        cluster.khz = ReadTable(item.Get("khz"), "khz", kMaxKhz);
+        cluster.khz = ReadTable(item.Get("khz"), "khz", kMostKhz);
         if (const YamlNode* boost = item.Find("rtg_boost_khz")) {
-            cluster.rtgBoostKhz = boost->AsInt("rtg_boost_khz", 0, kMaxKhz);
+            cluster.rtgBoostKhz = boost->AsInt("rtg_boost_khz", 0, kMostKhz);
         }
         clusters.push_back(std::move(cluster));
     }
@@ -92,9 +90,9 @@ std::vector<CpuCluster> ReadClusters(const YamlNode& node) {
 
 void ReadGpu(const YamlNode& node, DeviceProfile& profile) {
     node.ExpectFields("gpu", {"mhz", "initial_mhz"});
-    profile.gpuMhz = ReadTable(node.Get("mhz"), "mhz", kMaxMhz, true);
+    profile.gpuMhz = ReadTable(node.Get("mhz"), "mhz", kMostMhz, true);
     const YamlNode& initial = node.Get("initial_mhz");
-    profile.gpuInitialMhz = initial.AsInt("initial_mhz", 1, kMaxMhz);
+    profile.gpuInitialMhz = initial.AsInt("initial_mhz", 1, kMostMhz);
     if (std::find(profile.gpuMhz.begin(), profile.gpuMhz.end(), profile.gpuInitialMhz) ==
         profile.gpuMhz.end()) {
         initial.Fail("initial_mhz must be one of the levels in mhz");
@@ -117,7 +115,7 @@ BusMonitor ReadBus(const YamlNode& node, const std::vector<BusMonitor>& earlier)
     const std::string& name = kind.AsText("kind");
     if (name != "bwmon" && name != "memlat") kind.Fail("kind must be bwmon or memlat");
     bus.isBandwidthMonitor = name == "bwmon";
-    bus.khz = ReadTable(node.Get("khz"), "khz", kMaxKhz);
+    bus.khz = ReadTable(node.Get("khz"), "khz", kMostKhz);
     bus.minKhz = bus.khz.front();
     bus.maxKhz = bus.khz.back();
     return bus;

@@ -10,6 +10,14 @@
 
 namespace lab {
 
+// The device where nothing tells another.
+inline constexpr char kUsualDevice[] = "sm8450";
+
+// The highest steps that a profile may have.
+inline constexpr int64_t kMostKhz = 100'000'000;
+inline constexpr int64_t kMostMhz = 100'000;
+inline constexpr int64_t kHzPerMhz = 1'000'000;
+
 // A frequency monitor of a bus (bwmon, memlat): the folder of its nodes and its hardware range.
 struct BusMonitor {
     std::string

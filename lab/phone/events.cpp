@@ -2,6 +2,11 @@
 
 namespace lab {
 
+char PriorityLetter(int priority) {
+    constexpr const char* kLetters = "??VDIWEF";
+    return priority >= 2 && priority <= 7 ? kLetters[priority] : '?';
+}
+
 void Recorder::Add(What what) {
     std::lock_guard<std::mutex> guard(mMutex);
     mEvents.push_back({mClock.Now(), std::move(what)});

@@ -18,6 +18,9 @@ namespace lab {
 
 inline constexpr int kAndroidError = 6;  // the log priority of what went wrong
 
+// As logcat prints a priority, 'E' for 6; '?' for none.
+char PriorityLetter(int priority);
+
 // A line of the Android log.
 struct LogLine {
     int priority = 0;                // Android's: 3 debug, 4 info, 6 error

@@ -188,8 +188,6 @@ class GpuLevelNode : public SysfsNode {
     }
 
   private:
-    static constexpr int64_t kHzPerMhz = 1'000'000;
-
     const std::vector<int64_t> mLevelsMhz;
     const int64_t mHzPerUnit;
     const int mNoMatchError;

@@ -15,7 +15,6 @@ namespace lab {
 namespace {
 
 constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
-constexpr int64_t kHzPerMhz = 1'000'000;
 
 // The nodes with one number. Order means nothing; names are below the folder that each table's user
 // gives.

@@ -14,8 +14,6 @@ namespace lab {
 
 namespace {
 
-constexpr const char* kHalLibrary = "libqti-perfd-client.so";
-
 std::atomic<Phone*> gCurrent{nullptr};
 
 // Loads the HAL library from the folder that the program's build or installation has for it. Once
@@ -25,7 +23,7 @@ void* LoadHalLibrary(const std::string& variant) {
     const std::filesystem::path root = program.parent_path().parent_path();
     std::string tried;
     for (const char* const folder : {"lib", LAB_LIBRARY_FOLDER}) {
-        const std::string file = (root / folder / variant / kHalLibrary).string();
+        const std::string file = (root / folder / variant / Phone::kHalLibrary).string();
         if (void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
         tried += "\n  ";
         tried += dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps it for each thread

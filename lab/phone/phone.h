@@ -27,6 +27,8 @@ class PosixTimers;
 
 class Phone {
   public:
+    static constexpr char kHalLibrary[] = "libqti-perfd-client.so";
+
     struct Options {
         bool realtime = false;     // the machine's clock and POSIX timer
         bool hal = true;           // false: the perf-HAL library is not there

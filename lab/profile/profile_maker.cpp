@@ -18,10 +18,6 @@ constexpr char kPolicies[] = "/sys/devices/system/cpu/cpufreq/policy";
 constexpr char kGpu[] = "/sys/class/kgsl/kgsl-3d0/";
 constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
 
-constexpr int64_t kHzPerMhz = 1'000'000;
-constexpr int64_t kMostMhz = 100'000;
-constexpr int64_t kMostKhz = 100'000'000;
-
 // What a GPU of which nothing is known may be.
 const std::vector<int64_t> kSomeGpu = {800, 300};
 

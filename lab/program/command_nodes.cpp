@@ -24,7 +24,7 @@ constexpr char kNodesFooter[] =
     "Returns 0, or 2 when a file or the usage is at fault.";
 
 struct NodesOptions {
-    std::string device = "sm8450";
+    std::string device = kUsualDevice;
     std::string library;
     bool paths = false;
     bool markdown = false;

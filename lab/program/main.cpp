@@ -10,12 +10,10 @@
 
 #include "lab/names/paint.h"
 #include "lab/names/text.h"
-#include "lab/phone/device_profile.h"
+#include "lab/phone/phone.h"
 #include "lab/program/commands.h"
 
 namespace {
-
-constexpr char kHalFile[] = "libqti-perfd-client.so";
 
 // What the program returns when all that it said has been written: a full disk or a reader that
 // went away must not look like success.
@@ -40,9 +38,9 @@ void RequireFolder() {
     if (!fs::is_directory(data, ignored)) {
         missing = "its devices, scene files and scenarios neither in " +
                   (root / "share/tarquel-lab").string() + " nor in " + data;
-    } else if (!fs::exists(root / "lib" / kHalFile, ignored) &&
-               !fs::exists(root / TARQUEL_LIBRARY_FOLDER / kHalFile, ignored)) {
-        missing = "no " + std::string(kHalFile) + " in " + (root / "lib").string();
+    } else if (!fs::exists(root / "lib" / lab::Phone::kHalLibrary, ignored) &&
+               !fs::exists(root / TARQUEL_LIBRARY_FOLDER / lab::Phone::kHalLibrary, ignored)) {
+        missing = "no " + std::string(lab::Phone::kHalLibrary) + " in " + (root / "lib").string();
     }
     if (missing.empty()) return;
     throw std::runtime_error(

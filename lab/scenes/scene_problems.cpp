@@ -10,11 +10,6 @@
 #include "loader/element_keys.h"
 
 namespace lab {
-namespace {
-
-constexpr char kUsualDevice[] = "sm8450";
-
-}  // namespace
 
 std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes,
                                             const CommandMeaning& command) {

@@ -134,9 +134,8 @@ class Reader {
     }
 
     void CheckDeclaration(const pugi::xml_node& declaration) {
-        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
         const auto start = static_cast<size_t>(declaration.offset_debug()) - std::strlen("<?");
-        if (start != 0 && mText.compare(0, start, kByteOrderMark) != 0) {
+        if (start != 0 && mText.compare(0, start, kUtf8Mark) != 0) {
             Report(mLines.At(start),
                    "this is no XML: the declaration stands behind something else; make it the "
                    "very first thing of the file",

@@ -3,9 +3,13 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lab {
+
+// What may stand before a text to tell its encoding.
+inline constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 // Where something stands in a file; both 1-based, columns in characters. Line 0: nowhere in
 // particular.

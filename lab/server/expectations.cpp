@@ -13,19 +13,14 @@ namespace {
 
 constexpr size_t kMostShown = 3;
 constexpr char kNotOnRealClock[] = "nothing that can be told with --realtime";
-constexpr std::string_view kPriorityLetters = "??VDIWEF";
 
 std::string LineText(const LogLine& line) {
-    const auto letter = static_cast<size_t>(line.priority);
-    return fmt::format("{} {}", letter < kPriorityLetters.size() ? kPriorityLetters[letter] : '?',
-                       WithoutNewline(line.text));
+    return fmt::format("{} {}", PriorityLetter(line.priority), WithoutNewline(line.text));
 }
 
 std::string LogText(const ExpectedLog& expected) {
     std::string text = "log line";
-    if (expected.priority) {
-        text += fmt::format(" {}", kPriorityLetters[static_cast<size_t>(*expected.priority)]);
-    }
+    if (expected.priority) text += fmt::format(" {}", PriorityLetter(*expected.priority));
     if (expected.text) text += " '" + *expected.text + "'";
     if (expected.part) text += " '..." + *expected.part + "...'";
     return text;

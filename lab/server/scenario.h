@@ -147,7 +147,7 @@ struct Step {
 struct ScenarioHead {
     std::string file;
     std::string title;                  // empty when it has none
-    std::string device = "sm8450";      // name or file of a profile
+    std::string device = kUsualDevice;  // name or file of a profile
     std::optional<std::string> scenes;  // none: the device's
     YamlNode deviceNode;                // where the scenario names it, or null
     YamlNode scenesNode;

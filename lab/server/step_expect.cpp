@@ -15,15 +15,14 @@ const std::vector<std::string> kFields = {"locks", "result", "performance", "the
 
 struct PriorityName {
     std::string_view name;
-    char letter;
     int priority;
 };
 constexpr auto kPriorities = std::to_array<PriorityName>({
-    {"verbose", 'V', 2},
-    {"debug", 'D', 3},
-    {"info", 'I', 4},
-    {"warn", 'W', 5},
-    {"error", 'E', 6},
+    {"verbose", 2},
+    {"debug", 3},
+    {"info", 4},
+    {"warn", 5},
+    {"error", 6},
 });
 
 // One map, or a list of maps.
@@ -37,7 +36,9 @@ std::vector<const YamlNode*> OneOrMore(const YamlNode& node) {
 int ReadPriority(const YamlNode& node) {
     const std::string& text = node.AsText("a priority");
     for (const PriorityName& row : kPriorities) {
-        if (text == row.name || (text.size() == 1 && text[0] == row.letter)) return row.priority;
+        if (text == row.name || text == std::string(1, PriorityLetter(row.priority))) {
+            return row.priority;
+        }
     }
     node.Fail("there is no priority '" + text + "'; use error, warn, info, debug or verbose");
 }
