@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 
 namespace lab {
 
@@ -19,6 +20,10 @@ std::string Paint::operator()(Colour colour, const std::string& text) const {
     constexpr const char* kCodes[] = {"0", "1", "2", "31", "32", "33", "36"};
     if (!mOn || text.empty() || colour == Colour::kPlain) return text;
     return std::string("\033[") + kCodes[static_cast<size_t>(colour)] + "m" + text + "\033[0m";
+}
+
+void PrintError(Colour colour, const std::string& text) {
+    std::cerr << Paint::ForTerminal(STDERR_FILENO)(colour, text) << "\n";
 }
 
 }  // namespace lab

@@ -21,4 +21,7 @@ class Paint {
     bool mOn;
 };
 
+// A line on standard error, in colour where that is a terminal.
+void PrintError(Colour colour, const std::string& text);
+
 }  // namespace lab

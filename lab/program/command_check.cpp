@@ -138,7 +138,7 @@ int Check(const CheckOptions& options) {
             }
         } catch (const InputError& error) {
             std::cout << std::flush;
-            std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+            PrintError(Colour::kRed, error.what());
             files.push_back({{"file", file}, {"error", error.what()}});
             isUnreadable = true;
         }

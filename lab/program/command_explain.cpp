@@ -73,10 +73,7 @@ void AddExplainCommand(CLI::App& app, int& exitCode) {
         ->type_name("NAME|FILE");
     explain->add_flag("--paths", options->paths, "Show whole paths instead of short names");
     explain->add_flag("--json", options->json, "Print JSON");
-    explain
-        ->add_option("--library", options->library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
+    AddLibraryOption(*explain, options->library);
     explain->footer(kExplainFooter);
     explain->callback([options, &exitCode] { exitCode = Explain(*options); });
 }

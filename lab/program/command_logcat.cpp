@@ -182,17 +182,14 @@ class LogcatReport {
     }
 
     void PrintProblems() {
-        const Paint paint = Paint::ForTerminal(STDERR_FILENO);
         const std::vector<LogProblem> problems = mSession.Problems();
         const size_t shown = mOptions.verbose ? problems.size() : kMostProblems;
         for (size_t i = 0; i < problems.size() && i < shown; ++i) {
-            std::cerr << paint(Colour::kYellow, ProblemText(mSession.Log(), problems[i])) << "\n";
+            PrintError(Colour::kYellow, ProblemText(mSession.Log(), problems[i]));
         }
         if (problems.size() > shown) {
-            std::cerr << paint(Colour::kYellow,
-                               fmt::format("... and {} more; --verbose shows them all",
-                                           problems.size() - shown))
-                      << "\n";
+            PrintError(Colour::kYellow, fmt::format("... and {} more; --verbose shows them all",
+                                                    problems.size() - shown));
         }
     }
 
@@ -430,10 +427,7 @@ void AddLogcatCommand(CLI::App& app, int& exitCode) {
     logcat->add_flag("--json", options->json, "Print everything as one JSON document");
     logcat->add_flag("-v,--verbose", options->verbose,
                      "Show info and debug lines, node reads, whole paths and every finding too");
-    logcat
-        ->add_option("--library", session.library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
+    AddLibraryOption(*logcat, session.library);
     logcat->footer(kLogcatFooter);
     logcat->callback([options, &exitCode] { exitCode = ReadLog(*options); });
 }

@@ -51,10 +51,7 @@ int ShowNodes(const NodesOptions& options) {
         return kFine;
     }
     const DeviceProfile device = LoadDeviceProfile(options.device);
-    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
-    for (const std::string& note : ClusterNotes(device)) {
-        std::cerr << errors(Colour::kYellow, note) << "\n";
-    }
+    for (const std::string& note : ClusterNotes(device)) PrintError(Colour::kYellow, note);
     const std::vector<TagReport> tags = SurveyTags(device, options.library);
     if (options.json) {
         std::cout << JsonText(TagsJson(device, tags)) << "\n";
@@ -81,10 +78,7 @@ void AddNodesCommand(CLI::App& app, int& exitCode) {
                    "Print a page of documentation, of every shipped device")
         ->excludes(json)
         ->excludes(device);
-    nodes
-        ->add_option("--library", options->library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
+    AddLibraryOption(*nodes, options->library);
     nodes->footer(kNodesFooter);
     nodes->callback([options, &exitCode] { exitCode = ShowNodes(*options); });
 }

@@ -92,10 +92,7 @@ int WriteProfile(const ProfileOptions& options) {
     } else {
         std::cout << yaml << std::flush;
     }
-    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
-    const auto tell = [&](const std::string& text) {
-        std::cerr << errors(Colour::kYellow, text) << "\n";
-    };
+    const auto tell = [](const std::string& text) { PrintError(Colour::kYellow, text); };
     for (const std::string& problem : dump.problems) tell(problem);
     for (const auto& [field, why] : made.guesses) {
         tell(fmt::format("{}: {} is a guess: {}", dump.file, field, why));

@@ -89,12 +89,11 @@ int RecordLog(const RecordOptions& options, FileRoles& roles) {
     const YamlNode root = ScenarioOf(session, options.log, leftOut);
     std::vector<LogProblem> problems = session.Problems();
     problems.insert(problems.end(), leftOut.begin(), leftOut.end());
-    const Paint paint = Paint::ForTerminal(STDERR_FILENO);
     for (const std::string& note : {session.DetailAdvice(), session.UnknownCommands()}) {
-        if (!note.empty()) std::cerr << paint(Colour::kYellow, note) << "\n";
+        if (!note.empty()) PrintError(Colour::kYellow, note);
     }
     for (const LogProblem& problem : problems) {
-        std::cerr << paint(Colour::kYellow, ProblemText(session.Log(), problem)) << "\n";
+        PrintError(Colour::kYellow, ProblemText(session.Log(), problem));
     }
     std::vector<std::string> head = {"Recorded by tarquel-lab record --logcat from " +
                                      session.Log().file + "."};

@@ -82,7 +82,7 @@ constexpr char kRunFooter[] =
 
 void PrintProblem(const std::string& text, RunResult& result) {
     std::cout << std::flush;
-    std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kYellow, text) << "\n";
+    PrintError(Colour::kYellow, text);
     result.problems.push_back(text);
 }
 
@@ -211,7 +211,7 @@ void RunToResult(const RunOptions& options, const std::string& name, RunResult& 
     } catch (const std::exception& error) {
         result.error = error.what();
         std::cout << std::flush;
-        std::cerr << Paint::ForTerminal(STDERR_FILENO)(Colour::kRed, error.what()) << "\n";
+        PrintError(Colour::kRed, error.what());
     }
     result.tookSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -316,10 +316,8 @@ int RunWatched(const RunOptions& options) {
         exit = RunAll(options, files);
         watch.End(files, exit != kCannotRun);
         std::cout << std::flush;
-        std::cerr << Paint::ForTerminal(STDERR_FILENO)(
-                         Colour::kDim,
-                         fmt::format("Watching {}; Ctrl-C ends.", Counted(watch.Files(), "file")))
-                  << std::endl;
+        PrintError(Colour::kDim,
+                   fmt::format("Watching {}; Ctrl-C ends.", Counted(watch.Files(), "file")));
         if (!watch.WaitForChange([&] { return ScenariosOf(options); })) return exit;
     }
 }
@@ -375,9 +373,7 @@ void AddRunCommand(CLI::App& app, int& exitCode) {
            "--logcat", options->logcat,
            "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug")
         ->type_name("FILE");
-    run->add_option("--library", options->library,
-                    "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
+    AddLibraryOption(*run, options->library);
     run->footer(kRunFooter);
     run->callback([options, &exitCode] {
         std::set<std::string> files;

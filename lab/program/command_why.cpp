@@ -37,10 +37,7 @@ struct WhyOptions {
 
 int AnswerWhy(const WhyOptions& options) {
     const WhyAnswer answer = AskWhy(*Replay::Open(options.replay), options.node);
-    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
-    for (const std::string& problem : answer.problems) {
-        std::cerr << errors(Colour::kYellow, problem) << "\n";
-    }
+    for (const std::string& problem : answer.problems) PrintError(Colour::kYellow, problem);
     if (options.json) {
         std::cout << WhyJson(answer) << "\n";
     } else {
@@ -82,9 +79,7 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
         ->capture_default_str()
         ->type_name("N");
     why->add_flag("--json", options->json, "Print JSON, with all that asked before");
-    why->add_option("--library", options->replay.library,
-                    "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
+    AddLibraryOption(*why, options->replay.library);
     why->footer(kWhyFooter);
     why->callback([options, &exitCode] { exitCode = AnswerWhy(*options); });
 }
