@@ -177,7 +177,7 @@ class Teller {
         effects.push_back({"breaks through thermal levels", fmt::format("up to {}", highest)});
         // Where the key stands twice its first levels count.
         const auto digits = LevelDigits(element.keys[key->first].value);
-        for (int thermal = 1; thermal <= std::min(highest, 4); ++thermal) {
+        for (int thermal = 1; thermal <= std::min(highest, kThermalLevels); ++thermal) {
             effects.push_back(
                 {fmt::format("under thermal level {}", thermal),
                  fmt::format("frequency level {}", digits[static_cast<size_t>(thermal)])});

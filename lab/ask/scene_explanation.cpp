@@ -23,9 +23,6 @@ namespace {
 
 using Kind = CommandMeaning::Kind;
 
-constexpr int kHighestThermalLevel = 4;
-constexpr int kControlOfLevelZero = 4;  // control type 5 is thermal level 1, and so on
-
 // How long the plug-in lifts the limits for an action that lasts until released.
 constexpr int kUntimedBreakthroughMs = 3000;
 
@@ -140,9 +137,9 @@ class Trial {
 
     // Completes the chain under each thermal level, as the server does before it runs.
     void AddLifts(const SceneCommand& command, ExplainedCommand& told) {
-        for (int level = 1; level <= kHighestThermalLevel; ++level) {
+        for (int level = 1; level <= kThermalLevels; ++level) {
             mServer.Send(
-                SetLimits{tarquel::kClientTemp, {{kControlTypeTag, kControlOfLevelZero + level}}});
+                SetLimits{tarquel::kClientTemp, {{kControlTypeTag, ControlTypeOf(level)}}});
             const ActionChain boosted = mServer.Boosted(command.id);
             const Action* before = mServer.FindChain(command.id);
             const Action* after = boosted.get();

@@ -18,10 +18,8 @@
 namespace lab {
 namespace {
 
-// The control type that puts limits in force, so that the plug-in writes nodes itself, and one
-// that sets a thermal level.
+// The control type that puts limits in force, so that the plug-in writes nodes itself.
 constexpr int kLimitsInForce = 2;
-constexpr int kThermalLevelTwo = 6;
 constexpr int kGroupMs = 1000;
 
 // The tags that some table has on this device's layout.
@@ -77,7 +75,7 @@ int ProbeValue(const TagReport& report) {
 void Probe(Phone& phone, Server& server, TagReport& report) {
     SetLimits request{tarquel::kClientPower, {{report.tag, ProbeValue(report)}}};
     if (report.tag == kControlTypeTag) {
-        request = {tarquel::kClientTemp, {{kControlTypeTag, kThermalLevelTwo}}};
+        request = {tarquel::kClientTemp, {{kControlTypeTag, ControlTypeOf(2)}}};
     } else if (report.tag == kGroupTag) {
         // A marker holds nothing by itself: it leads a group of others.
         request = {tarquel::kClientPower,

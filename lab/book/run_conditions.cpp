@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "lab/names/tag_names.h"
 #include "lab/scenes/scene_values.h"
 
 namespace lab {
@@ -24,7 +25,7 @@ void RunConditions::SetControlType(int type, int line) {
         case 6:
         case 7:
         case 8:
-            mControl = {type, type - 4, type != 5, mControl.boosts};
+            mControl = {type, ThermalLevelOf(type), type != 5, mControl.boosts};
             break;
         default:
             break;

@@ -16,7 +16,6 @@ namespace {
 
 namespace keys = tarquel::keys;
 
-constexpr int kThermalLevels = 4;
 constexpr int kHighestLevel = 9;
 
 bool IsPlausible(const std::array<int, 8>& digits) {

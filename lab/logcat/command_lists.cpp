@@ -10,9 +10,6 @@ namespace {
 
 constexpr int kNoTask = -1;
 
-// The control type that puts thermal level 1 in force.
-constexpr int kControlOfLevel1 = 5;
-
 // What one call of the perf HAL takes.
 constexpr size_t kMostInts = 64;
 
@@ -31,7 +28,7 @@ CommandLists::CommandLists(Phone& phone, Library& library, SceneFile& scenes)
 
 const std::vector<CommandLists::Element>& CommandLists::Elements(int cmdId, int thermal,
                                                                  std::optional<int> taskId) {
-    const int level = std::clamp(thermal, 0, 4);
+    const int level = std::clamp(thermal, 0, kThermalLevels);
     const auto [made, isNew] = mMade.try_emplace({cmdId, level, taskId.value_or(kNoTask)});
     const auto chain = mChains.find(cmdId);
     if (isNew && chain != mChains.end()) made->second = Make(*chain->second, level, taskId);
@@ -44,7 +41,7 @@ std::vector<CommandLists::Element> CommandLists::Make(const Action& first, int t
     if (taskId) mAdapter.DoAddTaskBoostInfo(*chain, "targetPid=" + std::to_string(*taskId));
     if (thermal > 0) {
         const int tag = kControlTypeTag;
-        const int type = kControlOfLevel1 + thermal - 1;
+        const int type = ControlTypeOf(thermal);
         // This client's word on it touches nothing else.
         mAdapter.DoPerfSetConfig(tarquel::kClientPower, 1, &tag, &type);
         mAdapter.DoAddScalingInfo(*chain);

@@ -10,7 +10,6 @@ namespace lab {
 namespace {
 
 constexpr int kLongestBreakthroughMs = 3000;
-constexpr int kThermalLevels = 4;
 
 std::string DurationText(int ms) {
     return ms > 0 ? fmt::format("{} ms", ms) : "until released";

@@ -49,7 +49,7 @@ void StoryTeller::AddLimit() {
             draft.controlTypes.push_back(type);
             mIsThermalKnown = true;
             if (type == 0) mThermal = 0;
-            if (type >= 5 && type <= 8) mThermal = type - 4;
+            if (ThermalLevelOf(type) > 0) mThermal = ThermalLevelOf(type);
             const bool isReleased = type == 2 || type == 9 || type == 4 || type == 10;
             if (isReleased) {
                 mThermal = -1;

@@ -35,6 +35,17 @@ inline constexpr int kHighestTag = 133;  // with an opcode or a node
 inline constexpr int kControlTypeTag = 57;
 inline constexpr int kGroupTag = 98;
 
+inline constexpr int kThermalLevels = 4;
+
+// The value of kControlTypeTag that puts a thermal level in force, from 1, and the level of a
+// value; 0 for one that sets none.
+constexpr int ControlTypeOf(int thermalLevel) {
+    return thermalLevel + 4;
+}
+constexpr int ThermalLevelOf(int controlType) {
+    return controlType >= 5 && controlType <= 8 ? controlType - 4 : 0;
+}
+
 // Where several names stand for one tag, the first row that has it in the layout is its name in
 // reports; the others are understood too. "big" is the cluster above the little one, "last" the
 // highest that there is.
