@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "lab/names/text.h"
 
 namespace lab {
@@ -45,12 +43,6 @@ std::string AskedText(const Ask& ask) {
     std::string text = fmt::format("asked by '{}'", request);
     if (ask.request->line) text += fmt::format(", line {}", ask.request->line);
     return text;
-}
-
-// A node with several numbers separates them by tabs.
-std::string NodeText(std::string value, const std::string& unit) {
-    std::replace(value.begin(), value.end(), '\t', ' ');
-    return unit.empty() ? value : value + " " + unit;
 }
 
 nlohmann::json AskJson(const Ask& ask) {

@@ -21,9 +21,6 @@ std::string LastsText(const Ask& ask, Time now);
 // "asked by 'do game_fight (9220)', line 163".
 std::string AskedText(const Ask& ask);
 
-// A node's value with its unit; several numbers of it on one line.
-std::string NodeText(std::string value, const std::string& unit);
-
 nlohmann::json AskJson(const Ask& ask);
 nlohmann::json HolderJson(const Holder& holder);
 

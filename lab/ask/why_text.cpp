@@ -8,6 +8,7 @@
 #include "lab/ask/why.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
+#include "lab/names/table.h"
 #include "lab/names/text.h"
 
 namespace lab {
@@ -119,7 +120,7 @@ std::string WhyJson(const WhyAnswer& answer) {
         entry["how"] = ended.how;
         json["ended"].push_back(std::move(entry));
     }
-    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    return JsonText(json);
 }
 
 }  // namespace lab

@@ -12,10 +12,6 @@ int Number(const CapturedLine& line, size_t index) {
     return static_cast<int>(line.match.numbers.at(index));
 }
 
-bool IsHeldLock(int handle) {
-    return handle != 0 && handle != -1;
-}
-
 // What the plug-in says while it reads its scene files, before the first request.
 bool IsOfStart(const CapturedLine& line) {
     return line.text.find("is between 4225 ~ 4352") != line.text.npos;

@@ -12,6 +12,11 @@
 
 namespace lab {
 
+// True for a handle that is a lock's; the plug-in prints 0 and -1 where it has none.
+constexpr bool IsHeldLock(int handle) {
+    return handle != 0 && handle != -1;
+}
+
 struct EarlierLock {
     enum class Kind : uint8_t {
         kTag,    // of a tag or a group: `key`

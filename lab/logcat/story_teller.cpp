@@ -18,10 +18,6 @@ constexpr size_t kMostEffects = 4096;
 
 }  // namespace
 
-bool StoryTeller::IsHeldLock(int handle) {
-    return handle != 0 && handle != -1;
-}
-
 void StoryTeller::Add(const CapturedLine& line) {
     mLine = &line;
     mShown = mEarlier.Add(line);

@@ -84,7 +84,6 @@ class StoryTeller {
     void Write(int error);
     void Read(int error);
 
-    static bool IsHeldLock(int handle);
     void Count(LogDraft& draft, int handle);
     void LetGo(LogDraft& draft, int& handle);
     int& HandleOf(const EarlierLock& lock);

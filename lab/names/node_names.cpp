@@ -116,6 +116,11 @@ std::string NodeUnit(const std::string& path) {
     return Contains(path, "_ms") ? "ms" : "";
 }
 
+std::string NodeText(std::string value, const std::string& unit) {
+    std::replace(value.begin(), value.end(), '\t', ' ');
+    return unit.empty() ? value : value + " " + unit;
+}
+
 std::string OtherEnd(const std::string& path) {
     const size_t leaf = path.rfind('/') + 1;
     for (const auto& [part, other] : {std::pair("min", "max"), std::pair("max", "min")}) {

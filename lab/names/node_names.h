@@ -16,6 +16,10 @@ std::string ShortNode(const std::string& path);
 // The unit of what a node reads, "" when it has none.
 std::string NodeUnit(const std::string& path);
 
+// What a node reads, with its unit if there is one: the kernel separates several numbers by tabs,
+// which would tear columns.
+std::string NodeText(std::string value, const std::string& unit = "");
+
 // The node at the other end of a range: of a minimum its maximum and the reverse. Empty when the
 // name is no end of a range.
 std::string OtherEnd(const std::string& path);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "lab/names/table.h"
 #include "lab/names/text.h"
 #include "lab/server/timeline.h"
 
@@ -98,8 +99,7 @@ void PrintEnd(const RunResult& result, const Paint& paint, std::ostream& out) {
         out << fmt::format("  lock {:<4} {}, taken by: {}{}\n", lock.handle,
                            lock.leftMs ? fmt::format("for {} ms more", *lock.leftMs)
                                        : std::string("until released"),
-                           lock.holder,
-                           lock.line ? fmt::format(" (line {})", lock.line) : std::string());
+                           lock.holder, AtLine(lock.line));
         for (const RunResult::Pair& pair : lock.pairs) {
             out << "            " << pair.text
                 << (pair.isDefault ? ", the default: limits nothing\n" : "\n");
@@ -177,7 +177,7 @@ void PrintJson(const std::vector<RunResult>& results, const std::vector<Coverage
                                         {"percent", file.Percent()},
                                         {"unused", file.unused}});
     }
-    out << document.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+    out << JsonText(document) << "\n";
 }
 
 }  // namespace lab

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -29,15 +28,9 @@ std::string EarlierText(Time told) {
                            : "taken earlier, where no line tells";
 }
 
-// The kernel separates the numbers of a node by tabs, which would tear the columns.
-std::string OneLine(std::string value) {
-    std::replace(value.begin(), value.end(), '\t', ' ');
-    return value;
-}
-
 // "40" and "40.00" are the same value, "85\t95" and "85 95" are too.
 bool IsSameValue(const std::string& a, const std::string& b) {
-    if (OneLine(a) == OneLine(b)) return true;
+    if (NodeText(a) == NodeText(b)) return true;
     char* endA = nullptr;
     char* endB = nullptr;
     const double valueA = std::strtod(a.c_str(), &endA);
@@ -51,10 +44,6 @@ bool IsSameValue(const std::string& a, const std::string& b) {
 bool IsClamped(const NodeAccess& access) {
     if (access.requested.empty() || access.requested[0] == '-') return false;
     return !IsSameValue(access.requested, access.after);
-}
-
-std::string WithUnitText(const std::string& value, const std::string& unit) {
-    return unit.empty() ? OneLine(value) : OneLine(value) + " " + unit;
 }
 
 }  // namespace
@@ -232,13 +221,14 @@ void Timeline::Show(const NodeAccess& access) {
     if (access.kind == NodeAccess::Kind::kRead) {
         if (!mOptions.verbose) return;
         Add({'.', "read", name,
-             access.error ? std::strerror(access.error) : WithUnitText(access.before, unit), "",
+             access.error ? std::strerror(access.error) : NodeText(access.before, unit), "",
              Colour::kDim, true});
         return;
     }
     const char* who = access.byHal ? "by the HAL" : "by the plug-in";
     if (access.error != 0) {
-        const std::string written = access.requested.empty() ? "" : OneLine(access.requested) + " ";
+        const std::string written =
+            access.requested.empty() ? "" : NodeText(access.requested) + " ";
         Add({'!', "node", name, "write " + written + "refused",
              fmt::format("{}, {}", std::strerror(access.error), who), Colour::kRed, true});
         return;
@@ -249,12 +239,11 @@ void Timeline::Show(const NodeAccess& access) {
     Fact fact{'=', "node", name, "", access.byHal ? "" : who, Colour::kCyan, false};
     fact.value =
         isChanged
-            ? WithUnitText((access.isBeforeUnknown ? "?" : access.before) + " -> " + access.after,
-                           unit)
-            : WithUnitText(access.after, unit) + ", as before";
+            ? NodeText((access.isBeforeUnknown ? "?" : access.before) + " -> " + access.after, unit)
+            : NodeText(access.after, unit) + ", as before";
     if (IsClamped(access)) {
         fact.remark += fmt::format("{}kernel makes {} of {}", fact.remark.empty() ? "" : "; ",
-                                   OneLine(access.after), OneLine(access.requested));
+                                   NodeText(access.after), NodeText(access.requested));
     }
     Add(fact);
     ShowFollowing(access);
@@ -274,7 +263,7 @@ void Timeline::ShowFollowing(const NodeAccess& access) {
                           : path.find("min", path.rfind('/')) != path.npos ? "as its ceiling allows"
                                                                            : "as its floor allows";
         Add({' ', "node", mOptions.verbose ? path : ShortNode(path),
-             WithUnitText(node.value, NodeUnit(path)), why, Colour::kPlain, false});
+             NodeText(node.value, NodeUnit(path)), why, Colour::kPlain, false});
     }
 }
 
