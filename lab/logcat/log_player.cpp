@@ -14,7 +14,13 @@ const std::vector<int> kUntoldList = {0, 0};
 
 // Never back: requests of two threads may overlap.
 void LogPlayer::AdvanceTo(Time at) {
-    mPhone.GetClock().AdvanceTo(std::max(mPhone.GetClock().Now(), at));
+    Clock& clock = mPhone.GetClock();
+    // One by one: whoever watches finds the nodes as the event leaves them.
+    for (auto due = clock.NextDue(); due && *due < at; due = clock.NextDue()) {
+        clock.AdvanceTo(*due);
+        HandOn();
+    }
+    clock.AdvanceTo(std::max(clock.Now(), at));
     HandOn();
 }
 
@@ -186,6 +192,11 @@ std::vector<LogPlayer::Held> LogPlayer::Locks() const {
     std::vector<Held> locks;
     for (const auto& [handle, lock] : mLocks) locks.push_back(lock.held);
     return locks;
+}
+
+const LogPlayer::Held* LogPlayer::FindLock(int handle) const {
+    const auto lock = mLocks.find(handle);
+    return lock == mLocks.end() ? nullptr : &lock->second.held;
 }
 
 }  // namespace lab

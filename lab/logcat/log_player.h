@@ -42,6 +42,9 @@ class LogPlayer {
 
     std::vector<Held> Locks() const;
 
+    // The lock, or null when it is not held.
+    const Held* FindLock(int handle) const;
+
     // A value that the plug-in has read in the log where the lab's phone has another: a lock that
     // the log does not tell of, another program's doing, or a scene file that is not the phone's.
     struct Surprise {

@@ -86,6 +86,11 @@ class VirtualClock : public Clock {
         mNow = std::max(mNow, when);
     }
 
+    std::optional<Time> NextDue() const override {
+        std::lock_guard<std::mutex> guard(mMutex);
+        return mAgenda.NextTime();
+    }
+
     bool IsVirtual() const override { return true; }
 
     void Stop() override {

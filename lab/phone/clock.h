@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace lab {
 
@@ -29,6 +30,9 @@ class Clock {
 
     // Lets time pass until `when`, running what falls due on the way.
     virtual void AdvanceTo(Time when) = 0;
+
+    // When the next callback is due; nothing where none is, and on the machine's own time.
+    virtual std::optional<Time> NextDue() const { return std::nullopt; }
 
     virtual bool IsVirtual() const = 0;
 

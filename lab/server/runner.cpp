@@ -57,16 +57,14 @@ void Runner::PlayList(const std::vector<Step>& steps) {
 void Runner::PlayUntil(const std::vector<Step>& steps, Time end) {
     mEnd = mOrigin + end;
     Play(steps);
-    mPhone.GetClock().AdvanceTo(*mEnd);
-    HandOn();
+    AdvanceTo(*mEnd);
 }
 
 void Runner::PlayStep(const Step& step) {
     const Time time = std::chrono::milliseconds(step.ms);
     mCursor = step.absolute ? mOrigin + time : mCursor + time;
     if (mEnd && mCursor > *mEnd) return;
-    mPhone.GetClock().AdvanceTo(mCursor);
-    HandOn();
+    AdvanceTo(mCursor);
     if (!step.device.empty() && step.device != mDevice.name) return;
     if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
         for (int64_t round = 0; round < repeat->count; ++round) PlayList(repeat->steps);
@@ -121,6 +119,16 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
 void Runner::End(RequestFacts facts, const std::string& result) {
     mPhone.Events().Explain(std::make_shared<const RequestFacts>(std::move(facts)));
     mPhone.Events().Add(RequestEnd{result});
+    HandOn();
+}
+
+void Runner::AdvanceTo(Time at) {
+    Clock& clock = mPhone.GetClock();
+    for (auto due = clock.NextDue(); due && *due < at; due = clock.NextDue()) {
+        clock.AdvanceTo(*due);
+        HandOn();
+    }
+    clock.AdvanceTo(at);
     HandOn();
 }
 

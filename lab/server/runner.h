@@ -17,7 +17,8 @@ class Runner {
   public:
     // `observe` gets every event once, in order, after the book. On the virtual clock events are
     // handed on after every step and forgotten, so that a run may last for days; on the real one at
-    // the end.
+    // the end. While time passes they are handed on after everything that falls due, so that
+    // whoever watches finds the nodes as the event leaves them.
     Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
            const SceneFile& scenes, std::function<void(const Event&)> observe);
 
@@ -45,6 +46,7 @@ class Runner {
     RequestBegin BeginningOf(const Step& step) const;
     void Record(const Step& step, Server::Outcome outcome);
     void End(RequestFacts facts, const std::string& result);
+    void AdvanceTo(Time at);
     void HandOn();
 
     // One request of the server, or one arrangement of the phone.
