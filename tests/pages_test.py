@@ -144,6 +144,7 @@ def furnish(folder):
     shutil.copy(data / "scenes/sm8450.xml", folder / "my_scenes.xml")
     log = (data / "captures/hot_game.txt").read_text()
     (folder / "evening.txt").write_text(log)
+    (folder / "my_phone.csv").write_text("cluster,mhz,mw\nbig,633.6,95\nbig,2496,1400\n")
     with zipfile.ZipFile(folder / "bugreport.zip", "w") as report:
         report.writestr("bugreport-phone.txt", "== dumpstate: 2026-06-14 19:45:00\n------ SYSTEM LOG "
                         f"(logcat -v threadtime -d *:v) ------\n{log}------ EVENT LOG ------\n")

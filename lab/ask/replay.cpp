@@ -148,14 +148,14 @@ class CaptureReplay final : public Replay {
     }
 
     std::string DoubtOf(const BookedLock& lock) const override {
-        for (const LogPlayer::Held& held : mPlayer->Locks()) {
-            if (held.handle == lock.handle) return mSession.DoubtOf(held);
-        }
-        return "";
+        const LogPlayer::Held* held = mPlayer->FindLock(lock.handle);
+        return held ? mSession.DoubtOf(*held) : "";
     }
 
     bool IsWhole() const override {
-        return mSession.Earlier().IsWhole() && !mSession.Story().lastLoss;
+        const LogStory& story = mSession.Story();
+        return mSession.Earlier().IsWhole() && !story.lastLoss &&
+               story.detail != LogDetail::kErrors;
     }
 
   private:

@@ -20,6 +20,7 @@ void AddExplainCommand(CLI::App& app, int& exitCode);
 void AddNodesCommand(CLI::App& app, int& exitCode);
 void AddProfileCommand(CLI::App& app, int& exitCode);
 void AddRunCommand(CLI::App& app, int& exitCode);
+void AddStatsCommand(CLI::App& app, int& exitCode);
 void AddCheckCommand(CLI::App& app, int& exitCode);
 void AddVocabularyCommand(CLI::App& app, int& exitCode);
 void AddWhyCommand(CLI::App& app, int& exitCode);

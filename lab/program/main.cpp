@@ -90,6 +90,7 @@ int main(int argc, char** argv) {
     lab::AddCheckCommand(app, exitCode);
     lab::AddWhyCommand(app, exitCode);
     lab::AddHeldCommand(app, exitCode);
+    lab::AddStatsCommand(app, exitCode);
     lab::AddExplainCommand(app, exitCode);
     lab::AddCompareCommand(app, exitCode);
     lab::AddNodesCommand(app, exitCode);

@@ -1,0 +1,98 @@
+// What a whole run or capture comes to: who asked how often, held how long and counted how long,
+// how long each floor and ceiling was in force, and what the floors cost by the user's own numbers.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "lab/ask/power_model.h"
+#include "lab/ask/replay.h"
+#include "lab/names/paint.h"
+
+namespace lab {
+
+struct RunStats {
+    struct Part {
+        std::string name;
+        Time time{};
+    };
+
+    // A scene or a client, as the book names it. Times are those of its asks taken together: two at
+    // once count once.
+    struct Requester {
+        std::string name;
+        size_t asked = 0;
+        Time held{};               // some lock or word of its is in force
+        Time won{};                // one of them at least counts on its node, as 'why' has it
+        std::vector<Part> lostTo;  // longest first; one of its asks loses while another's counts
+    };
+
+    // A floor or a ceiling that was in force.
+    struct Value {
+        std::optional<int64_t> khz;  // none: the capture does not tell
+        Time time{};
+        std::vector<Part> by;  // longest first; without a name: nobody's
+    };
+
+    // A cluster, the GPU, or a bus on which a limit acts.
+    struct Range {
+        std::string name;
+        int64_t lowKhz = 0;
+        int64_t highKhz = 0;
+        std::vector<Value> floors;  // ascending
+        std::vector<Value> ceilings;
+        Time capped{};  // the ceiling that counts is the thermal client's
+    };
+
+    struct Hold {
+        std::string who;
+        std::string what;
+        Time since{};
+        Time end{};
+        bool isEarlier = false;  // it was held before the capture begins
+        bool isHeld = false;     // still, at the end
+        std::string doubt;       // why it is not sure that it is; empty: it is
+    };
+
+    std::string name;  // the file, as the user named it
+    std::string title;  // a scenario's
+    std::string device;
+    Moments times;
+    Time length{};
+    bool isWhole = true;                // false: a capture that does not tell everything
+    std::vector<Requester> requesters;  // that held longest first
+    std::vector<Range> ranges;
+    std::vector<Hold> holds;  // the longest first
+    std::vector<std::string> remarks;
+
+    // Those that asked and never counted.
+    std::vector<std::string> NeverWon() const;
+};
+
+// Plays and counts.
+RunStats CountRun(Replay& replay, const std::string& name);
+
+// What the floors of one range cost above its lowest step.
+struct FloorCost {
+    std::string range;
+    double milliwattHours = 0;
+    Time raised{};   // that a floor stood above the lowest step
+    Time unknown{};  // that nobody knows the floor
+};
+
+// Those of the ranges that the model has. Throws InputError for a floor that it does not reach.
+std::vector<FloorCost> FloorCosts(const RunStats& run, const PowerModel& model);
+
+// One run, or several side by side.
+//   model     null: nothing about power
+//   mostHolds how many of the longest holds of each run
+void PrintRunStats(std::ostream& out, const std::vector<RunStats>& runs, const PowerModel* model,
+                   size_t mostHolds, const Paint& paint);
+
+// As JSON, with everything that there is to tell.
+std::string RunStatsJson(const std::vector<RunStats>& runs, const PowerModel* model);
+
+}  // namespace lab

@@ -1,0 +1,379 @@
+// What a run comes to, as text and as JSON.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "lab/ask/run_stats.h"
+#include "lab/names/table.h"
+#include "lab/names/text.h"
+
+namespace lab {
+namespace {
+
+using Runs = std::vector<RunStats>;
+
+constexpr size_t kMostRivals = 3;
+constexpr double kPercent = 100;
+constexpr double kHoursADay = 24;
+
+constexpr char kModelText[] =
+    "  A model: power at each floor in force less that at the lowest step, times how long, as if\n"
+    "  the cluster sat at its floor and would sit at the lowest step without one.";
+
+// "2.000 s 20.0 %".
+std::string TimeText(Time time, Time length) {
+    if (time == Time{}) return "-";
+    const double share = length > Time{} ? kPercent * static_cast<double>(time.count()) /
+                                               static_cast<double>(length.count())
+                                         : 0;
+    return fmt::format("{} s {:.1f} %", SecondsText(time), share);
+}
+
+std::string PartText(const RunStats::Part& part) {
+    return fmt::format("{} {} s", part.name.empty() ? "nobody" : part.name, SecondsText(part.time));
+}
+
+std::string PartsText(const std::vector<RunStats::Part>& parts) {
+    std::vector<std::string> told;
+    for (const RunStats::Part& part : parts) {
+        if (told.size() < kMostRivals) told.push_back(PartText(part));
+    }
+    if (parts.size() > told.size()) {
+        told.push_back(fmt::format("{} more", parts.size() - told.size()));
+    }
+    return Join(told);
+}
+
+std::string KhzText(const std::optional<int64_t>& khz) {
+    return khz ? WithUnit(*khz, Unit::kKhz) : "not told";
+}
+
+// Names the run among several: "A", "B", ...
+std::string Letter(size_t index, size_t count) {
+    if (count == 1) return "";
+    const char letter = static_cast<char>('A' + index % 26);
+    return index < 26 ? std::string(1, letter)
+                      : std::string(1, letter) + std::to_string(index / 26);
+}
+
+std::string Heading(const std::string& text, size_t index, size_t count) {
+    const std::string letter = Letter(index, count);
+    return letter.empty() ? text : text + " " + letter;
+}
+
+// The names that any run has, in the order of the first that has each.
+template <typename Entry>
+std::vector<std::string> NamesOf(const Runs& runs, std::vector<Entry> RunStats::*entries) {
+    std::vector<std::string> names;
+    std::set<std::string> known;
+    for (const RunStats& run : runs) {
+        for (const Entry& entry : run.*entries) {
+            if (known.insert(entry.name).second) names.push_back(entry.name);
+        }
+    }
+    return names;
+}
+
+template <typename Entry>
+const Entry* FindNamed(const std::vector<Entry>& entries, const std::string& name) {
+    for (const Entry& entry : entries) {
+        if (entry.name == name) return &entry;
+    }
+    return nullptr;
+}
+
+void PrintRequesters(std::ostream& out, const Runs& runs, const Paint& paint) {
+    std::vector<std::string> headings = {"who"};
+    for (const char* what : {"asked", "held", "counted", "lost to"}) {
+        for (size_t i = 0; i < runs.size(); ++i) {
+            headings.push_back(Heading(what, i, runs.size()));
+        }
+    }
+    Table table(headings);
+    for (const std::string& name : NamesOf(runs, &RunStats::requesters)) {
+        std::vector<std::string> asked;
+        std::vector<std::string> held;
+        std::vector<std::string> won;
+        std::vector<std::string> lost;
+        for (const RunStats& run : runs) {
+            const RunStats::Requester* who = FindNamed(run.requesters, name);
+            asked.push_back(who ? std::to_string(who->asked) : "-");
+            held.push_back(who ? TimeText(who->held, run.length) : "-");
+            won.push_back(who ? TimeText(who->won, run.length) : "-");
+            lost.push_back(who ? PartsText(who->lostTo) : "");
+        }
+        std::vector<std::string> cells = {name};
+        for (const auto* column : {&asked, &held, &won, &lost}) {
+            cells.insert(cells.end(), column->begin(), column->end());
+        }
+        table.Add(std::move(cells));
+    }
+    if (!table.IsEmpty()) {
+        table.Print(out, "  ", paint);
+    } else {
+        out << "  Nobody asked for anything.\n";
+    }
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const std::vector<std::string> never = runs[i].NeverWon();
+        if (never.empty()) continue;
+        out << "  " << Heading("never counted", i, runs.size()) << ": " << Join(never) << "\n";
+    }
+}
+
+using Values = std::vector<RunStats::Value>;
+
+const RunStats::Value* FindValue(const Values& values, const std::optional<int64_t>& khz) {
+    for (const RunStats::Value& value : values) {
+        if (value.khz == khz) return &value;
+    }
+    return nullptr;
+}
+
+void AddValues(const Runs& runs, const std::string& name, const char* bound,
+               Values RunStats::Range::*values, Table& table) {
+    std::set<std::optional<int64_t>> steps;
+    for (const RunStats& run : runs) {
+        const RunStats::Range* range = FindNamed(run.ranges, name);
+        if (!range) continue;
+        for (const RunStats::Value& value : range->*values) steps.insert(value.khz);
+    }
+    for (const std::optional<int64_t>& step : steps) {
+        std::vector<std::string> cells = {name, bound, KhzText(step)};
+        std::vector<std::string> by;
+        for (const RunStats& run : runs) {
+            const RunStats::Range* range = FindNamed(run.ranges, name);
+            const RunStats::Value* found = range ? FindValue(range->*values, step) : nullptr;
+            cells.push_back(found ? TimeText(found->time, run.length) : "-");
+            by.push_back(found ? PartsText(found->by) : "");
+        }
+        cells.insert(cells.end(), by.begin(), by.end());
+        table.Add(std::move(cells));
+    }
+}
+
+void PrintRanges(std::ostream& out, const Runs& runs, const Paint& paint) {
+    std::vector<std::string> headings = {"", "", "at"};
+    for (const char* what : {"for", "by"}) {
+        for (size_t i = 0; i < runs.size(); ++i) {
+            headings.push_back(Heading(what, i, runs.size()));
+        }
+    }
+    Table table(headings);
+    const std::vector<std::string> names = NamesOf(runs, &RunStats::ranges);
+    for (const std::string& name : names) {
+        AddValues(runs, name, "floor", &RunStats::Range::floors, table);
+        AddValues(runs, name, "ceiling", &RunStats::Range::ceilings, table);
+    }
+    table.Print(out, "  ", paint);
+    for (size_t i = 0; i < runs.size(); ++i) {
+        std::vector<std::string> capped;
+        for (const RunStats::Range& range : runs[i].ranges) {
+            if (range.capped == Time{}) continue;
+            capped.push_back(range.name + " " + TimeText(range.capped, runs[i].length));
+        }
+        if (capped.empty()) continue;
+        out << "  " << Heading("capped by thermal", i, runs.size()) << ": " << Join(capped) << "\n";
+    }
+}
+
+void PrintHolds(std::ostream& out, const Runs& runs, size_t most, const Paint& paint) {
+    if (most == 0) return;
+    Table table({"", "longest holds", "for", "since", "until", "of"});
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const RunStats& run = runs[i];
+        const auto moment = [&](Time at) {
+            return run.times.Text(at) + (run.times.HasClock() ? "" : " s");
+        };
+        for (size_t h = 0; h < std::min(most, run.holds.size()); ++h) {
+            const RunStats::Hold& hold = run.holds[h];
+            std::string until = hold.isHeld ? "held at the end" : moment(hold.end);
+            if (!hold.doubt.empty()) until += "; not sure: " + hold.doubt;
+            table.Add(
+                {Letter(i, runs.size()), hold.who,
+                 (hold.isEarlier ? "at least " : "") + SecondsText(hold.end - hold.since) + " s",
+                 hold.isEarlier ? "before the capture" : moment(hold.since), until, hold.what});
+        }
+    }
+    if (table.IsEmpty()) return;
+    out << "\n";
+    table.Print(out, "  ", paint);
+}
+
+double Total(const std::vector<FloorCost>& costs) {
+    double total = 0;
+    for (const FloorCost& cost : costs) total += cost.milliwattHours;
+    return total;
+}
+
+// Of a run as long as a day, that runs of unlike length can be compared.
+double ADay(double milliwattHours, Time length) {
+    const double hours = std::chrono::duration<double, std::ratio<3600>>(length).count();
+    return hours > 0 ? milliwattHours / hours * kHoursADay : 0;
+}
+
+void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, const Paint& paint) {
+    std::vector<std::string> headings = {"floors cost"};
+    std::vector<std::vector<FloorCost>> costs;
+    std::vector<std::string> names;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        headings.push_back(Heading("against no floor", i, runs.size()));
+        costs.push_back(FloorCosts(runs[i], model));
+        for (const FloorCost& cost : costs[i]) {
+            if (std::find(names.begin(), names.end(), cost.range) == names.end()) {
+                names.push_back(cost.range);
+            }
+        }
+    }
+    for (size_t i = 1; i < runs.size(); ++i) headings.push_back(Letter(i, runs.size()) + " - A");
+    Table table(headings);
+    const auto addRow = [&](const std::string& name, const std::vector<double>& values) {
+        std::vector<std::string> cells = {name};
+        for (const double value : values) cells.push_back(fmt::format("{:.3f} mWh", value));
+        for (size_t i = 1; i < values.size(); ++i) {
+            cells.push_back(fmt::format("{:+.3f} mWh", values[i] - values[0]));
+        }
+        table.Add(std::move(cells));
+    };
+    for (const std::string& name : names) {
+        std::vector<double> values;
+        for (const std::vector<FloorCost>& run : costs) {
+            const auto cost = std::find_if(run.begin(), run.end(),
+                                           [&](const FloorCost& c) { return c.range == name; });
+            values.push_back(cost == run.end() ? 0 : cost->milliwattHours);
+        }
+        addRow(name, values);
+    }
+    std::vector<double> totals;
+    std::vector<double> aDay;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        totals.push_back(Total(costs[i]));
+        aDay.push_back(ADay(totals[i], runs[i].length));
+    }
+    addRow("together", totals);
+    if (runs.size() > 1) addRow("as a day of it", aDay);
+    out << "\n";
+    table.Print(out, "  ", paint);
+    for (size_t i = 0; i < runs.size(); ++i) {
+        for (const FloorCost& cost : costs[i]) {
+            if (cost.unknown == Time{}) continue;
+            out << fmt::format("  {}: the floor of {} is not told for {} s, which are left out\n",
+                               runs[i].name, cost.range, SecondsText(cost.unknown));
+        }
+    }
+    out << paint(Colour::kDim, kModelText) << "\n  Numbers of " << model.File() << "\n";
+}
+
+// JSON.
+
+nlohmann::json PartsJson(const std::vector<RunStats::Part>& parts) {
+    nlohmann::json json = nlohmann::json::array();
+    for (const RunStats::Part& part : parts) {
+        json.push_back({{"who", part.name.empty() ? nlohmann::json() : nlohmann::json(part.name)},
+                        {"ms", WholeMs(part.time)}});
+    }
+    return json;
+}
+
+nlohmann::json ValuesJson(const Values& values) {
+    nlohmann::json json = nlohmann::json::array();
+    for (const RunStats::Value& value : values) {
+        json.push_back(
+            {{"khz", OrNull(value.khz)}, {"ms", WholeMs(value.time)}, {"by", PartsJson(value.by)}});
+    }
+    return json;
+}
+
+nlohmann::json HoldJson(const RunStats::Hold& hold) {
+    nlohmann::json json = {{"who", hold.who},
+                           {"what", hold.what},
+                           {"ms", WholeMs(hold.end - hold.since)},
+                           {"since_ms", WholeMs(hold.since)},
+                           {"until_ms", WholeMs(hold.end)},
+                           {"is_held", hold.isHeld},
+                           {"certainty", hold.doubt.empty() ? "sure" : "doubtful"}};
+    if (hold.isEarlier) json["since_ms"] = nullptr;
+    if (!hold.doubt.empty()) json["doubt"] = hold.doubt;
+    return json;
+}
+
+nlohmann::json RunJson(const RunStats& run, const PowerModel* model) {
+    nlohmann::json json = {{"file", run.name},
+                           {"title", run.title},
+                           {"device", run.device},
+                           {"ms", WholeMs(run.length)},
+                           {"is_whole", run.isWhole},
+                           {"requesters", nlohmann::json::array()},
+                           {"never_counted", run.NeverWon()},
+                           {"ranges", nlohmann::json::array()},
+                           {"holds", nlohmann::json::array()},
+                           {"remarks", run.remarks}};
+    for (const RunStats::Requester& who : run.requesters) {
+        json["requesters"].push_back({{"who", who.name},
+                                      {"asked", who.asked},
+                                      {"held_ms", WholeMs(who.held)},
+                                      {"counted_ms", WholeMs(who.won)},
+                                      {"lost_to", PartsJson(who.lostTo)}});
+    }
+    for (const RunStats::Range& range : run.ranges) {
+        json["ranges"].push_back({{"name", range.name},
+                                  {"low_khz", range.lowKhz},
+                                  {"high_khz", range.highKhz},
+                                  {"floors", ValuesJson(range.floors)},
+                                  {"ceilings", ValuesJson(range.ceilings)},
+                                  {"capped_by_thermal_ms", WholeMs(range.capped)}});
+    }
+    for (const RunStats::Hold& hold : run.holds) json["holds"].push_back(HoldJson(hold));
+    if (!model) return json;
+    nlohmann::json cost = {{"is_model", true},
+                           {"against", "no floor"},
+                           {"numbers", model->File()},
+                           {"ranges", nlohmann::json::array()}};
+    const std::vector<FloorCost> costs = FloorCosts(run, *model);
+    for (const FloorCost& range : costs) {
+        cost["ranges"].push_back({{"name", range.range},
+                                  {"mwh", range.milliwattHours},
+                                  {"raised_ms", WholeMs(range.raised)},
+                                  {"unknown_ms", WholeMs(range.unknown)}});
+    }
+    cost["mwh"] = Total(costs);
+    cost["mwh_a_day"] = ADay(Total(costs), run.length);
+    json["floors_cost"] = std::move(cost);
+    return json;
+}
+
+}  // namespace
+
+void PrintRunStats(std::ostream& out, const Runs& runs, const PowerModel* model, size_t mostHolds,
+                   const Paint& paint) {
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const RunStats& run = runs[i];
+        const std::string letter = Letter(i, runs.size());
+        out << paint(Colour::kBold,
+                     fmt::format("{}{} on {}: {} s", letter.empty() ? "" : letter + "  ", run.name,
+                                 run.device, SecondsText(run.length)))
+            << "\n";
+        if (!run.title.empty() && run.title != run.name) out << "  " << run.title << "\n";
+        if (!run.isWhole) {
+            out << paint(Colour::kYellow,
+                         "  This capture does not tell everything: times are of what it tells")
+                << "\n";
+        }
+    }
+    out << "\n";
+    PrintRequesters(out, runs, paint);
+    out << "\n";
+    PrintRanges(out, runs, paint);
+    PrintHolds(out, runs, mostHolds, paint);
+    if (model) PrintCosts(out, runs, *model, paint);
+}
+
+std::string RunStatsJson(const Runs& runs, const PowerModel* model) {
+    nlohmann::json json = {{"runs", nlohmann::json::array()}};
+    for (const RunStats& run : runs) json["runs"].push_back(RunJson(run, model));
+    return JsonText(json);
+}
+
+}  // namespace lab
