@@ -2,26 +2,42 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 
+#include "lab/ask/run_comparison.h"
 #include "lab/ask/scene_comparison.h"
+#include "lab/logcat/log_session.h"
 #include "lab/program/commands.h"
 #include "lab/server/inputs.h"
+#include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
 namespace {
 
 constexpr char kCompareFooter[] =
-    "A and B are scene files, or names of shipped ones. Each scene is compared by what its user\n"
-    "gets: floors and ceilings in MHz, how long, online cores, other tunables. The order of keys,\n"
-    "other names of the same tunable, keys that count for nothing and values that become the same\n"
-    "are no difference. With --device values are that device's steps.\n"
+    "A and B are scene files, or runs: scenarios or captures of a phone's log; a path or the name\n"
+    "of what ships.\n"
+    "\n"
+    "Of scene files each scene is compared by what its user gets: floors and ceilings in MHz, how\n"
+    "long, online cores, other tunables. The order of keys, other names of the same tunable, keys\n"
+    "that count for nothing and values that become the same are no difference. With --device "
+    "values\n"
+    "are that device's steps.\n"
+    "\n"
+    "Runs are played, one after the other, and their requests put side by side by what they ask:\n"
+    "those that one alone makes, and of the others the result, what their locks hold and for how\n"
+    "long, which nodes have another value then, and what is found at the end. When something\n"
+    "happens is no difference. --device and --scenes stand for both.\n"
     "\n"
     "Examples:\n"
     "  tarquel-lab compare sm8450 my_scenes.xml\n"
     "  tarquel-lab compare --device my_phone.yaml sm8450 my_scenes.xml --json\n"
+    "  tarquel-lab compare thermal_breakthrough evening.txt\n"
     "\n"
     "Returns 0 when nothing differs, 1 when something does, 2 when a file or the usage is at "
     "fault.";
@@ -30,6 +46,8 @@ struct CompareOptions {
     std::string before;
     std::string after;
     std::string device;
+    std::string scenes;
+    std::string library;
     bool json = false;
 };
 
@@ -47,52 +65,112 @@ int CompareSceneFiles(const CompareOptions& options) {
     return comparison.differences.empty() ? kFine : kFindings;
 }
 
-// A scene file is known by its text, whatever it is called: it begins as XML does.
-bool IsSceneFile(const std::string& name) {
-    constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
-    const std::string text = ReadSceneText(FindSceneFile(name));
-    const size_t mark = text.starts_with(kUtf8Mark) ? kUtf8Mark.size() : 0;
-    const size_t first = text.find_first_not_of(" \t\r\n", mark);
-    return first != text.npos && text[first] == '<';
+RunRecord RecordOf(const std::string& file, const CompareOptions& options) {
+    Replay::Options replay;
+    replay.file = file;
+    replay.instead.device = options.device;
+    replay.instead.scenes = options.scenes;
+    replay.library = options.library;
+    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
+    RunRecord record = RecordRun(*Replay::Open(replay), file);
+    for (const std::string& remark : record.remarks) {
+        std::cerr << errors(Colour::kYellow, file + ": " + remark) << "\n";
+    }
+    return record;
+}
+
+int CompareTwoRuns(const CompareOptions& options) {
+    // One after the other: there is one phone at a time.
+    const RunRecord before = RecordOf(options.before, options);
+    const RunRecord after = RecordOf(options.after, options);
+    const RunComparison comparison = CompareRuns(before, after);
+    if (options.json) {
+        std::cout << RunComparisonJson(comparison) << "\n";
+    } else {
+        PrintRunComparison(std::cout, comparison, Paint::ForTerminal(STDOUT_FILENO));
+    }
+    return comparison.differences.empty() ? kFine : kFindings;
 }
 
 // What can be compared, each with itself.
 struct Comparable {
     const char* what;
-    bool (*fits)(const std::string& name);
     int (*compare)(const CompareOptions& options);
 };
 constexpr Comparable kComparables[] = {
-    {"a scene file", IsSceneFile, CompareSceneFiles},
+    {"a scene file", CompareSceneFiles},
+    {"a scenario or a capture", CompareTwoRuns},
 };
+constexpr size_t kSceneFile = 0;
+constexpr size_t kRun = 1;
+
+bool BeginsAsXml(const std::string& path) {
+    constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+    std::ifstream file(path, std::ios::binary);
+    std::string mark(kUtf8Mark.size(), '\0');
+    file.read(mark.data(), static_cast<std::streamsize>(mark.size()));
+    if (mark != kUtf8Mark) {
+        file.clear();
+        file.seekg(0);
+    }
+    char first = 0;
+    file >> first;
+    return first == '<';
+}
+
+// Which of kComparables a file is: by its text, whatever it is called. Nothing for what can be read
+// once only: a pipe is what the other is.
+std::optional<size_t> KindOf(const std::string& name) {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(name, ignored)) {
+        return BeginsAsXml(name) ? kSceneFile : kRun;
+    }
+    if (IsInput(name)) return std::nullopt;
+    if (FindCapture(name) != name) return kRun;
+    try {
+        FindScenarioFile(name);
+        return kRun;
+    } catch (const InputError&) {
+        FindSceneFile(name);  // tells what is wrong with the name
+        return kSceneFile;
+    }
+}
 
 int Compare(const CompareOptions& options) {
-    for (const Comparable& row : kComparables) {
-        const bool fitsBefore = row.fits(options.before);
-        if (fitsBefore && row.fits(options.after)) return row.compare(options);
-        if (!fitsBefore && !row.fits(options.after)) continue;
-        throw InputError(fitsBefore ? options.after : options.before, 0, 0,
-                         fmt::format("is not {}, as {} is; compare two of one kind", row.what,
-                                     fitsBefore ? options.before : options.after));
+    const std::optional<size_t> before = KindOf(options.before);
+    const std::optional<size_t> after = KindOf(options.after);
+    if (before && after && *before != *after) {
+        throw InputError(
+            options.after, 0, 0,
+            fmt::format("is {}, and {} is {}; compare two of one kind", kComparables[*after].what,
+                        options.before, kComparables[*before].what));
     }
-    throw InputError(options.before, 0, 0, "is nothing that can be compared; give two scene files");
+    return kComparables[before.value_or(after.value_or(kSceneFile))].compare(options);
 }
 
 }  // namespace
 
 void AddCompareCommand(CLI::App& app, int& exitCode) {
     auto options = std::make_shared<CompareOptions>();
-    CLI::App* compare =
-        app.add_subcommand("compare", "Tells what two scene files do differently, scene by scene.");
+    CLI::App* compare = app.add_subcommand(
+        "compare", "Tells what two scene files, scenarios or captures do differently.");
     compare->add_option("before", options->before, "The former file: a path or a shipped name")
         ->required()
-        ->type_name("SCENES");
-    compare->add_option("after", options->after, "The newer one")->required()->type_name("SCENES");
+        ->type_name("A");
+    compare->add_option("after", options->after, "The newer one")->required()->type_name("B");
     compare
-        ->add_option("--device", options->device,
-                     "Tell values as steps of a device: a shipped name or a YAML file")
+        ->add_option(
+            "--device", options->device,
+            "Tell values as steps of a device, or play on it: a shipped name or a YAML file")
         ->type_name("NAME|FILE");
+    compare
+        ->add_option("--scenes", options->scenes, "Of runs: the scene file instead of the device's")
+        ->type_name("FILE");
     compare->add_flag("--json", options->json, "Print JSON");
+    compare
+        ->add_option("--library", options->library,
+                     "Of runs: the plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
+        ->type_name("FILE");
     compare->footer(kCompareFooter);
     compare->callback([options, &exitCode] { exitCode = Compare(*options); });
 }

@@ -1,0 +1,517 @@
+#include "lab/ask/run_comparison.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+#include <tuple>
+#include <unordered_map>
+
+#include "lab/names/node_names.h"
+#include "lab/names/table.h"
+#include "lab/names/text.h"
+#include "lab/server/timeline.h"
+
+namespace lab {
+namespace {
+
+using Kind = RunDifference::Kind;
+
+// How far ahead the same requests are looked for, and how many in a row make sure of the place.
+constexpr size_t kWindow = 200;
+constexpr size_t kSureRow = 3;
+
+// On one line, columns and all.
+std::string OneLine(const std::string& text) {
+    std::istringstream words(text);
+    std::string line;
+    for (std::string word; words >> word;) line += (line.empty() ? "" : " ") + word;
+    return line;
+}
+
+class Keeper {
+  public:
+    Keeper(Replay& replay, RunRecord& record)
+        : mReplay(replay),
+          mKernel(replay.GetPhone().GetKernel()),
+          mPaths(mKernel.Paths()),
+          mRecord(record) {
+        for (const std::string& path : mPaths) {
+            const std::string& name = NameOf(path);
+            if (!name.empty()) mRecord.nodes[name] = OneLine(mKernel.Value(path));
+        }
+        mValues = mRecord.nodes;
+        mTold = mRecord.nodes;
+    }
+
+    void Observe(const Event& event) {
+        if (const auto* begin = std::get_if<RequestBegin>(&event.what)) {
+            RunRecord::Request request;
+            const bool isTold = begin->facts && !begin->facts->text.empty();
+            request.text = isTold ? begin->facts->text : begin->text;
+            request.line = begin->line;
+            request.asks = begin->facts && (begin->facts->cmdId || begin->facts->clientId);
+            request.at = event.at;
+            mRecord.requests.push_back(std::move(request));
+            mIsInRequest = true;
+        } else if (const auto* end = std::get_if<RequestEnd>(&event.what)) {
+            if (mIsInRequest) EndRequest(*end);
+        } else if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
+            if (mIsInRequest && !acquire->isEarlier) AddLock(*acquire);
+        } else if (const auto* access = std::get_if<NodeAccess>(&event.what)) {
+            const bool isRead = access->kind == NodeAccess::Kind::kRead;
+            if (isRead || access->error != 0) return;
+            SetValue(access->path, access->after);
+            for (const NodeValue& node : access->alsoChanged) SetValue(node.path, node.value);
+        }
+    }
+
+  private:
+    // One name for a node that several CPUs share; empty for what follows everything.
+    const std::string& NameOf(const std::string& path) {
+        const auto [entry, isNew] = mNames.try_emplace(path, path);
+        if (!isNew) return entry->second;
+        if (path.find("cur_freq") != path.npos || path.find("/cpufreq/policy") != path.npos) {
+            entry->second.clear();
+        } else if (path.find("/cpu/cpu") != path.npos) {
+            for (const std::string& other : mPaths) {
+                const bool isPolicy = other.find("/cpufreq/policy") != other.npos;
+                if (isPolicy || !mKernel.IsSameNode(other, path)) continue;
+                entry->second = other;
+                break;
+            }
+        }
+        return entry->second;
+    }
+
+    void SetValue(const std::string& path, const std::string& value) {
+        const std::string& name = NameOf(path);
+        if (name.empty()) return;
+        mValues[name] = OneLine(value);
+        mChanged.push_back(name);
+    }
+
+    void AddLock(const LockAcquire& acquire) {
+        RunRecord::Lock lock;
+        const Layout layout = mReplay.GetBook().ClusterLayout();
+        for (size_t at = 0; at + 1 < acquire.list.size(); at += 2) {
+            lock.pairs.push_back(
+                Timeline::PairText(acquire.list[at], acquire.list[at + 1], layout));
+        }
+        lock.lasts = !acquire.IsGranted()     ? fmt::format("refused with {}", acquire.returned)
+                     : acquire.durationMs > 0 ? fmt::format("{} ms", acquire.durationMs)
+                                              : "until released";
+        mRecord.requests.back().locks.push_back(std::move(lock));
+    }
+
+    void EndRequest(const RequestEnd& end) {
+        mIsInRequest = false;
+        RunRecord::Request& request = mRecord.requests.back();
+        request.result = OneLine(end.result);
+        std::sort(mChanged.begin(), mChanged.end());
+        mChanged.erase(std::unique(mChanged.begin(), mChanged.end()), mChanged.end());
+        for (const std::string& name : mChanged) {
+            const std::string& value = mValues[name];
+            if (mTold[name] == value) continue;
+            mTold[name] = value;
+            request.changed.emplace_back(name, value);
+        }
+        mChanged.clear();
+    }
+
+    Replay& mReplay;
+    const Kernel& mKernel;
+    const std::vector<std::string> mPaths;
+    RunRecord& mRecord;
+    bool mIsInRequest = false;
+    std::unordered_map<std::string, std::string> mNames;
+    std::map<std::string, std::string> mValues;
+    std::map<std::string, std::string> mTold;  // as the last request left them
+    std::vector<std::string> mChanged;
+};
+
+// The places of both runs that belong together, in order.
+using Pairs = std::vector<std::pair<size_t, size_t>>;
+
+// A request that is compared, with those before it that are left out.
+struct Compared {
+    const RunRecord::Request* first = nullptr;
+    const RunRecord::Request* request = nullptr;
+};
+using Requests = std::vector<Compared>;
+
+class Aligner {
+  public:
+    Aligner(const Requests& before, const Requests& after)
+        : mBefore(NumbersOf(before)), mAfter(NumbersOf(after)) {}
+
+    Pairs Align() const {
+        Pairs pairs;
+        size_t b = 0;
+        size_t a = 0;
+        while (b < mBefore.size() && a < mAfter.size()) {
+            if (mBefore[b] == mAfter[a]) {
+                pairs.emplace_back(b++, a++);
+                continue;
+            }
+            const auto [skipBefore, skipAfter] = NextPlace(b, a);
+            b += skipBefore;
+            a += skipAfter;
+        }
+        return pairs;
+    }
+
+  private:
+    std::vector<int> NumbersOf(const Requests& run) {
+        std::vector<int> numbers;
+        for (const Compared& compared : run) {
+            const int next = static_cast<int>(mNumbers.size());
+            numbers.push_back(mNumbers.try_emplace(compared.request->text, next).first->second);
+        }
+        return numbers;
+    }
+
+    // How much of each to pass over for the nearest place from which they go on alike; one of each
+    // where there is none.
+    std::pair<size_t, size_t> NextPlace(size_t b, size_t a) const {
+        for (const size_t row : {kSureRow, size_t{1}}) {
+            for (size_t all = 1; all <= kWindow; ++all) {
+                for (size_t skip = 0; skip <= all; ++skip) {
+                    if (IsAlike(b + skip, a + all - skip, row)) return {skip, all - skip};
+                }
+            }
+        }
+        return {1, 1};
+    }
+
+    bool IsAlike(size_t b, size_t a, size_t row) const {
+        if (b + row > mBefore.size() || a + row > mAfter.size()) return false;
+        for (size_t i = 0; i < row; ++i) {
+            if (mBefore[b + i] != mAfter[a + i]) return false;
+        }
+        return true;
+    }
+
+    std::unordered_map<std::string, int> mNumbers;
+    const std::vector<int> mBefore;
+    const std::vector<int> mAfter;
+};
+
+// When and where it was found is not the same in two runs.
+std::string WithoutPlace(const std::string& finding) {
+    static const std::regex place("^[0-9.]+ s: | \\(line [0-9]+\\)|, at [0-9.]+ s");
+    return std::regex_replace(finding, place, "");
+}
+
+class Comparer {
+  public:
+    Comparer(const RunRecord& before, const RunRecord& after)
+        : mBefore(before),
+          mAfter(after),
+          mBeforeNodes(NodesOf(before)),
+          mAfterNodes(NodesOf(after)) {
+        mResult.before = before.name;
+        mResult.after = after.name;
+        mResult.beforeTimes = before.times;
+        mResult.afterTimes = after.times;
+        mResult.isWhole = before.isWhole && after.isWhole;
+        // A log has no word of what a scenario does itself: it looks, expects, arranges.
+        const bool isAll = before.isCapture == after.isCapture;
+        mFormer = ComparedOf(before, isAll);
+        mLatter = ComparedOf(after, isAll);
+    }
+
+    RunComparison Compare() {
+        if (mBefore.device != mAfter.device) {
+            RunDifference difference;
+            difference.what = "the device";
+            difference.before = mBefore.device;
+            difference.after = mAfter.device;
+            Add(std::move(difference));
+        }
+        const Pairs pairs = Aligner(mFormer, mLatter).Align();
+        mResult.same = pairs.size();
+        size_t b = 0;
+        size_t a = 0;
+        for (const auto& [nextB, nextA] : pairs) {
+            AddUnpaired(b, nextB, a, nextA);
+            b = nextB + 1;
+            a = nextA + 1;
+            CompareRequests(mFormer[nextB], mLatter[nextA]);
+        }
+        AddUnpaired(b, mFormer.size(), a, mLatter.size());
+        CompareFindings();
+        return std::move(mResult);
+    }
+
+  private:
+    static Requests ComparedOf(const RunRecord& run, bool isAll) {
+        Requests compared;
+        const RunRecord::Request* first = nullptr;
+        for (const RunRecord::Request& request : run.requests) {
+            if (!first) first = &request;
+            if (!isAll && !request.asks) continue;
+            compared.push_back({first, &request});
+            first = nullptr;
+        }
+        return compared;
+    }
+
+    // Before a capture that is not whole shows a node, nobody knows what it reads.
+    static std::map<std::string, std::string> NodesOf(const RunRecord& run) {
+        return run.isWhole ? run.nodes : std::map<std::string, std::string>();
+    }
+
+    // One that is so again is counted where it was so first.
+    void Add(RunDifference difference) {
+        const auto key = std::tuple(difference.kind, difference.request, difference.what,
+                                    difference.before, difference.after);
+        const auto [known, isNew] = mKnown.try_emplace(key, mResult.differences.size());
+        if (isNew) {
+            mResult.differences.push_back(std::move(difference));
+        } else {
+            ++mResult.differences[known->second].times;
+        }
+    }
+
+    void AddUnpaired(size_t b, size_t endB, size_t a, size_t endA) {
+        for (; b < endB; ++b) {
+            const RunRecord::Request& request = *mFormer[b].request;
+            RunDifference difference;
+            difference.kind = Kind::kGone;
+            difference.request = request.text;
+            difference.beforeLine = request.line;
+            difference.beforeAt = request.at;
+            Add(std::move(difference));
+            Enter(mFormer[b], mBeforeNodes);
+        }
+        for (; a < endA; ++a) {
+            const RunRecord::Request& request = *mLatter[a].request;
+            RunDifference difference;
+            difference.kind = Kind::kNew;
+            difference.request = request.text;
+            difference.afterLine = request.line;
+            difference.afterAt = request.at;
+            Add(std::move(difference));
+            Enter(mLatter[a], mAfterNodes);
+        }
+    }
+
+    void Enter(const Compared& compared, std::map<std::string, std::string>& nodes) {
+        for (const RunRecord::Request* at = compared.first; at <= compared.request; ++at) {
+            for (const auto& [name, value] : at->changed) {
+                nodes[name] = value;
+                mTouched.push_back(name);
+            }
+        }
+    }
+
+    void CompareRequests(const Compared& former, const Compared& latter) {
+        const RunRecord::Request& before = *former.request;
+        const RunRecord::Request& after = *latter.request;
+        const auto tell = [&](Kind kind, const std::string& what, const std::string& was,
+                              const std::string& is, const std::string& unit = "") {
+            RunDifference difference;
+            difference.kind = kind;
+            difference.request = before.text;
+            difference.beforeLine = before.line;
+            difference.afterLine = after.line;
+            difference.beforeAt = before.at;
+            difference.afterAt = after.at;
+            difference.what = what;
+            difference.before = was;
+            difference.after = is;
+            difference.unit = unit;
+            Add(std::move(difference));
+        };
+        if (before.result != after.result && !before.result.empty() && !after.result.empty()) {
+            tell(Kind::kResult, "gives", before.result, after.result);
+        }
+        for (size_t i = 0; i < std::max(before.locks.size(), after.locks.size()); ++i) {
+            static const RunRecord::Lock none;
+            const RunRecord::Lock& was = i < before.locks.size() ? before.locks[i] : none;
+            const RunRecord::Lock& is = i < after.locks.size() ? after.locks[i] : none;
+            if (was.lasts != is.lasts) tell(Kind::kLock, "its lock lasts", was.lasts, is.lasts);
+            if (IsUntold(was) || IsUntold(is)) continue;
+            const std::string lost = OnlyIn(was.pairs, is.pairs);
+            const std::string gained = OnlyIn(is.pairs, was.pairs);
+            if (lost != gained) tell(Kind::kLock, "its lock holds", lost, gained);
+        }
+        // A value that differs is told once, at the first request that has it so.
+        Enter(former, mBeforeNodes);
+        Enter(latter, mAfterNodes);
+        std::sort(mTouched.begin(), mTouched.end());
+        mTouched.erase(std::unique(mTouched.begin(), mTouched.end()), mTouched.end());
+        for (const std::string& name : mTouched) {
+            const auto known = mBeforeNodes.find(name);
+            const auto other = mAfterNodes.find(name);
+            if (known == mBeforeNodes.end() || other == mAfterNodes.end()) continue;
+            const std::string& was = known->second;
+            const std::string& is = other->second;
+            auto& told = mToldNodes[name];
+            if (told == std::pair(was, is)) continue;
+            told = {was, is};
+            if (was == is) continue;
+            tell(Kind::kValue, ShortNode(name), was, is, NodeUnit(name));
+        }
+        mTouched.clear();
+    }
+
+    // A capture may tell of a lock without what it holds.
+    static bool IsUntold(const RunRecord::Lock& lock) {
+        return lock.pairs.empty() && !lock.lasts.empty();
+    }
+
+    // Those that the other does not have.
+    static std::string OnlyIn(const std::vector<std::string>& pairs,
+                              const std::vector<std::string>& others) {
+        std::vector<std::string> only;
+        for (const std::string& pair : pairs) {
+            if (std::find(others.begin(), others.end(), pair) == others.end()) only.push_back(pair);
+        }
+        return Join(only);
+    }
+
+    void CompareFindings() {
+        if (mBefore.isCapture != mAfter.isCapture) return;
+        std::map<std::string, std::pair<size_t, size_t>> counts;
+        for (const std::string& finding : mBefore.findings) ++counts[WithoutPlace(finding)].first;
+        for (const std::string& finding : mAfter.findings) ++counts[WithoutPlace(finding)].second;
+        for (const auto& [finding, count] : counts) {
+            if (count.first == count.second) continue;
+            RunDifference difference;
+            difference.kind = Kind::kFinding;
+            difference.what = "finding: " + finding;
+            difference.before = TimesText(count.first);
+            difference.after = TimesText(count.second);
+            Add(std::move(difference));
+        }
+    }
+
+    static std::string TimesText(size_t count) { return count ? Counted(count, "time") : ""; }
+
+    const RunRecord& mBefore;
+    const RunRecord& mAfter;
+    Requests mFormer;
+    Requests mLatter;
+    std::map<std::string, std::string> mBeforeNodes;  // at the requests being compared
+    std::map<std::string, std::string> mAfterNodes;
+    std::vector<std::string> mTouched;  // since the last two that were
+    std::map<std::string, std::pair<std::string, std::string>> mToldNodes;
+    std::map<std::tuple<Kind, std::string, std::string, std::string, std::string>, size_t> mKnown;
+    RunComparison mResult;
+};
+
+const char* NameOf(Kind kind) {
+    static constexpr const char* kNames[] = {"device", "gone",  "new",    "result",
+                                             "lock",   "value", "finding"};
+    return kNames[static_cast<size_t>(kind)];
+}
+
+std::string OrNothing(const std::string& text) {
+    return text.empty() ? "nothing" : text;
+}
+
+// "5.120 s (line 12)"; nothing where there is no moment.
+std::string PlaceText(const Moments& times, const std::optional<Time>& at, int line) {
+    if (!at) return "";
+    return times.Text(*at) + (times.HasClock() ? "" : " s") + AtLine(line);
+}
+
+std::string TimesText(const RunDifference& difference) {
+    return difference.times > 1 ? fmt::format(", {} times", difference.times) : "";
+}
+
+}  // namespace
+
+RunRecord RecordRun(Replay& replay, const std::string& name) {
+    RunRecord record;
+    Keeper keeper(replay, record);
+    replay.Play([&](const Event& event) { keeper.Observe(event); });
+    record.name = name;
+    record.device = replay.Device().name;
+    record.times = replay.Times();
+    record.isWhole = replay.IsWhole();
+    record.isCapture = replay.IsCapture();
+    if (!record.isCapture) record.findings = replay.GetBook().Findings();
+    for (const auto& [handle, lock] : replay.GetBook().Locks()) {
+        if (!record.isCapture || lock.list.empty()) continue;
+        const Layout layout = replay.GetBook().ClusterLayout();
+        record.findings.push_back(
+            fmt::format("{} holds {} at the end", lock.owner,
+                        Timeline::PairText(lock.list[0], lock.list[1], layout)));
+    }
+    record.remarks = replay.Remarks();
+    return record;
+}
+
+RunComparison CompareRuns(const RunRecord& before, const RunRecord& after) {
+    return Comparer(before, after).Compare();
+}
+
+void PrintRunComparison(std::ostream& out, const RunComparison& comparison, const Paint& paint) {
+    const std::string* request = nullptr;
+    for (const RunDifference& difference : comparison.differences) {
+        const std::string before =
+            PlaceText(comparison.beforeTimes, difference.beforeAt, difference.beforeLine);
+        const std::string after =
+            PlaceText(comparison.afterTimes, difference.afterAt, difference.afterLine);
+        if (difference.kind == Kind::kGone || difference.kind == Kind::kNew) {
+            const bool isGone = difference.kind == Kind::kGone;
+            out << paint(isGone ? Colour::kRed : Colour::kGreen,
+                         fmt::format("{}: {}", isGone ? "gone" : "new", difference.request))
+                << fmt::format(", at {}{}\n", isGone ? before : after, TimesText(difference));
+            request = nullptr;
+            continue;
+        }
+        if (!difference.request.empty() && (!request || *request != difference.request)) {
+            out << paint(Colour::kYellow, difference.request)
+                << fmt::format(", at {}\n", before == after ? before : before + " -> " + after);
+        }
+        request = difference.request.empty() ? nullptr : &difference.request;
+        const std::string unit = difference.unit.empty() ? "" : " " + difference.unit;
+        out << fmt::format("{}{}: {} -> {}{}{}\n", request ? "  " : "", difference.what,
+                           OrNothing(difference.before), OrNothing(difference.after), unit,
+                           TimesText(difference));
+    }
+    if (!comparison.isWhole) {
+        out << "A capture does not tell everything: what it lacks may look like a difference.\n";
+    }
+    const std::string requests = Counted(comparison.same, "request");
+    if (comparison.differences.empty()) {
+        out << fmt::format("{} and {} do the same: {}\n", comparison.before, comparison.after,
+                           requests);
+    } else {
+        out << fmt::format("{} to {}: {}; both make {}\n", comparison.before, comparison.after,
+                           Counted(comparison.differences.size(), "difference"), requests);
+    }
+}
+
+std::string RunComparisonJson(const RunComparison& comparison) {
+    nlohmann::json json = {{"before", comparison.before},
+                           {"after", comparison.after},
+                           {"same", comparison.same},
+                           {"is_whole", comparison.isWhole},
+                           {"differences", nlohmann::json::array()}};
+    const auto place = [](const std::optional<Time>& at, int line) {
+        if (!at) return nlohmann::json();
+        return nlohmann::json({{"at_ms", WholeMs(*at)}, {"line", line}});
+    };
+    for (const RunDifference& difference : comparison.differences) {
+        json["differences"].push_back(
+            {{"kind", NameOf(difference.kind)},
+             {"request", difference.request},
+             {"what", difference.what},
+             {"before", difference.before},
+             {"after", difference.after},
+             {"unit", difference.unit},
+             {"times", difference.times},
+             {"first_before", place(difference.beforeAt, difference.beforeLine)},
+             {"first_after", place(difference.afterAt, difference.afterLine)}});
+    }
+    return JsonText(json);
+}
+
+}  // namespace lab
