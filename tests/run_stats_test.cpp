@@ -164,7 +164,7 @@ TEST(RunStats, OfACaptureThatBeginsLateNameNobodyForWhatItDoesNotTell) {
     std::istringstream whole(ReadFile(FindCapture("hot_game.txt")));
     std::string late;
     for (std::string line; std::getline(whole, line);) {
-        if (line.find(" 19:42:") != line.npos && line.substr(6, 8) >= "19:42:22")
+        if (line.find(" 19:42:") != line.npos && line.substr(6, 8) >= "19:42:24")
             late += line + "\n";
     }
     const File file("late.txt", late);
@@ -173,8 +173,11 @@ TEST(RunStats, OfACaptureThatBeginsLateNameNobodyForWhatItDoesNotTell) {
     const nlohmann::json run = JsonOf(stats);
     EXPECT_EQ(WhoText(run, "game_running (9219)"), "none");
     EXPECT_NE(WhoText(run, kUnnamed), "none") << run.dump(2);
-    const std::string bus = RangeText(run, "little", "ceilings");
-    EXPECT_TRUE(bus.starts_with("null ")) << bus;
+    EXPECT_TRUE(RangeText(run, "little", "ceilings").starts_with("null ")) << run.dump(2);
+    // The log reads thermal's ceiling, of which it does not tell who asked, until it is lifted: the
+    // lab's own 2496 MHz count from then to the end only, 35.030 to 35.635.
+    const std::string big = RangeText(run, "big", "ceilings");
+    EXPECT_NE(big.find("2496000 605; "), std::string::npos) << big;
 }
 
 TEST(RunStats, CostWhatTheFloorsDoAgainstTheLowestStep) {

@@ -34,7 +34,7 @@ struct RunStats {
     struct Value {
         std::optional<int64_t> khz;  // none: the capture does not tell
         Time time{};
-        std::vector<Part> by;  // longest first; without a name: nobody's
+        std::vector<Part> by;  // longest first; without a name: nobody's; empty: not told
     };
 
     // A cluster, the GPU, or a bus on which a limit acts.
@@ -57,7 +57,7 @@ struct RunStats {
         std::string doubt;       // why it is not sure that it is; empty: it is
     };
 
-    std::string name;  // the file, as the user named it
+    std::string name;   // the file, as the user named it
     std::string title;  // a scenario's
     std::string device;
     Moments times;
