@@ -50,6 +50,8 @@ int TellStats(const StatsOptions& options) {
         const std::unique_ptr<Replay> replay = Replay::Open(one);
         if (!options.power.empty()) model = PowerModel::Load(options.power, replay->Device());
         runs.push_back(CountRun(*replay, file));
+        // A floor that the file does not reach is told before anything else.
+        if (model) FloorCosts(runs.back(), *model);
         for (const std::string& remark : runs.back().remarks) {
             std::cerr << errors(Colour::kYellow, file + ": " + remark) << "\n";
         }
