@@ -292,7 +292,8 @@ TEST(CaptureTimes, CountFromTheEarliestLineWhereverItStands) {
 }
 
 TEST(CaptureText, IsFitForATerminal) {
-    const ReadLines capture = Read(kHead + "tarquel: \x1b]0;x\x07\xc3\xa4" + std::string(90000, 'x'));
+    const ReadLines capture =
+        Read(kHead + "tarquel: \x1b]0;x\x07\xc3\xa4" + std::string(90000, 'x'));
     ASSERT_EQ(capture.lines.size(), 1u);
     EXPECT_EQ(capture.lines[0].text.substr(0, 16), "tarquel: ?]0;x??");
     EXPECT_LT(capture.lines[0].text.size(), 20000u);

@@ -435,7 +435,11 @@ RunRecord RecordRun(Replay& replay, const std::string& name) {
     record.times = replay.Times();
     record.isWhole = replay.IsWhole();
     record.isCapture = replay.IsCapture();
-    if (!record.isCapture) record.findings = replay.GetBook().Findings();
+    if (!record.isCapture) {
+        for (RunFinding& finding : replay.GetBook().Findings()) {
+            record.findings.push_back(std::move(finding.text));
+        }
+    }
     for (const auto& [handle, lock] : replay.GetBook().Locks()) {
         if (!record.isCapture || lock.list.empty()) continue;
         const Layout layout = replay.GetBook().ClusterLayout();

@@ -18,6 +18,8 @@ class Table {
     // As many cells as there are headings.
     void Add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
 
+    bool IsEmpty() const { return mRows.empty(); }
+
     // Each line begins with `indent`. A column in which no row has anything is left out.
     void Print(std::ostream& out, const std::string& indent, const Paint& paint) const;
 
