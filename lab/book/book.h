@@ -252,6 +252,7 @@ class Book {
     std::string WhyNoLock(const SceneElement& element, const std::string& result) const;
     std::string WhyNoBreakthrough(const BookedLock& lock, int opcode) const;
     bool IsNode(const NodeTarget& target, const std::string& path) const;
+    static bool IsUnwatched(const std::string& path);
     std::vector<PerfHal::Claim> ClaimsOn(size_t node) const;
     std::vector<PerfHal::Claim> ClaimsOf(int opcode) const;
     bool IsOverwritten(const PerfHal::Claim& claim) const;
