@@ -114,7 +114,7 @@ lay_out_system() {
     while read -r library; do
         mkdir -p "$(dirname "$root/$library")"
         cp -L "build/aarch64-sysroot/$library" "$root/$library"
-    done < <(libraries_of "$program" "$lab"/lib/*.so "$lab"/lib/program/*.so)
+    done < <(libraries_of "$program" "$lab"/lib/*.so)
     for module in qcom-cpufreq-hw cpufreq_powersave governor_userspace imx-bus; do
         [ -f "$build/$kernel/modules/$module.ko" ] || continue
         cp "$build/$kernel/modules/$module.ko" "$root/modules"
