@@ -210,6 +210,10 @@ INSTANTIATE_TEST_SUITE_P(
              "- {limit: {client: camera, tags: {big_max: 2112000}}}\n"
              "- {limit: {client: power, tags: {big_max: 0}}}",
              "big_max", "", "1440000", "camera", "counts", "2", "nobody else asks"},
+        Rule{"RefusedWordIsWeighedAgainstScenes",
+             "steps:\n- {limit: {client: power, tags: {big_max: 1440000, little_max: -1}}}\n"
+             "- {on: game_steady}",
+             "big_max", "", "1440000", "power", "counts", "2", "the request was refused"},
         Rule{"UnknownClient", "steps:\n- {limit: {client: 9, tags: {big_max: 1440000}}}", "big_max",
              "", "2496000", "client 9", "over", "2", "refused: the plug-in gives no reason"},
         Rule{"WrittenByTheGovernor", kInteractive, kInteractiveNode, "", "80",

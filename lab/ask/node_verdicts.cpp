@@ -287,9 +287,11 @@ class Weigher {
                             [handle = handle](const Holder& h) { return h.handle == handle; });
             if (lock.tag < 0 || !isOnNode || isCarrier) continue;
             const bool isUnnamed = lock.owner == kUnnamed;
+            const bool isRefused =
+                lock.askedBy && lock.askedBy->facts && lock.askedBy->facts->result != 0;
             Holder holder;
-            holder.ask.who = isUnnamed ? kUnnamed : "the plug-in's lock";
-            holder.ask.request = lock.request;
+            holder.ask.who = isUnnamed || isRefused ? lock.owner : "the plug-in's lock";
+            holder.ask.request = isRefused ? lock.askedBy : lock.request;
             holder.ask.since = lock.since;
             holder.ask.isEarlier = lock.isEarlier;
             SetLock(holder, handle, " of the tag");
@@ -305,7 +307,10 @@ class Weigher {
                 holder.ask.by = By::kWrite;  // without a value
                 holder.verdict = "what it asks for is not in the capture";
             }
-            if (isTold && !isUnnamed && mValue == boot) {
+            if (isRefused) {
+                holder.notes.emplace_back(
+                    "the request was refused; long scenes are weighed against it all the same");
+            } else if (isTold && !isUnnamed && mValue == boot) {
                 holder.wins = false;
                 holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
             } else if (isTold && !isUnnamed) {

@@ -110,6 +110,7 @@ void Book::BeginRequest(const RequestBegin& begin) {
     const RequestFacts& facts = Facts();
     if (facts.isRestart) {
         mWords.clear();
+        mRefusedWords.clear();
         mConditions = RunConditions();
     }
     mRefusalsLeft = facts.arrangedRefusals.value_or(mRefusalsLeft);
@@ -157,6 +158,7 @@ void Book::TakeWords(const RequestFacts& facts) {
     const bool isPassedOver =
         command && !mConditions.WhyPassedOver(command->elements.front()).empty();
     if (isPassedOver) return;
+    if (!isScene) NoteRefusedWords(facts);
     const bool isEnd = isScene && facts.event == RequestFacts::Event::kEnds;
     const bool isUntimedGroup = facts.isGroup && facts.asked.front().value == 0;
     for (const TagValue& claim : facts.claims) {
@@ -207,6 +209,20 @@ void Book::SetWord(Ask ask, const std::string& how, bool isHeard) {
     // One of 0 that is not remembered lifts the limit until the next word on it.
     const bool isLifted = ask.value == 0 && IsSharedLimit(ask.tag);
     if (!isLifted || !ask.isRemembered) mWords.push_back(std::move(ask));
+}
+
+// A refused request's words, up to the one that is refused, bind nobody; but long scenes are
+// weighed against them until a client speaks again.
+void Book::NoteRefusedWords(const RequestFacts& facts) {
+    const bool isUntimedGroup = facts.isGroup && facts.asked.front().value == 0;
+    for (const TagValue& pair : facts.asked) {
+        if (pair.value < 0 && pair.tag != kGroupTag) return;
+        if (!IsRememberedWord(pair.tag, *facts.clientId, pair.value, isUntimedGroup)) continue;
+        mRefusedWords.erase(pair.tag);
+        if (facts.result != 0 && pair.value > 0) {
+            mRefusedWords[pair.tag] = TagAsk(Ask::By::kClient, pair.tag, pair.value);
+        }
+    }
 }
 
 const Ask* Book::StrictestWord(int tag) const {

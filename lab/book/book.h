@@ -230,6 +230,8 @@ class Book {
     void EndRequest(const RequestEnd& end);
     void TakeWords(const RequestFacts& facts);
     void SetWord(Ask ask, const std::string& how, bool isHeard);
+    void NoteRefusedWords(const RequestFacts& facts);
+    const Ask* RefusedWord(const BookedLock& lock) const;
     void NoteUnheard(const RequestFacts& facts, const std::string& result);
     void NoteLimits(const RequestFacts& facts);
     void NoteCommand(const RequestFacts& facts, const std::string& result);
@@ -294,7 +296,8 @@ class Book {
     uint64_t mOrder = 0;
 
     std::vector<Ask> mWords;
-    std::map<int, int> mLastWord;  // tag -> value asked last
+    std::map<int, Ask> mRefusedWords;  // tag -> a client's in a refused request
+    std::map<int, int> mLastWord;      // tag -> value asked last
     std::map<int, BookedLock> mLocks;
     size_t mLockCount = 0;
     std::map<int, int> mTagHandles;                     // tag -> its newest lock

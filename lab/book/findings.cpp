@@ -52,6 +52,10 @@ std::string Book::WhyTagLeaked(const BookedLock& lock) const {
         if (word != mLastWord.end() && word->second == value) return "";
         return fmt::format("nobody asks for {} = {}", TagLabel(tag, mLayout), value);
     }
+    const bool hasScene = std::any_of(mWords.begin(), mWords.end(), [tag](const Ask& word) {
+        return word.tag == tag && word.by == Ask::By::kScene;
+    });
+    if (hasScene && RefusedWord(lock)) return "";
     const TagFacts* facts = FindTagFacts(tag, mLayout);
     const std::optional<int> bound = BoundOf(tag);
     if (!facts || !bound) return "";

@@ -155,10 +155,19 @@ void Book::SetOwner(BookedLock& lock) {
         const bool isUnheard = word && IsSharedLimit(lock.tag) && !lock.list.empty() &&
                                IsStricter(word->bound, lock.list[1],
                                           HalValue(lock.tag, static_cast<int>(word->value)));
-        lock.owner = isUnheard ? kUnnamed : word ? word->who : "the plug-in";
-        lock.askedBy = word && !isUnheard ? word->request : nullptr;
+        if (isUnheard) word = RefusedWord(lock);
+        lock.owner = word ? word->who : isUnheard ? kUnnamed : "the plug-in";
+        lock.askedBy = word ? word->request : nullptr;
     }
     if (lock.owner != owner || lock.askedBy != askedBy) mChangedHands.push_back(lock.handle);
+}
+
+// The word of a refused request that the tag's lock carries; null when it carries none.
+const Ask* Book::RefusedWord(const BookedLock& lock) const {
+    const auto found = mRefusedWords.find(lock.tag);
+    if (found == mRefusedWords.end() || lock.list.size() != 2) return nullptr;
+    const int value = HalValue(lock.tag, static_cast<int>(found->second.value));
+    return value == lock.list[1] ? &found->second : nullptr;
 }
 
 std::string Book::LockHolder() const {
