@@ -141,7 +141,6 @@ class Book {
     Layout ClusterLayout() const { return mLayout; }
     const Kernel& GetKernel() const { return mKernel; }
     Time Now() const { return mNow; }
-    const RequestPtr& LastRequest() const { return mRequest; }
     const RunConditions& Conditions() const { return mConditions; }
 
     // The lock, or null when it is not held.

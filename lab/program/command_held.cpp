@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "lab/ask/held.h"
-#include "lab/program/commands.h"
+#include "lab/program/replay_options.h"
 
 namespace lab {
 namespace {
@@ -57,24 +57,12 @@ void AddHeldCommand(CLI::App& app, int& exitCode) {
                      "name")
         ->required()
         ->type_name("FILE");
-    held->add_option("--at", options->replay.at,
-                     "The moment: 5.200 or 5s (seconds), 5200ms, of a capture 19:42:30; the end "
-                     "unless given")
-        ->type_name("TIME");
+    AddReplayOptions(*held, options->replay);
     held->add_option("--longest", options->longest,
                      "List the N longest holds until then instead, those that ended among them")
         ->check(CLI::Range(1, kMostLongest, ""))
         ->type_name("N");
-    held->add_option("--device", options->replay.instead.device,
-                     "The device instead of the file's: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    held->add_option("--scenes", options->replay.instead.scenes,
-                     "The scene file instead of the device's")
-        ->type_name("FILE");
     held->add_flag("--json", options->json, "Print JSON, with nodes and holds");
-    held->add_option("--library", options->replay.library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
     held->footer(kHeldFooter);
     held->callback([options, &exitCode] { exitCode = AnswerHeld(*options); });
 }

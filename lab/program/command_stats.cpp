@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "lab/ask/run_stats.h"
-#include "lab/program/commands.h"
+#include "lab/program/replay_options.h"
 
 namespace lab {
 namespace {
@@ -79,19 +79,7 @@ void AddStatsCommand(CLI::App& app, int& exitCode) {
             "Scenarios (YAML files), captures of a phone's log, or what ships under a name")
         ->required()
         ->type_name("FILE");
-    stats
-        ->add_option("--at", options->replay.at,
-                     "Count until a moment: 5.200 or 5s (seconds), 5200ms, of a capture 19:42:30; "
-                     "to the end unless given")
-        ->type_name("TIME");
-    stats
-        ->add_option("--device", options->replay.instead.device,
-                     "The device instead of the scenario's: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    stats
-        ->add_option("--scenes", options->replay.instead.scenes,
-                     "The scene file instead of the device's")
-        ->type_name("FILE");
+    AddReplayOptions(*stats, options->replay);
     stats
         ->add_option("--power", options->power,
                      "What frequencies cost: CSV or YAML of cluster, mhz or khz, mw")
@@ -103,10 +91,6 @@ void AddStatsCommand(CLI::App& app, int& exitCode) {
         ->capture_default_str()
         ->type_name("N");
     stats->add_flag("--json", options->json, "Print JSON");
-    stats
-        ->add_option("--library", options->replay.library,
-                     "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
     stats->footer(kStatsFooter);
     stats->callback([options, &exitCode] { exitCode = TellStats(*options); });
 }

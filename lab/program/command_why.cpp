@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "lab/ask/why.h"
-#include "lab/program/commands.h"
+#include "lab/program/replay_options.h"
 
 namespace lab {
 namespace {
@@ -63,23 +63,12 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
     why->add_option("node", options->node, "The node: path, short form, tag or key")
         ->required()
         ->type_name("NODE");
-    why->add_option(
-           "--at", options->replay.at,
-           "The moment: 5.200 or 5s (seconds), 5200ms, of a capture 19:42:30; the end unless "
-           "given")
-        ->type_name("TIME");
-    why->add_option("--device", options->replay.instead.device,
-                    "The device instead of the scenario's: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    why->add_option("--scenes", options->replay.instead.scenes,
-                    "The scene file instead of the device's")
-        ->type_name("FILE");
+    AddReplayOptions(*why, options->replay);
     why->add_option("--history", options->history, "How many of those that asked before are shown")
         ->check(CLI::Range(0, kMostHistory, ""))
         ->capture_default_str()
         ->type_name("N");
     why->add_flag("--json", options->json, "Print JSON, with all that asked before");
-    AddLibraryOption(*why, options->replay.library);
     why->footer(kWhyFooter);
     why->callback([options, &exitCode] { exitCode = AnswerWhy(*options); });
 }
