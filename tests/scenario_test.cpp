@@ -168,6 +168,7 @@ TEST_F(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
         {at(20), LockAcquire{0, 0, {0x40800000, 1766}, 2}},
         {at(20), LockAcquire{0, 0, {0x40800000, 1000}, 0}},
         {at(20), LogLine{6, std::nullopt, "tarquel: no\n"}},
+        {at(20), LogLine{6, std::nullopt, "tarquel: tag 4 is not registerd! \n"}},
         {at(20), NodeAccess{NodeAccess::Kind::kWrite, minimum, "x", "1", "1", 22, false}},
         {at(20), RequestEnd{"-1"}},
         {at(501), LockExpire{1}},
@@ -187,6 +188,7 @@ TEST_F(TimelineText, AlignsFactsUnderTheirRequestAndTellsWhoWins) {
               "              ! lock      big_cpu0_min_freq                >= 1000 MHz              "
               "    refused with 0\n"
               "              ! log E     tarquel: no\n"
+              "              . log E     tarquel: tag 4 is not registerd!\n"
               "              ! node      cpu4 scaling_min_freq            write x refused          "
               "    Invalid argument, by the plug-in\n"
               "     0.501    - lock 1    big_cpu0_min_freq and 1 more     expired                  "

@@ -9,6 +9,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
+#include "lab/names/usual_lines.h"
 
 namespace lab {
 namespace {
@@ -92,7 +93,9 @@ void Timeline::Show(const LogLine& line) {
     std::string text = WithoutNewline(line.text);
     if (line.tag) text = "[" + *line.tag + "] " + text;
     const char* label = isError ? "log E" : line.priority == 4 ? "log I" : "log D";
-    Add({isError ? '!' : '.', label, text, "", "", isError ? Colour::kRed : Colour::kDim, true});
+    const bool isTrouble = isError && !IsUsualLine(text);
+    Add({isTrouble ? '!' : '.', label, text, "", "", isTrouble ? Colour::kRed : Colour::kDim,
+         true});
 }
 
 void Timeline::Show(const TraceSection& section) {
