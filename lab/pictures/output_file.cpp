@@ -192,6 +192,14 @@ void OutputFile::Fill(const std::function<void(std::ostream&)>& write) {
     mBeside.clear();
 }
 
+void WriteOutput(const std::string& path, const std::function<void(std::ostream&)>& write) {
+    if (path.empty() || path == "-") {
+        write(std::cout);
+    } else {
+        OutputFile(path).Fill(write);
+    }
+}
+
 void OutputFile::Fail(int error, const std::string& why) const {
     throw InputError(mPath, 0, 0,
                      "cannot be written: " + why + std::generic_category().message(error));

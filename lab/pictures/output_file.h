@@ -37,6 +37,9 @@ class OutputFile {
     int mDescriptor = -1;
 };
 
+// The same for what may go to standard output: an empty path or "-".
+void WriteOutput(const std::string& path, const std::function<void(std::ostream&)>& write);
+
 // `path` with every link followed, also where it leads to nothing yet.
 std::string FileBehind(const std::string& path);
 

@@ -3,13 +3,12 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "lab/check/scene_check.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/program/input_files.h"
 #include "lab/yaml/yaml_tree.h"
 
@@ -26,20 +25,18 @@ struct CheckOptions {
 };
 
 constexpr char kCheckFooter[] =
-    "SCENES are XML files, as docs/scene-files.md describes them, or folders of such files:\n"
-    "  tarquel-lab check my_scenes.xml\n"
-    "  tarquel-lab check --device sm4450 --strict lab/data/scenes/sm4450.xml\n"
-    "  tarquel-lab check --device my_phone.yaml --json *.xml\n"
-    "\n"
-    "Errors are what the plug-in or an XML parser refuses and what is sure to fail, warnings what\n"
-    "is accepted without doing what it seems to say, notes what is worth knowing. Each has its\n"
-    "FILE:LINE:COLUMN and, in brackets, the name of its rule; docs/scene-files.md lists the "
-    "rules.\n"
-    "\n"
-    "Without --device the file's name or its clusters tell the device.\n"
-    "Returns 0 without errors, 1 for errors (with --strict for warnings too), 2 when a file "
-    "cannot\n"
-    "be read, the device is unknown or the usage is at fault.";
+    R"(SCENES are XML files, as docs/scene-files.md describes them, or folders of such files:
+  tarquel-lab check my_scenes.xml
+  tarquel-lab check --device sm4450 --strict lab/data/scenes/sm4450.xml
+  tarquel-lab check --device my_phone.yaml --json *.xml
+
+Errors are what the plug-in or an XML parser refuses and what is sure to fail, warnings what
+is accepted without doing what it seems to say, notes what is worth knowing. Each has its
+FILE:LINE:COLUMN and, in brackets, the name of its rule; docs/scene-files.md lists the rules.
+
+Without --device the file's name or its clusters tell the device.
+Returns 0 without errors, 1 for errors (with --strict for warnings too), 2 when a file cannot
+be read, the device is unknown or the usage is at fault.)";
 
 const char* NameOf(Severity severity) {
     constexpr const char* kNames[] = {"note", "warning", "error"};
@@ -161,22 +158,18 @@ int Check(const CheckOptions& options) {
 }  // namespace
 
 void AddCheckCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<CheckOptions>();
-    CLI::App* check = app.add_subcommand(
-        "check",
+    auto check = AddCommand<CheckOptions>(
+        app, exitCode, "check",
         "Finds every mistake of scene files: of form, what the plug-in refuses, and what it "
-        "accepts though its author would regret it.");
-    check->add_option("scenes", options->files, "The scene files, or folders of them")
-        ->required()
-        ->type_name("SCENES");
-    check
-        ->add_option("--device", options->device,
-                     "The device that runs them: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    check->add_flag("--strict", options->strict, "Return 1 for warnings too");
-    check->add_flag("--json", options->json, "Print the findings as JSON");
-    check->footer(kCheckFooter);
-    check->callback([options, &exitCode] { exitCode = Check(*options); });
+        "accepts though its author would regret it.",
+        kCheckFooter, Check);
+    CheckOptions& options = check.options;
+    check.Takes("scenes", "SCENES", options.files, "The scene files, or folders of them")
+        .required();
+    check.Takes("--device", "NAME|FILE", options.device,
+                "The device that runs them: a shipped name or a YAML file");
+    check.Takes("--strict", options.strict, "Return 1 for warnings too");
+    check.Takes("--json", options.json, "Print the findings as JSON");
 }
 
 }  // namespace lab

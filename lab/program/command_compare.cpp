@@ -5,13 +5,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <optional>
 
 #include "lab/ask/run_comparison.h"
 #include "lab/ask/scene_comparison.h"
 #include "lab/logcat/log_session.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/server/inputs.h"
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
@@ -20,27 +19,25 @@ namespace lab {
 namespace {
 
 constexpr char kCompareFooter[] =
-    "A and B are scene files, or runs: scenarios or captures of a phone's log; a path or the name\n"
-    "of what ships.\n"
-    "\n"
-    "Of scene files each scene is compared by what its user gets: floors and ceilings in MHz, how\n"
-    "long, online cores, other tunables. The order of keys, other names of the same tunable, keys\n"
-    "that count for nothing and values that become the same are no difference. With --device "
-    "values\n"
-    "are that device's steps.\n"
-    "\n"
-    "Runs are played, one after the other, and their requests put side by side by what they ask:\n"
-    "those that one alone makes, and of the others the result, what their locks hold and for how\n"
-    "long, which nodes have another value then, and what is found at the end. When something\n"
-    "happens is no difference. --device and --scenes stand for both.\n"
-    "\n"
-    "Examples:\n"
-    "  tarquel-lab compare sm8450 my_scenes.xml\n"
-    "  tarquel-lab compare --device my_phone.yaml sm8450 my_scenes.xml --json\n"
-    "  tarquel-lab compare thermal_breakthrough evening.txt\n"
-    "\n"
-    "Returns 0 when nothing differs, 1 when something does, 2 when a file or the usage is at "
-    "fault.";
+    R"(A and B are scene files, or runs: scenarios or captures of a phone's log; a path or the name
+of what ships.
+
+Of scene files each scene is compared by what its user gets: floors and ceilings in MHz, how
+long, online cores, other tunables. The order of keys, other names of the same tunable, keys
+that count for nothing and values that become the same are no difference. With --device values
+are that device's steps.
+
+Runs are played, one after the other, and their requests put side by side by what they ask:
+those that one alone makes, and of the others the result, what their locks hold and for how
+long, which nodes have another value then, and what is found at the end. When something
+happens is no difference. --device and --scenes stand for both.
+
+Examples:
+  tarquel-lab compare sm8450 my_scenes.xml
+  tarquel-lab compare --device my_phone.yaml sm8450 my_scenes.xml --json
+  tarquel-lab compare thermal_breakthrough evening.txt
+
+Returns 0 when nothing differs, 1 when something does, 2 when a file or the usage is at fault.)";
 
 struct CompareOptions {
     std::string before;
@@ -71,10 +68,9 @@ RunRecord RecordOf(const std::string& file, const CompareOptions& options) {
     replay.instead.device = options.device;
     replay.instead.scenes = options.scenes;
     replay.library = options.library;
-    const Paint errors = Paint::ForTerminal(STDERR_FILENO);
     RunRecord record = RecordRun(*Replay::Open(replay), file);
     for (const std::string& remark : record.remarks) {
-        std::cerr << errors(Colour::kYellow, file + ": " + remark) << "\n";
+        PrintError(Colour::kYellow, file + ": " + remark);
     }
     return record;
 }
@@ -151,28 +147,21 @@ int Compare(const CompareOptions& options) {
 }  // namespace
 
 void AddCompareCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<CompareOptions>();
-    CLI::App* compare = app.add_subcommand(
-        "compare", "Tells what two scene files, scenarios or captures do differently.");
-    compare->add_option("before", options->before, "The former file: a path or a shipped name")
-        ->required()
-        ->type_name("A");
-    compare->add_option("after", options->after, "The newer one")->required()->type_name("B");
-    compare
-        ->add_option(
-            "--device", options->device,
-            "Tell values as steps of a device, or play on it: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    compare
-        ->add_option("--scenes", options->scenes, "Of runs: the scene file instead of the device's")
-        ->type_name("FILE");
-    compare->add_flag("--json", options->json, "Print JSON");
-    compare
-        ->add_option("--library", options->library,
-                     "Of runs: the plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
-    compare->footer(kCompareFooter);
-    compare->callback([options, &exitCode] { exitCode = Compare(*options); });
+    auto compare = AddCommand<CompareOptions>(
+        app, exitCode, "compare",
+        "Tells what two scene files, scenarios or captures do differently.", kCompareFooter,
+        Compare);
+    CompareOptions& options = compare.options;
+    compare.Takes("before", "A", options.before, "The former file: a path or a shipped name")
+        .required();
+    compare.Takes("after", "B", options.after, "The newer one").required();
+    compare.Takes("--device", "NAME|FILE", options.device,
+                  "Tell values as steps of a device, or play on it: a shipped name or a YAML file");
+    compare.Takes("--scenes", "FILE", options.scenes,
+                  "Of runs: the scene file instead of the device's");
+    compare.Takes("--json", options.json, "Print JSON");
+    compare.Takes("--library", "FILE", options.library,
+                  "Of runs: the plug-in (default: ../lib/libtarquel_qcom.so beside the program)");
 }
 
 }  // namespace lab

@@ -3,31 +3,29 @@
 
 #include <algorithm>
 #include <iostream>
-#include <memory>
 
 #include "lab/ask/scene_explanation.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/server/inputs.h"
 
 namespace lab {
 namespace {
 
 constexpr char kExplainFooter[] =
-    "SCENES is a scene file or the name of a shipped one; COMMAND a command's name or id. Without\n"
-    "COMMAND every command gets a line.\n"
-    "\n"
-    "The plug-in itself runs the command on a phone that nobody else limits: each tunable is "
-    "shown\n"
-    "with its opcode, what its lock asks, its node and what that reads then; with what is lifted\n"
-    "under each thermal level.\n"
-    "\n"
-    "Examples:\n"
-    "  tarquel-lab explain sm8450\n"
-    "  tarquel-lab explain sm8450 game_fight --device sm8450\n"
-    "  tarquel-lab explain my_scenes.xml 4352 --device my_phone.yaml --paths\n"
-    "\n"
-    "Returns 0, 1 when the plug-in refuses the command (or, without COMMAND, any), 2 when a file\n"
-    "or the usage is at fault.";
+    R"(SCENES is a scene file or the name of a shipped one; COMMAND a command's name or id. Without
+COMMAND every command gets a line.
+
+The plug-in itself runs the command on a phone that nobody else limits: each tunable is shown
+with its opcode, what its lock asks, its node and what that reads then; with what is lifted
+under each thermal level.
+
+Examples:
+  tarquel-lab explain sm8450
+  tarquel-lab explain sm8450 game_fight --device sm8450
+  tarquel-lab explain my_scenes.xml 4352 --device my_phone.yaml --paths
+
+Returns 0, 1 when the plug-in refuses the command (or, without COMMAND, any), 2 when a file
+or the usage is at fault.)";
 
 struct ExplainOptions {
     std::string scenes;
@@ -59,23 +57,19 @@ int Explain(const ExplainOptions& options) {
 }  // namespace
 
 void AddExplainCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<ExplainOptions>();
-    CLI::App* explain = app.add_subcommand(
-        "explain", "Shows what a scene file's command does on a device, or all of them in short.");
-    explain->add_option("scenes", options->scenes, "The scene file: a path or a shipped name")
-        ->required()
-        ->type_name("SCENES");
-    explain->add_option("command", options->command, "The command: a name or an id")
-        ->type_name("COMMAND");
-    explain
-        ->add_option("--device", options->device,
-                     "A shipped name or a YAML file (default: the one that the file describes)")
-        ->type_name("NAME|FILE");
-    explain->add_flag("--paths", options->paths, "Show whole paths instead of short names");
-    explain->add_flag("--json", options->json, "Print JSON");
-    AddLibraryOption(*explain, options->library);
-    explain->footer(kExplainFooter);
-    explain->callback([options, &exitCode] { exitCode = Explain(*options); });
+    auto explain = AddCommand<ExplainOptions>(
+        app, exitCode, "explain",
+        "Shows what a scene file's command does on a device, or all of them in short.",
+        kExplainFooter, Explain);
+    ExplainOptions& options = explain.options;
+    explain.Takes("scenes", "SCENES", options.scenes, "The scene file: a path or a shipped name")
+        .required();
+    explain.Takes("command", "COMMAND", options.command, "The command: a name or an id");
+    explain.Takes("--device", "NAME|FILE", options.device,
+                  "A shipped name or a YAML file (default: the one that the file describes)");
+    explain.Takes("--paths", options.paths, "Show whole paths instead of short names");
+    explain.Takes("--json", options.json, "Print JSON");
+    explain.TakesLibrary(options.library);
 }
 
 }  // namespace lab

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "lab/logcat/log_json.h"
@@ -14,7 +13,7 @@
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
 #include "lab/pictures/picture_files.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/program/input_files.h"
 #include "lab/server/scenario.h"
 #include "lab/server/timeline.h"
@@ -35,30 +34,23 @@ struct LogcatOptions {
 constexpr size_t kMostProblems = 20;
 
 constexpr char kLogcatFooter[] =
-    "CAPTURE is what logcat printed (-v threadtime, time, brief, tag or long; year, UTC, usec, "
-    "uid\n"
-    "and the like are understood), packed with gzip, xz or zstd or not, a bugreport.zip as it is, "
-    "the\n"
-    "name of a capture that ships with the lab, or - for standard input, of which each request is "
-    "told\n"
-    "as it ends:\n"
-    "  adb logcat | tarquel-lab logcat -\n"
-    "  tarquel-lab logcat evening.txt --device my_phone.yaml --scenes my_scenes.xml\n"
-    "  tarquel-lab logcat bugreport.zip --json\n"
-    "\n"
-    "What the capture cannot tell is said: locks that were taken before it, lines that are "
-    "missing,\n"
-    "what stood in a node (?); and what in it contradicts the scene file or the device.\n"
-    "Requests, locks and the plug-in's node writes are the log's. What a command's lock holds "
-    "comes\n"
-    "from the scene file, what the perf HAL makes of the locks from the lab's device: name the\n"
-    "phone's own. With the plug-in's debug lines switched off a log tells of errors only; the "
-    "report\n"
-    "says how to turn them on.\n"
-    "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
-    "Returns 0 when all is well, 1 for findings (damaged or missing lines, contradictions, a "
-    "refused\n"
-    "lock, a log that tells nothing), 2 when a file or the usage is at fault.";
+    R"(CAPTURE is what logcat printed (-v threadtime, time, brief, tag or long; year, UTC, usec, uid
+and the like are understood), packed with gzip, xz or zstd or not, a bugreport.zip as it is, the
+name of a capture that ships with the lab, or - for standard input, of which each request is told
+as it ends:
+  adb logcat | tarquel-lab logcat -
+  tarquel-lab logcat evening.txt --device my_phone.yaml --scenes my_scenes.xml
+  tarquel-lab logcat bugreport.zip --json
+
+What the capture cannot tell is said: locks that were taken before it, lines that are missing,
+what stood in a node (?); and what in it contradicts the scene file or the device.
+Requests, locks and the plug-in's node writes are the log's. What a command's lock holds comes
+from the scene file, what the perf HAL makes of the locks from the lab's device: name the
+phone's own. With the plug-in's debug lines switched off a log tells of errors only; the report
+says how to turn them on.
+Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.
+Returns 0 when all is well, 1 for findings (damaged or missing lines, contradictions, a refused
+lock, a log that tells nothing), 2 when a file or the usage is at fault.)";
 
 class LogcatReport {
   public:
@@ -400,36 +392,27 @@ int ReadLog(const LogcatOptions& options) {
 }  // namespace
 
 void AddLogcatCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<LogcatOptions>();
-    CLI::App* logcat = app.add_subcommand(
-        "logcat", "Reads a capture of a phone's log and prints the plug-in's timeline.");
-    LogSession::Options& session = options->session;
-    logcat->add_option("capture", session.capture, "The capture: a file, a shipped name or -")
-        ->required()
-        ->type_name("CAPTURE");
-    logcat
-        ->add_option("--device", session.device,
-                     "The phone's device: a shipped name or a YAML file (default: what the log "
-                     "shows, else sm8450)")
-        ->type_name("NAME|FILE");
-    logcat
-        ->add_option("--scenes", session.scenes,
-                     "The phone's scene file (default: the device's shipped one)")
-        ->type_name("FILE");
-    logcat
-        ->add_option("--trace", options->trace,
-                     "Write a trace for ui.perfetto.dev or chrome://tracing")
-        ->type_name("FILE.json");
-    logcat
-        ->add_option("--report", options->report,
-                     "Write a page that shows limits, locks and log on one time axis")
-        ->type_name("FILE.html");
-    logcat->add_flag("--json", options->json, "Print everything as one JSON document");
-    logcat->add_flag("-v,--verbose", options->verbose,
-                     "Show info and debug lines, node reads, whole paths and every finding too");
-    AddLibraryOption(*logcat, session.library);
-    logcat->footer(kLogcatFooter);
-    logcat->callback([options, &exitCode] { exitCode = ReadLog(*options); });
+    auto logcat = AddCommand<LogcatOptions>(
+        app, exitCode, "logcat",
+        "Reads a capture of a phone's log and prints the plug-in's timeline.", kLogcatFooter,
+        ReadLog);
+    LogcatOptions& options = logcat.options;
+    LogSession::Options& session = options.session;
+    logcat.Takes("capture", "CAPTURE", session.capture, "The capture: a file, a shipped name or -")
+        .required();
+    logcat.Takes("--device", "NAME|FILE", session.device,
+                 "The phone's device: a shipped name or a YAML file (default: what the log shows, "
+                 "else sm8450)");
+    logcat.Takes("--scenes", "FILE", session.scenes,
+                 "The phone's scene file (default: the device's shipped one)");
+    logcat.Takes("--trace", "FILE.json", options.trace,
+                 "Write a trace for ui.perfetto.dev or chrome://tracing");
+    logcat.Takes("--report", "FILE.html", options.report,
+                 "Write a page that shows limits, locks and log on one time axis");
+    logcat.Takes("--json", options.json, "Print everything as one JSON document");
+    logcat.Takes("-v,--verbose", options.verbose,
+                 "Show info and debug lines, node reads, whole paths and every finding too");
+    logcat.TakesLibrary(session.library);
 }
 
 }  // namespace lab

@@ -2,26 +2,24 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <memory>
 
 #include "lab/ask/tag_survey.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/scenes/scene_problems.h"
 
 namespace lab {
 namespace {
 
 constexpr char kNodesFooter[] =
-    "Starts the plug-in on a phone, reads every tag, sets each one, and shows beside the "
-    "plug-in's\n"
-    "tables what was seen.\n"
-    "\n"
-    "Examples:\n"
-    "  tarquel-lab nodes --device sm4450\n"
-    "  tarquel-lab nodes --device my_phone.yaml --paths\n"
-    "  tarquel-lab nodes --json | jq '.tags[] | select(.settable)'\n"
-    "\n"
-    "Returns 0, or 2 when a file or the usage is at fault.";
+    R"(Starts the plug-in on a phone, reads every tag, sets each one, and shows beside the plug-in's
+tables what was seen.
+
+Examples:
+  tarquel-lab nodes --device sm4450
+  tarquel-lab nodes --device my_phone.yaml --paths
+  tarquel-lab nodes --json | jq '.tags[] | select(.settable)'
+
+Returns 0, or 2 when a file or the usage is at fault.)";
 
 struct NodesOptions {
     std::string device = kUsualDevice;
@@ -64,23 +62,22 @@ int ShowNodes(const NodesOptions& options) {
 }  // namespace
 
 void AddNodesCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<NodesOptions>();
-    CLI::App* nodes = app.add_subcommand(
-        "nodes", "Lists every tag with its nodes, what they read, and whether it can be set.");
-    CLI::Option* device =
-        nodes->add_option("--device", options->device, "A shipped name or a YAML file")
-            ->capture_default_str()
-            ->type_name("NAME|FILE");
-    nodes->add_flag("--paths", options->paths, "Show whole paths instead of short names");
-    CLI::Option* json = nodes->add_flag("--json", options->json, "Print JSON");
+    auto nodes = AddCommand<NodesOptions>(
+        app, exitCode, "nodes",
+        "Lists every tag with its nodes, what they read, and whether it can be set.", kNodesFooter,
+        ShowNodes);
+    NodesOptions& options = nodes.options;
+    CLI::Option& device =
+        nodes.Takes("--device", "NAME|FILE", options.device, "A shipped name or a YAML file");
+    device.capture_default_str();
+    nodes.Takes("--paths", options.paths, "Show whole paths instead of short names");
+    CLI::Option& json = nodes.Takes("--json", options.json, "Print JSON");
     nodes
-        ->add_flag("--markdown", options->markdown,
-                   "Print a page of documentation, of every shipped device")
-        ->excludes(json)
-        ->excludes(device);
-    AddLibraryOption(*nodes, options->library);
-    nodes->footer(kNodesFooter);
-    nodes->callback([options, &exitCode] { exitCode = ShowNodes(*options); });
+        .Takes("--markdown", options.markdown,
+               "Print a page of documentation, of every shipped device")
+        .excludes(&json)
+        ->excludes(&device);
+    nodes.TakesLibrary(options.library);
 }
 
 }  // namespace lab

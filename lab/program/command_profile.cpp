@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <system_error>
 
 #include "lab/names/paint.h"
@@ -14,7 +13,7 @@
 #include "lab/pictures/output_file.h"
 #include "lab/profile/dump_script.h"
 #include "lab/profile/profile_maker.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/scenes/scene_problems.h"
 #include "lab/yaml/yaml_tree.h"
 
@@ -22,21 +21,18 @@ namespace lab {
 namespace {
 
 constexpr char kProfileFooter[] =
-    "The script is plain sh and only reads; the phone's own shell runs it, best as root on an "
-    "idle\n"
-    "phone after boot:\n"
-    "  tarquel-lab profile --script > dump.sh\n"
-    "  adb push dump.sh /data/local/tmp\n"
-    "  adb shell sh /data/local/tmp/dump.sh > dump.txt\n"
-    "  tarquel-lab profile dump.txt -o my_phone.yaml\n"
-    "  tarquel-lab run --device ./my_phone.yaml --scenes my_scenes.xml my_scenario.yaml\n"
-    "\n"
-    "Beside the profile it says what had to be guessed, what the plug-in does with clusters that "
-    "it\n"
-    "has no name for, and which nodes of the plug-in's tables that phone lacks.\n"
-    "Returns 0, 1 when the dump is damaged or something is guessed, 2 when a file or the usage is "
-    "at\n"
-    "fault.";
+    R"(The script is plain sh and only reads; the phone's own shell runs it, best as root on an idle
+phone after boot:
+  tarquel-lab profile --script > dump.sh
+  adb push dump.sh /data/local/tmp
+  adb shell sh /data/local/tmp/dump.sh > dump.txt
+  tarquel-lab profile dump.txt -o my_phone.yaml
+  tarquel-lab run --device ./my_phone.yaml --scenes my_scenes.xml my_scenario.yaml
+
+Beside the profile it says what had to be guessed, what the plug-in does with clusters that it
+has no name for, and which nodes of the plug-in's tables that phone lacks.
+Returns 0, 1 when the dump is damaged or something is guessed, 2 when a file or the usage is at
+fault.)";
 
 struct ProfileOptions {
     std::string dump;
@@ -86,59 +82,49 @@ int WriteProfile(const ProfileOptions& options) {
     const MadeProfile made = MakeProfile(dump, options.name);
     const std::string yaml = ProfileYaml(made, dump);
     ReadDeviceProfile(LoadYamlText(yaml, options.dump));  // what is written can be loaded
-    const bool isFile = !options.output.empty() && options.output != "-";
-    if (isFile) {
-        OutputFile(options.output).Fill([&](std::ostream& out) { out << yaml; });
-    } else {
-        std::cout << yaml << std::flush;
-    }
+    WriteOutput(options.output, [&](std::ostream& out) { out << yaml << std::flush; });
     const auto tell = [](const std::string& text) { PrintError(Colour::kYellow, text); };
     for (const std::string& problem : dump.problems) tell(problem);
     for (const auto& [field, why] : made.guesses) {
         tell(fmt::format("{}: {} is a guess: {}", dump.file, field, why));
     }
     for (const std::string& note : ClusterNotes(made.profile)) tell(note);
+    const bool isFile = !options.output.empty() && options.output != "-";
     PrintLacking(FindLackingNodes(dump, made.profile), isFile ? std::cout : std::cerr,
                  Paint::ForTerminal(isFile ? STDOUT_FILENO : STDERR_FILENO));
     return dump.problems.empty() && made.guesses.empty() ? kFine : kFindings;
 }
 
+int Profile(const ProfileOptions& options) {
+    FileRoles roles;
+    roles.Writes(options.output, "--output");
+    if (options.script) {
+        WriteOutput(options.output, [](std::ostream& out) { out << DumpScript(); });
+        return kFine;
+    }
+    if (options.dump.empty()) throw CLI::RequiredError("DUMP or --script");
+    roles.Reads(options.dump, "dump");
+    return WriteProfile(options);
+}
+
 }  // namespace
 
 void AddProfileCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<ProfileOptions>();
-    CLI::App* profile =
-        app.add_subcommand("profile", "Makes a device profile of what a phone tells of itself.");
-    CLI::Option* dump =
-        profile
-            ->add_option("dump", options->dump, "What the script printed on the phone: a file or -")
-            ->type_name("FILE");
-    CLI::Option* script = profile->add_flag(
-        "--script", options->script, "Print the script that the phone runs to tell of itself");
-    script->excludes(dump);
-    profile->add_option("-o,--output", options->output, "Where to write (default: standard output)")
-        ->type_name("FILE");
+    auto profile = AddCommand<ProfileOptions>(
+        app, exitCode, "profile", "Makes a device profile of what a phone tells of itself.",
+        kProfileFooter, Profile);
+    ProfileOptions& options = profile.options;
+    CLI::Option& dump = profile.Takes("dump", "FILE", options.dump,
+                                      "What the script printed on the phone: a file or -");
+    CLI::Option& script = profile.Takes("--script", options.script,
+                                        "Print the script that the phone runs to tell of itself");
+    script.excludes(&dump);
+    profile.Takes("-o,--output", "FILE", options.output,
+                  "Where to write (default: standard output)");
     profile
-        ->add_option("--name", options->name,
-                     "What the device is called (default: as its chip, in small letters)")
-        ->type_name("TEXT")
-        ->excludes(script);
-    profile->footer(kProfileFooter);
-    profile->callback([options, &exitCode] {
-        FileRoles roles;
-        roles.Writes(options->output, "--output");
-        if (options->script) {
-            if (options->output.empty() || options->output == "-") {
-                std::cout << DumpScript();
-            } else {
-                OutputFile(options->output).Fill([](std::ostream& out) { out << DumpScript(); });
-            }
-            return;
-        }
-        if (options->dump.empty()) throw CLI::RequiredError("DUMP or --script");
-        roles.Reads(options->dump, "dump");
-        exitCode = WriteProfile(*options);
-    });
+        .Takes("--name", "TEXT", options.name,
+               "What the device is called (default: as its chip, in small letters)")
+        .excludes(&script);
 }
 
 }  // namespace lab

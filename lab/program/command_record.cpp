@@ -4,13 +4,12 @@
 
 #include <filesystem>
 #include <iostream>
-#include <memory>
 
 #include "lab/logcat/log_scenario.h"
 #include "lab/names/paint.h"
 #include "lab/pictures/file_roles.h"
 #include "lab/pictures/output_file.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/program/input_files.h"
 #include "lab/server/inputs.h"
 #include "lab/server/scenario_writer.h"
@@ -25,27 +24,20 @@ struct RecordOptions {
 };
 
 constexpr char kRecordFooter[] =
-    "From a scenario: every request and arrangement at its absolute time, `repeat` unrolled, so "
-    "that\n"
-    "the moment of interest can be cut out and edited. From a capture of a phone's log: the "
-    "requests\n"
-    "that its lines show, so that the phone's evening can be played, changed and played again:\n"
-    "  tarquel-lab record full_day -o day.yaml\n"
-    "  adb logcat -d | tarquel-lab record --logcat - -o evening.yaml\n"
-    "  tarquel-lab run evening.yaml\n"
-    "\n"
-    "A log cannot tell everything (docs/logcat.md); what is left out is said, with its line.\n"
-    "Returns 0 when all is well, 1 when something of a capture is left out or damaged, 2 when a "
-    "file\n"
-    "or the usage is at fault.";
+    R"(From a scenario: every request and arrangement at its absolute time, `repeat` unrolled, so that
+the moment of interest can be cut out and edited. From a capture of a phone's log: the requests
+that its lines show, so that the phone's evening can be played, changed and played again:
+  tarquel-lab record full_day -o day.yaml
+  adb logcat -d | tarquel-lab record --logcat - -o evening.yaml
+  tarquel-lab run evening.yaml
+
+A log cannot tell everything (docs/logcat.md); what is left out is said, with its line.
+Returns 0 when all is well, 1 when something of a capture is left out or damaged, 2 when a file
+or the usage is at fault.)";
 
 void Write(const RecordOptions& options, const YamlNode& root,
            const std::vector<std::string>& head) {
-    if (options.output.empty() || options.output == "-") {
-        WriteScenario(std::cout, root, head);
-        return;
-    }
-    OutputFile(options.output).Fill([&](std::ostream& out) { WriteScenario(out, root, head); });
+    WriteOutput(options.output, [&](std::ostream& out) { WriteScenario(out, root, head); });
 }
 
 // Replaces the field, or adds it before the steps.
@@ -104,46 +96,39 @@ int RecordLog(const RecordOptions& options, FileRoles& roles) {
     return problems.empty() && session.Story().detail != LogDetail::kErrors ? kFine : kFindings;
 }
 
+int Record(const RecordOptions& options) {
+    if (options.scenario.empty() && options.log.capture.empty()) {
+        throw CLI::RequiredError("SCENARIO or --logcat CAPTURE");
+    }
+    FileRoles roles;
+    roles.Writes(options.output, "--output");
+    ReadInsteadFiles({options.log.device, options.log.scenes}, roles);
+    roles.Reads(options.log.library, "plug-in");
+    return options.log.capture.empty() ? RecordScenario(options, roles) : RecordLog(options, roles);
+}
+
 }  // namespace
 
 void AddRecordCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<RecordOptions>();
-    CLI::App* record = app.add_subcommand(
-        "record", "Writes the requests of a scenario or of a log capture as a scenario file.");
-    CLI::Option* scenario =
-        record
-            ->add_option("scenario", options->scenario, "A scenario: a YAML file or a shipped name")
-            ->type_name("SCENARIO");
+    auto record = AddCommand<RecordOptions>(
+        app, exitCode, "record",
+        "Writes the requests of a scenario or of a log capture as a scenario file.", kRecordFooter,
+        Record);
+    RecordOptions& options = record.options;
+    CLI::Option& scenario = record.Takes("scenario", "SCENARIO", options.scenario,
+                                         "A scenario: a YAML file or a shipped name");
     record
-        ->add_option("--logcat", options->log.capture,
-                     "A capture of a phone's log instead: a file, a shipped name or -")
-        ->excludes(scenario)
-        ->type_name("CAPTURE");
-    record->add_option("-o,--output", options->output, "Where to write (default: standard output)")
-        ->type_name("FILE");
-    record
-        ->add_option("--device", options->log.device,
-                     "The device instead of the scenario's, or the phone's")
-        ->type_name("NAME|FILE");
-    record->add_option("--scenes", options->log.scenes, "The scene file instead of the device's")
-        ->type_name("FILE");
-    record
-        ->add_option("--library", options->log.library,
-                     "The plug-in that reads a capture's scenes (default: "
-                     "../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
-    record->footer(kRecordFooter);
-    record->callback([options, &exitCode] {
-        if (options->scenario.empty() && options->log.capture.empty()) {
-            throw CLI::RequiredError("SCENARIO or --logcat CAPTURE");
-        }
-        FileRoles roles;
-        roles.Writes(options->output, "--output");
-        ReadInsteadFiles({options->log.device, options->log.scenes}, roles);
-        roles.Reads(options->log.library, "plug-in");
-        exitCode = options->log.capture.empty() ? RecordScenario(*options, roles)
-                                                : RecordLog(*options, roles);
-    });
+        .Takes("--logcat", "CAPTURE", options.log.capture,
+               "A capture of a phone's log instead: a file, a shipped name or -")
+        .excludes(&scenario);
+    record.Takes("-o,--output", "FILE", options.output,
+                 "Where to write (default: standard output)");
+    record.Takes("--device", "NAME|FILE", options.log.device,
+                 "The device instead of the scenario's, or the phone's");
+    record.Takes("--scenes", "FILE", options.log.scenes, "The scene file instead of the device's");
+    record.Takes("--library", "FILE", options.log.library,
+                 "The plug-in that reads a capture's scenes (default: ../lib/libtarquel_qcom.so "
+                 "beside the program)");
 }
 
 }  // namespace lab

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <set>
 #include <sstream>
 
@@ -14,7 +13,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/pictures/picture_files.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 #include "lab/program/coverage.h"
 #include "lab/program/input_files.h"
 #include "lab/program/junit.h"
@@ -55,30 +54,29 @@ struct RunOptions {
 };
 
 constexpr char kRunFooter[] =
-    "SCENARIO is a YAML file, a folder that stands for all YAML files below it, or the name of "
-    "one\n"
-    "that ships with the lab:\n"
-    "  tarquel-lab run first_seconds\n"
-    "  tarquel-lab run --device sm4450 thermal_breakthrough\n"
-    "  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml\n"
-    "  tarquel-lab run --quiet scenarios                 # a summary ends several\n"
-    "  tarquel-lab run --summary --coverage-limit 20 --junit results.xml scenarios\n"
-    "  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json\n"
-    "\n"
-    "A scenario says what the policy server is asked, and when:\n"
-    "  device: sm8450\n"
-    "  steps:\n"
-    "    - at: 0                 # ms since the start\n"
-    "      do: app_start_cold    # a command of the scene file\n"
-    "    - after: 200            # ms since the step before\n"
-    "      on: touch             # an event begins\n"
-    "    - after: 800\n"
-    "      limit: {client: thermal, tags: {big_max: 1440000}}\n"
-    "\n"
-    "Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.\n"
-    "Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),\n"
-    "2 when a file or the usage is at fault; of several scenarios the worst. --coverage-limit\n"
-    "returns 1 when fewer of the scenes are used.";
+    R"(SCENARIO is a YAML file, a folder that stands for all YAML files below it, or the name of one
+that ships with the lab:
+  tarquel-lab run first_seconds
+  tarquel-lab run --device sm4450 thermal_breakthrough
+  tarquel-lab run --scenes my_scenes.xml my_scenario.yaml
+  tarquel-lab run --quiet scenarios                 # a summary ends several
+  tarquel-lab run --summary --coverage-limit 20 --junit results.xml scenarios
+  tarquel-lab run -q thermal_breakthrough --report run.html --trace run.json
+
+A scenario says what the policy server is asked, and when:
+  device: sm8450
+  steps:
+    - at: 0                 # ms since the start
+      do: app_start_cold    # a command of the scene file
+    - after: 200            # ms since the step before
+      on: touch             # an event begins
+    - after: 800
+      limit: {client: thermal, tags: {big_max: 1440000}}
+
+Signs: + lock taken, ~ renewed, - released or expired, = node written, @ timer, ! trouble.
+Returns 0 when all is well, 1 for findings (a leak, a failed expectation, a refused lock),
+2 when a file or the usage is at fault; of several scenarios the worst. --coverage-limit
+returns 1 when fewer of the scenes are used.)";
 
 void PrintProblem(const std::string& text, RunResult& result) {
     std::cout << std::flush;
@@ -262,6 +260,7 @@ void RequireOwnFiles(const RunOptions& options, const std::vector<std::string>& 
     }
 }
 
+// Plays all; `files` gets what they read.
 int RunAll(const RunOptions& options, std::set<std::string>& files) {
     const std::vector<std::string> names = ScenariosOf(options);
     const bool isOne = names.size() == 1;
@@ -322,63 +321,55 @@ int RunWatched(const RunOptions& options) {
     }
 }
 
+int Run(const RunOptions& options) {
+    if (options.watch) return RunWatched(options);
+    std::set<std::string> files;
+    return RunAll(options, files);
+}
+
 }  // namespace
 
 void AddRunCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<RunOptions>();
-    CLI::App* run = app.add_subcommand(
-        "run",
+    auto run = AddCommand<RunOptions>(
+        app, exitCode, "run",
         "Plays scenarios on a phone and prints their timelines, the locks still held, and "
-        "whatever leaked; draws pictures of a run.");
-    run->add_option("scenario", options->scenarios,
-                    "The scenarios: YAML files, folders of them or shipped names")
-        ->required()
-        ->type_name("SCENARIO");
-    run->add_option("--device", options->device,
-                    "The device instead of the scenario's: a shipped name or a YAML file")
-        ->type_name("NAME|FILE");
-    run->add_option("--scenes", options->scenes, "The scene file instead of the device's")
-        ->type_name("FILE");
-    run->add_option("--trace", options->trace,
-                    "Write a trace for ui.perfetto.dev or chrome://tracing; the plug-in's own "
-                    "sections are in it with --debug")
-        ->type_name("FILE.json");
-    run->add_option("--report", options->report,
-                    "Write a page that shows limits, locks and log on one time axis; needs no "
-                    "network")
-        ->type_name("FILE.html");
-    run->add_flag("--json", options->json,
-                  "Print findings and locks held as JSON, instead of the timeline");
-    run->add_flag("--summary", options->summary,
-                  "Print one line for all scenarios, and what was found");
-    run->add_option("--junit", options->junit, "Write the results as JUnit XML, for a CI server")
-        ->type_name("FILE.xml");
-    run->add_flag("--coverage", options->coverage,
-                  "Say which scenes of the scene files no scenario uses");
-    run->add_option("--coverage-limit", options->coverageLimit,
-                    "As --coverage, and fail when less of a scene file is used, in percent")
-        ->type_name("PERCENT")
-        ->check(CLI::Range(0, 100, ""));
-    run->add_flag("--watch", options->watch,
-                  "Run again whenever a scenario, scene file or device is edited, until Ctrl-C; an "
-                  "open report reloads itself");
-    run->add_flag("-v,--verbose", options->verbose,
-                  "Show info and debug lines, trace sections, node reads and whole paths too");
-    run->add_flag("-q,--quiet", options->quiet, "Print the end of the run only");
-    run->add_flag("--realtime", options->realtime,
-                  "Use the machine's clock and timers instead of the virtual clock");
-    run->add_flag("--debug", options->debug,
-                  "Turn the plug-in's debug lines on from the start, as 'debug: on' does");
-    run->add_option(
-           "--logcat", options->logcat,
-           "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug")
-        ->type_name("FILE");
-    AddLibraryOption(*run, options->library);
-    run->footer(kRunFooter);
-    run->callback([options, &exitCode] {
-        std::set<std::string> files;
-        exitCode = options->watch ? RunWatched(*options) : RunAll(*options, files);
-    });
+        "whatever leaked; draws pictures of a run.",
+        kRunFooter, Run);
+    RunOptions& options = run.options;
+    run.Takes("scenario", "SCENARIO", options.scenarios,
+              "The scenarios: YAML files, folders of them or shipped names")
+        .required();
+    run.Takes("--device", "NAME|FILE", options.device,
+              "The device instead of the scenario's: a shipped name or a YAML file");
+    run.Takes("--scenes", "FILE", options.scenes, "The scene file instead of the device's");
+    run.Takes("--trace", "FILE.json", options.trace,
+              "Write a trace for ui.perfetto.dev or chrome://tracing; the plug-in's own sections "
+              "are in it with --debug");
+    run.Takes("--report", "FILE.html", options.report,
+              "Write a page that shows limits, locks and log on one time axis; needs no network");
+    run.Takes("--json", options.json,
+              "Print findings and locks held as JSON, instead of the timeline");
+    run.Takes("--summary", options.summary, "Print one line for all scenarios, and what was found");
+    run.Takes("--junit", "FILE.xml", options.junit,
+              "Write the results as JUnit XML, for a CI server");
+    run.Takes("--coverage", options.coverage,
+              "Say which scenes of the scene files no scenario uses");
+    run.Takes("--coverage-limit", "PERCENT", options.coverageLimit,
+              "As --coverage, and fail when less of a scene file is used, in percent")
+        .check(CLI::Range(0, 100, ""));
+    run.Takes("--watch", options.watch,
+              "Run again whenever a scenario, scene file or device is edited, until Ctrl-C; an "
+              "open report reloads itself");
+    run.Takes("-v,--verbose", options.verbose,
+              "Show info and debug lines, trace sections, node reads and whole paths too");
+    run.Takes("-q,--quiet", options.quiet, "Print the end of the run only");
+    run.Takes("--realtime", options.realtime,
+              "Use the machine's clock and timers instead of the virtual clock");
+    run.Takes("--debug", options.debug,
+              "Turn the plug-in's debug lines on from the start, as 'debug: on' does");
+    run.Takes("--logcat", "FILE", options.logcat,
+              "Write the plug-in's log lines as logcat -v threadtime prints them; see --debug");
+    run.TakesLibrary(options.library);
 }
 
 }  // namespace lab

@@ -2,25 +2,24 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <memory>
 
 #include "lab/ask/vocabulary_list.h"
-#include "lab/program/commands.h"
+#include "lab/program/command.h"
 
 namespace lab {
 namespace {
 
 constexpr char kVocabularyFooter[] =
-    "The tunables by family with the opcode that the perf HAL gets and the unit of their values,\n"
-    "then the keys that describe an element, the clusters, the frequency levels, the interactive\n"
-    "governor, and those by which long scenes name limits.\n"
-    "\n"
-    "Examples:\n"
-    "  tarquel-lab vocabulary | grep uclamp\n"
-    "  tarquel-lab vocabulary --json\n"
-    "  tarquel-lab vocabulary --markdown > docs/reference-vocabulary.md\n"
-    "\n"
-    "Returns 0, or 2 when the usage is at fault.";
+    R"(The tunables by family with the opcode that the perf HAL gets and the unit of their values,
+then the keys that describe an element, the clusters, the frequency levels, the interactive
+governor, and those by which long scenes name limits.
+
+Examples:
+  tarquel-lab vocabulary | grep uclamp
+  tarquel-lab vocabulary --json
+  tarquel-lab vocabulary --markdown > docs/reference-vocabulary.md
+
+Returns 0, or 2 when the usage is at fault.)";
 
 struct VocabularyOptions {
     bool markdown = false;
@@ -41,14 +40,14 @@ int ShowVocabulary(const VocabularyOptions& options) {
 }  // namespace
 
 void AddVocabularyCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<VocabularyOptions>();
-    CLI::App* vocabulary = app.add_subcommand(
-        "vocabulary", "Lists every key of scene files with its opcode, family and unit.");
-    CLI::Option* markdown =
-        vocabulary->add_flag("--markdown", options->markdown, "Print a page of documentation");
-    vocabulary->add_flag("--json", options->json, "Print JSON")->excludes(markdown);
-    vocabulary->footer(kVocabularyFooter);
-    vocabulary->callback([options, &exitCode] { exitCode = ShowVocabulary(*options); });
+    auto vocabulary = AddCommand<VocabularyOptions>(
+        app, exitCode, "vocabulary",
+        "Lists every key of scene files with its opcode, family and unit.", kVocabularyFooter,
+        ShowVocabulary);
+    VocabularyOptions& options = vocabulary.options;
+    CLI::Option& markdown =
+        vocabulary.Takes("--markdown", options.markdown, "Print a page of documentation");
+    vocabulary.Takes("--json", options.json, "Print JSON").excludes(&markdown);
 }
 
 }  // namespace lab

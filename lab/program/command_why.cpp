@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <memory>
 
 #include "lab/ask/why.h"
 #include "lab/program/replay_options.h"
@@ -10,21 +9,20 @@
 namespace lab {
 namespace {
 
-constexpr char kWhyFooter[] =
-    "NODE is what you have at hand:\n"
-    "  /sys/devices/system/cpu/cpu4/cpufreq/scaling_max_freq    a path, or the end of one\n"
-    "  \"cpu4 scaling_max_freq\"                                  as a timeline writes it\n"
-    "  big_max, 4                                               a tag's name or number\n"
-    "  big_cpu0_max_freq, 0x40804000                            a scene file's key, an opcode\n"
-    "\n"
-    "Examples:\n"
-    "  tarquel-lab why thermal_breakthrough big_max --at 5.200\n"
-    "  tarquel-lab why my_scenario.yaml \"cpu0 scaling_min_freq\" --json\n"
-    "  tarquel-lab why evening.txt big_max --at 19:42:30\n"
-    "\n"
-    "Each who asks is shown with what it asked, since when and until when, the step of the\n"
-    "scenario, and the rule by which it counts or loses; then those that asked before.\n"
-    "Returns 0, or 2 when a file or the usage is at fault.";
+constexpr char kWhyFooter[] = R"(NODE is what you have at hand:
+  /sys/devices/system/cpu/cpu4/cpufreq/scaling_max_freq    a path, or the end of one
+  "cpu4 scaling_max_freq"                                  as a timeline writes it
+  big_max, 4                                               a tag's name or number
+  big_cpu0_max_freq, 0x40804000                            a scene file's key, an opcode
+
+Examples:
+  tarquel-lab why thermal_breakthrough big_max --at 5.200
+  tarquel-lab why my_scenario.yaml "cpu0 scaling_min_freq" --json
+  tarquel-lab why evening.txt big_max --at 19:42:30
+
+Each who asks is shown with what it asked, since when and until when, the step of the
+scenario, and the rule by which it counts or loses; then those that asked before.
+Returns 0, or 2 when a file or the usage is at fault.)";
 
 constexpr int kMostHistory = 1'000'000;
 
@@ -50,27 +48,19 @@ int AnswerWhy(const WhyOptions& options) {
 }  // namespace
 
 void AddWhyCommand(CLI::App& app, int& exitCode) {
-    auto options = std::make_shared<WhyOptions>();
-    CLI::App* why = app.add_subcommand(
-        "why",
+    auto why = AddCommand<WhyOptions>(
+        app, exitCode, "why",
         "Plays a scenario or a capture up to a moment and tells who holds a node then, and why "
-        "the others lost.");
-    why->add_option(
-           "file", options->replay.file,
-           "A scenario (a YAML file), a capture of a phone's log, or what ships under a name")
-        ->required()
-        ->type_name("FILE");
-    why->add_option("node", options->node, "The node: path, short form, tag or key")
-        ->required()
-        ->type_name("NODE");
-    AddReplayOptions(*why, options->replay);
-    why->add_option("--history", options->history, "How many of those that asked before are shown")
-        ->check(CLI::Range(0, kMostHistory, ""))
-        ->capture_default_str()
-        ->type_name("N");
-    why->add_flag("--json", options->json, "Print JSON, with all that asked before");
-    why->footer(kWhyFooter);
-    why->callback([options, &exitCode] { exitCode = AnswerWhy(*options); });
+        "the others lost.",
+        kWhyFooter, AnswerWhy);
+    WhyOptions& options = why.options;
+    TakeReplayFile(why, options.replay.file);
+    why.Takes("node", "NODE", options.node, "The node: path, short form, tag or key").required();
+    TakeReplayOptions(why, options.replay);
+    why.Takes("--history", "N", options.history, "How many of those that asked before are shown")
+        .check(CLI::Range(0, kMostHistory, ""))
+        ->capture_default_str();
+    why.Takes("--json", options.json, "Print JSON, with all that asked before");
 }
 
 }  // namespace lab

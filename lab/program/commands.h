@@ -28,11 +28,4 @@ void AddLogcatCommand(CLI::App& app, int& exitCode);
 void AddRecordCommand(CLI::App& app, int& exitCode);
 void AddManualCommands(CLI::App& app);
 
-inline void AddLibraryOption(CLI::App& command, std::string& library) {
-    command
-        .add_option("--library", library,
-                    "The plug-in (default: ../lib/libtarquel_qcom.so beside the program)")
-        ->type_name("FILE");
-}
-
 }  // namespace lab
