@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <regex>
 #include <stdexcept>
 
 #include "lab/names/text.h"
@@ -17,44 +18,15 @@ using namespace std::chrono_literals;
 
 constexpr int kSecondsWidth = 10;
 
+// No date and time of day has more letters.
+constexpr size_t kLongestWritten = 64;
+
 // Any two years that differ in having 29 February.
 constexpr int kCommonYear = 2023;
 constexpr int kLeapYear = 2024;
 
 // More is a slip, and beyond what a time can hold.
 constexpr double kLatestSeconds = 1e9;
-
-// "07", "2024": exactly `count` digits, taken from the front of `rest`.
-std::optional<int> TakeDigits(std::string_view& rest, size_t count) {
-    if (rest.size() < count) return std::nullopt;
-    int value = 0;
-    for (const char letter : rest.substr(0, count)) {
-        if (!IsDigit(letter)) return std::nullopt;
-        value = value * 10 + (letter - '0');
-    }
-    rest.remove_prefix(count);
-    return value;
-}
-
-bool Take(std::string_view& rest, char letter) {
-    if (rest.empty() || rest.front() != letter) return false;
-    rest.remove_prefix(1);
-    return true;
-}
-
-// What ".5" or ".123456" behind the seconds is, and the unit of its last digit.
-std::optional<std::pair<chrono::microseconds, chrono::microseconds>> TakeFraction(
-    std::string_view& rest) {
-    chrono::microseconds value{};
-    chrono::microseconds unit = chrono::seconds(1);
-    while (!rest.empty() && IsDigit(rest.front())) {
-        unit /= 10;
-        value += unit * (rest.front() - '0');
-        rest.remove_prefix(1);
-    }
-    if (unit == chrono::seconds(1)) return std::nullopt;
-    return std::pair{value, std::max(unit, chrono::microseconds(1))};
-}
 
 chrono::sys_days DateOf(chrono::microseconds since1970) {
     return chrono::sys_days(chrono::floor<chrono::days>(since1970));
@@ -71,43 +43,32 @@ struct Moments::Written {
     chrono::microseconds lasts = chrono::seconds(1);  // the unit of the last digit
 
     // Nothing for what has another form.
-    static std::optional<Written> Parse(std::string_view rest) {
+    static std::optional<Written> Parse(const std::string& text) {
+        static const std::regex form(
+            "(?:(?:(\\d{4})-)?(\\d\\d)-(\\d\\d)[ T])?"           // date
+            "(\\d{1,2}):(\\d\\d)(?::(\\d\\d)(?:\\.(\\d+))?)?");  // time of day
+        std::smatch parts;
+        if (text.size() > kLongestWritten || !std::regex_match(text, parts, form)) {
+            return std::nullopt;
+        }
+        const auto number = [&parts](size_t part) {
+            return parts[part].matched ? std::stoi(parts[part].str()) : 0;
+        };
         Written written;
-        if (rest.size() > 2 && (rest[2] == '-' || (rest.size() > 4 && rest[4] == '-'))) {
-            if (rest[2] != '-') {
-                written.year = TakeDigits(rest, 4);
-                if (!written.year || !Take(rest, '-')) return std::nullopt;
-            }
-            const auto month = TakeDigits(rest, 2);
-            if (!month || !Take(rest, '-')) return std::nullopt;
-            const auto day = TakeDigits(rest, 2);
-            if (!day || !(Take(rest, ' ') || Take(rest, 'T'))) return std::nullopt;
-            written.month = *month;
-            written.day = *day;
-            if (written.month == 0) return std::nullopt;
+        if (parts[1].matched) written.year = number(1);
+        written.month = number(2);
+        written.day = number(3);
+        const bool isDay = number(4) < 24 && number(5) < 60 && number(6) < 60;
+        if (!isDay || (parts[2].matched && written.month == 0)) return std::nullopt;
+        written.ofDay = chrono::hours(number(4)) + chrono::minutes(number(5));
+        written.ofDay += chrono::seconds(number(6));
+        if (!parts[6].matched) written.lasts = chrono::minutes(1);
+        chrono::microseconds unit = chrono::seconds(1);
+        for (const char digit : parts[7].str()) {
+            unit /= 10;
+            written.ofDay += unit * (digit - '0');
+            written.lasts = std::max(unit, chrono::microseconds(1));
         }
-        // "9:05" as well as "09:05".
-        const bool isShort = rest.size() > 1 && rest[1] == ':';
-        const auto hour = TakeDigits(rest, isShort ? 1 : 2);
-        if (!hour || *hour > 23 || !Take(rest, ':')) return std::nullopt;
-        const auto minute = TakeDigits(rest, 2);
-        if (!minute || *minute > 59) return std::nullopt;
-        written.ofDay = chrono::hours(*hour) + chrono::minutes(*minute);
-        if (rest.empty()) {
-            written.lasts = chrono::minutes(1);
-            return written;
-        }
-        if (!Take(rest, ':')) return std::nullopt;
-        const auto second = TakeDigits(rest, 2);
-        if (!second || *second > 59) return std::nullopt;
-        written.ofDay += chrono::seconds(*second);
-        if (Take(rest, '.')) {
-            const auto fraction = TakeFraction(rest);
-            if (!fraction) return std::nullopt;
-            written.ofDay += fraction->first;
-            written.lasts = fraction->second;
-        }
-        if (!rest.empty()) return std::nullopt;
         return written;
     }
 };

@@ -1,5 +1,7 @@
 #include "lab/pictures/json_stream.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -48,25 +50,12 @@ void JsonStream::Number(int64_t number) {
 }
 
 void JsonStream::Decimal(int64_t thousandths) {
-    const int64_t fraction = std::abs(thousandths % 1000);
-    if (fraction == 0) {
-        Number(thousandths / 1000);
-        return;
-    }
-    if (thousandths > -1000 && thousandths < 0) {
-        Separate();
-        mOut << "-0";
-    } else {
-        Number(thousandths / 1000);
-    }
-    std::string digits = std::to_string(1000 + fraction);
-    digits.front() = '.';
-    while (digits.back() == '0') digits.pop_back();
+    Separate();
+    std::string digits = fmt::format("{}{}.{:03}", thousandths < 0 ? "-" : "",
+                                     std::abs(thousandths / 1000), std::abs(thousandths % 1000));
+    digits.resize(digits.find_last_not_of('0') + 1);
+    if (digits.back() == '.') digits.pop_back();
     mOut << digits;
-}
-
-void JsonStream::IndexOrNone(size_t index) {
-    Number(index == static_cast<size_t>(-1) ? -1 : static_cast<int64_t>(index));
 }
 
 void JsonStream::Text(std::string_view text) {

@@ -23,19 +23,31 @@ class JsonStream {
     void Number(int64_t number);
     // `thousandths` / 1000, as short as it is exact.
     void Decimal(int64_t thousandths);
-    // -1 for "none", which an index has where it is the highest number there is.
-    void IndexOrNone(size_t index);
     // Any text: what is no UTF-8 is replaced.
     void Text(std::string_view text);
 
+    // A number or a text.
     template <typename Value>
-    void Field(std::string_view name, const Value& value) {
-        Key(name);
+    void Put(const Value& value) {
         if constexpr (std::is_arithmetic_v<Value>) {
             Number(static_cast<int64_t>(value));
         } else {
             Text(value);
         }
+    }
+
+    template <typename Value>
+    void Field(std::string_view name, const Value& value) {
+        Key(name);
+        Put(value);
+    }
+
+    // A list of numbers and texts.
+    template <typename... Values>
+    void Row(const Values&... values) {
+        Open('[');
+        (Put(values), ...);
+        Close(']');
     }
 
     // Begins a new line within a list, for those who read the file.

@@ -22,6 +22,11 @@ constexpr int kAndroidWarning = 5;
 constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kNsPerMicrosecond = 1'000;
 
+// -1 for History::kNobody.
+int64_t IndexOrNone(size_t index) {
+    return static_cast<int64_t>(index);
+}
+
 // What is told once, by number.
 template <typename Map>
 class Index {
@@ -93,12 +98,7 @@ class DataWriter {
 
     int64_t Ticks(Time at) const { return at.count() / mTickNs; }
 
-    template <typename... Numbers>
-    void Row(const Numbers&... numbers) {
-        mJson.Open('[');
-        (mJson.Number(static_cast<int64_t>(numbers)), ...);
-        mJson.Close(']');
-    }
+    int64_t TicksOrNone(const std::optional<Time>& at) const { return at ? Ticks(*at) : -1; }
 
     // Times that never fall, each as the difference from the one before.
     template <typename Items, typename TimeOf>
@@ -148,12 +148,8 @@ class DataWriter {
     void WriteFindings() {
         OpenList("findings");
         for (const RunFinding& finding : mHead.findings) {
-            mJson.Open('[');
-            mJson.Text(finding.text);
-            mJson.Number(finding.at ? Ticks(*finding.at) : -1);
-            mJson.IndexOrNone(finding.request - 1);
-            mJson.IndexOrNone(finding.lock.value_or(History::kNobody));
-            mJson.Close(']');
+            mJson.Row(finding.text, TicksOrNone(finding.at), IndexOrNone(finding.request - 1),
+                      IndexOrNone(finding.lock.value_or(History::kNobody)));
         }
         mJson.Close(']');
     }
@@ -163,8 +159,8 @@ class DataWriter {
         Times(mHistory.Requests(), [](const auto& request) { return request.begin; });
         OpenList("rows");
         for (const History::Request& request : mHistory.Requests()) {
-            Row(mTexts(request.text), mTexts(request.result), request.line, mTexts(request.client),
-                mTexts(request.command));
+            mJson.Row(mTexts(request.text), mTexts(request.result), request.line,
+                      mTexts(request.client), mTexts(request.command));
         }
         CloseTable();
     }
@@ -173,18 +169,14 @@ class DataWriter {
         OpenList("locks");
         for (const History::Lock& lock : mHistory.Locks()) {
             mJson.Open('[');
-            mJson.Number(lock.handle);
-            mJson.Number(Ticks(lock.end));
-            mJson.Number(static_cast<int>(lock.how));
-            mJson.IndexOrNone(lock.endRequest);
+            mJson.Put(lock.handle);
+            mJson.Put(Ticks(lock.end));
+            mJson.Put(static_cast<int>(lock.how));
+            mJson.Put(IndexOrNone(lock.endRequest));
             mJson.Open('[');
             for (const History::Term& term : lock.terms) {
-                mJson.Open('[');
-                mJson.Number(Ticks(term.since));
-                mJson.Number(term.until ? Ticks(*term.until) : -1);
-                mJson.Number(static_cast<int64_t>(mLists(term.list)));
-                mJson.IndexOrNone(term.request);
-                mJson.Close(']');
+                mJson.Row(Ticks(term.since), TicksOrNone(term.until), mLists(term.list),
+                          IndexOrNone(term.request));
             }
             mJson.Close(']');
             WriteHoldings(lock);
@@ -199,10 +191,7 @@ class DataWriter {
         if (lock.holdings.size() == 1 && first.request == lock.terms.front().request) return;
         mJson.Open('[');
         for (const History::Holding& holding : lock.holdings) {
-            mJson.Open('[');
-            mJson.Number(Ticks(holding.since));
-            mJson.IndexOrNone(holding.request);
-            mJson.Close(']');
+            mJson.Row(Ticks(holding.since), IndexOrNone(holding.request));
         }
         mJson.Close(']');
     }
@@ -218,9 +207,9 @@ class DataWriter {
             for (const LaneSpan& span : lane.spans) {
                 const History::Lock& lock = mHistory.Locks()[span.lock];
                 if (span.since == lock.Since() && span.end == lock.end) {
-                    mJson.Number(static_cast<int64_t>(span.lock));
+                    mJson.Put(span.lock);
                 } else {
-                    Row(span.lock, Ticks(span.since), Ticks(span.end));
+                    mJson.Row(span.lock, Ticks(span.since), Ticks(span.end));
                 }
             }
             CloseTable();
@@ -231,12 +220,8 @@ class DataWriter {
     void WriteRefusals() {
         OpenList("refusals");
         for (const History::Refusal& refusal : mHistory.Refusals()) {
-            mJson.Open('[');
-            mJson.Number(Ticks(refusal.at));
-            mJson.Number(refusal.returned);
-            mJson.Number(static_cast<int64_t>(mLists(refusal.list)));
-            mJson.IndexOrNone(refusal.request);
-            mJson.Close(']');
+            mJson.Row(Ticks(refusal.at), refusal.returned, mLists(refusal.list),
+                      IndexOrNone(refusal.request));
         }
         mJson.Close(']');
     }
@@ -244,12 +229,7 @@ class DataWriter {
     void WriteBreakthroughs() {
         OpenList("breakthroughs");
         for (const History::Breakthrough& row : mHistory.Breakthroughs()) {
-            mJson.Open('[');
-            mJson.Number(Ticks(row.since));
-            mJson.Number(Ticks(row.end));
-            mJson.Number(row.ms);
-            mJson.IndexOrNone(row.request);
-            mJson.Close(']');
+            mJson.Row(Ticks(row.since), Ticks(row.end), row.ms, IndexOrNone(row.request));
         }
         mJson.Close(']');
     }
@@ -257,8 +237,9 @@ class DataWriter {
     void WriteControls() {
         OpenList("controls");
         for (const History::Control& control : mHistory.Controls()) {
-            Row(Ticks(control.at), control.state.type, control.state.thermalLevel,
-                control.state.limitsInForce ? 1 : 0, control.state.boosts ? 1 : 0);
+            const ControlState& state = control.state;
+            mJson.Row(Ticks(control.at), state.type, state.thermalLevel, state.limitsInForce,
+                      state.boosts);
         }
         mJson.Close(']');
     }
@@ -276,14 +257,10 @@ class DataWriter {
         for (const History::Write& write : mHistory.Writes()) {
             const auto [node, isNew] = nodes.try_emplace(write.path);
             if (isNew) node->second = {mTexts(ShortNode(write.path)), mTexts(NodeUnit(write.path))};
-            mJson.Open('[');
-            mJson.Number(static_cast<int64_t>(node->second.name));
-            mJson.Number(static_cast<int64_t>(mTexts(write.before)));
-            mJson.Number(static_cast<int64_t>(mTexts(write.after)));
-            mJson.Number(static_cast<int64_t>(node->second.unit));
-            mJson.Number(write.error);
-            mJson.IndexOrNone(write.request);
-            mJson.Close(']');
+            const size_t before = mTexts(write.before);
+            const size_t after = mTexts(write.after);
+            mJson.Row(node->second.name, before, after, node->second.unit, write.error,
+                      IndexOrNone(write.request));
         }
         CloseTable();
     }
@@ -308,11 +285,11 @@ class DataWriter {
         OpenList("rows");
         for (const History::Line* line : shown) {
             mJson.Open('[');
-            mJson.Number(line->priority);
-            mJson.Number(static_cast<int64_t>(mTexts(std::string(line->tag))));
-            mJson.Number(static_cast<int64_t>(mTexts(std::string(line->text))));
-            mJson.IndexOrNone(line->request);
-            if (IsUsualLine(line->text)) mJson.Number(1);
+            mJson.Put(line->priority);
+            mJson.Put(mTexts(std::string(line->tag)));
+            mJson.Put(mTexts(std::string(line->text)));
+            mJson.Put(IndexOrNone(line->request));
+            if (IsUsualLine(line->text)) mJson.Put(1);
             mJson.Close(']');
         }
         CloseTable();
@@ -324,7 +301,7 @@ class DataWriter {
         for (const std::vector<int>* list : mLists.Keys()) {
             mJson.Open('[');
             for (size_t i = 0; i + 1 < list->size(); i += 2) {
-                mJson.Number(static_cast<int64_t>(mPairs({(*list)[i], (*list)[i + 1]})));
+                mJson.Put(mPairs({(*list)[i], (*list)[i + 1]}));
             }
             mJson.Close(']');
         }
@@ -343,7 +320,7 @@ class DataWriter {
         for (const auto* pair : mPairs.Keys()) {
             mJson.Open('[');
             const std::string text = Timeline::PairText(pair->first, pair->second, mHead.layout);
-            mJson.Number(static_cast<int64_t>(mTexts(text)));
+            mJson.Put(mTexts(text));
             // What was only asked for, and refused, makes no chart.
             const auto bearing = mHistory.BearingOf(pair->first, pair->second);
             if (bearing && isShown[bearing->track]) {
