@@ -1,6 +1,7 @@
 // The phone's kernel: what each kind of node takes, clamps and refuses.
 #include "lab/phone/kernel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -257,7 +258,11 @@ TEST_F(KernelTest, OfflineClusterRefusesLimitsAndKeepsWhatItHad) {
     EXPECT_EQ(mKernel->Write(max, "998400", true), 0) << "a request of the HAL's own";
     EXPECT_EQ(mKernel->Value(max), "1555200") << "follows when a CPU is back";
     EXPECT_EQ(mKernel->Open(max, false), 0);
-    ASSERT_EQ(setOnline(5, "1"), 0);
+    EXPECT_THAT(mKernel->Force(kCpu + "cpu5/online", "1"),
+                testing::Contains(testing::AllOf(
+                    testing::Field(&NodeValue::path, kCpu + "cpu5/cpufreq/scaling_max_freq"),
+                    testing::Field(&NodeValue::value, "998400"))))
+        << "it is told what changed";
     EXPECT_EQ(mKernel->Value(max), "998400");
     mKernel->Withdraw(max, Kernel::Writer::kHal);
     EXPECT_EQ(mKernel->Value(max), "1555200");

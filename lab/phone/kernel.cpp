@@ -125,12 +125,15 @@ class Kernel::Tree {
         if (!error) entry.onDisk = text;
     }
 
-    // The other nodes of a limit's folder: a write to one end shows in them.
+    // The other nodes of a limit's folder: a write to one end shows in them. A CPU's switch shows in
+    // the limits of its cluster.
     const Neighbours& Beside(Entry& entry) {
         const auto [found, isNew] = mBeside.try_emplace(&entry);
         Neighbours& beside = found->second;
-        if (!isNew || !entry.node->KeepsRequests()) return beside;
-        const std::string folder = FolderOf(entry.names.front()) + "/";
+        const std::string& name = entry.names.front();
+        const bool isSwitch = name.ends_with("/online");
+        if (!isNew || !(isSwitch || entry.node->KeepsRequests())) return beside;
+        const std::string folder = FolderOf(name) + (isSwitch ? "/cpufreq/" : "/");
         for (auto next = mEntries.lower_bound(folder);
              next != mEntries.end() && next->first.starts_with(folder); ++next) {
             if (next->second.get() != &entry) beside.push_back(&*next);
@@ -340,17 +343,19 @@ void Kernel::Withdraw(const std::string& path, Writer writer) {
                   mTree->ChangedBeside(*entry, beside));
 }
 
-void Kernel::Force(const std::string& path, const std::string& text) {
+std::vector<NodeValue> Kernel::Force(const std::string& path, const std::string& text) {
     std::lock_guard<std::mutex> guard(mTree->mMutex);
     Tree::Entry* entry = mTree->Find(path);
     if (entry == nullptr) {
         mTree->Add({{path}, MakeFreeNode(text)});
-        return;
+        return {};
     }
+    const std::vector<std::string> beside = mTree->ShownBeside(*entry);
     // A state that the node can have is set as such; anything else covers it.
     entry->forced.reset();
     entry->node->Restore(text);
     if (entry->node->Show() != text) entry->forced = text;
+    return mTree->ChangedBeside(*entry, beside);
 }
 
 void Kernel::Remove(const std::string& path) {

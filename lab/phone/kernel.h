@@ -12,11 +12,10 @@
 #include <vector>
 
 #include "lab/phone/device_profile.h"
+#include "lab/phone/events.h"
 #include "lab/phone/node_rules.h"
 
 namespace lab {
-
-class Recorder;
 
 class Kernel {
   public:
@@ -92,8 +91,9 @@ class Kernel {
     void Withdraw(const std::string& path, Writer writer);
 
     // Sets what a read gives, past every rule and until the next accepted write; creates the node
-    // when it is missing. For arranging a situation, not for requests.
-    void Force(const std::string& path, const std::string& text);
+    // when it is missing. For arranging a situation, not for requests. Returns what else reads
+    // otherwise then, as NodeAccess::alsoChanged tells it.
+    std::vector<NodeValue> Force(const std::string& path, const std::string& text);
 
     // Takes a node away under this name; opening it gives ENOENT. A cluster's other CPUs keep
     // theirs.

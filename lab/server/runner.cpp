@@ -199,15 +199,15 @@ Server::Outcome Runner::Perform(const ArrangeFaults& asked) {
 Server::Outcome Runner::Perform(const ArrangeNodes& asked) {
     Kernel& kernel = mPhone.GetKernel();
     for (const auto& [path, value] : asked.nodes) {
-        if (value) {
-            kernel.Force(path, *value);
-        } else {
-            kernel.Remove(path);
-        }
         NodeAccess arranged;
         arranged.kind = NodeAccess::Kind::kArrange;
         arranged.path = path;
         arranged.after = value.value_or("");
+        if (value) {
+            arranged.alsoChanged = kernel.Force(path, *value);
+        } else {
+            kernel.Remove(path);
+        }
         mPhone.Events().Add(std::move(arranged));
     }
     return {};

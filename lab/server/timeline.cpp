@@ -220,7 +220,10 @@ void Timeline::ShowHeirs(const BookedLock& ended) {
 void Timeline::Show(const NodeAccess& access) {
     const std::string name = mOptions.verbose ? access.path : ShortNode(access.path);
     const std::string unit = NodeUnit(access.path);
-    if (access.kind == NodeAccess::Kind::kArrange) return;  // the step's own line tells it
+    if (access.kind == NodeAccess::Kind::kArrange) {
+        ShowFollowing(access);  // the step's own line tells the rest
+        return;
+    }
     if (access.kind == NodeAccess::Kind::kRead) {
         if (!mOptions.verbose) return;
         Add({'.', "read", name,
