@@ -68,6 +68,11 @@ constexpr char kTwoCeilings[] =
     "- {after: 100, limit: {client: eapa, tags: {prime_max: 0}}}\n"
     "- {after: 100, limit: {client: power, tags: {prime_max: 1843200}}}";
 
+constexpr char kGroupAfterLimit[] =
+    "steps:\n"
+    "- {limit: {client: power, tags: {big_max: 1440000}}}\n"
+    "- {after: 10, group: {client: power, duration_ms: 900, tags: {big_max: 1651200}}}";
+
 constexpr char kBreakthrough[] =
     "steps:\n"
     "- {control: 6}\n"
@@ -175,6 +180,16 @@ INSTANTIATE_TEST_SUITE_P(
              "- {limit: {client: power, tags: {big_max: 0}}}\n"
              "- {limit: {client: thermal, tags: {big_max: 1555200}}}",
              "big_max", "", "1555200", "thermal", "counts", "4", "nobody else asks"},
+        Rule{"GroupsWordLeavesTheTagsLock", kGroupAfterLimit, "big_max", "", "1440000", "power",
+             "counts", "2", "its group has another word since"},
+        Rule{"GroupsWordIsNotHeardByTheTagsLock", kGroupAfterLimit, "big_max", "", "1440000",
+             "power", "loses", "3", "the tag's own lock stays as it is until the next request"},
+        Rule{"WriteIsStricterThanEveryLock",
+             "steps:\n- {on: power_save}\n"
+             "- {group: {client: thermal, duration_ms: 90, tags: {big_max: 1440000}}}\n"
+             "- {after: 100, control: 10}",
+             "big_max", "", "1440000", "thermal", "counts", "3",
+             "by that write alone: it is stricter than every lock"},
         Rule{"RefusedRequest", "steps:\n- {limit: {client: power, tags: {big_max: -5}}}", "big_max",
              "", "2496000", "power", "over", "2", "refused: the plug-in says 'tarquel: invalid"},
         Rule{"SceneEndPassedOver", kStateMask, "big_max", "", "1555200", "call_limit (12294)",

@@ -112,6 +112,9 @@ class Weigher {
                 holder.verdict = fmt::format("{}: the plug-in cut it to the ceiling in force, {}",
                                              kFloorAboveCeiling, cut);
             }
+        } else if (lock->order < ask.order) {
+            holder.verdict =
+                "a group asked it: the tag's own lock stays as it is until the next request on it";
         } else {
             holder.verdict = lock->request->Quoted() + " gave the tag's lock another value since";
         }
@@ -287,11 +290,9 @@ class Weigher {
                             [handle = handle](const Holder& h) { return h.handle == handle; });
             if (lock.tag < 0 || !isOnNode || isCarrier) continue;
             const bool isUnnamed = lock.owner == kUnnamed;
-            const bool isRefused =
-                lock.askedBy && lock.askedBy->facts && lock.askedBy->facts->result != 0;
             Holder holder;
-            holder.ask.who = isUnnamed || isRefused ? lock.owner : "the plug-in's lock";
-            holder.ask.request = isRefused ? lock.askedBy : lock.request;
+            holder.ask.who = isUnnamed || lock.askedBy ? lock.owner : "the plug-in's lock";
+            holder.ask.request = lock.askedBy ? lock.askedBy : lock.request;
             holder.ask.since = lock.since;
             holder.ask.isEarlier = lock.isEarlier;
             SetLock(holder, handle, " of the tag");
@@ -307,9 +308,13 @@ class Weigher {
                 holder.ask.by = By::kWrite;  // without a value
                 holder.verdict = "what it asks for is not in the capture";
             }
-            if (isRefused) {
+            if (lock.askedBy) {
+                const bool isRefused = lock.askedBy->facts && lock.askedBy->facts->result != 0;
                 holder.notes.emplace_back(
-                    "the request was refused; long scenes are weighed against it all the same");
+                    isRefused
+                        ? "the request was refused; long scenes are weighed against it all the same"
+                        : "its group has another word since, which the tag's own lock does not "
+                          "follow");
             } else if (isTold && !isUnnamed && mValue == boot) {
                 holder.wins = false;
                 holder.verdict = "nobody's word: a lifted limit keeps its lock at the default";
@@ -340,13 +345,15 @@ class Weigher {
         for (Holder& holder : holders) {
             if (!isSame(holder)) continue;
             holder.notes.emplace_back("the plug-in also wrote it to the node itself");
-            const bool isAloneAndFelt = isAlone && written != Numbers(boot);
-            if (isShown && !holder.wins && (isAloneAndFelt || replacesLocks)) {
+            const bool isFelt =
+                isAlone ? written != Numbers(boot) : HasNoWinner(holders) && !IsCutFloor();
+            if (isShown && !holder.wins && (isFelt || replacesLocks)) {
                 // That another asks for more is no reason where what it asks for is not in force.
                 const bool hasRival = RivalOf(holder.ask) != nullptr;
                 holder.wins = true;
                 holder.verdict = "by that write alone: " +
                                  (replacesLocks ? "it came later than the lock"
+                                  : !isAlone    ? "it is stricter than every lock"
                                   : hasRival    ? "nothing has replaced it, and no lock is held"
                                                 : holder.verdict);
             }

@@ -21,6 +21,17 @@ bool IgnoresZero(int tag) {
     return tag >= 105 && tag <= 107;
 }
 
+bool IsUntimedGroup(const RequestFacts& facts) {
+    return facts.isGroup && facts.asked.front().value == 0;
+}
+
+// True for a word that the tag's own lock follows: a group's other tags are its lock's, and the
+// tag's own stays as it is.
+bool IsHeard(int tag, const RequestFacts& facts) {
+    return !facts.isGroup || (IsUntimedGroup(facts) && IsCpuCeilingLimit(tag)) ||
+           !IsSharedLimit(tag);
+}
+
 }  // namespace
 
 std::string AtLine(int line) {
@@ -105,6 +116,7 @@ void Book::BeginRequest(const RequestBegin& begin) {
     mTookLock = false;
     mTookUntimedLock = false;
     mLockedTags.clear();
+    mHeardTags.clear();
     mTouched.clear();
     mErrors.clear();
     const RequestFacts& facts = Facts();
@@ -126,8 +138,8 @@ void Book::EndRequest(const RequestEnd& end) {
         if (facts.replaces && mTookUntimedLock) mStanding[facts.standing].clear();
         mStanding[facts.standing].insert(mRequest->number);
     }
-    for (const TagValue& claim : facts.claims) {
-        const auto lock = mTagHandles.find(claim.tag);
+    for (const int tag : mHeardTags) {
+        const auto lock = mTagHandles.find(tag);
         if (lock == mTagHandles.end()) continue;
         const auto held = mLocks.find(lock->second);
         if (held != mLocks.end()) SetOwner(held->second);
@@ -160,7 +172,6 @@ void Book::TakeWords(const RequestFacts& facts) {
     if (isPassedOver) return;
     if (!isScene) NoteRefusedWords(facts);
     const bool isEnd = isScene && facts.event == RequestFacts::Event::kEnds;
-    const bool isUntimedGroup = facts.isGroup && facts.asked.front().value == 0;
     for (const TagValue& claim : facts.claims) {
         if (claim.value == 0 && IgnoresZero(claim.tag)) continue;
         mLastWord[claim.tag] = claim.value;
@@ -169,15 +180,14 @@ void Book::TakeWords(const RequestFacts& facts) {
         ask.isRemembered =
             isEnd || (!facts.isOutcome &&
                       IsRememberedWord(claim.tag, isScene ? *facts.cmdId : *facts.clientId,
-                                       claim.value, isUntimedGroup));
+                                       claim.value, IsUntimedGroup(facts)));
         const bool isLifted = claim.value == 0 && IsSharedLimit(claim.tag);
         const char* how = isEnd      ? "its event ended"
                           : isScene  ? "asked again"
                           : isLifted ? "lifted by the same client"
                                      : "replaced by the same client";
-        // A group's other tags are its lock's: the tag's own lock stays as it is.
-        const bool isHeard = !facts.isGroup || (isUntimedGroup && IsCpuCeilingLimit(claim.tag)) ||
-                             !IsSharedLimit(claim.tag);
+        const bool isHeard = IsHeard(claim.tag, facts);
+        if (isHeard) mHeardTags.insert(claim.tag);
         if (isHeard || ask.isRemembered) {
             SetWord(std::move(ask), how + AtLine(mRequest->line), isHeard);
         }
@@ -214,10 +224,11 @@ void Book::SetWord(Ask ask, const std::string& how, bool isHeard) {
 // A refused request's words, up to the one that is refused, bind nobody; but long scenes are
 // weighed against them until a client speaks again.
 void Book::NoteRefusedWords(const RequestFacts& facts) {
-    const bool isUntimedGroup = facts.isGroup && facts.asked.front().value == 0;
     for (const TagValue& pair : facts.asked) {
         if (pair.value < 0 && pair.tag != kGroupTag) return;
-        if (!IsRememberedWord(pair.tag, *facts.clientId, pair.value, isUntimedGroup)) continue;
+        const bool isRemembered =
+            IsRememberedWord(pair.tag, *facts.clientId, pair.value, IsUntimedGroup(facts));
+        if (!isRemembered) continue;
         mRefusedWords.erase(pair.tag);
         if (facts.result != 0 && pair.value > 0) {
             mRefusedWords[pair.tag] = TagAsk(Ask::By::kClient, pair.tag, pair.value);

@@ -289,6 +289,7 @@ class Book {
     bool mIsInRequest = false;
     bool mTookLock = false;
     bool mTookUntimedLock = false;
+    std::set<int> mHeardTags;          // on which it has a word that their locks follow
     std::set<int> mLockedTags;         // that got a lock of their own in it
     std::set<int> mTouched;            // opcodes that its locks named
     std::vector<std::string> mErrors;  // the plug-in's, during it
