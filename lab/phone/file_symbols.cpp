@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +21,7 @@
 
 namespace {
 
+using lab::Fail;
 using lab::Kernel;
 using lab::NodeAccess;
 using lab::NodeFault;
@@ -80,10 +80,7 @@ std::string FileToRead(const Kernel& kernel, const std::string& path) {
 // with errno.
 ssize_t StoreTo(const std::string& path, const char* text, size_t length, size_t offset) {
     Kernel* const kernel = KernelFor(path.c_str());
-    if (kernel == nullptr) {
-        errno = ENODEV;
-        return -1;
-    }
+    if (kernel == nullptr) return Fail(ENODEV);
     const std::string whole(text, length);
     const auto fault = Phone::Current()->GetFaults().OnNode(path);
     if (Has(fault, NodeFault::Kind::kShort)) {
@@ -93,9 +90,7 @@ ssize_t StoreTo(const std::string& path, const char* text, size_t length, size_t
     const ssize_t taken = Has(fault, NodeFault::Kind::kRefusing)
                               ? -RecordFault(path, NodeAccess::Kind::kWrite, whole, EINVAL)
                               : kernel->WriteAt(path, whole, offset);
-    if (taken >= 0) return taken;
-    errno = static_cast<int>(-taken);
-    return -1;
+    return taken < 0 ? Fail(static_cast<int>(-taken)) : taken;
 }
 
 // A node that is open for writing, and how much was written.
@@ -165,11 +160,14 @@ int CloseCookie(void* cookie) {
     return 0;
 }
 
-using FopenFunction = FILE*(const char*, const char*);
+}  // namespace
+
+extern "C" {
 
 // A node is read from its file. It is written through a stream that hands the text to the kernel
 // when it is flushed, so that a refusal shows where it does on a phone: when the stream is closed.
-FILE* OpenStream(FopenFunction* real, const char* path, const char* mode) {
+FILE* fopen(const char* path, const char* mode) {
+    static const auto real = lab::RealFunction<FILE*(const char*, const char*)>("fopen");
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, mode);
     const bool forWriting = std::strpbrk(mode, "wa+") != nullptr;
@@ -188,18 +186,18 @@ FILE* OpenStream(FopenFunction* real, const char* path, const char* mode) {
     return stream;
 }
 
-using OpenFunction = int(const char*, int, ...);
-
-int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
+int open(const char* path, int flags, ...) {
+    static const auto real = lab::RealFunction<int(const char*, int, ...)>("open");
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
     Kernel* const kernel = KernelFor(path);
     if (kernel == nullptr) return real(path, flags, mode);
     const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
     const int error =
         OpenNode(*kernel, path, {forWriting, (flags & O_CREAT) != 0, (flags & O_EXCL) != 0});
-    if (error != 0) {
-        errno = error;
-        return -1;
-    }
+    if (error != 0) return Fail(error);
     if ((flags & O_CLOEXEC) == 0) ++Phone::Current()->GetBreaches().inheritableNodes;
     // The file keeps its text until the kernel has taken another.
     const int kept = flags & ~(O_TRUNC | O_CREAT | O_EXCL);
@@ -207,51 +205,6 @@ int OpenFd(OpenFunction* real, const char* path, int flags, mode_t mode) {
         real((forWriting ? kernel->FileOf(path) : FileToRead(*kernel, path)).c_str(), kept);
     if (fd >= 0 && forWriting) Nodes().Add(fd, path);
     return fd;
-}
-
-template <typename PwriteFunction>
-ssize_t WriteAtOffset(PwriteFunction* real, int fd, const void* data, size_t length,
-                      int64_t offset) {
-    const std::optional<OpenNodeFile> file = Nodes().Find(fd);
-    if (!file) return real(fd, data, length, offset);
-    if (offset >= 0) {
-        return StoreTo(file->path, static_cast<const char*>(data), length,
-                       static_cast<size_t>(offset));
-    }
-    errno = EINVAL;
-    return -1;
-}
-
-}  // namespace
-
-extern "C" {
-
-FILE* fopen(const char* path, const char* mode) {
-    static const auto real = lab::RealFunction<FopenFunction>("fopen");
-    return OpenStream(real, path, mode);
-}
-
-FILE* fopen64(const char* path, const char* mode) {
-    static const auto real = lab::RealFunction<FopenFunction>("fopen64");
-    return OpenStream(real, path, mode);
-}
-
-int open(const char* path, int flags, ...) {
-    static const auto real = lab::RealFunction<OpenFunction>("open");
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return OpenFd(real, path, flags, mode);
-}
-
-int open64(const char* path, int flags, ...) {
-    static const auto real = lab::RealFunction<OpenFunction>("open64");
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return OpenFd(real, path, flags, mode);
 }
 
 ssize_t write(int fd, const void* data, size_t length) {
@@ -265,13 +218,10 @@ ssize_t write(int fd, const void* data, size_t length) {
 
 ssize_t pwrite(int fd, const void* data, size_t length, off_t offset) {
     static const auto real = lab::RealFunction<ssize_t(int, const void*, size_t, off_t)>("pwrite");
-    return WriteAtOffset(real, fd, data, length, offset);
-}
-
-ssize_t pwrite64(int fd, const void* data, size_t length, off64_t offset) {
-    static const auto real =
-        lab::RealFunction<ssize_t(int, const void*, size_t, off64_t)>("pwrite64");
-    return WriteAtOffset(real, fd, data, length, offset);
+    const std::optional<OpenNodeFile> file = Nodes().Find(fd);
+    if (!file) return real(fd, data, length, offset);
+    if (offset < 0) return Fail(EINVAL);
+    return StoreTo(file->path, static_cast<const char*>(data), length, static_cast<size_t>(offset));
 }
 
 int close(int fd) {
@@ -279,5 +229,11 @@ int close(int fd) {
     Nodes().Remove(fd);  // first: another thread may get the same number at once
     return real(fd);
 }
+
+// Where offsets have 64 bits anyway these are the same functions, as in the C library.
+FILE* fopen64(const char* path, const char* mode) __attribute__((alias("fopen")));
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+ssize_t pwrite64(int fd, const void* data, size_t length, off64_t offset)
+    __attribute__((alias("pwrite")));
 
 }  // extern "C"

@@ -1,7 +1,10 @@
-// The function of the C library (or of a sanitizer) that a symbol of the phone stands before.
+// The function of the C library (or of a sanitizer) that a symbol of the phone stands before, and
+// how such a function fails.
 #pragma once
 
 #include <dlfcn.h>
+
+#include <cerrno>
 
 namespace lab {
 
@@ -10,6 +13,12 @@ namespace lab {
 template <typename Function>
 Function* RealFunction(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Returns -1, with `error` as the errno.
+inline int Fail(int error) {
+    errno = error;
+    return -1;
 }
 
 }  // namespace lab

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -116,10 +115,7 @@ Dispatcher& TheDispatcher() {
 
 int CreateRealTimer(clockid_t clock, const sigevent& notification, timer_t* id) {
     static const auto real = RealFunction<int(clockid_t, sigevent*, timer_t*)>("timer_create");
-    if (notification.sigev_notify_function == nullptr || id == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
+    if (notification.sigev_notify_function == nullptr || id == nullptr) return Fail(EINVAL);
     sigevent signalling{};
     signalling.sigev_notify = SIGEV_THREAD_ID;
     signalling.sigev_signo = Signal();

@@ -1,6 +1,5 @@
 // timer_create and its kin, as the plug-in finds them: with a phone on a virtual clock its timers
 // run on that clock; else they are the machine's, and a phone on the real clock records them.
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 
@@ -12,6 +11,7 @@
 
 namespace {
 
+using lab::Fail;
 using lab::Phone;
 using lab::PosixTimers;
 using lab::TimerEvent;
@@ -20,20 +20,10 @@ void Record(TimerEvent::Kind kind, int64_t ms = 0, clockid_t clock = 0) {
     if (Phone* const phone = Phone::Current()) phone->Events().Add(TimerEvent{kind, ms, clock});
 }
 
-// Null without a phone or on the real clock.
+// Null without a phone or on the real clock: ids of virtual timers are stale then.
 PosixTimers* VirtualTimers() {
     Phone* const phone = Phone::Current();
     return phone == nullptr ? nullptr : phone->VirtualTimers();
-}
-
-int Fail(int error) {
-    errno = error;
-    return -1;
-}
-
-// An id of virtual timers that are no more.
-int FailStale() {
-    return Fail(EINVAL);
 }
 
 }  // namespace
@@ -60,7 +50,7 @@ int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* fo
     if (phone != nullptr && phone->GetFaults().TimerFailsToSet()) return Fail(EINVAL);
     if (PosixTimers::IsOurs(id)) {
         PosixTimers* const timers = VirtualTimers();
-        return timers == nullptr ? FailStale() : timers->Set(id, flags, value, former);
+        return timers == nullptr ? Fail(EINVAL) : timers->Set(id, flags, value, former);
     }
     const int result = real(id, flags, value, former);
     if (result == 0) {
@@ -74,14 +64,14 @@ int timer_gettime(timer_t id, itimerspec* remaining) noexcept {
     static const auto real = lab::RealFunction<decltype(timer_gettime)>("timer_gettime");
     if (!PosixTimers::IsOurs(id)) return real(id, remaining);
     PosixTimers* const timers = VirtualTimers();
-    return timers == nullptr ? FailStale() : timers->Get(id, remaining);
+    return timers == nullptr ? Fail(EINVAL) : timers->Get(id, remaining);
 }
 
 int timer_delete(timer_t id) noexcept {
     static const auto real = lab::RealFunction<decltype(timer_delete)>("timer_delete");
     if (PosixTimers::IsOurs(id)) {
         PosixTimers* const timers = VirtualTimers();
-        return timers == nullptr ? FailStale() : timers->Delete(id);
+        return timers == nullptr ? Fail(EINVAL) : timers->Delete(id);
     }
     const int result = real(id);
     if (result == 0) Record(TimerEvent::Kind::kDelete);
