@@ -118,7 +118,6 @@ class PerfHal::Locks {
     struct HeldLock {
         Lock lock;
         std::optional<Clock::Id> expiry;
-        uint64_t term = 0;  // which of the lock's terms runs; a renewal begins another
     };
 
     // Takes the lock, or gives the held one its new list and duration.
@@ -134,11 +133,9 @@ class PerfHal::Locks {
         held.lock.list = std::move(list);
         held.lock.until.reset();
         held.expiry.reset();
-        held.term = ++mLastTerm;
         if (durationMs > 0) {
             held.lock.until = now + std::chrono::milliseconds(durationMs);
-            held.expiry = mClock.Schedule(
-                *held.lock.until, [this, handle, term = held.term] { Expire(handle, term); });
+            held.expiry = mClock.Schedule(*held.lock.until, [this, handle] { Expire(handle); });
         }
 
         // What only the former list named is undone first, then the new list in its order.
@@ -159,11 +156,13 @@ class PerfHal::Locks {
         Apply(DropClaims(lock));
     }
 
-    // Called by the clock; the lock may have been released or renewed since.
-    void Expire(int handle, uint64_t term) {
+    // Called by the clock; the lock may have been released or renewed meanwhile.
+    void Expire(int handle) {
         std::lock_guard<std::mutex> guard(mMutex);
         const auto held = mHeld.find(handle);
-        if (held == mHeld.end() || held->second.term != term) return;
+        if (held == mHeld.end()) return;
+        const std::optional<Time> until = held->second.lock.until;
+        if (!until || *until > mClock.Now()) return;
         mRecorder.Add(LockExpire{handle});
         LetGo(handle);
     }
@@ -304,7 +303,6 @@ class PerfHal::Locks {
     std::map<ResourceKey, Resource> mResources;  // those on which a lock has a claim
     std::map<int, std::vector<Drive>> mDrives;   // by opcode
     int mLastHandle = 0;
-    uint64_t mLastTerm = 0;
     int mRefusals = 0;
     int mRefusal = 0;
 };

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "lab/phone/events.h"
+#include "lab/phone/real_function.h"
 
 namespace lab {
 
@@ -21,10 +21,6 @@ constexpr uintptr_t kIdMarkMask = 0xFFFF0000'00000000;
 
 std::atomic<uintptr_t> gLastId{kIdMark};
 
-uintptr_t KeyOf(timer_t id) {
-    return reinterpret_cast<uintptr_t>(id);
-}
-
 bool IsValid(const timespec& time) {
     return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < kNsPerSecond;
 }
@@ -38,11 +34,6 @@ timespec ToTimespec(Time time) {
             static_cast<long>(time.count() % kNsPerSecond)};
 }
 
-int Fail(int error) {
-    errno = error;
-    return -1;
-}
-
 }  // namespace
 
 int64_t ToMs(const timespec& time) {
@@ -51,7 +42,7 @@ int64_t ToMs(const timespec& time) {
 }
 
 bool PosixTimers::IsOurs(timer_t id) {
-    return (KeyOf(id) & kIdMarkMask) == kIdMark;
+    return (reinterpret_cast<uintptr_t>(id) & kIdMarkMask) == kIdMark;
 }
 
 int PosixTimers::Create(clockid_t clock, const sigevent* notification, timer_t* id) {
@@ -60,9 +51,8 @@ int PosixTimers::Create(clockid_t clock, const sigevent* notification, timer_t* 
     if (!isThread && notification->sigev_notify != SIGEV_NONE) return Fail(EINVAL);
     if (isThread && notification->sigev_notify_function == nullptr) return Fail(EINVAL);
     std::lock_guard<std::mutex> guard(mMutex);
-    const uintptr_t key = ++gLastId;
-    mTimers[key].notification = *notification;
-    *id = reinterpret_cast<timer_t>(key);  // NOLINT(performance-no-int-to-ptr): an id by type only
+    *id = reinterpret_cast<timer_t>(++gLastId);  // NOLINT(performance-no-int-to-ptr): by type only
+    mTimers[*id].notification = *notification;
     mRecorder.Add(TimerEvent{TimerEvent::Kind::kCreate, 0, clock});
     return 0;
 }
@@ -85,7 +75,7 @@ int PosixTimers::Set(timer_t id, int flags, const itimerspec* value, itimerspec*
     }
     timer->when = mClock.Now() + delay;
     timer->interval = ToTime(value->it_interval);
-    Arm(KeyOf(id), *timer);
+    Arm(id, *timer);
     mRecorder.Add(TimerEvent{TimerEvent::Kind::kArm, ToMs(value->it_value)});
     return 0;
 }
@@ -103,34 +93,32 @@ int PosixTimers::Delete(timer_t id) {
     const Timer* const timer = Find(id);
     if (timer == nullptr) return Fail(EINVAL);
     if (timer->expiry) mClock.Cancel(*timer->expiry);
-    mTimers.erase(KeyOf(id));
+    mTimers.erase(id);
     mRecorder.Add(TimerEvent{TimerEvent::Kind::kDelete, 0});
     return 0;
 }
 
 PosixTimers::Timer* PosixTimers::Find(timer_t id) {
-    const auto found = mTimers.find(KeyOf(id));
+    const auto found = mTimers.find(id);
     return found == mTimers.end() ? nullptr : &found->second;
 }
 
-void PosixTimers::Arm(uintptr_t key, Timer& timer) {
-    timer.term = ++mLastTerm;
-    timer.expiry = mClock.Schedule(timer.when, [this, key, term = timer.term] { Fire(key, term); });
+void PosixTimers::Arm(timer_t id, Timer& timer) {
+    timer.expiry = mClock.Schedule(timer.when, [this, id] { Fire(id); });
 }
 
-// Called by the clock; the timer may have been set again or deleted since.
-void PosixTimers::Fire(uintptr_t key, uint64_t term) {
+// Called by the clock; the timer may have been set again or deleted meanwhile.
+void PosixTimers::Fire(timer_t id) {
     sigevent notification{};
     {
         std::lock_guard<std::mutex> guard(mMutex);
-        const auto found = mTimers.find(key);
-        if (found == mTimers.end() || found->second.term != term) return;
-        Timer& timer = found->second;
-        notification = timer.notification;
-        timer.expiry.reset();
-        if (timer.interval > Time::zero()) {
-            timer.when += timer.interval;
-            Arm(key, timer);
+        Timer* const timer = Find(id);
+        if (timer == nullptr || !timer->expiry || timer->when > mClock.Now()) return;
+        notification = timer->notification;
+        timer->expiry.reset();
+        if (timer->interval > Time::zero()) {
+            timer->when += timer->interval;
+            Arm(id, *timer);
         }
         mRecorder.Add(TimerEvent{TimerEvent::Kind::kFire, 0});
     }

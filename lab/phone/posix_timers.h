@@ -35,19 +35,17 @@ class PosixTimers {
         std::optional<Clock::Id> expiry;
         Time when{};
         Time interval{};
-        uint64_t term = 0;  // which arming runs
     };
 
     Timer* Find(timer_t id);
-    void Arm(uintptr_t key, Timer& timer);
-    void Fire(uintptr_t key, uint64_t term);
+    void Arm(timer_t id, Timer& timer);
+    void Fire(timer_t id);
     itimerspec Remaining(const Timer& timer) const;
 
     Clock& mClock;
     Recorder& mRecorder;
     std::mutex mMutex;
-    std::map<uintptr_t, Timer> mTimers;
-    uint64_t mLastTerm = 0;
+    std::map<timer_t, Timer> mTimers;
 };
 
 // For TimerEvent: the time in ms, part of a ms counting as one.
