@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <limits>
 
 namespace lab {
 
 namespace {
 
-constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kBlanks = " \t\n\v\f\r\xa0";
 
 bool IsDigit(char c) {
@@ -19,29 +19,29 @@ char Lower(char c) {
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-// 0 to 35, or 36 for what is no digit of any base.
-unsigned DigitOf(char c) {
-    if (IsDigit(c)) return static_cast<unsigned>(c - '0');
-    const char letter = Lower(c);
-    return letter >= 'a' && letter <= 'z' ? static_cast<unsigned>(letter - 'a') + 10 : 36;
-}
-
-// Takes digits of `base` off the front. `overflowed` says that the number lost its upper part.
-uint64_t TakeDigits(std::string_view& text, unsigned base, bool& overflowed) {
+// Takes digits off the front. What is too long for 64 bits loses its upper part.
+uint64_t TakeDigits(std::string_view& text) {
     uint64_t number = 0;
-    while (!text.empty() && DigitOf(text[0]) < base) {
-        uint64_t next = 0;
-        overflowed |= __builtin_mul_overflow(number, uint64_t{base}, &next);
-        overflowed |= __builtin_add_overflow(next, uint64_t{DigitOf(text[0])}, &number);
-        text.remove_prefix(1);
+    for (; !text.empty() && IsDigit(text[0]); text.remove_prefix(1)) {
+        number = number * 10 + static_cast<uint64_t>(text[0] - '0');
     }
     return number;
 }
 
+// Takes a number of `base` off the front. None: no digit, or more than 64 bits.
+std::optional<uint64_t> TakeInBase(std::string_view& text, int base) {
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    if (error != std::errc()) return std::nullopt;
+    text.remove_prefix(static_cast<size_t>(end - text.data()));
+    return number;
+}
+
 // The base that a number's beginning tells, which is taken off for a hexadecimal one.
-unsigned TakeRadix(std::string_view& text) {
+int TakeRadix(std::string_view& text) {
     if (text.empty() || text[0] != '0') return 10;
-    const bool isHex = text.size() > 2 && Lower(text[1]) == 'x' && DigitOf(text[2]) < 16;
+    const bool isHex = text.size() > 2 && Lower(text[1]) == 'x' &&
+                       std::isxdigit(static_cast<unsigned char>(text[2])) != 0;
     if (isHex) text.remove_prefix(2);
     return isHex ? 16 : 8;
 }
@@ -53,8 +53,7 @@ std::optional<int64_t> TakeSigned(std::string_view& text) {
     const bool isNegative = rest.starts_with('-');
     if (isNegative) rest.remove_prefix(1);
     if (rest.empty() || !IsDigit(rest[0])) return std::nullopt;
-    bool overflowed = false;
-    const uint64_t number = TakeDigits(rest, 10, overflowed);
+    const uint64_t number = TakeDigits(rest);
     text = rest;
     return static_cast<int64_t>(isNegative ? -number : number);
 }
@@ -68,18 +67,16 @@ void TakeBlanks(std::string_view& text) {
 std::optional<uint64_t> ScanNumber(std::string_view text) {
     TakeBlanks(text);
     if (text.empty() || !IsDigit(text[0])) return std::nullopt;
-    bool overflowed = false;
-    return TakeDigits(text, 10, overflowed);
+    return TakeDigits(text);
 }
 
 std::optional<int64_t> ParseWholeNumber(std::string_view text) {
     if (text.ends_with('\n')) text.remove_suffix(1);
     if (text.starts_with('+')) text.remove_prefix(1);
-    if (text.empty() || text.find_first_not_of(kDigits) != std::string::npos) return std::nullopt;
-    bool overflowed = false;
-    const uint64_t number = TakeDigits(text, 10, overflowed);
-    if (overflowed || number > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-    return static_cast<int64_t>(number);
+    const std::optional<uint64_t> number = TakeInBase(text, 10);
+    constexpr uint64_t kMost = std::numeric_limits<uint32_t>::max();
+    if (!number || !text.empty() || *number > kMost) return std::nullopt;
+    return static_cast<int64_t>(*number);
 }
 
 std::optional<bool> ParseBool(std::string_view text, bool knowsTrueAndFalse) {
@@ -99,15 +96,15 @@ std::optional<int64_t> TakeSysctlNumber(std::string_view& text) {
     const bool isNegative = rest.size() > 1 && rest[0] == '-';
     if (isNegative) rest.remove_prefix(1);
     if (rest.empty() || !IsDigit(rest[0])) return std::nullopt;
-    const unsigned base = TakeRadix(rest);
-    bool overflowed = false;
-    const uint64_t number = TakeDigits(rest, base, overflowed);
+    const int base = TakeRadix(rest);
+    const std::optional<uint64_t> number = TakeInBase(rest, base);
     const bool ends = rest.empty() || rest[0] == ' ' || rest[0] == '\t' || rest[0] == '\n';
-    if (overflowed || !ends || text.size() - rest.size() > kLongest) return std::nullopt;
+    if (!number || !ends || text.size() - rest.size() > kLongest) return std::nullopt;
     constexpr uint64_t kMost = std::numeric_limits<int32_t>::max();
-    if (number > (isNegative ? kMost + 1 : kMost)) return std::nullopt;
+    if (*number > (isNegative ? kMost + 1 : kMost)) return std::nullopt;
     text = rest;
-    return isNegative ? -static_cast<int64_t>(number) : static_cast<int64_t>(number);
+    const auto magnitude = static_cast<int64_t>(*number);
+    return isNegative ? -magnitude : magnitude;
 }
 
 std::optional<int64_t> ParseHundredths(std::string_view text) {
