@@ -228,11 +228,11 @@ std::optional<std::string> Machine::PathOf(const std::string& path) const {
 // vendor's nodes use as well.
 void Machine::AddStandIns(std::vector<NamedNode>& nodes) const {
     if (!mKernel.has.contains("stand_ins")) return;
-    constexpr int64_t kLow = std::numeric_limits<int32_t>::min();
-    constexpr int64_t kHigh = std::numeric_limits<int32_t>::max();
     constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
-    nodes.push_back({{"/proc/sys/vm/swappiness"}, MakeSysctlNode({60}, 0, 200)});
-    nodes.push_back({{"/proc/sys/kernel/printk"}, MakeSysctlNode({1, 4, 1, 7}, kLow, kHigh)});
+    const auto isTo200 = [](size_t, int64_t n) { return n >= 0 && n <= 200; };
+    const auto isAny = [](size_t, int64_t) { return true; };
+    nodes.push_back({{"/proc/sys/vm/swappiness"}, MakeSysctlNode({60}, isTo200)});
+    nodes.push_back({{"/proc/sys/kernel/printk"}, MakeSysctlNode({1, 4, 1, 7}, isAny)});
     nodes.push_back({{"/sys/kernel/mm/ksm/sleep_millisecs"},
                      MakeNumberNode({"sleep_millisecs", Scan::kWhole, 0, kU32Max, 20})});
 }

@@ -49,7 +49,7 @@ class FreqLimitNode : public SysfsNode {
 
 class OnlineNode : public SysfsNode {
   public:
-    OnlineNode(std::shared_ptr<RunningCpus> all, std::shared_ptr<RunningCpus> ofCluster,
+    OnlineNode(std::shared_ptr<int> all, std::shared_ptr<int> ofCluster,
                std::shared_ptr<CpuLimits> limits, bool knowsTrueAndFalse)
         : mAll(std::move(all)),
           mOfCluster(std::move(ofCluster)),
@@ -66,21 +66,21 @@ class OnlineNode : public SysfsNode {
         const std::optional<bool> runs = ParseBool(text, mKnowsTrueAndFalse);
         if (!runs) return EINVAL;
         if (*runs == mRuns) return 0;
-        if (!*runs && mAll->count == 1) return EBUSY;
+        if (!*runs && *mAll == 1) return EBUSY;
         mRuns = *runs;
         Count(mRuns ? 1 : -1);
-        mLimits->SetOnline(mOfCluster->count > 0);
+        mLimits->SetOnline(*mOfCluster > 0);
         return 0;
     }
 
   private:
     void Count(int difference) {
-        mAll->count += difference;
-        mOfCluster->count += difference;
+        *mAll += difference;
+        *mOfCluster += difference;
     }
 
-    const std::shared_ptr<RunningCpus> mAll;
-    const std::shared_ptr<RunningCpus> mOfCluster;
+    const std::shared_ptr<int> mAll;
+    const std::shared_ptr<int> mOfCluster;
     const std::shared_ptr<CpuLimits> mLimits;
     const bool mKnowsTrueAndFalse;
     bool mRuns = true;
@@ -201,8 +201,7 @@ std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side
     return std::make_shared<FreqLimitNode>(std::move(limits), side);
 }
 
-std::shared_ptr<Node> MakeOnlineNode(std::shared_ptr<RunningCpus> all,
-                                     std::shared_ptr<RunningCpus> ofCluster,
+std::shared_ptr<Node> MakeOnlineNode(std::shared_ptr<int> all, std::shared_ptr<int> ofCluster,
                                      std::shared_ptr<CpuLimits> limits, const KernelRules& rules) {
     return std::make_shared<OnlineNode>(std::move(all), std::move(ofCluster), std::move(limits),
                                         rules.knowsTrueAndFalse);

@@ -1,6 +1,7 @@
 #include "lab/phone/node_kinds.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -15,8 +16,13 @@ namespace {
 constexpr int64_t kU32Max = std::numeric_limits<uint32_t>::max();
 constexpr size_t kPageSize = 4096;
 
+bool IsBool(Scan scan) {
+    return scan == Scan::kBool || scan == Scan::kBoolOrTrueFalse;
+}
+
 std::optional<int64_t> Parse(Scan scan, const std::string& text) {
     if (scan == Scan::kWhole) return ParseWholeNumber(text);
+    if (IsBool(scan)) return ParseBool(text, scan == Scan::kBoolOrTrueFalse);
     const std::optional<uint64_t> number = ScanNumber(text);
     if (!number) return std::nullopt;
     return static_cast<int64_t>(*number & kU32Max);
@@ -24,178 +30,106 @@ std::optional<int64_t> Parse(Scan scan, const std::string& text) {
 
 class NumberNode : public SysfsNode {
   public:
-    explicit NumberNode(const NumberRule& rule) : mRule(rule), mValue(rule.initial) {}
+    NumberNode(Scan scan, std::shared_ptr<int64_t> value, TakeNumber take)
+        : mScan(scan), mValue(std::move(value)), mTake(std::move(take)) {}
 
-    std::string Show() const override { return std::to_string(mValue); }
+    std::string Show() const override { return std::to_string(*mValue); }
     void Restore(const std::string& saved) override {
-        if (const auto value = ParseWholeNumber(saved)) mValue = *value;
+        if (IsBool(mScan)) {
+            *mValue = saved == "1" ? 1 : 0;
+        } else if (const auto value = ParseWholeNumber(saved)) {
+            *mValue = *value;
+        }
     }
 
   protected:
     int Take(const std::string& text) override {
-        const std::optional<int64_t> value = Parse(mRule.scan, text);
-        if (!value) return EINVAL;
-        mValue = std::clamp(*value, mRule.low, mRule.high);
+        const std::optional<int64_t> number = Parse(mScan, text);
+        const int64_t taken = number ? mTake(*number) : -EINVAL;
+        if (taken < 0) return static_cast<int>(-taken);
+        *mValue = taken;
         return 0;
     }
 
   private:
-    const NumberRule mRule;
-    int64_t mValue;
+    const Scan mScan;
+    const std::shared_ptr<int64_t> mValue;
+    const TakeNumber mTake;
 };
 
-class BoolNode : public SysfsNode {
+class SysctlNode : public Node {
   public:
-    BoolNode(bool initial, bool knowsTrueAndFalse)
-        : mKnowsTrueAndFalse(knowsTrueAndFalse), mValue(initial) {}
+    explicit SysctlNode(size_t count) : mCount(count) {}
 
-    std::string Show() const override { return mValue ? "1" : "0"; }
-    void Restore(const std::string& saved) override { mValue = saved == "1"; }
+    ssize_t Store(const std::string& text, size_t offset) override {
+        if (text.empty() || offset > 0) return static_cast<ssize_t>(text.size());
+        std::string_view rest = text;
+        TakeBlanks(rest);
+        if (rest.empty()) return -EINVAL;
+        for (size_t i = 0; i < mCount && !rest.empty(); ++i) {
+            const std::optional<int64_t> number = TakeSysctlNumber(rest);
+            if (!number || !Set(i, *number)) return -EINVAL;
+            TakeBlanks(rest);
+        }
+        return static_cast<ssize_t>(text.size() - rest.size());
+    }
+    void Restore(const std::string& saved) override { Store(saved, 0); }
 
   protected:
-    int Take(const std::string& text) override {
-        const std::optional<bool> value = ParseBool(text, mKnowsTrueAndFalse);
-        if (!value) return EINVAL;
-        mValue = *value;
-        return 0;
-    }
+    // Sets the number of that index; false: refused.
+    virtual bool Set(size_t index, int64_t number) = 0;
 
   private:
-    const bool mKnowsTrueAndFalse;
-    bool mValue;
+    const size_t mCount;
 };
 
 class SysctlNumbersNode : public SysctlNode {
   public:
-    SysctlNumbersNode(std::vector<int64_t> initial, int64_t low, int64_t high)
-        : mNumbers(std::move(initial)), mLow(low), mHigh(high) {}
+    SysctlNumbersNode(std::shared_ptr<Ints> ints, size_t count, TakesInt takes)
+        : SysctlNode(count), mInts(std::move(ints)), mTakes(std::move(takes)) {}
 
     std::string Show() const override {
         std::string text;
-        for (const int64_t number : mNumbers) {
+        for (const int64_t number : *mInts) {
             text += (text.empty() ? "" : "\t") + std::to_string(number);
         }
         return text;
     }
-    void Restore(const std::string& saved) override { Store(saved, 0); }
 
   protected:
-    size_t Count() const override { return mNumbers.size(); }
     bool Set(size_t index, int64_t number) override {
-        if (number < mLow || number > mHigh) return false;
-        mNumbers[index] = number;
+        if (!mTakes(index, number)) return false;
+        (*mInts)[index] = number;
         return true;
     }
 
-  private:
-    std::vector<int64_t> mNumbers;
-    const int64_t mLow;
-    const int64_t mHigh;
-};
-
-class ChoiceNode : public SysctlNode {
-  public:
-    ChoiceNode(std::vector<int64_t> choices, int64_t initial)
-        : mChoices(std::move(choices)), mValue(initial) {}
-
-    std::string Show() const override { return std::to_string(mValue); }
-    void Restore(const std::string& saved) override { Store(saved, 0); }
-
-  protected:
-    size_t Count() const override { return 1; }
-    bool Set(size_t, int64_t number) override {
-        if (std::find(mChoices.begin(), mChoices.end(), number) == mChoices.end()) return false;
-        mValue = number;
-        return true;
-    }
+    const std::shared_ptr<Ints> mInts;
 
   private:
-    const std::vector<int64_t> mChoices;
-    int64_t mValue;
+    const TakesInt mTakes;
 };
 
-class ReadOnlyNode : public Node {
+class CheckedSysctlNode : public SysctlNumbersNode {
   public:
-    ReadOnlyNode(std::function<std::string()> show, std::function<int()> readError)
-        : mShow(std::move(show)), mReadError(std::move(readError)) {}
+    using SysctlNumbersNode::SysctlNumbersNode;
 
-    std::string Show() const override { return mShow(); }
-    int ReadError() const override { return mReadError ? mReadError() : 0; }
-    ssize_t Store(const std::string&, size_t) override { return -EACCES; }
-    void Restore(const std::string&) override {}
-    bool IsReadOnly() const override { return true; }
-
-  private:
-    const std::function<std::string()> mShow;
-    const std::function<int()> mReadError;
-};
-
-class BusLimitNode : public SysfsNode {
-  public:
-    BusLimitNode(std::shared_ptr<BusLimits> limits, Side side)
-        : mLimits(std::move(limits)), mSide(side) {}
-
-    std::string Show() const override {
-        return std::to_string(mSide == Side::kMin ? mLimits->min : mLimits->max);
-    }
+    // Unchecked: the other node may not be back yet.
     void Restore(const std::string& saved) override {
-        const auto value = ParseWholeNumber(saved);
-        if (value) (mSide == Side::kMin ? mLimits->min : mLimits->max) = *value;
-    }
-
-  protected:
-    int Take(const std::string& text) override {
-        const std::optional<int64_t> value = ParseWholeNumber(text);
-        if (!value) return EINVAL;
-        if (mSide == Side::kMin) {
-            mLimits->min = std::min(std::max(*value, mLimits->low), mLimits->max);
-        } else {
-            mLimits->max = std::max(std::min(*value, mLimits->high), mLimits->min);
+        std::string_view rest = saved;
+        Ints numbers;
+        while (numbers.size() < mInts->size()) {
+            const std::optional<int64_t> next = TakeSysctlNumber(rest);
+            if (!next) return;
+            numbers.push_back(*next);
         }
-        return 0;
+        *mInts = numbers;
     }
-
-  private:
-    const std::shared_ptr<BusLimits> mLimits;
-    const Side mSide;
-};
-
-class GpuLevelNode : public SysfsNode {
-  public:
-    GpuLevelNode(std::vector<int64_t> levelsMhz, int64_t initialMhz, int64_t hzPerUnit,
-                 int noMatchError)
-        : mLevelsMhz(std::move(levelsMhz)),
-          mHzPerUnit(hzPerUnit),
-          mNoMatchError(noMatchError),
-          mMhz(initialMhz) {}
-
-    std::string Show() const override { return std::to_string(mMhz * kHzPerMhz / mHzPerUnit); }
-    void Restore(const std::string& saved) override {
-        if (const auto value = ParseWholeNumber(saved)) mMhz = *value * mHzPerUnit / kHzPerMhz;
-    }
-
-  protected:
-    int Take(const std::string& text) override {
-        constexpr int64_t kReachHz = 5 * kHzPerMhz;
-        const std::optional<int64_t> value = ParseWholeNumber(text);
-        if (!value) return EINVAL;
-        for (const int64_t mhz : mLevelsMhz) {
-            if (std::abs(mhz * kHzPerMhz - *value * mHzPerUnit) > kReachHz) continue;
-            mMhz = mhz;
-            return 0;
-        }
-        return mNoMatchError;
-    }
-
-  private:
-    const std::vector<int64_t> mLevelsMhz;
-    const int64_t mHzPerUnit;
-    const int mNoMatchError;
-    int64_t mMhz;
 };
 
 class SchedBoostNode : public SysctlNode {
   public:
+    SchedBoostNode() : SysctlNode(1) {}
+
     std::string Show() const override {
         for (size_t boost = 1; boost <= kBoosts; ++boost) {
             if (mHolders[boost] > 0) return std::to_string(boost);
@@ -204,12 +138,11 @@ class SchedBoostNode : public SysctlNode {
     }
     void Restore(const std::string& saved) override {
         mHolders.fill(0);
-        Store(saved, 0);
+        SysctlNode::Restore(saved);
     }
     bool IsCounted() const override { return true; }
 
   protected:
-    size_t Count() const override { return 1; }
     bool Set(size_t, int64_t number) override {
         const size_t boost = static_cast<size_t>(std::abs(number));
         if (boost > kBoosts) return false;
@@ -229,38 +162,20 @@ class SchedBoostNode : public SysctlNode {
     std::array<int, kBoosts + 1> mHolders{};
 };
 
-class MigrateNode : public SysctlNode {
+class ReadOnlyNode : public Node {
   public:
-    MigrateNode(std::shared_ptr<MigrateMargins> margins, bool isUp)
-        : mMargins(std::move(margins)), mIsUp(isUp) {}
+    ReadOnlyNode(std::function<std::string()> show, std::function<int()> readError)
+        : mShow(std::move(show)), mReadError(std::move(readError)) {}
 
-    std::string Show() const override {
-        const auto& mine = mIsUp ? mMargins->up : mMargins->down;
-        return std::to_string(mine[0]) + "\t" + std::to_string(mine[1]);
-    }
-    void Restore(const std::string& saved) override {
-        std::string_view rest = saved;
-        auto numbers = mIsUp ? mMargins->up : mMargins->down;
-        for (int64_t& number : numbers) {
-            const std::optional<int64_t> next = TakeSysctlNumber(rest);
-            if (!next) return;
-            number = *next;
-        }
-        (mIsUp ? mMargins->up : mMargins->down) = numbers;
-    }
-
-  protected:
-    size_t Count() const override { return mMargins->boundaries; }
-    bool Set(size_t index, int64_t number) override {
-        if (number < 1 || number > 100) return false;
-        if (mIsUp ? number < mMargins->down[index] : number > mMargins->up[index]) return false;
-        (mIsUp ? mMargins->up : mMargins->down)[index] = number;
-        return true;
-    }
+    std::string Show() const override { return mShow(); }
+    int ReadError() const override { return mReadError ? mReadError() : 0; }
+    ssize_t Store(const std::string&, size_t) override { return -EACCES; }
+    void Restore(const std::string&) override {}
+    bool IsReadOnly() const override { return true; }
 
   private:
-    const std::shared_ptr<MigrateMargins> mMargins;
-    const bool mIsUp;
+    const std::function<std::string()> mShow;
+    const std::function<int()> mReadError;
 };
 
 class UclampNode : public Node {
@@ -325,33 +240,25 @@ ssize_t SysfsNode::Store(const std::string& text, size_t) {
     return error != 0 ? -error : static_cast<ssize_t>(page.size());
 }
 
-ssize_t SysctlNode::Store(const std::string& text, size_t offset) {
-    if (text.empty() || offset > 0) return static_cast<ssize_t>(text.size());
-    std::string_view rest = text;
-    TakeBlanks(rest);
-    if (rest.empty()) return -EINVAL;
-    for (size_t i = 0; i < Count() && !rest.empty(); ++i) {
-        const std::optional<int64_t> number = TakeSysctlNumber(rest);
-        if (!number || !Set(i, *number)) return -EINVAL;
-        TakeBlanks(rest);
-    }
-    return static_cast<ssize_t>(text.size() - rest.size());
+std::shared_ptr<Node> MakeNumberNode(Scan scan, std::shared_ptr<int64_t> value, TakeNumber take) {
+    return std::make_shared<NumberNode>(scan, std::move(value), std::move(take));
 }
 
 std::shared_ptr<Node> MakeNumberNode(const NumberRule& rule) {
-    return std::make_shared<NumberNode>(rule);
+    return MakeNumberNode(
+        rule.scan, std::make_shared<int64_t>(rule.initial),
+        [rule](int64_t number) { return std::clamp(number, rule.low, rule.high); });
 }
 
-std::shared_ptr<Node> MakeBoolNode(bool initial, const KernelRules& rules) {
-    return std::make_shared<BoolNode>(initial, rules.knowsTrueAndFalse);
+std::shared_ptr<Node> MakeSysctlNode(Ints initial, TakesInt takes) {
+    const size_t count = initial.size();
+    return std::make_shared<SysctlNumbersNode>(std::make_shared<Ints>(std::move(initial)), count,
+                                               std::move(takes));
 }
 
-std::shared_ptr<Node> MakeSysctlNode(std::vector<int64_t> initial, int64_t low, int64_t high) {
-    return std::make_shared<SysctlNumbersNode>(std::move(initial), low, high);
-}
-
-std::shared_ptr<Node> MakeChoiceNode(std::vector<int64_t> choices, int64_t initial) {
-    return std::make_shared<ChoiceNode>(std::move(choices), initial);
+std::shared_ptr<Node> MakeCheckedSysctlNode(std::shared_ptr<Ints> ints, size_t count,
+                                            TakesInt takes) {
+    return std::make_shared<CheckedSysctlNode>(std::move(ints), count, std::move(takes));
 }
 
 std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show,
@@ -359,22 +266,8 @@ std::shared_ptr<Node> MakeReadOnlyNode(std::function<std::string()> show,
     return std::make_shared<ReadOnlyNode>(std::move(show), std::move(readError));
 }
 
-std::shared_ptr<Node> MakeBusLimitNode(std::shared_ptr<BusLimits> limits, Side side) {
-    return std::make_shared<BusLimitNode>(std::move(limits), side);
-}
-
-std::shared_ptr<Node> MakeGpuLevelNode(std::vector<int64_t> levelsMhz, int64_t initialMhz,
-                                       int64_t hzPerUnit, int noMatchError) {
-    return std::make_shared<GpuLevelNode>(std::move(levelsMhz), initialMhz, hzPerUnit,
-                                          noMatchError);
-}
-
 std::shared_ptr<Node> MakeSchedBoostNode() {
     return std::make_shared<SchedBoostNode>();
-}
-
-std::shared_ptr<Node> MakeMigrateNode(std::shared_ptr<MigrateMargins> margins, bool isUp) {
-    return std::make_shared<MigrateNode>(std::move(margins), isUp);
 }
 
 std::shared_ptr<Node> MakeUclampNode(const std::string& initial) {

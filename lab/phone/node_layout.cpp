@@ -65,6 +65,10 @@ class Layout {
         mNodes.push_back({{std::move(name)}, std::move(node)});
     }
 
+    void AddNumber(const std::string& folder, const NumberRule& rule) {
+        Add(folder + std::string(rule.name), MakeNumberNode(rule));
+    }
+
     // The cpufreq folder of every CPU is a link to its policy's.
     void AddPolicyNode(const CpuCluster& cluster, const std::string& name,
                        std::shared_ptr<Node> node) {
@@ -91,13 +95,13 @@ class Layout {
         // No load runs on this phone.
         addReadOnly("scaling_cur_freq", [limits] { return limits->Current(); });
 
-        for (const NumberRule& rule : kWaltNodes) {
+        const auto addWalt = [&](const NumberRule& rule) {
             AddPolicyNode(cluster, "walt/" + std::string(rule.name), MakeNumberNode(rule));
-        }
-        AddPolicyNode(
-            cluster, "walt/rtg_boost_freq",
-            MakeNumberNode({"rtg_boost_freq", Scan::kWhole, 0, kU32Max, cluster.rtgBoostKhz}));
-        AddPolicyNode(cluster, "walt/pl", MakeBoolNode(false, mRules));
+        };
+        for (const NumberRule& rule : kWaltNodes) addWalt(rule);
+        addWalt({"rtg_boost_freq", Scan::kWhole, 0, kU32Max, cluster.rtgBoostKhz});
+        const Scan scan = mRules.knowsTrueAndFalse ? Scan::kBoolOrTrueFalse : Scan::kBool;
+        addWalt({"pl", scan, 0, 1, 0});
     }
 
     // Core control has its nodes on a cluster's first CPU only. Its ends are not checked against
@@ -105,9 +109,9 @@ class Layout {
     void AddCores(const CpuCluster& cluster, const std::shared_ptr<CpuLimits>& limits) {
         const int64_t size = cluster.lastCpu - cluster.firstCpu + 1;
         const std::string folder = CpuFolder(cluster.firstCpu) + "/core_ctl/";
-        Add(folder + "min_cpus", MakeNumberNode({"min_cpus", Scan::kLeading, 0, size, 1}));
-        Add(folder + "max_cpus", MakeNumberNode({"max_cpus", Scan::kLeading, 0, size, size}));
-        const auto running = std::make_shared<RunningCpus>();
+        AddNumber(folder, {"min_cpus", Scan::kLeading, 0, size, 1});
+        AddNumber(folder, {"max_cpus", Scan::kLeading, 0, size, size});
+        const auto running = std::make_shared<int>(0);
         for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
             Add(CpuFolder(cpu) + "/online", MakeOnlineNode(mRunning, running, limits, mRules));
         }
@@ -127,32 +131,60 @@ class Layout {
                 return std::to_string(
                     std::clamp(initial, limits->Show(Side::kMin), limits->Show(Side::kMax)));
             }));
-        Add(folder + "min_clock_mhz", MakeGpuLevelNode(mProfile.gpuMhz, lowest, kHzPerMhz, 0));
-        Add(folder + "max_gpuclk", MakeGpuLevelNode(mProfile.gpuMhz, highest, 1, ERANGE));
+        AddGpuClock(folder + "min_clock_mhz", lowest, kHzPerMhz, 0);
+        AddGpuClock(folder + "max_gpuclk", highest, 1, ERANGE);
+    }
+
+    // A clock given by the GPU's power levels: a number within 5 MHz of a level selects it, another
+    // is `noMatchError` (0: ignored). Numbers are in `hzPerUnit` (1 or 1000000).
+    void AddGpuClock(std::string name, int64_t initialMhz, int64_t hzPerUnit, int noMatchError) {
+        constexpr int64_t kReachHz = 5 * kHzPerMhz;
+        const auto clock = std::make_shared<int64_t>(initialMhz * kHzPerMhz / hzPerUnit);
+        const auto select = [=, levels = mProfile.gpuMhz](int64_t number) {
+            for (const int64_t mhz : levels) {
+                const int64_t hz = mhz * kHzPerMhz;
+                if (std::abs(hz - number * hzPerUnit) <= kReachHz) return hz / hzPerUnit;
+            }
+            return noMatchError == 0 ? *clock : -noMatchError;
+        };
+        Add(std::move(name), MakeNumberNode(Scan::kWhole, clock, select));
     }
 
     void AddBus(const BusMonitor& bus) {
         const std::string folder = "/sys/devices/system/cpu/bus_dcvs/" + bus.folder + "/";
-        const auto limits =
-            std::make_shared<BusLimits>(BusLimits{bus.minKhz, bus.maxKhz, bus.minKhz, bus.maxKhz});
-        Add(folder + "min_freq", MakeBusLimitNode(limits, Side::kMin));
-        Add(folder + "max_freq", MakeBusLimitNode(limits, Side::kMax));
+        const int64_t lowest = bus.khz.front();
+        const int64_t highest = bus.khz.back();
+        const auto min = std::make_shared<int64_t>(lowest);
+        const auto max = std::make_shared<int64_t>(highest);
+        // Each end stays between the hardware's end and the other one.
+        const auto takeMin = [=](int64_t khz) { return std::min(std::max(khz, lowest), *max); };
+        const auto takeMax = [=](int64_t khz) { return std::max(std::min(khz, highest), *min); };
+        Add(folder + "min_freq", MakeNumberNode(Scan::kWhole, min, takeMin));
+        Add(folder + "max_freq", MakeNumberNode(Scan::kWhole, max, takeMax));
         if (!bus.isBandwidthMonitor) return;
-        for (const NumberRule& rule : kBandwidthNodes) {
-            Add(folder + std::string(rule.name), MakeNumberNode(rule));
-        }
+        for (const NumberRule& rule : kBandwidthNodes) AddNumber(folder, rule);
     }
 
     void AddScheduler() {
         const std::string folder = "/proc/sys/walt/";
-        const auto margins = std::make_shared<MigrateMargins>();
-        margins->boundaries = std::min(mProfile.clusters.size() - 1, MigrateMargins::kShown);
-        margins->up.fill(95);
-        margins->down.fill(85);
         Add(folder + "sched_boost", MakeSchedBoostNode());
-        Add(folder + "sched_upmigrate", MakeMigrateNode(margins, true));
-        Add(folder + "sched_downmigrate", MakeMigrateNode(margins, false));
-        Add(folder + "sched_ravg_window_nr_ticks", MakeChoiceNode({2, 3, 4, 5, 8}, 4));
+        // Percentages at which a task moves up and down, one of each for each cluster boundary; up
+        // stays at or above down. A read always gives two.
+        constexpr size_t kShown = 2;
+        const size_t boundaries = std::min(mProfile.clusters.size() - 1, kShown);
+        const auto up = std::make_shared<Ints>(kShown, 95);
+        const auto down = std::make_shared<Ints>(kShown, 85);
+        const auto takesUp = [down](size_t index, int64_t percent) {
+            return percent >= std::max((*down)[index], int64_t{1}) && percent <= 100;
+        };
+        const auto takesDown = [up](size_t index, int64_t percent) {
+            return percent >= 1 && percent <= std::min((*up)[index], int64_t{100});
+        };
+        Add(folder + "sched_upmigrate", MakeCheckedSysctlNode(up, boundaries, takesUp));
+        Add(folder + "sched_downmigrate", MakeCheckedSysctlNode(down, boundaries, takesDown));
+        Add(folder + "sched_ravg_window_nr_ticks", MakeSysctlNode({4}, [](size_t, int64_t ticks) {
+                return (ticks >= 2 && ticks <= 5) || ticks == 8;
+            }));
         for (const std::string group : kTaskGroups) {
             Add("/dev/cpuctl/" + group + "/cpu.uclamp.min", MakeUclampNode("0"));
             Add("/dev/cpuctl/" + group + "/cpu.uclamp.max", MakeUclampNode("max"));
@@ -161,7 +193,7 @@ class Layout {
 
     const DeviceProfile& mProfile;
     const KernelRules& mRules;
-    const std::shared_ptr<RunningCpus> mRunning = std::make_shared<RunningCpus>();
+    const std::shared_ptr<int> mRunning = std::make_shared<int>(0);
     std::vector<NamedNode> mNodes;
 };
 
