@@ -78,8 +78,8 @@ class Counter {
         for (const BusMonitor& bus : mDevice.buses) {
             const std::string folder = kBuses + bus.folder + "/";
             const std::string name = ShortNode(folder + "min_freq");
-            AddRange(name.substr(0, name.rfind(' ')), bus.minKhz, bus.maxKhz, folder + "min_freq",
-                     folder + "max_freq", 1);
+            AddRange(name.substr(0, name.rfind(' ')), bus.khz.front(), bus.khz.back(),
+                     folder + "min_freq", folder + "max_freq", 1);
             mRanges.back().isBus = true;
         }
     }

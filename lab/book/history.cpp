@@ -52,8 +52,8 @@ History::History(const DeviceProfile& device, const Book& book) : mDevice(device
         track.name = node.substr(0, node.rfind(' '));
         track.label = track.name + ", bus monitor";
         track.isBus = true;
-        track.lowKhz = bus.minKhz;
-        track.highKhz = bus.maxKhz;
+        track.lowKhz = bus.khz.front();
+        track.highKhz = bus.khz.back();
         AddTrack(std::move(track), {folder}, kDevfreqNames);
     }
 }

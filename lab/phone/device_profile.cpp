@@ -116,8 +116,6 @@ BusMonitor ReadBus(const YamlNode& node, const std::vector<BusMonitor>& earlier)
     if (name != "bwmon" && name != "memlat") kind.Fail("kind must be bwmon or memlat");
     bus.isBandwidthMonitor = name == "bwmon";
     bus.khz = ReadTable(node.Get("khz"), "khz", kMostKhz);
-    bus.minKhz = bus.khz.front();
-    bus.maxKhz = bus.khz.back();
     return bus;
 }
 

@@ -22,9 +22,7 @@ inline constexpr int64_t kHzPerMhz = 1'000'000;
 struct BusMonitor {
     std::string
         folder;  // below /sys/devices/system/cpu/bus_dcvs, e.g. "DDR/19091000.qcom,bwmon-ddr"
-    std::vector<int64_t> khz;         // the steps, ascending
-    int64_t minKhz = 0;               // the first of them
-    int64_t maxKhz = 0;               // the last
+    std::vector<int64_t> khz;         // the steps, ascending; the ends are the hardware's
     bool isBandwidthMonitor = false;  // has sample_ms, io_percent, hist_memory, hyst_* too
 };
 

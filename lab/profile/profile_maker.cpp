@@ -293,8 +293,6 @@ class Maker {
         BusMonitor& made = mMade.profile.buses.emplace_back();
         made.folder = folder;
         made.khz = steps;
-        made.minKhz = steps.front();
-        made.maxKhz = steps.back();
         made.isBandwidthMonitor =
             mDump.nodes.count(monitor + "sample_ms") > 0 &&
             mDump.nodes.at(monitor + "sample_ms").state != PhoneDump::State::kMissing;
