@@ -140,7 +140,7 @@ TEST_F(ExpiryTest, WritesTheCeilingThatARequestWroteBeforeItBegan) {
 
 TEST_F(ExpiryTest, TouchThatEndsNoneWaitsForNoNode) {
     const std::string gpu = "/sys/class/kgsl/kgsl-3d0/devfreq/max_freq";
-    GetPhone().GetFaults().SetNode(gpu, {lab::NodeFault::Kind::kSlow, 400});
+    GetPhone().GetFaults().SetNode(gpu, lab::NodeFault{lab::NodeFault::Kind::kSlow, 400});
     Forget();
     const auto end = MakeAction(5379, 20, {kBoostOpcode, 1}, 4);
     std::thread thermal([this] { Limit(kTemp, {{10, 500000000}}); });
@@ -152,7 +152,7 @@ TEST_F(ExpiryTest, TouchThatEndsNoneWaitsForNoNode) {
 }
 
 TEST_F(ExpiryTest, PlatformGoesBehindAnExpiryThatIsUnderWay) {
-    GetPhone().GetFaults().SetNode(kPrimeMax, {lab::NodeFault::Kind::kSlow, 100});
+    GetPhone().GetFaults().SetNode(kPrimeMax, lab::NodeFault{lab::NodeFault::Kind::kSlow, 100});
     const auto boost = Boost(5);
     Forget();
     Do(*boost);

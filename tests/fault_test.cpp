@@ -68,7 +68,7 @@ TEST_P(WriteFault, CostsTheNodeAndNotTheLock) {
     Limit(kTemp, {{7, 2054400}});
     const int64_t start = NowMs();
     Forget();
-    Phones().SetNode(kPrimeMax, {GetParam().kind, GetParam().slowMs});
+    Phones().SetNode(kPrimeMax, NodeFault{GetParam().kind, GetParam().slowMs});
     EXPECT_EQ(Limit(kTemp, {{7, 1843200}}), 0);
     EXPECT_EQ(Log(kError), GetParam().errors);
     EXPECT_THAT(HalCalls(), ElementsAre("rel 1 -> 0", "acq 0 0ms 0x40804200=1843 -> 2"));
@@ -106,14 +106,14 @@ TEST_P(ReadFault, LeavesTheSlotAsItWas) {
     Boot();
     const int tags[] = {7, 97};
     int values[] = {-5, -5};
-    Phones().SetNode(kPrimeMax, {GetParam().kind, GetParam().slowMs});
+    Phones().SetNode(kPrimeMax, NodeFault{GetParam().kind, GetParam().slowMs});
     EXPECT_EQ(Adapter().DoPerfGetConfig(2, tags, values), 0);
     EXPECT_EQ(Log(kError), GetParam().errors);
     EXPECT_EQ(values[0], GetParam().errors.empty() ? 2995200 : -5);
     EXPECT_EQ(values[1], 0) << "the next tag is read";
     EXPECT_EQ(NowMs(), GetParam().slowMs);
 
-    Phones().LiftNode(kPrimeMax);
+    Phones().SetNode(kPrimeMax, std::nullopt);
     Adapter().DoPerfGetConfig(1, tags, values);
     EXPECT_EQ(values[0], 2995200);
 }
@@ -137,7 +137,7 @@ TEST_P(InterFault, EndsTheActionWithTheNodesErrno) {
     const auto action = MakeAction(4400, 0, {});
     action->tagLen = 1;
     action->interList = {"go_hispeed_load_l", "85"};
-    Phones().SetNode(kLoads, {GetParam().kind, 0});
+    Phones().SetNode(kLoads, NodeFault{GetParam().kind, 0});
     EXPECT_EQ(GetLibrary().DoInterFreqAction(*action, &kOn), -1);
     ASSERT_THAT(Log(kError), SizeIs(2));
     EXPECT_EQ(Log(kError)[0], GetParam().errors[0]);
@@ -164,7 +164,7 @@ TEST_F(FaultTest, MissingNodeOfOneCpuIsReachedThroughAnother) {
     Boot();
     EnterThermal();
     const std::string first = "/sys/devices/system/cpu/cpu4/cpufreq/scaling_max_freq";
-    Phones().SetNode(first, {NodeFault::Kind::kMissing, 0});
+    Phones().SetNode(first, NodeFault{NodeFault::Kind::kMissing, 0});
     Limit(kTemp, {{4, 1440000}});
     EXPECT_THAT(Log(kError),
                 Contains("tarquel: write node open " + first + " error: no node/permission\n"));
@@ -185,7 +185,7 @@ TEST_P(HalFault, IsLookedForAgainUntilItIsThere) {
     BootWith([](lab::Phone& phone) {
         phone.SetHalLibrary(GetParam().library);
         if (GetParam().hidesProperty) {
-            phone.GetFaults().HideProperty("ro.vendor.extension_library");
+            phone.GetFaults().HideProperties({"ro.vendor.extension_library"});
         }
     });
     EXPECT_EQ(Log(kError), GetParam().errors);
@@ -200,7 +200,7 @@ TEST_P(HalFault, IsLookedForAgainUntilItIsThere) {
     EXPECT_THAT(HalCalls(), IsEmpty());
 
     GetPhone().SetHalLibrary(HalLibrary::kWhole);
-    Phones().ShowProperties();
+    Phones().HideProperties({});
     Forget();
     Do(*event, kOn);
     Do(*event, -1);
@@ -297,7 +297,7 @@ TEST_P(SlowRequest, DoesNotKeepTheBreakthroughFromEndingOnTime) {
     if (c.slowNode == nullptr) {
         Phones().SetHalDelay(1500);
     } else {
-        Phones().SetNode(c.slowNode, {NodeFault::Kind::kSlow, 1500});
+        Phones().SetNode(c.slowNode, NodeFault{NodeFault::Kind::kSlow, 1500});
     }
     Limit(c.client, {{c.tag, c.value}});
     Phones().SetHalDelay(0);

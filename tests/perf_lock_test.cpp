@@ -84,9 +84,10 @@ class LibraryPropertyTest : public PluginTest,
 
 TEST_P(LibraryPropertyTest, DecidesWhetherALibraryIsOpened) {
     StartPhone("sm8450");
-    GetPhone().ClearProperty("ro.vendor.extension_library");
     if (GetParam().value != nullptr) {
         GetPhone().SetProperty("ro.vendor.extension_library", GetParam().value);
+    } else {
+        GetPhone().GetFaults().HideProperties({"ro.vendor.extension_library"});
     }
     LoadLibrary();
     DescribeClusters();
@@ -94,6 +95,7 @@ TEST_P(LibraryPropertyTest, DecidesWhetherALibraryIsOpened) {
     EXPECT_EQ(Log(kError), GetParam().errors);
 
     // The library is found as soon as the property is right.
+    GetPhone().GetFaults().HideProperties({});
     GetPhone().SetProperty("ro.vendor.extension_library", "libqti-perfd-client.so");
     Do(*MakeAction(4353, 100, {0x40C00000, 1}));
     EXPECT_THAT(HalCalls(), ElementsAre("acq 0 100ms 0x40C00000=1 -> 1"));

@@ -1,18 +1,14 @@
 #include "lab/phone/faults.h"
 
 #include <chrono>
+#include <utility>
 
 namespace lab {
 
-void Faults::SetNode(const std::string& path, const NodeFault& fault) {
-    std::lock_guard<std::mutex> guard(mMutex);
-    mNodes[path] = fault;
-    mHasNodes = true;
-}
-
-void Faults::LiftNode(const std::string& path) {
+void Faults::SetNode(const std::string& path, const std::optional<NodeFault>& fault) {
     std::lock_guard<std::mutex> guard(mMutex);
     mNodes.erase(path);
+    if (fault) mNodes.emplace(path, *fault);
     mHasNodes = !mNodes.empty();
 }
 
@@ -29,19 +25,9 @@ std::optional<NodeFault> Faults::OnNode(const std::string& path) const {
     return found == mNodes.end() ? std::nullopt : std::optional(found->second);
 }
 
-void Faults::SetTimer(bool failsToCreate, bool failsToSet) {
-    mTimerFailsToCreate = failsToCreate;
-    mTimerFailsToSet = failsToSet;
-}
-
-void Faults::HideProperty(const std::string& name) {
+void Faults::HideProperties(std::set<std::string> names) {
     std::lock_guard<std::mutex> guard(mMutex);
-    mHiddenProperties.insert(name);
-}
-
-void Faults::ShowProperties() {
-    std::lock_guard<std::mutex> guard(mMutex);
-    mHiddenProperties.clear();
+    mHiddenProperties = std::move(names);
 }
 
 bool Faults::IsHidden(const std::string& name) const {

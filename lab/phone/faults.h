@@ -31,7 +31,7 @@ struct NodeFault {
     int slowMs = 0;
 };
 
-// Which library the plug-in finds when it opens the HAL.
+// Which library the plug-in finds when it opens the HAL. In the order of phone.cpp's kHalFolders.
 enum class HalLibrary : uint8_t { kWhole, kAbsent, kWithoutAcquire, kWithoutRelease };
 
 // Threads: any.
@@ -39,8 +39,8 @@ class Faults {
   public:
     explicit Faults(Clock& clock) : mClock(clock) {}
 
-    void SetNode(const std::string& path, const NodeFault& fault);
-    void LiftNode(const std::string& path);
+    // Nothing lifts the node's fault.
+    void SetNode(const std::string& path, const std::optional<NodeFault>& fault);
     void LiftNodes();
     std::optional<NodeFault> OnNode(const std::string& path) const;
 
@@ -48,13 +48,15 @@ class Faults {
     void SetHalDelay(int ms) { mHalDelayMs = ms; }
 
     // timer_create fails with EAGAIN, timer_settime with EINVAL.
-    void SetTimer(bool failsToCreate, bool failsToSet);
+    void SetTimer(bool failsToCreate, bool failsToSet) {
+        mTimerFailsToCreate = failsToCreate;
+        mTimerFailsToSet = failsToSet;
+    }
     bool TimerFailsToCreate() const { return mTimerFailsToCreate; }
     bool TimerFailsToSet() const { return mTimerFailsToSet; }
 
-    // The property reads as one that was never set.
-    void HideProperty(const std::string& name);
-    void ShowProperties();
+    // These properties, and no others, read as if they had never been set.
+    void HideProperties(std::set<std::string> names);
     bool IsHidden(const std::string& name) const;
 
     // Lets the time pass that a slow part takes: on the virtual clock what falls due meanwhile

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <array>
 #include <atomic>
 #include <filesystem>
 #include <stdexcept>
@@ -15,6 +16,10 @@ namespace lab {
 namespace {
 
 std::atomic<Phone*> gCurrent{nullptr};
+
+// By HalLibrary: the folder of the variant, null for no library.
+constexpr std::array<const char*, 4> kHalFolders = {"", nullptr, "without_perf_lock_acq",
+                                                    "without_perf_lock_rel"};
 
 // Loads the HAL library from the folder that the program's build or installation has for it. Once
 // it is loaded, opening it by its bare name finds it, without any search path.
@@ -58,19 +63,8 @@ void Phone::SetHalLibrary(HalLibrary library) {
     std::lock_guard<std::mutex> guard(mMutex);
     if (mHalLibrary != nullptr) dlclose(mHalLibrary);
     mHalLibrary = nullptr;
-    switch (library) {
-        case HalLibrary::kWhole:
-            mHalLibrary = LoadHalLibrary("");
-            break;
-        case HalLibrary::kAbsent:
-            break;
-        case HalLibrary::kWithoutAcquire:
-            mHalLibrary = LoadHalLibrary("without_perf_lock_acq");
-            break;
-        case HalLibrary::kWithoutRelease:
-            mHalLibrary = LoadHalLibrary("without_perf_lock_rel");
-            break;
-    }
+    const char* const variant = kHalFolders[static_cast<size_t>(library)];
+    if (variant != nullptr) mHalLibrary = LoadHalLibrary(variant);
 }
 
 Phone* Phone::Current() {
@@ -82,26 +76,11 @@ void Phone::SetProperty(const std::string& name, const std::string& value) {
     mProperties[name] = value;
 }
 
-void Phone::ClearProperty(const std::string& name) {
-    std::lock_guard<std::mutex> guard(mMutex);
-    mProperties.erase(name);
-}
-
 std::optional<std::string> Phone::Property(const std::string& name) const {
     if (mFaults.IsHidden(name)) return std::nullopt;
     std::lock_guard<std::mutex> guard(mMutex);
     const auto found = mProperties.find(name);
     return found == mProperties.end() ? std::nullopt : std::optional(found->second);
-}
-
-void Phone::SetTraceEnabled(bool on) {
-    std::lock_guard<std::mutex> guard(mMutex);
-    mTraceEnabled = on;
-}
-
-bool Phone::IsTraceEnabled() const {
-    std::lock_guard<std::mutex> guard(mMutex);
-    return mTraceEnabled;
 }
 
 void Phone::SetOnDemandDuration(int cmdId, int ms) {

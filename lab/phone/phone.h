@@ -71,11 +71,10 @@ class Phone {
     PosixTimers* VirtualTimers() { return mTimers.get(); }
 
     void SetProperty(const std::string& name, const std::string& value);
-    void ClearProperty(const std::string& name);
     std::optional<std::string> Property(const std::string& name) const;
 
-    void SetTraceEnabled(bool on);
-    bool IsTraceEnabled() const;
+    void SetTraceEnabled(bool on) { mTraceEnabled = on; }
+    bool IsTraceEnabled() const { return mTraceEnabled; }
 
     // What OnDemandBoostServer::GetDuration answers for `cmdId`; 0 (the initial state of every
     // command) keeps the configured duration.
@@ -92,7 +91,7 @@ class Phone {
     Breaches mBreaches;
     std::unique_ptr<PosixTimers> mTimers;
     void* mHalLibrary = nullptr;
-    bool mTraceEnabled;
+    std::atomic<bool> mTraceEnabled;
     std::map<std::string, std::string> mProperties;
     std::map<int, int> mOnDemandDurations;
 };

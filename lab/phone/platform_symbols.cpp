@@ -43,10 +43,8 @@ class HalCall {
     HalCall& operator=(const HalCall&) = delete;
 
   private:
-    static std::atomic<int> sUnderWay;
+    static inline std::atomic<int> sUnderWay{0};
 };
-
-std::atomic<int> HalCall::sUnderWay{0};
 
 int Log(int priority, const char* tag, const std::string& text) {
     static const auto real =

@@ -209,13 +209,7 @@ void Inject(const ArrangeFaults& faults, Layout layout, const DeviceProfile& dev
     Faults& target = phone.GetFaults();
     if (faults.liftsAll || faults.liftsNodes) target.LiftNodes();
     for (const auto& [name, fault] : faults.nodes) {
-        for (const std::string& path : NodesOf(name, layout, device)) {
-            if (fault) {
-                target.SetNode(path, *fault);
-            } else {
-                target.LiftNode(path);
-            }
-        }
+        for (const std::string& path : NodesOf(name, layout, device)) target.SetNode(path, fault);
     }
     if (faults.hal || faults.liftsAll) {
         const HalFault hal = faults.hal.value_or(HalFault());
@@ -228,10 +222,8 @@ void Inject(const ArrangeFaults& faults, Layout layout, const DeviceProfile& dev
         target.SetTimer(timer.failsToCreate, timer.failsToSet);
     }
     if (faults.properties || faults.liftsAll) {
-        target.ShowProperties();
-        for (const std::string& name : faults.properties.value_or(std::vector<std::string>())) {
-            target.HideProperty(name);
-        }
+        const auto hidden = faults.properties.value_or(std::vector<std::string>());
+        target.HideProperties({hidden.begin(), hidden.end()});
     }
 }
 
