@@ -73,9 +73,8 @@ int PosixTimers::Set(timer_t id, int flags, const itimerspec* value, itimerspec*
         mRecorder.Add(TimerEvent{TimerEvent::Kind::kDisarm, 0});
         return 0;
     }
-    timer->when = mClock.Now() + delay;
     timer->interval = ToTime(value->it_interval);
-    Arm(id, *timer);
+    Arm(id, *timer, mClock.Now() + delay);
     mRecorder.Add(TimerEvent{TimerEvent::Kind::kArm, ToMs(value->it_value)});
     return 0;
 }
@@ -103,8 +102,8 @@ PosixTimers::Timer* PosixTimers::Find(timer_t id) {
     return found == mTimers.end() ? nullptr : &found->second;
 }
 
-void PosixTimers::Arm(timer_t id, Timer& timer) {
-    timer.expiry = mClock.Schedule(timer.when, [this, id] { Fire(id); });
+void PosixTimers::Arm(timer_t id, Timer& timer, Time when) {
+    timer.expiry = mClock.Schedule(when, [this, id] { Fire(id); });
 }
 
 // Called by the clock; the timer may have been set again or deleted meanwhile.
@@ -113,13 +112,12 @@ void PosixTimers::Fire(timer_t id) {
     {
         std::lock_guard<std::mutex> guard(mMutex);
         Timer* const timer = Find(id);
-        if (timer == nullptr || !timer->expiry || timer->when > mClock.Now()) return;
+        if (timer == nullptr || !timer->expiry) return;
+        const Time when = timer->expiry->first;
+        if (when > mClock.Now()) return;
         notification = timer->notification;
         timer->expiry.reset();
-        if (timer->interval > Time::zero()) {
-            timer->when += timer->interval;
-            Arm(id, *timer);
-        }
+        if (timer->interval > Time::zero()) Arm(id, *timer, when + timer->interval);
         mRecorder.Add(TimerEvent{TimerEvent::Kind::kFire, 0});
     }
     if (notification.sigev_notify == SIGEV_THREAD) {
@@ -133,7 +131,7 @@ itimerspec PosixTimers::Remaining(const Timer& timer) const {
     itimerspec remaining{};
     if (!timer.expiry) return remaining;
     // A timer that is due but has not fired yet is still armed: never all zero.
-    const Time rest = std::max<Time>(timer.when - mClock.Now(), std::chrono::nanoseconds(1));
+    const Time rest = std::max<Time>(timer.expiry->first - mClock.Now(), Time(1));
     remaining.it_value = ToTimespec(rest);
     remaining.it_interval = ToTimespec(timer.interval);
     return remaining;

@@ -32,13 +32,12 @@ class PosixTimers {
   private:
     struct Timer {
         sigevent notification{};
-        std::optional<Clock::Id> expiry;
-        Time when{};
+        std::optional<Clock::Id> expiry;  // none: disarmed
         Time interval{};
     };
 
     Timer* Find(timer_t id);
-    void Arm(timer_t id, Timer& timer);
+    void Arm(timer_t id, Timer& timer, Time when);
     void Fire(timer_t id);
     itimerspec Remaining(const Timer& timer) const;
 
