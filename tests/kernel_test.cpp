@@ -255,7 +255,8 @@ TEST_F(KernelTest, OfflineClusterRefusesLimitsAndKeepsWhatItHad) {
     ASSERT_EQ(setOnline(6, "0"), 0);
 
     EXPECT_EQ(mKernel->Write(max, "998400"), EINVAL);
-    EXPECT_EQ(mKernel->Write(max, "998400", true), 0) << "a request of the HAL's own";
+    EXPECT_EQ(mKernel->Write(max, "998400", Kernel::Writer::kHal), 0)
+        << "a request of the HAL's own";
     EXPECT_EQ(mKernel->Value(max), "1555200") << "follows when a CPU is back";
     EXPECT_EQ(mKernel->Open(max, false), 0);
     EXPECT_THAT(mKernel->Force(kCpu + "cpu5/online", "1"),
@@ -299,7 +300,7 @@ TEST_F(KernelTest, HalRequestsStandBesideTheProgramsAndGoWithoutTrace) {
     Boot("sm8450");
     const std::string node = kBig + "scaling_max_freq";
     mKernel->Write(node, "1766400");
-    mKernel->Write(node, "1324800", true);
+    mKernel->Write(node, "1324800", Kernel::Writer::kHal);
     ASSERT_EQ(mKernel->Value(node), "1324800");
     mKernel->Write(node, "2112000");  // the lower request still counts
     ASSERT_EQ(mKernel->Value(node), "1324800");
@@ -310,7 +311,7 @@ TEST_F(KernelTest, HalRequestsStandBesideTheProgramsAndGoWithoutTrace) {
     EXPECT_TRUE(mRecorder.All<NodeAccess>().back().byHal);
 
     // A program that takes its request back leaves the HAL's.
-    mKernel->Write(node, "1324800", true);
+    mKernel->Write(node, "1324800", Kernel::Writer::kHal);
     mKernel->Write(node, "4294967295");
     EXPECT_EQ(mKernel->Value(node), "1324800");
     // As a number with a sign this one is below the HAL's, and as a frequency above the table.

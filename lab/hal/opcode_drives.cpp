@@ -13,22 +13,11 @@ namespace lab {
 
 namespace {
 
-// A bit field of a per-cluster opcode.
-constexpr uint32_t kClusterMask = 0xF00;
-
-// The cluster that bits 8 to 11 of an opcode select.
-enum class OpcodeCluster : uint32_t { kBig = 0x000, kLittle = 0x100, kPrime = 0x200 };
-
-const CpuCluster* ClusterOf(OpcodeCluster which, const DeviceProfile& profile) {
-    switch (which) {
-        case OpcodeCluster::kLittle:
-            return profile.FindCluster("little");
-        case OpcodeCluster::kBig:
-            return profile.FindCluster("big");
-        case OpcodeCluster::kPrime:
-            return profile.FindCluster("prime");
-    }
-    return nullptr;
+// The cluster that bits 8 to 11 of an opcode select; null for one that the device lacks.
+const CpuCluster* ClusterOf(uint32_t opcode, const DeviceProfile& profile) {
+    constexpr std::array kNames = {"big", "little", "prime"};
+    const size_t name = opcode >> 8 & 0xF;
+    return name < kNames.size() ? profile.FindCluster(kNames[name]) : nullptr;
 }
 
 std::string CpuPath(const CpuCluster& cluster, std::string_view suffix) {
@@ -41,7 +30,7 @@ std::string CpuPath(const CpuCluster& cluster, std::string_view suffix) {
 // other locks' ceilings make of it.
 struct ScalingOpcode {
     uint32_t opcode;
-    OpcodeCluster cluster;
+    const char* cluster;
 };
 // A node that scenes can name by key but that has no tag, or another opcode as a tag.
 struct KeyOpcode {
@@ -55,9 +44,9 @@ struct EntryOpcode {
 };
 // clang-format off
 constexpr auto kScalingOpcodes = std::to_array<ScalingOpcode>({
-    {0x40810000, OpcodeCluster::kLittle},
-    {0x40814000, OpcodeCluster::kBig},
-    {0x40818000, OpcodeCluster::kPrime},
+    {0x40810000, "little"},
+    {0x40814000, "big"},
+    {0x40818000, "prime"},
 });
 
 constexpr auto kKeyOpcodes = std::to_array<KeyOpcode>({
@@ -105,8 +94,7 @@ const typename Rows::value_type* FindTag(const Rows& rows, int tag) {
 std::string PathOfTag(int tag, uint32_t opcode, const DeviceProfile& profile) {
     namespace tables = tarquel::node_tables;
     const auto ofCluster = [&](std::string_view suffix) {
-        const CpuCluster* const cluster =
-            ClusterOf(static_cast<OpcodeCluster>(opcode & kClusterMask), profile);
+        const CpuCluster* const cluster = ClusterOf(opcode, profile);
         return cluster == nullptr ? std::string() : CpuPath(*cluster, suffix);
     };
     if (const auto* row = FindTag(tables::kCpuFreqNodes, tag)) return ofCluster(row->suffix);
@@ -132,7 +120,7 @@ bool HoldsOn(tarquel::TagOpcode::When when, const DeviceProfile& profile) {
 
 // The tags that use an opcode: those whose row in force has it; if there is none, those that have
 // it in a row that another one covers on this device's bus variant.
-std::vector<int> TagsOf(uint32_t opcode, const DeviceProfile& profile) {
+std::set<int> TagsOf(uint32_t opcode, const DeviceProfile& profile) {
     std::set<int> inForce;
     std::set<int> covered;
     const auto& rows = tarquel::kTagOpcodes;
@@ -143,19 +131,7 @@ std::vector<int> TagsOf(uint32_t opcode, const DeviceProfile& profile) {
         });
         (isCovered ? covered : inForce).insert(row->tag);
     }
-    const std::set<int>& tags = inForce.empty() ? covered : inForce;
-    return {tags.begin(), tags.end()};
-}
-
-const CpuCluster* ClusterOfPath(const std::string& path, const DeviceProfile& profile) {
-    std::string_view rest = path;
-    if (!rest.starts_with(tarquel::kCpuPrefix)) return nullptr;
-    rest.remove_prefix(std::string_view(tarquel::kCpuPrefix).size());
-    const std::string_view number = rest.substr(0, rest.find('/'));
-    for (const CpuCluster& cluster : profile.clusters) {
-        if (number == std::to_string(cluster.firstCpu)) return &cluster;
-    }
-    return nullptr;
+    return inForce.empty() ? covered : inForce;
 }
 
 int64_t SnapMhz(uint32_t mhz, bool isMinimum, const std::vector<int64_t>& khz) {
@@ -169,10 +145,17 @@ int64_t SnapMhz(uint32_t mhz, bool isMinimum, const std::vector<int64_t>& khz) {
 
 }  // namespace
 
+const CpuCluster* ClusterOfPath(const std::string& path, const DeviceProfile& profile) {
+    for (const CpuCluster& cluster : profile.clusters) {
+        if (path.starts_with(CpuPath(cluster, "/"))) return &cluster;
+    }
+    return nullptr;
+}
+
 std::vector<Drive> DrivesOf(uint32_t opcode, const DeviceProfile& profile) {
     for (const ScalingOpcode& row : kScalingOpcodes) {
         if (row.opcode != opcode) continue;
-        const CpuCluster* const cluster = ClusterOf(row.cluster, profile);
+        const CpuCluster* const cluster = profile.FindCluster(row.cluster);
         if (cluster == nullptr) return {};
         Drive drive = MakeDrive(CpuPath(*cluster, tarquel::kScalingMaxSuffix));
         drive.unit = Drive::Unit::kAsIs;
@@ -201,7 +184,7 @@ std::vector<Drive> DrivesOf(uint32_t opcode, const DeviceProfile& profile) {
 int64_t ToNodeUnit(const Drive& drive, int value, const DeviceProfile& profile) {
     // A negative frequency is the HAL's way to say the highest.
     const auto raised = static_cast<uint32_t>(value);
-    if (drive.unit == Drive::Unit::kGpuMhz) return int64_t{raised} * 1'000'000;
+    if (drive.unit == Drive::Unit::kGpuMhz) return int64_t{raised} * kHzPerMhz;
     if (drive.unit == Drive::Unit::kCpuMhz) {
         const CpuCluster* const cluster = ClusterOfPath(drive.path, profile);
         if (cluster != nullptr) {

@@ -30,6 +30,9 @@ struct Drive {
     bool operator==(const Drive&) const = default;
 };
 
+// The cluster whose first CPU's folder the path is below, or null.
+const CpuCluster* ClusterOfPath(const std::string& path, const DeviceProfile& profile);
+
 // The nodes that `opcode` drives on the device, in the order in which they are written; none for
 // an opcode that stands for nothing there. Nodes are named by a cluster's first CPU.
 //

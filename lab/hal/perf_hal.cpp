@@ -2,16 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
-#include <mutex>
 #include <set>
 #include <sstream>
-#include <string_view>
-#include <utility>
 
-#include "lab/hal/opcode_drives.h"
 #include "lab/phone/events.h"
-#include "lab/phone/kernel.h"
 
 namespace lab {
 
@@ -20,25 +14,11 @@ namespace {
 // A node with one number for each cluster boundary has two, however many clusters there are.
 constexpr size_t kMostEntries = 2;
 
-// A node, and the way in which the HAL writes it: locks that share both compete. The name is that
-// of a drive, which stays as long as the HAL does.
-using ResourceKey = std::pair<std::string_view, Kernel::Writer>;
-
-struct Resource {
-    const Drive* drive = nullptr;
-    std::vector<PerfHal::Claim> claims;  // oldest first
-    std::optional<std::string> written;  // what the HAL has in the node now
-    bool isAsWritten = true;             // the node took it without clamping or refusing
-};
-
-std::string_view FolderOf(std::string_view path) {
-    return path.substr(0, path.rfind('/'));
-}
-
 // The claim that counts among those for `entry`, or null.
-const PerfHal::Claim* WinnerOf(const Resource& resource, std::optional<size_t> entry) {
+const PerfHal::Claim* WinnerOf(const std::vector<PerfHal::Claim>& claims,
+                               std::optional<size_t> entry) {
     const PerfHal::Claim* winner = nullptr;
-    for (const PerfHal::Claim& claim : resource.claims) {
+    for (const PerfHal::Claim& claim : claims) {
         if (claim.entry != entry) continue;
         if (winner == nullptr || PerfHal::Beats(claim, *winner)) winner = &claim;
     }
@@ -47,265 +27,239 @@ const PerfHal::Claim* WinnerOf(const Resource& resource, std::optional<size_t> e
 
 }  // namespace
 
-class PerfHal::Locks {
-  public:
-    Locks(Clock& clock, Recorder& recorder, Kernel& kernel)
-        : mClock(clock), mRecorder(recorder), mKernel(kernel) {}
-
-    ~Locks() {
-        for (const auto& [handle, held] : mHeld) {
-            if (held.expiry) mClock.Cancel(*held.expiry);
-        }
+PerfHal::~PerfHal() {
+    for (const auto& [handle, held] : mHeld) {
+        if (held.expiry) mClock.Cancel(*held.expiry);
     }
+}
 
-    Locks(const Locks&) = delete;
-    Locks& operator=(const Locks&) = delete;
-
-    int Acquire(int handle, int durationMs, const int* list, int count) {
-        std::lock_guard<std::mutex> guard(mMutex);
-        LockAcquire record{handle, durationMs, {}, -1};
-        if (list != nullptr && count > 0) record.list.assign(list, list + count);
-        const bool isWellFormed = !record.list.empty() && count % 2 == 0 && durationMs >= 0;
-        if (!isWellFormed || mRefusals > 0) {
-            if (mRefusals > 0) {
-                --mRefusals;
-                record.returned = mRefusal;
-            }
-            mRecorder.Add(record);
-            return record.returned;
+int PerfHal::Acquire(int handle, int durationMs, const int* list, int count) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    LockAcquire record{handle, durationMs, {}, -1};
+    if (list != nullptr && count > 0) record.list.assign(list, list + count);
+    const bool isWellFormed = !record.list.empty() && count % 2 == 0 && durationMs >= 0;
+    if (!isWellFormed || mRefusals > 0) {
+        if (mRefusals > 0) {
+            --mRefusals;
+            record.returned = mRefusal;
         }
-        const bool isRenewal = mHeld.contains(handle);
-        record.returned = isRenewal ? handle : ++mLastHandle;
         mRecorder.Add(record);
-        Hold(record.returned, durationMs, std::move(record.list));
         return record.returned;
     }
+    const bool isRenewal = mHeld.contains(handle);
+    record.returned = isRenewal ? handle : ++mLastHandle;
+    mRecorder.Add(record);
+    Hold(record.returned, durationMs, std::move(record.list));
+    return record.returned;
+}
 
-    int Release(int handle) {
-        std::lock_guard<std::mutex> guard(mMutex);
-        const bool wasHeld = mHeld.contains(handle);
-        const int result = wasHeld ? 0 : -1;
-        mRecorder.Add(LockRelease{handle, result, wasHeld});
-        if (wasHeld) LetGo(handle);
-        return result;
+int PerfHal::Release(int handle) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    const bool wasHeld = mHeld.contains(handle);
+    const int result = wasHeld ? 0 : -1;
+    mRecorder.Add(LockRelease{handle, result, wasHeld});
+    if (wasHeld) LetGo(handle);
+    return result;
+}
+
+void PerfHal::RefuseNext(int count, int result) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mRefusals = count;
+    mRefusal = result;
+}
+
+std::vector<PerfHal::Lock> PerfHal::Held() const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    std::vector<Lock> locks;
+    for (const auto& [handle, held] : mHeld) locks.push_back(held.lock);
+    return locks;
+}
+
+std::vector<PerfHal::Claim> PerfHal::ClaimsOn(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    std::vector<Claim> found;
+    for (const auto& [key, resource] : mResources) {
+        if (key.first != path && !mKernel.IsSameNode(resource.drive->path, path)) continue;
+        found.insert(found.end(), resource.claims.begin(), resource.claims.end());
+    }
+    Weigh(found);
+    return found;
+}
+
+// Takes the lock, or gives the held one its new list and duration.
+void PerfHal::Hold(int handle, int durationMs, std::vector<int> list) {
+    HeldLock& held = mHeld[handle];
+    const bool isNew = held.lock.handle == 0;
+    if (held.expiry) mClock.Cancel(*held.expiry);
+    const std::vector<ResourceKey> former = DropClaims(held.lock);
+
+    const Time now = mClock.Now();
+    if (isNew) held.lock.since = now;
+    held.lock.handle = handle;
+    held.lock.list = std::move(list);
+    held.lock.until.reset();
+    held.expiry.reset();
+    if (durationMs > 0) {
+        held.lock.until = now + std::chrono::milliseconds(durationMs);
+        held.expiry = mClock.Schedule(*held.lock.until, [this, handle] { Expire(handle); });
     }
 
-    void RefuseNext(int count, int result) {
-        std::lock_guard<std::mutex> guard(mMutex);
-        mRefusals = count;
-        mRefusal = result;
+    // What only the former list named is undone first, then the new list in its order.
+    const std::vector<ResourceKey> named = AddClaims(held.lock);
+    std::vector<ResourceKey> changed;
+    for (const ResourceKey& key : former) {
+        if (std::find(named.begin(), named.end(), key) == named.end()) changed.push_back(key);
     }
+    changed.insert(changed.end(), named.begin(), named.end());
+    Apply(changed);
+}
 
-    std::vector<Lock> Held() const {
-        std::lock_guard<std::mutex> guard(mMutex);
-        std::vector<Lock> locks;
-        for (const auto& [handle, held] : mHeld) locks.push_back(held.lock);
-        return locks;
-    }
+void PerfHal::LetGo(int handle) {
+    const auto held = mHeld.find(handle);
+    if (held->second.expiry) mClock.Cancel(*held->second.expiry);
+    const Lock lock = std::move(held->second.lock);
+    mHeld.erase(held);
+    Apply(DropClaims(lock));
+}
 
-    std::vector<Claim> ClaimsOn(const std::string& path) const {
-        std::lock_guard<std::mutex> guard(mMutex);
-        std::vector<Claim> found;
-        for (const auto& [key, resource] : mResources) {
-            if (key.first != path && !mKernel.IsSameNode(resource.drive->path, path)) continue;
-            found.insert(found.end(), resource.claims.begin(), resource.claims.end());
+// Called by the clock; the lock may have been released or renewed meanwhile.
+void PerfHal::Expire(int handle) {
+    std::lock_guard<std::mutex> guard(mMutex);
+    const auto held = mHeld.find(handle);
+    if (held == mHeld.end()) return;
+    const std::optional<Time> until = held->second.lock.until;
+    if (!until || *until > mClock.Now()) return;
+    mRecorder.Add(LockExpire{handle});
+    LetGo(handle);
+}
+
+// What an opcode drives on this device, looked up once.
+const std::vector<Drive>& PerfHal::Drives(int opcode) {
+    const auto [drives, isNew] = mDrives.try_emplace(opcode);
+    if (isNew) drives->second = DrivesOf(static_cast<uint32_t>(opcode), mKernel.Profile());
+    return drives->second;
+}
+
+// Returns the resources that the lock names, in the order of its list.
+std::vector<PerfHal::ResourceKey> PerfHal::AddClaims(const Lock& lock) {
+    std::vector<ResourceKey> named;
+    for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
+        const int opcode = lock.list[i];
+        const int value = lock.list[i + 1];
+        for (const Drive& drive : Drives(opcode)) {
+            if (!mKernel.Has(drive.path)) continue;
+            named.emplace_back(drive.path, drive.writer);
+            Resource& resource = mResources[named.back()];
+            resource.drive = &drive;
+            resource.claims.push_back(
+                ClaimOf(drive, lock.handle, opcode, value, mKernel.Profile()));
         }
-        Weigh(found);
-        return found;
     }
+    return named;
+}
 
-  private:
-    struct HeldLock {
-        Lock lock;
-        std::optional<Clock::Id> expiry;
-    };
-
-    // Takes the lock, or gives the held one its new list and duration.
-    void Hold(int handle, int durationMs, std::vector<int> list) {
-        HeldLock& held = mHeld[handle];
-        const bool isNew = held.lock.handle == 0;
-        if (held.expiry) mClock.Cancel(*held.expiry);
-        const std::vector<ResourceKey> former = DropClaims(held.lock);
-
-        const Time now = mClock.Now();
-        if (isNew) held.lock.since = now;
-        held.lock.handle = handle;
-        held.lock.list = std::move(list);
-        held.lock.until.reset();
-        held.expiry.reset();
-        if (durationMs > 0) {
-            held.lock.until = now + std::chrono::milliseconds(durationMs);
-            held.expiry = mClock.Schedule(*held.lock.until, [this, handle] { Expire(handle); });
+// Returns the resources on which the lock had a claim, last named first: undone in reverse,
+// nodes that check each other pass through states that they have been in.
+std::vector<PerfHal::ResourceKey> PerfHal::DropClaims(const Lock& lock) {
+    std::vector<ResourceKey> changed;
+    for (size_t i = lock.list.size(); i >= 2; i -= 2) {
+        for (const Drive& drive : Drives(lock.list[i - 2])) {
+            const auto found = mResources.find(ResourceKey(drive.path, drive.writer));
+            if (found == mResources.end()) continue;
+            const size_t dropped = std::erase_if(found->second.claims, [&lock](const Claim& claim) {
+                return claim.handle == lock.handle;
+            });
+            if (dropped > 0) changed.push_back(found->first);
         }
-
-        // What only the former list named is undone first, then the new list in its order.
-        const std::vector<ResourceKey> named = AddClaims(held.lock);
-        std::vector<ResourceKey> changed;
-        for (const ResourceKey& key : former) {
-            if (std::find(named.begin(), named.end(), key) == named.end()) changed.push_back(key);
-        }
-        changed.insert(changed.end(), named.begin(), named.end());
-        Apply(changed);
     }
+    return changed;
+}
 
-    void LetGo(int handle) {
-        const auto held = mHeld.find(handle);
-        if (held->second.expiry) mClock.Cancel(*held->second.expiry);
-        const Lock lock = std::move(held->second.lock);
-        mHeld.erase(held);
-        Apply(DropClaims(lock));
+// True while a lock holds the node in the program's place: that is how a boost lifts a limit,
+// so it stands above the ceilings that locks put on the same node beside the program.
+bool PerfHal::IsLifted(const Drive& drive) const {
+    if (drive.writer != Kernel::Writer::kHal || drive.winner != Drive::Winner::kLowest) {
+        return false;
     }
+    const auto lifting = mResources.find(ResourceKey(drive.path, Kernel::Writer::kHalInPlace));
+    return lifting != mResources.end() && !lifting->second.claims.empty();
+}
 
-    // Called by the clock; the lock may have been released or renewed meanwhile.
-    void Expire(int handle) {
-        std::lock_guard<std::mutex> guard(mMutex);
-        const auto held = mHeld.find(handle);
-        if (held == mHeld.end()) return;
-        const std::optional<Time> until = held->second.lock.until;
-        if (!until || *until > mClock.Now()) return;
-        mRecorder.Add(LockExpire{handle});
-        LetGo(handle);
+// What the HAL wants in the node; none when it wants nothing there.
+std::optional<std::string> PerfHal::WantedIn(const Resource& resource) const {
+    if (resource.claims.empty() || IsLifted(*resource.drive)) return std::nullopt;
+    if (resource.drive->entry) return WantedVector(resource);
+    const int64_t value = WinnerOf(resource.claims, std::nullopt)->nodeValue;
+    // A count can be raised by a lock and lowered again; any other value has no undoing.
+    if (resource.drive->isCounted && value <= 0) return std::nullopt;
+    return std::to_string(value);
+}
+
+// Numbers that no lock claims stay the program's.
+std::string PerfHal::WantedVector(const Resource& resource) const {
+    std::istringstream present(mKernel.ProgramValue(resource.drive->path));
+    std::string text;
+    const size_t entries = std::min(mKernel.Profile().clusters.size() - 1, kMostEntries);
+    for (size_t entry = 0; entry < entries; ++entry) {
+        int64_t number = 0;
+        present >> number;
+        if (const Claim* winner = WinnerOf(resource.claims, entry)) number = winner->nodeValue;
+        text += (entry == 0 ? "" : " ") + std::to_string(number);
     }
+    return text;
+}
 
-    // What an opcode drives on this device, looked up once.
-    const std::vector<Drive>& Drives(int opcode) {
-        const auto [drives, isNew] = mDrives.try_emplace(opcode);
-        if (isNew) drives->second = DrivesOf(static_cast<uint32_t>(opcode), mKernel.Profile());
-        return drives->second;
+// The changed resources and the ceilings that they lift or let back: lifted before the node is
+// held in the program's place, back after.
+std::vector<PerfHal::ResourceKey> PerfHal::WithCeilings(
+    const std::vector<ResourceKey>& changed) const {
+    std::vector<ResourceKey> all;
+    for (const ResourceKey& key : changed) {
+        const ResourceKey ceiling(key.first, Kernel::Writer::kHal);
+        const bool hasCeiling =
+            key.second == Kernel::Writer::kHalInPlace && mResources.contains(ceiling);
+        const bool isHeld = !mResources.at(key).claims.empty();
+        if (hasCeiling && isHeld) all.push_back(ceiling);
+        all.push_back(key);
+        if (hasCeiling && !isHeld) all.push_back(ceiling);
     }
+    return all;
+}
 
-    // Returns the resources that the lock names, in the order of its list.
-    std::vector<ResourceKey> AddClaims(const Lock& lock) {
-        std::vector<ResourceKey> named;
-        for (size_t i = 0; i + 1 < lock.list.size(); i += 2) {
-            const int opcode = lock.list[i];
-            const int value = lock.list[i + 1];
-            for (const Drive& drive : Drives(opcode)) {
-                if (!mKernel.Has(drive.path)) continue;
-                named.emplace_back(drive.path, drive.writer);
-                Resource& resource = mResources[named.back()];
-                resource.drive = &drive;
-                resource.claims.push_back(
-                    ClaimOf(drive, lock.handle, opcode, value, mKernel.Profile()));
-            }
-        }
-        return named;
+void PerfHal::Apply(const std::vector<ResourceKey>& named) {
+    const std::vector<ResourceKey> changed = WithCeilings(named);
+    std::set<std::string_view> folders;
+    for (const ResourceKey& key : changed) {
+        Resource& resource = mResources.at(key);
+        const std::optional<std::string> wanted = WantedIn(resource);
+        if (wanted == resource.written) continue;
+        Put(resource, wanted);
+        folders.insert(FolderOf(key.first));
     }
-
-    // Returns the resources on which the lock had a claim, last named first: undone in reverse,
-    // nodes that check each other pass through states that they have been in.
-    std::vector<ResourceKey> DropClaims(const Lock& lock) {
-        std::vector<ResourceKey> changed;
-        for (size_t i = lock.list.size(); i >= 2; i -= 2) {
-            for (const Drive& drive : Drives(lock.list[i - 2])) {
-                const auto found = mResources.find(ResourceKey(drive.path, drive.writer));
-                if (found == mResources.end()) continue;
-                const size_t dropped = std::erase_if(
-                    found->second.claims,
-                    [&lock](const Claim& claim) { return claim.handle == lock.handle; });
-                if (dropped > 0) changed.push_back(found->first);
-            }
-        }
-        return changed;
+    // A neighbour that was clamped or refused may fit now.
+    for (auto& [key, resource] : mResources) {
+        if (resource.isAsWritten || !resource.written) continue;
+        if (std::find(changed.begin(), changed.end(), key) != changed.end()) continue;
+        if (folders.contains(FolderOf(key.first))) Put(resource, WantedIn(resource));
     }
+    std::erase_if(mResources, [](const auto& item) { return item.second.claims.empty(); });
+}
 
-    // True while a lock holds the node in the program's place: that is how a boost lifts a limit,
-    // so it stands above the ceilings that locks put on the same node beside the program.
-    bool IsLifted(const Drive& drive) const {
-        if (drive.writer != Kernel::Writer::kHal || drive.winner != Drive::Winner::kLowest) {
-            return false;
-        }
-        const auto lifting = mResources.find(ResourceKey(drive.path, Kernel::Writer::kHalInPlace));
-        return lifting != mResources.end() && !lifting->second.claims.empty();
+void PerfHal::Put(Resource& resource, const std::optional<std::string>& wanted) {
+    const Drive& drive = *resource.drive;
+    if (drive.isCounted) {
+        if (resource.written) mKernel.Write(drive.path, "-" + *resource.written, drive.writer);
+        if (wanted) mKernel.Write(drive.path, *wanted, drive.writer);
+    } else if (wanted) {
+        const int error = mKernel.Write(drive.path, *wanted, drive.writer);
+        // Beside other requests it is no fault that the node shows theirs.
+        resource.isAsWritten = error == 0 && (mKernel.RequestsOn(drive.path).has_value() ||
+                                              mKernel.Value(drive.path) == *wanted);
+    } else {
+        mKernel.Withdraw(drive.path, drive.writer);
     }
-
-    // What the HAL wants in the node; none when it wants nothing there.
-    std::optional<std::string> WantedIn(const Resource& resource) const {
-        if (resource.claims.empty() || IsLifted(*resource.drive)) return std::nullopt;
-        if (resource.drive->entry) return WantedVector(resource);
-        const int64_t value = WinnerOf(resource, std::nullopt)->nodeValue;
-        // A count can be raised by a lock and lowered again; any other value has no undoing.
-        if (resource.drive->isCounted && value <= 0) return std::nullopt;
-        return std::to_string(value);
-    }
-
-    // Numbers that no lock claims stay the program's.
-    std::string WantedVector(const Resource& resource) const {
-        std::istringstream present(mKernel.ProgramValue(resource.drive->path));
-        std::string text;
-        const size_t entries = std::min(mKernel.Profile().clusters.size() - 1, kMostEntries);
-        for (size_t entry = 0; entry < entries; ++entry) {
-            int64_t number = 0;
-            present >> number;
-            if (const Claim* winner = WinnerOf(resource, entry)) number = winner->nodeValue;
-            text += (entry == 0 ? "" : " ") + std::to_string(number);
-        }
-        return text;
-    }
-
-    // The changed resources and the ceilings that they lift or let back: lifted before the node is
-    // held in the program's place, back after.
-    std::vector<ResourceKey> WithCeilings(const std::vector<ResourceKey>& changed) const {
-        std::vector<ResourceKey> all;
-        for (const ResourceKey& key : changed) {
-            const ResourceKey ceiling(key.first, Kernel::Writer::kHal);
-            const bool hasCeiling =
-                key.second == Kernel::Writer::kHalInPlace && mResources.contains(ceiling);
-            const bool isHeld = !mResources.at(key).claims.empty();
-            if (hasCeiling && isHeld) all.push_back(ceiling);
-            all.push_back(key);
-            if (hasCeiling && !isHeld) all.push_back(ceiling);
-        }
-        return all;
-    }
-
-    void Apply(const std::vector<ResourceKey>& named) {
-        const std::vector<ResourceKey> changed = WithCeilings(named);
-        std::set<std::string_view> folders;
-        for (const ResourceKey& key : changed) {
-            Resource& resource = mResources.at(key);
-            const std::optional<std::string> wanted = WantedIn(resource);
-            if (wanted == resource.written) continue;
-            Put(resource, wanted);
-            folders.insert(FolderOf(key.first));
-        }
-        // A neighbour that was clamped or refused may fit now.
-        for (auto& [key, resource] : mResources) {
-            if (resource.isAsWritten || !resource.written) continue;
-            if (std::find(changed.begin(), changed.end(), key) != changed.end()) continue;
-            if (folders.contains(FolderOf(key.first))) Put(resource, WantedIn(resource));
-        }
-        std::erase_if(mResources, [](const auto& item) { return item.second.claims.empty(); });
-    }
-
-    void Put(Resource& resource, const std::optional<std::string>& wanted) {
-        const Drive& drive = *resource.drive;
-        if (drive.isCounted) {
-            if (resource.written) mKernel.Write(drive.path, "-" + *resource.written, drive.writer);
-            if (wanted) mKernel.Write(drive.path, *wanted, drive.writer);
-        } else if (wanted) {
-            const int error = mKernel.Write(drive.path, *wanted, drive.writer);
-            // Beside other requests it is no fault that the node shows theirs.
-            resource.isAsWritten = error == 0 && (mKernel.RequestsOn(drive.path).has_value() ||
-                                                  mKernel.Value(drive.path) == *wanted);
-        } else {
-            mKernel.Withdraw(drive.path, drive.writer);
-        }
-        resource.written = wanted;
-    }
-
-    Clock& mClock;
-    Recorder& mRecorder;
-    Kernel& mKernel;
-
-    mutable std::mutex mMutex;  // guards what follows
-    std::map<int, HeldLock> mHeld;
-    std::map<ResourceKey, Resource> mResources;  // those on which a lock has a claim
-    std::map<int, std::vector<Drive>> mDrives;   // by opcode
-    int mLastHandle = 0;
-    int mRefusals = 0;
-    int mRefusal = 0;
-};
+    resource.written = wanted;
+}
 
 PerfHal::Claim PerfHal::ClaimOf(const Drive& drive, int handle, int opcode, int value,
                                 const DeviceProfile& profile) {
@@ -340,31 +294,6 @@ void PerfHal::Weigh(std::vector<Claim>& claims) {
         };
         if (std::any_of(claims.begin(), claims.end(), isBetter)) claim.wins = false;
     }
-}
-
-PerfHal::PerfHal(Clock& clock, Recorder& recorder, Kernel& kernel)
-    : mLocks(std::make_unique<Locks>(clock, recorder, kernel)) {}
-
-PerfHal::~PerfHal() = default;
-
-int PerfHal::Acquire(int handle, int durationMs, const int* list, int count) {
-    return mLocks->Acquire(handle, durationMs, list, count);
-}
-
-int PerfHal::Release(int handle) {
-    return mLocks->Release(handle);
-}
-
-void PerfHal::RefuseNext(int count, int result) {
-    mLocks->RefuseNext(count, result);
-}
-
-std::vector<PerfHal::Lock> PerfHal::Held() const {
-    return mLocks->Held();
-}
-
-std::vector<PerfHal::Claim> PerfHal::ClaimsOn(const std::string& path) const {
-    return mLocks->ClaimsOn(path);
 }
 
 }  // namespace lab

@@ -7,17 +7,20 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "lab/hal/opcode_drives.h"
 #include "lab/phone/clock.h"
+#include "lab/phone/kernel.h"
 
 namespace lab {
 
-class Kernel;
 class Recorder;
 
 class PerfHal {
@@ -29,7 +32,8 @@ class PerfHal {
         std::optional<Time> until;  // none: until released
     };
 
-    PerfHal(Clock& clock, Recorder& recorder, Kernel& kernel);
+    PerfHal(Clock& clock, Recorder& recorder, Kernel& kernel)
+        : mClock(clock), mRecorder(recorder), mKernel(kernel) {}
     ~PerfHal();
 
     // The two functions of the HAL, recorded as LockAcquire and LockRelease.
@@ -75,8 +79,46 @@ class PerfHal {
     std::vector<Claim> ClaimsOn(const std::string& path) const;
 
   private:
-    class Locks;
-    std::unique_ptr<Locks> mLocks;
+    struct HeldLock {
+        Lock lock;
+        std::optional<Clock::Id> expiry;
+    };
+
+    // A node, and the way in which the HAL writes it: locks that share both compete. The name is
+    // that of a drive, which stays as long as the HAL does.
+    using ResourceKey = std::pair<std::string_view, Kernel::Writer>;
+
+    struct Resource {
+        const Drive* drive = nullptr;
+        std::vector<Claim> claims;           // oldest first
+        std::optional<std::string> written;  // what the HAL has in the node now
+        bool isAsWritten = true;             // the node took it without clamping or refusing
+    };
+
+    void Hold(int handle, int durationMs, std::vector<int> list);
+    void LetGo(int handle);
+    void Expire(int handle);
+    const std::vector<Drive>& Drives(int opcode);
+    std::vector<ResourceKey> AddClaims(const Lock& lock);
+    std::vector<ResourceKey> DropClaims(const Lock& lock);
+    bool IsLifted(const Drive& drive) const;
+    std::optional<std::string> WantedIn(const Resource& resource) const;
+    std::string WantedVector(const Resource& resource) const;
+    std::vector<ResourceKey> WithCeilings(const std::vector<ResourceKey>& changed) const;
+    void Apply(const std::vector<ResourceKey>& named);
+    void Put(Resource& resource, const std::optional<std::string>& wanted);
+
+    Clock& mClock;
+    Recorder& mRecorder;
+    Kernel& mKernel;
+
+    mutable std::mutex mMutex;  // guards what follows
+    std::map<int, HeldLock> mHeld;
+    std::map<ResourceKey, Resource> mResources;  // those on which a lock has a claim
+    std::map<int, std::vector<Drive>> mDrives;   // by opcode
+    int mLastHandle = 0;
+    int mRefusals = 0;
+    int mRefusal = 0;
 };
 
 }  // namespace lab

@@ -6,8 +6,6 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "nodes/node_path_table.h"
-
 namespace lab {
 namespace {
 
@@ -90,11 +88,8 @@ std::optional<StepTable> StepsOf(const Drive& drive, const DeviceProfile& device
     if (drive.unit == Drive::Unit::kGpuMhz) return GpuSteps(device);
     const std::string leaf = drive.path.substr(drive.path.rfind('/') + 1);
     if (leaf == "scaling_min_freq" || leaf == "scaling_max_freq") {
-        for (const CpuCluster& cluster : device.clusters) {
-            const std::string folder =
-                std::string(tarquel::kCpuPrefix) + std::to_string(cluster.firstCpu) + "/";
-            if (drive.path.starts_with(folder)) return ClusterSteps(device, cluster.name);
-        }
+        const CpuCluster* const cluster = ClusterOfPath(drive.path, device);
+        if (cluster != nullptr) return ClusterSteps(device, cluster->name);
     }
     if (leaf != "min_freq" && leaf != "max_freq") return std::nullopt;
     for (const BusMonitor& bus : device.buses) {

@@ -65,10 +65,6 @@ std::string ReadText(int error, const std::string& value) {
     return error != 0 ? ErrorText(error) + " when read" : Quoted(value);
 }
 
-std::string FolderOf(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
-}
-
 }  // namespace
 
 namespace machine_calls {
@@ -135,7 +131,7 @@ class Machine::Double : public Node {
         mModel->Restore(saved);
         // What the model takes as its state, also where it is not what was said.
         mFile.Write(mModel->Save());
-        mMachine.CompareFollowers(*this, fmt::format("{} <- {} again", Path(), Quoted(saved)));
+        mMachine.CompareFollowers(this, fmt::format("{} <- {} again", Path(), Quoted(saved)));
     }
     bool IsReadOnly() const override { return mModel->IsReadOnly(); }
     bool IsCounted() const override { return mModel->IsCounted(); }
@@ -176,8 +172,8 @@ class Machine::Double : public Node {
 
     // "policy4 2112000", "gpu 500000" (kHz), "gpu none"
     std::string HalText(std::optional<int64_t> request) const {
-        const std::string folder = FolderOf(Path());
-        const std::string device = IsGpu() ? "gpu" : folder.substr(folder.rfind('/') + 1);
+        const std::string policy = std::filesystem::path(Path()).parent_path().filename();
+        const std::string device = IsGpu() ? "gpu" : policy;
         if (!request) return device + " none";
         const int64_t up = IsMin() ? 0 : kHzPerKhz - 1;
         return fmt::format("{} {}", device, IsGpu() ? (*request + up) / kHzPerKhz : *request);
@@ -204,15 +200,13 @@ Machine::~Machine() = default;
 // The family to which a node of the phone belongs on a machine decides where the machine has it.
 std::optional<std::string> Machine::RealPath(const std::string& path) const {
     const std::string name = path.substr(path.rfind('/') + 1);
+    const auto has = [this](const char* family) { return mKernel.has.contains(family); };
     const bool isPolicys = path.starts_with(kPolicies) &&
                            (name.starts_with("scaling_") || name.starts_with("cpuinfo_"));
-    if (isPolicys) return mKernel.has.contains("cpufreq") ? std::optional(path) : std::nullopt;
-    if (name == "online")
-        return mKernel.has.contains("online") ? std::optional(path) : std::nullopt;
-    if (path.starts_with(kGpuFolder) && mKernel.has.contains("devfreq")) {
-        return mDevfreq + "/" + name;
-    }
-    if (path.starts_with("/dev/cpuctl/") && mKernel.has.contains("uclamp")) return path;
+    if (isPolicys && has("cpufreq")) return path;
+    if (name == "online" && has("online")) return path;
+    if (path.starts_with(kGpuFolder) && has("devfreq")) return mDevfreq + "/" + name;
+    if (path.starts_with("/dev/cpuctl/") && has("uclamp")) return path;
     return std::nullopt;
 }
 
@@ -253,12 +247,12 @@ std::vector<NamedNode> Machine::LayOut(const DeviceProfile& profile) {
     std::vector<NamedNode> standIns;
     AddStandIns(standIns);
     const auto makeDouble = [this](NamedNode& named, const std::string& path) {
-        if (const int fd = machine_calls::Open(path, O_RDONLY); fd < 0) {
+        const int fd = machine_calls::Open(path, O_RDONLY);
+        if (fd < 0) {
             throw std::runtime_error(fmt::format("the machine's kernel, {}, has no {}: {}",
                                                  mKernel.name, path, ErrorText(-fd)));
-        } else {
-            machine_calls::Close(fd);
         }
+        machine_calls::Close(fd);
         const auto node = std::make_shared<Double>(*this, named, path);
         mDoubles.push_back(node);
         named.node = node;
@@ -327,11 +321,11 @@ void Machine::Boot() {
 
 // A driver is as slow as the phone's faults say of any name of its node.
 void Machine::SetDelay(const std::vector<std::string>& names) {
-    const Phone* const phone = Phone::Current();
+    Phone* const phone = Phone::Current();
     if (phone == nullptr) return;
     int delayMs = 0;
     for (const std::string& name : names) {
-        const auto fault = const_cast<Phone*>(phone)->GetFaults().OnNode(name);
+        const auto fault = phone->GetFaults().OnNode(name);
         if (fault && fault->kind == NodeFault::Kind::kSlow) delayMs = fault->slowMs;
     }
     if (delayMs == mDelayMs) return;
@@ -344,27 +338,29 @@ ssize_t Machine::Judge(const Double& node, const std::string& written, ssize_t k
     ++mCounts.writes;
     ++mCounts.comparisons;
     if (kernels != models) Differ(written, ResultText(kernels), ResultText(models));
-    CompareFollowers(node, written);
+    CompareFollowers(&node, written);
     return kernels;
 }
 
-void Machine::CompareFollowers(const Double& node, const std::string& after) {
-    Settle();
-    for (const auto& other : mDoubles) {
-        if (node.MayChange(*other)) Compare(*other, after);
-    }
+void Machine::CompareAll(const std::string& after) {
+    CompareFollowers(nullptr, after);
 }
 
-void Machine::CompareAll(const std::string& after) {
-    Settle();
-    for (const auto& node : mDoubles) Compare(*node, after);
+void Machine::CompareFollowers(const Double* written, const std::string& after) {
+    // Waits for what the kernel does behind a write.
+    std::string ignored;
+    mSettle.Read(ignored);
+    for (const auto& node : mDoubles) {
+        if (written == nullptr || written->MayChange(*node)) Compare(*node, after);
+    }
 }
 
 // Nodes may follow late: a difference is one that stays.
 void Machine::Compare(Double& node, const std::string& after) {
     if (mKernel.unreal.contains(node.Names().front())) return node.Look();
     ++mCounts.comparisons;
-    const auto end = std::chrono::steady_clock::now() + Patience();
+    const bool isPatient = mCounts.differences < kManyDifferences;
+    const auto end = std::chrono::steady_clock::now() + (isPatient ? kPatience : kLittlePatience);
     for (node.Look(); !node.IsAsModel(); node.Look()) {
         if (std::chrono::steady_clock::now() > end) {
             const std::string what =
@@ -375,16 +371,6 @@ void Machine::Compare(Double& node, const std::string& after) {
         }
         std::this_thread::sleep_for(milliseconds(1));
     }
-}
-
-milliseconds Machine::Patience() const {
-    return mCounts.differences < kManyDifferences ? kPatience : kLittlePatience;
-}
-
-// Waits for what the kernel does behind a write.
-void Machine::Settle() {
-    std::string ignored;
-    mSettle.Read(ignored);
 }
 
 void Machine::Begin(std::function<std::string()> where) {

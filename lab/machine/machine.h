@@ -4,7 +4,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -100,10 +99,9 @@ class Machine {
     void Boot();
     void SetDelay(const std::vector<std::string>& names);
     ssize_t Judge(const Double& node, const std::string& written, ssize_t kernels, ssize_t models);
-    void CompareFollowers(const Double& node, const std::string& after);
+    // Compares what a write to that node may change; every node for null.
+    void CompareFollowers(const Double* written, const std::string& after);
     void Compare(Double& node, const std::string& after);
-    void Settle();
-    std::chrono::milliseconds Patience() const;
 
     const KernelUnderTest mKernel;
     std::ostream& mReport;

@@ -1,8 +1,7 @@
 // tarquel-machine: the lab on a machine whose kernel has the device's frequency hardware.
 //   hardware  on the desk: what a virtual machine needs to have it
 //   play      on that machine: plays scenarios and lists of writes, and compares the machine's
-//   nodes
-//             with the model's
+//             nodes with the model's
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -52,12 +51,6 @@ struct PlayOptions {
     std::vector<std::string> writes;
 };
 
-Phone::Options WithNodes(NodeLayout nodes) {
-    Phone::Options options;
-    options.nodes = std::move(nodes);
-    return options;
-}
-
 class Session {
   public:
     Session(const PlayOptions& options, Machine& machine)
@@ -83,7 +76,7 @@ class Session {
     }
 
     void PlayList(const WriteList& list) {
-        Phone phone(mDevice, WithNodes(OfMachine()));
+        Phone phone(mDevice, {.nodes = OfMachine()});
         PlayWrites(list, mMachine, phone, mDevice);
     }
 
@@ -99,13 +92,15 @@ class Session {
         const std::vector<std::string> models = FindingsOf(
             root, [this](const DeviceProfile& profile) { return mMachine.LayOutModel(profile); },
             false);
+        const auto lacks = [](const std::vector<std::string>& findings,
+                              const std::string& finding) {
+            return std::find(findings.begin(), findings.end(), finding) == findings.end();
+        };
         for (const std::string& finding : found) {
-            const bool isModels = std::find(models.begin(), models.end(), finding) != models.end();
-            if (!isModels) mMachine.Differ("a finding of " + file, finding, "none");
+            if (lacks(models, finding)) mMachine.Differ("a finding of " + file, finding, "none");
         }
         for (const std::string& finding : models) {
-            const bool isKernels = std::find(found.begin(), found.end(), finding) != found.end();
-            if (!isKernels) mMachine.Differ("a finding of " + file, "none", finding);
+            if (lacks(found, finding)) mMachine.Differ("a finding of " + file, "none", finding);
         }
         if (found == models) {
             std::cout << fmt::format("  {} findings, as the model with this kernel's rules has:\n",
@@ -121,13 +116,14 @@ class Session {
         return fmt::format("{}, at {:.3f} s", file, now.count());
     }
 
-    std::vector<std::string> FindingsOf(const YamlNode& root, NodeLayout nodes, bool isMachines) {
+    std::vector<std::string> FindingsOf(const YamlNode& root, const NodeLayout& nodes,
+                                        bool isMachines) {
         ScenarioHead head = ReadScenarioHead(root);
         const Instead instead{mOptions.device, ""};
         SceneFile scenes = SceneFile::Load(ScenesOfScenario(instead, head, mDevice));
         const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
         if (isMachines) mMachine.Begin([file = head.file] { return WhereIn(file); });
-        Phone phone(mDevice, WithNodes(std::move(nodes)));
+        Phone phone(mDevice, {.nodes = nodes});
         for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
         Book book(mDevice, scenes, phone.GetKernel());
         Library library(mOptions.library);

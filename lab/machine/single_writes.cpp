@@ -127,9 +127,9 @@ class Player {
     void Make(const SingleWrite& write) {
         const std::string path = PathOf(write.node);
         const std::optional<std::string> machines = mMachine.PathOf(path);
-        if (write.kind == SingleWrite::Kind::kCreate && !machines) return Create(path);
-        if (!machines) throw std::runtime_error("the machine does not have " + path);
-        if (!mBoot.contains(path)) mBoot[path] = StateOf(path);
+        const bool creates = write.kind == SingleWrite::Kind::kCreate;
+        if (!machines && !creates) throw std::runtime_error("the machine does not have " + path);
+        if (machines) mBoot.try_emplace(path, StateOf(path));
         if (write.kind == SingleWrite::Kind::kHal) {
             mHalNodes.insert(path);
             if (write.text) {
@@ -139,19 +139,15 @@ class Player {
             }
             return;
         }
-        const int flags = O_WRONLY | (write.kind == SingleWrite::Kind::kCreate ? O_CREAT : 0);
-        const int fd = OpenBoth(path, *machines, flags);
+        const int fd = OpenBoth(path, machines.value_or(path), O_WRONLY | (creates ? O_CREAT : 0));
         if (fd < 0) return;
-        // The node writes to the machine and compares.
-        const auto offset = static_cast<off_t>(write.offset);
-        [[maybe_unused]] const ssize_t taken =
-            pwrite(fd, write.text->data(), write.text->size(), offset);
+        if (machines) {
+            // The node writes to the machine and compares.
+            const auto offset = static_cast<off_t>(write.offset);
+            [[maybe_unused]] const ssize_t taken =
+                pwrite(fd, write.text->data(), write.text->size(), offset);
+        }
         close(fd);
-    }
-
-    void Create(const std::string& path) {
-        const int fd = OpenBoth(path, path, O_WRONLY | O_CREAT);
-        if (fd >= 0) close(fd);
     }
 
     // Opens the phone's node, and the machine's to compare.

@@ -6,9 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "lab/phone/device_profile.h"
@@ -47,7 +50,7 @@ class Kernel {
     Kernel(const Kernel&) = delete;
     Kernel& operator=(const Kernel&) = delete;
 
-    const DeviceProfile& Profile() const;
+    const DeviceProfile& Profile() const { return mProfile; }
 
     // True for a path that this kernel answers for: below /sys, /proc/sys or /dev/cpuctl.
     static bool Owns(const char* path);
@@ -77,14 +80,12 @@ class Kernel {
     // (`creates`) in a folder of sysfs or cgroups that there is, else ENOENT.
     int MissingError(const std::string& path, bool creates) const;
 
-    // Writes `text` as a program would, rules and all. Returns 0 or the errno.
-    // Records the access; `byHal` says that it is done on behalf of a lock (Writer::kHal).
-    int Write(const std::string& path, const std::string& text, bool byHal = false);
-    int Write(const std::string& path, const std::string& text, Writer writer);
+    // Writes `text`, rules and all, and records that. Returns 0 or the errno.
+    int Write(const std::string& path, const std::string& text, Writer writer = Writer::kProgram);
 
-    // As a program's Write, at `offset` of the file. Returns how many bytes were taken, or the
-    // negative errno.
-    ssize_t WriteAt(const std::string& path, const std::string& text, size_t offset);
+    // The same at `offset` of the file. Returns how many bytes were taken, or the negative errno.
+    ssize_t WriteAt(const std::string& path, const std::string& text, size_t offset,
+                    Writer writer = Writer::kProgram);
 
     // Takes back what the HAL wrote as `writer`; the program's own shows again. Records the write
     // if there was anything to take back.
@@ -111,10 +112,26 @@ class Kernel {
     const std::string& Folder() const;
 
   private:
-    ssize_t Put(const std::string& path, const std::string& text, size_t offset, Writer writer);
+    struct Entry;
+    using Entries = std::map<std::string, std::shared_ptr<Entry>>;
+    using Neighbours = std::vector<const Entries::value_type*>;
 
-    class Tree;
-    std::unique_ptr<Tree> mTree;
+    Entry* Find(const std::string& path) const;
+    void Add(NamedNode named);
+    void UpdateFile(Entry& entry) const;
+    const Neighbours& Beside(Entry& entry);
+    std::vector<std::string> ShownBeside(Entry& entry);
+    std::vector<NodeValue> ChangedBeside(Entry& entry, const std::vector<std::string>& before);
+    ssize_t Store(Entry& entry, const std::string& text, size_t offset, Writer writer);
+
+    const DeviceProfile mProfile;
+    Recorder& mRecorder;
+    const std::string mFolder;
+
+    mutable std::mutex mMutex;  // guards what follows
+    Entries mEntries;
+    std::unordered_map<std::string, Entry*> mByName;       // the same, found sooner
+    std::unordered_map<const Entry*, Neighbours> mBeside;  // found once, until nodes come or go
 };
 
 }  // namespace lab

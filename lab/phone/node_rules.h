@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lab/phone/device_profile.h"
@@ -54,6 +55,11 @@ struct NamedNode {
     std::vector<std::string> names;
     std::shared_ptr<Node> node;
 };
+
+// The folder in which a node is, without the slash behind it.
+inline std::string_view FolderOf(std::string_view path) {
+    return path.substr(0, path.rfind('/'));
+}
 
 // Where kernels answer differently. As it is made, the phones' generation (5.10).
 struct KernelRules {
