@@ -11,7 +11,7 @@ texts=lab/phone/kernel_text.cpp
 # What is broken | the file | how: a sed expression that changes it
 teeth=(
     "a floor above the ceiling shows as the ceiling | $limits | s/mShownMin = std::min\((effective\(Side::kMin\)), mShownMax\)/mShownMin = \1/"
-    "the lower of two ceilings counts, the HAL's and the program's | $limits | s/: std::min\(program, \*hal\)/: program/"
+    "the lower of two ceilings counts, the HAL's and the program's | $limits | s/: std::min\(program, hal\)/: program/"
     "limits of a cluster without a running CPU are refused | $limits | s/if \(!mIsOnline\) return mRules.offlineWriteError;//"
     "devfreq rounds a maximum up to kHz | $limits | s/\*number % kHzPerKhz != 0 \? 1 : 0/0/"
     "a sysctl takes hexadecimal numbers | $texts | s/Lower\(text\[1\]\) == 'x'/Lower(text[1]) == 'y'/"

@@ -88,10 +88,16 @@ class OnlineNode : public SysfsNode {
 
 }  // namespace
 
-int32_t FreqLimits::Strictest(Side side, std::optional<int32_t> hal) const {
+void FreqLimits::SetHal(Side side, std::optional<int64_t> request) {
+    Of(side).hal = request;
+    Follow();
+}
+
+int32_t FreqLimits::Strictest(Side side) const {
     const int32_t program = Of(side).program;
-    if (!hal) return program;
-    return side == Side::kMin ? std::max(program, *hal) : std::min(program, *hal);
+    if (!Of(side).hal) return program;
+    const int32_t hal = ToRequest(static_cast<uint64_t>(ToKhz(side, *Of(side).hal)));
+    return side == Side::kMin ? std::max(program, hal) : std::min(program, hal);
 }
 
 CpuLimits::CpuLimits(std::vector<int64_t> khz, const KernelRules& rules)
@@ -117,11 +123,6 @@ std::string CpuLimits::Taken(Side side) const {
     return std::to_string(static_cast<uint32_t>(Of(side).program));
 }
 
-void CpuLimits::SetHal(Side side, std::optional<int64_t> request) {
-    Of(side).hal = request;
-    Follow();
-}
-
 void CpuLimits::SetOnline(bool isOnline) {
     mIsOnline = isOnline;
     Follow();
@@ -134,10 +135,8 @@ int64_t CpuLimits::Current() const {
 void CpuLimits::Follow() {
     if (!mIsOnline) return;
     const auto effective = [this](Side side) {
-        std::optional<int32_t> hal;
-        if (Of(side).hal) hal = ToRequest(static_cast<uint64_t>(*Of(side).hal));
         // Negative ones count as the strictest maximum, and then as a very high frequency.
-        const int64_t value = static_cast<uint32_t>(Strictest(side, hal));
+        const int64_t value = static_cast<uint32_t>(Strictest(side));
         return std::clamp(value, mKhz.front(), mKhz.back());
     };
     mShownMax = effective(Side::kMax);
@@ -145,10 +144,7 @@ void CpuLimits::Follow() {
     // The cluster must have a step to run at: where none lies between, the ceiling gives way.
     const int64_t step = Current();
     mShownMax = std::max(mShownMax, step);
-    if (mRules.snapsCpuLimits) Snap();
-}
-
-void CpuLimits::Snap() {
+    if (!mRules.snapsCpuLimits) return;
     mShownMin = Current();
     mShownMax = *std::prev(std::upper_bound(mKhz.begin(), mKhz.end(), mShownMax));
 }
@@ -177,24 +173,18 @@ std::string DevfreqLimits::Taken(Side side) const {
     return std::to_string(int64_t{static_cast<uint32_t>(request)} * kHzPerKhz);
 }
 
-uint64_t DevfreqLimits::EffectiveMax() const {
-    std::optional<int32_t> hal;
-    if (const auto hz = Of(Side::kMax).hal) {
-        hal = ToRequest((static_cast<uint64_t>(*hz) + kHzPerKhz - 1) / kHzPerKhz);
-    }
-    const int32_t khz = Strictest(Side::kMax, hal);
-    // Negative ones wrap to what is above every table.
-    return std::min(mHighHz, static_cast<uint64_t>(khz * kHzPerKhz));
+int64_t DevfreqLimits::ToKhz(Side side, int64_t hal) const {
+    return (side == Side::kMin ? hal : hal + kHzPerKhz - 1) / kHzPerKhz;
 }
 
 int64_t DevfreqLimits::Show(Side side) const {
-    const uint64_t max = EffectiveMax();
-    if (side == Side::kMax) return static_cast<int64_t>(max);
-    std::optional<int32_t> hal;
-    if (const auto hz = Of(Side::kMin).hal) hal = ToRequest(static_cast<uint64_t>(*hz / kHzPerKhz));
-    const int32_t khz = Strictest(Side::kMin, hal);
-    return static_cast<int64_t>(
-        std::min(std::max(mLowHz, static_cast<uint64_t>(khz * kHzPerKhz)), max));
+    // Negative ones wrap to what is above every table.
+    const auto requested = [this](Side end) {
+        return static_cast<uint64_t>(Strictest(end) * kHzPerKhz);
+    };
+    const uint64_t max = std::min(mHighHz, requested(Side::kMax));
+    const uint64_t min = std::min(std::max(mLowHz, requested(Side::kMin)), max);
+    return static_cast<int64_t>(side == Side::kMin ? min : max);
 }
 
 std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side) {

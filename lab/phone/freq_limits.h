@@ -31,7 +31,7 @@ class FreqLimits {
 
     // The HAL's request, in the node's unit; none takes it back.
     std::optional<int64_t> Hal(Side side) const { return Of(side).hal; }
-    virtual void SetHal(Side side, std::optional<int64_t> request) = 0;
+    void SetHal(Side side, std::optional<int64_t> request);
 
     // The errno with which a read of the range's nodes fails, or 0.
     virtual int ReadError() const { return 0; }
@@ -45,8 +45,14 @@ class FreqLimits {
     const Requests& Of(Side side) const { return side == Side::kMin ? mMin : mMax; }
     Requests& Of(Side side) { return side == Side::kMin ? mMin : mMax; }
 
-    // The request that counts, with the HAL's as `hal`.
-    int32_t Strictest(Side side, std::optional<int32_t> hal) const;
+    // The request that counts.
+    int32_t Strictest(Side side) const;
+
+    // A HAL's request in kHz.
+    virtual int64_t ToKhz(Side side, int64_t hal) const = 0;
+
+    // Called when the HAL's request has changed.
+    virtual void Follow() {}
 
   private:
     Requests mMin;
@@ -63,7 +69,6 @@ class CpuLimits : public FreqLimits {
     int64_t Show(Side side) const override { return side == Side::kMin ? mShownMin : mShownMax; }
     int Take(Side side, const std::string& text) override;
     std::string Taken(Side side) const override;
-    void SetHal(Side side, std::optional<int64_t> request) override;
     int ReadError() const override { return mIsOnline ? 0 : mRules.offlineReadError; }
 
     // Says whether a CPU of the cluster runs.
@@ -73,8 +78,8 @@ class CpuLimits : public FreqLimits {
     int64_t Current() const;
 
   private:
-    void Follow();
-    void Snap();
+    int64_t ToKhz(Side, int64_t hal) const override { return hal; }
+    void Follow() override;
 
     const std::vector<int64_t> mKhz;
     const KernelRules mRules;
@@ -92,10 +97,9 @@ class DevfreqLimits : public FreqLimits {
     int64_t Show(Side side) const override;
     int Take(Side side, const std::string& text) override;
     std::string Taken(Side side) const override;
-    void SetHal(Side side, std::optional<int64_t> request) override { Of(side).hal = request; }
 
   private:
-    uint64_t EffectiveMax() const;
+    int64_t ToKhz(Side side, int64_t hal) const override;
 
     const uint64_t mLowHz;
     const uint64_t mHighHz;
