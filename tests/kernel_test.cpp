@@ -339,6 +339,18 @@ TEST_F(KernelTest, InPlaceWriteGivesWayToTheProgramsLatest) {
     EXPECT_EQ(mKernel->Value(node), "1440000");
 }
 
+TEST_F(KernelTest, ForcedTextThatIsNoStateLeavesTheStateBeneath) {
+    Boot("sm8450");
+    const std::string node = kBig + "walt/pl";
+    mKernel->Write(node, "1");
+    mKernel->Force(node, "a text");
+    mKernel->Write(node, "0", Kernel::Writer::kHalInPlace);
+
+    mKernel->Withdraw(node, Kernel::Writer::kHalInPlace);
+
+    EXPECT_EQ(mKernel->Value(node), "1");
+}
+
 TEST_F(KernelTest, ForcedTextStaysUntilTheNextAcceptedWrite) {
     Boot("sm8450");
     const std::string node = kBig + "scaling_max_freq";

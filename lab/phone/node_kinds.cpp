@@ -36,7 +36,7 @@ class NumberNode : public SysfsNode {
     std::string Show() const override { return std::to_string(*mValue); }
     void Restore(const std::string& saved) override {
         if (IsBool(mScan)) {
-            *mValue = saved == "1" ? 1 : 0;
+            Take(saved);
         } else if (const auto value = ParseWholeNumber(saved)) {
             *mValue = *value;
         }
