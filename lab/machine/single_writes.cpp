@@ -77,15 +77,14 @@ WriteCase ReadCase(const YamlNode& node) {
 
 // "\n" and "\0" in a word of the command line.
 std::string Unescaped(const std::string& text) {
+    constexpr std::string_view kLetters("nt0\\");
+    constexpr std::string_view kMeanings("\n\t\0\\", kLetters.size());
     std::string plain;
     for (size_t i = 0; i < text.size(); ++i) {
-        const char next = text[i] == '\\' && i + 1 < text.size() ? text[i + 1] : 'x';
-        if (next == 'n' || next == 't' || next == '0' || next == '\\') {
-            plain += next == 'n' ? '\n' : next == 't' ? '\t' : next == '0' ? '\0' : '\\';
-            ++i;
-        } else {
-            plain += text[i];
-        }
+        const bool mayEscape = text[i] == '\\' && i + 1 < text.size();
+        const size_t letter = mayEscape ? kLetters.find(text[i + 1]) : kLetters.npos;
+        plain += letter == kLetters.npos ? text[i] : kMeanings[letter];
+        if (letter != kLetters.npos) ++i;
     }
     return plain;
 }

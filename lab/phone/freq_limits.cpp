@@ -47,45 +47,6 @@ class FreqLimitNode : public SysfsNode {
     const Side mSide;
 };
 
-class OnlineNode : public SysfsNode {
-  public:
-    OnlineNode(std::shared_ptr<int> all, std::shared_ptr<int> ofCluster,
-               std::shared_ptr<CpuLimits> limits, bool knowsTrueAndFalse)
-        : mAll(std::move(all)),
-          mOfCluster(std::move(ofCluster)),
-          mLimits(std::move(limits)),
-          mKnowsTrueAndFalse(knowsTrueAndFalse) {
-        Count(1);
-    }
-
-    std::string Show() const override { return mRuns ? "1" : "0"; }
-    void Restore(const std::string& saved) override { Take(saved); }
-
-  protected:
-    int Take(const std::string& text) override {
-        const std::optional<bool> runs = ParseBool(text, mKnowsTrueAndFalse);
-        if (!runs) return EINVAL;
-        if (*runs == mRuns) return 0;
-        if (!*runs && *mAll == 1) return EBUSY;
-        mRuns = *runs;
-        Count(mRuns ? 1 : -1);
-        mLimits->SetOnline(*mOfCluster > 0);
-        return 0;
-    }
-
-  private:
-    void Count(int difference) {
-        *mAll += difference;
-        *mOfCluster += difference;
-    }
-
-    const std::shared_ptr<int> mAll;
-    const std::shared_ptr<int> mOfCluster;
-    const std::shared_ptr<CpuLimits> mLimits;
-    const bool mKnowsTrueAndFalse;
-    bool mRuns = true;
-};
-
 }  // namespace
 
 void FreqLimits::SetHal(Side side, std::optional<int64_t> request) {
@@ -189,12 +150,6 @@ int64_t DevfreqLimits::Show(Side side) const {
 
 std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side) {
     return std::make_shared<FreqLimitNode>(std::move(limits), side);
-}
-
-std::shared_ptr<Node> MakeOnlineNode(std::shared_ptr<int> all, std::shared_ptr<int> ofCluster,
-                                     std::shared_ptr<CpuLimits> limits, const KernelRules& rules) {
-    return std::make_shared<OnlineNode>(std::move(all), std::move(ofCluster), std::move(limits),
-                                        rules.knowsTrueAndFalse);
 }
 
 }  // namespace lab

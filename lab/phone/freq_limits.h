@@ -108,9 +108,4 @@ class DevfreqLimits : public FreqLimits {
 // The node of one end.
 std::shared_ptr<Node> MakeFreqLimitNode(std::shared_ptr<FreqLimits> limits, Side side);
 
-// cpuN/online of a CPU of the cluster. `all` and `ofCluster` count the CPUs that run, of the phone
-// and of the cluster. The last one that does cannot be taken away.
-std::shared_ptr<Node> MakeOnlineNode(std::shared_ptr<int> all, std::shared_ptr<int> ofCluster,
-                                     std::shared_ptr<CpuLimits> limits, const KernelRules& rules);
-
 }  // namespace lab

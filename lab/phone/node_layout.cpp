@@ -100,8 +100,7 @@ class Layout {
         };
         for (const NumberRule& rule : kWaltNodes) addWalt(rule);
         addWalt({"rtg_boost_freq", Scan::kWhole, 0, kU32Max, cluster.rtgBoostKhz});
-        const Scan scan = mRules.knowsTrueAndFalse ? Scan::kBoolOrTrueFalse : Scan::kBool;
-        addWalt({"pl", scan, 0, 1, 0});
+        addWalt({"pl", mBool, 0, 1, 0});
     }
 
     // Core control has its nodes on a cluster's first CPU only. Its ends are not checked against
@@ -111,9 +110,18 @@ class Layout {
         const std::string folder = CpuFolder(cluster.firstCpu) + "/core_ctl/";
         AddNumber(folder, {"min_cpus", Scan::kLeading, 0, size, 1});
         AddNumber(folder, {"max_cpus", Scan::kLeading, 0, size, size});
-        const auto running = std::make_shared<int>(0);
+        *mRunning += size;
+        const auto running = std::make_shared<int64_t>(size);
         for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
-            Add(CpuFolder(cpu) + "/online", MakeOnlineNode(mRunning, running, limits, mRules));
+            const auto runs = std::make_shared<int64_t>(1);
+            const auto take = [runs, running, limits, all = mRunning](int64_t shall) -> int64_t {
+                if (shall < *runs && *all == 1) return -EBUSY;  // the phone's last one
+                *all += shall - *runs;
+                *running += shall - *runs;
+                limits->SetOnline(*running > 0);
+                return shall;
+            };
+            Add(CpuFolder(cpu) + "/online", MakeNumberNode(mBool, runs, take));
         }
     }
 
@@ -193,7 +201,8 @@ class Layout {
 
     const DeviceProfile& mProfile;
     const KernelRules& mRules;
-    const std::shared_ptr<int> mRunning = std::make_shared<int>(0);
+    const Scan mBool = mRules.knowsTrueAndFalse ? Scan::kBoolOrTrueFalse : Scan::kBool;
+    const std::shared_ptr<int64_t> mRunning = std::make_shared<int64_t>(0);  // CPUs of the phone
     std::vector<NamedNode> mNodes;
 };
 
