@@ -60,7 +60,7 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
     }
     if (const YamlNode* node = root.Find("properties")) head.properties = ReadProperties(*node);
     if (const YamlNode* node = root.Find("state")) {
-        head.state = static_cast<int>(node->AsInt("state bits", INT32_MIN, INT32_MAX));
+        head.state = ReadInt32(*node, "state bits");
     }
     if (const YamlNode* node = root.Find("debug")) head.debug = node->AsBool("on or off");
     if (const YamlNode* node = root.Find("faults")) {
@@ -68,10 +68,6 @@ ScenarioHead ReadScenarioHead(const YamlNode& root) {
     }
     root.Get("steps").AsList("steps");
     return head;
-}
-
-std::vector<Step> ReadScenarioSteps(const YamlNode& root, const SceneFile& scenes) {
-    return StepReader(scenes).Read(root.Get("steps"));
 }
 
 }  // namespace lab

@@ -63,40 +63,38 @@ ExpectedLog ReadExpectedLog(const YamlNode& node, bool isLogged) {
     return log;
 }
 
-}  // namespace
-
 // A resource by its key in scene files, the name of its tag or its opcode.
-int StepReader::ReadResource(const YamlNode& node) const {
+int ReadResource(const YamlNode& node, Layout layout) {
     const std::string& text = node.AsText("the name of a resource");
     if (const std::optional<int> opcode = FindKeyOpcode(text)) return *opcode;
     const std::optional<int64_t> number = ParseNumber(text);
     if (number && *number > 0 && *number <= INT32_MAX) return static_cast<int>(*number);
-    if (const std::optional<int> tag = FindTag(text, mLayout)) {
-        if (const std::optional<int> opcode = FindTagOpcode(*tag, mLayout)) return *opcode;
+    if (const std::optional<int> tag = FindTag(text, layout)) {
+        if (const std::optional<int> opcode = FindTagOpcode(*tag, layout)) return *opcode;
     }
     node.Fail(
         "there is no resource '" + text +
         "'; use a scene file's key (big_cpu0_min_freq), a tag (big_min) or an opcode (0x...)");
 }
 
-ExpectedLock StepReader::ReadExpectedLock(const YamlNode& node, bool isHeld) const {
-    AsMap(node, "a lock: {command: touch, resource: big_cpu0_min_freq, value: 1113}",
-          {"command", "client", "resource", "value"});
+ExpectedLock ReadExpectedLock(const StepInput& in, const YamlNode& node, bool isHeld) {
+    ExpectMap(node, "a lock: {command: touch, resource: big_cpu0_min_freq, value: 1113}",
+              {"command", "client", "resource", "value"});
     ExpectedLock lock;
     lock.line = node.line;
     lock.isHeld = isHeld;
     lock.text = "a lock";
     if (const YamlNode* resource = node.Find("resource")) {
-        lock.opcode = ReadResource(*resource);
+        lock.opcode = ReadResource(*resource, in.layout);
         lock.text += " on " + resource->scalar;
     }
     if (const YamlNode* value = node.Find("value")) {
         if (!lock.opcode) value->Fail("a value needs the resource that has it");
-        lock.value = AsInt32(*value, "the value, as the timeline shows it");
+        lock.value = ReadInt32(*value, "the value, as the timeline shows it");
         lock.text += fmt::format(" = {}", *lock.value);
     }
     if (const YamlNode* command = node.Find("command")) {
-        const SceneCommand& found = ReadCommand(*command);
+        const SceneCommand& found = in.ReadCommand(*command);
         lock.cmdId = found.id;
         lock.text += " by " + found.Label();
     }
@@ -108,15 +106,18 @@ ExpectedLock StepReader::ReadExpectedLock(const YamlNode& node, bool isHeld) con
     return lock;
 }
 
-Request StepReader::ReadExpect(const YamlNode&, const YamlNode& value, Step& made) {
-    AsMap(value, "an expectation", kFields);
+}  // namespace
+
+Request ReadExpect(StepInput& in) {
+    const YamlNode& value = in.value;
+    ExpectMap(value, "an expectation", kFields);
     if (value.fields.empty()) value.Fail("expect something: " + Join(kFields));
-    made.text = "expect";
+    in.made.text = "expect";
     Expect expected;
     const auto readNumber = [&](const char* field, ExpectedNumber::What what, const char* meaning,
                                 int low) {
         const YamlNode* node = value.Find(field);
-        if (node) expected.numbers.push_back({what, node->line, AsInt32(*node, meaning, low)});
+        if (node) expected.numbers.push_back({what, node->line, ReadInt32(*node, meaning, low)});
     };
     readNumber("locks", ExpectedNumber::What::kLocks, "how many locks are held", 0);
     readNumber("result", ExpectedNumber::What::kResult, "the result of the request before",
@@ -131,7 +132,7 @@ Request StepReader::ReadExpect(const YamlNode&, const YamlNode& value, Step& mad
         }
     }
     if (const YamlNode* tags = value.Find("tags")) {
-        const std::vector<TagValue> values = ReadTagValues(*tags);
+        const std::vector<TagValue> values = in.ReadTagValues(*tags);
         for (size_t i = 0; i < values.size(); ++i) {
             expected.tags.push_back({tags->fields[i].first.line, values[i]});
         }
@@ -140,7 +141,7 @@ Request StepReader::ReadExpect(const YamlNode&, const YamlNode& value, Step& mad
         const YamlNode* locks = value.Find(field);
         if (!locks) continue;
         for (const YamlNode* node : OneOrMore(*locks)) {
-            expected.locks.push_back(ReadExpectedLock(*node, isHeld));
+            expected.locks.push_back(ReadExpectedLock(in, *node, isHeld));
         }
     }
     for (const auto& [field, isLogged] : {std::pair{"log", true}, std::pair{"no_log", false}}) {

@@ -1,5 +1,5 @@
-// Reads the steps of a scenario. Every mistake is an InputError that names its place, the wrong
-// value and what is allowed.
+// Reads the steps of a scenario, a file for each family of them. Every mistake is an InputError
+// that names its place, the wrong value and what is allowed.
 #pragma once
 
 #include <cstdint>
@@ -13,78 +13,50 @@
 
 namespace lab {
 
+class StepReader;
+struct StepInput;
+
+// A kind of step.
+struct StepKind {
+    const char* field;                // that makes it
+    std::vector<std::string> beside;  // fields that may stand beside it
+    Request (*read)(StepInput& in);   // says the step in words too
+    const char* words = "";           // for those that have the same always; {}: the command
+};
+
+// A step that is being read. The names of commands are those of `scenes`, the names of tags those
+// of `layout`.
+struct StepInput {
+    StepReader& reader;
+    const SceneFile& scenes;
+    const Layout layout;
+    const StepKind& kind;
+    const YamlNode& step;
+    const YamlNode& value;  // of the field that makes it
+    Step& made;
+
+    const SceneCommand& ReadCommand(const YamlNode& node, bool interactive = false) const;
+    int ReadTag(const YamlNode& node) const;
+    std::vector<TagValue> ReadTagValues(const YamlNode& node) const;
+};
+
+// The kinds that are requests of the policy server.
+std::vector<StepKind> RequestKinds();
+
+// The step that says what must be so.
+Request ReadExpect(StepInput& in);
+
 // The number of a client given by name or number.
 int ReadClient(const YamlNode& node);
 
 // A map from property name to value.
 std::map<std::string, std::string> ReadProperties(const YamlNode& node);
 
-class StepReader {
-  public:
-    explicit StepReader(const SceneFile& scenes)
-        : mScenes(scenes), mLayout(scenes.ClusterLayout()) {}
+int ReadInt32(const YamlNode& node, const std::string& what, int64_t low = INT32_MIN,
+              int64_t high = INT32_MAX);
 
-    std::vector<Step> Read(const YamlNode& list) { return ReadList(list, false); }
-
-  private:
-    // A kind of step: the field that makes it, the fields that may stand beside it, its reader.
-    struct Kind {
-        const char* field;
-        std::vector<std::string> beside;
-        Request (StepReader::*read)(const YamlNode& step, const YamlNode& value, Step& made);
-    };
-    static const std::vector<Kind>& Kinds();
-
-    std::vector<Step> ReadList(const YamlNode& list, bool repeated);
-    Step ReadStep(const YamlNode& node, bool repeated);
-    void ReadDevice(const YamlNode& node, Step& made);
-    void ReadTime(const YamlNode& node, bool repeated, Step& made);
-    void PassTime(const YamlNode& node, const Step& made);
-
-    Request ReadDo(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadOn(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadOff(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadInteractive(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadLimit(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadGroup(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadControl(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadGet(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadStatus(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadDump(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadState(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadDebug(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadBoostCount(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadCanBoost(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadCeilings(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadSchedLevel(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadAffinity(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadChipType(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadOnDemand(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadFaultStep(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadHal(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadNode(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadCpus(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadProperty(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadWait(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadExpect(const YamlNode& step, const YamlNode& value, Step& made);
-    Request ReadRepeat(const YamlNode& step, const YamlNode& value, Step& made);
-
-    ExpectedLock ReadExpectedLock(const YamlNode& node, bool isHeld) const;
-    int ReadResource(const YamlNode& node) const;
-
-    static int AsInt32(const YamlNode& node, const std::string& what, int64_t low = INT32_MIN,
-                       int64_t high = INT32_MAX);
-    static const YamlNode& AsMap(const YamlNode& node, const std::string& what,
-                                 const std::vector<std::string>& fields);
-    const SceneCommand& ReadCommand(const YamlNode& node, bool interactive = false) const;
-    std::vector<int> ReadInts(const YamlNode& node, const std::string& what) const;
-    int ReadTag(const YamlNode& node) const;
-    std::vector<TagValue> ReadTagValues(const YamlNode& node) const;
-    std::string TagsText(const std::vector<TagValue>& tags, size_t from = 0) const;
-
-    const SceneFile& mScenes;
-    Layout mLayout;
-    int64_t mNowMs = 0;  // when the step being read happens, counted within a repeat's first round
-};
+// Refuses what is no map of these fields; `what` gives an example of one.
+void ExpectMap(const YamlNode& node, const std::string& what,
+               const std::vector<std::string>& fields);
 
 }  // namespace lab

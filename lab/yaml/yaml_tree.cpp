@@ -99,6 +99,11 @@ const std::vector<YamlNode>& YamlNode::AsList(const std::string& what) const {
     return items;
 }
 
+const YamlNode::Fields& YamlNode::AsFilledMap(const std::string& expected) const {
+    if (kind != Kind::kMap || fields.empty()) Fail("expected " + expected);
+    return fields;
+}
+
 void YamlNode::ExpectFields(const std::string& what,
                             const std::vector<std::string>& allowed) const {
     std::string list;

@@ -25,6 +25,7 @@ class InputError : public std::runtime_error {
 class YamlNode {
   public:
     enum class Kind { kNull, kScalar, kList, kMap };
+    using Fields = std::vector<std::pair<YamlNode, YamlNode>>;
 
     // Defined where the node is complete: it holds vectors of itself.
     YamlNode();
@@ -38,9 +39,9 @@ class YamlNode {
     std::shared_ptr<const std::string> file;  // shared by all nodes of a file; null: of none
     int line = 0;
     int column = 0;
-    std::string scalar;                                 // kScalar
-    std::vector<YamlNode> items;                        // kList
-    std::vector<std::pair<YamlNode, YamlNode>> fields;  // kMap, in document order
+    std::string scalar;           // kScalar
+    std::vector<YamlNode> items;  // kList
+    Fields fields;                // kMap, in document order
 
     // The file's name; empty for a node of none.
     const std::string& File() const;
@@ -57,6 +58,9 @@ class YamlNode {
     int64_t AsInt(const std::string& what, int64_t low, int64_t high) const;
     bool AsBool(const std::string& what) const;
     const std::vector<YamlNode>& AsList(const std::string& what) const;
+
+    // The fields of a map that has some; anything else is an InputError "expected ...".
+    const Fields& AsFilledMap(const std::string& expected) const;
 
     // A map with no other fields than `allowed`; an unknown one is an InputError that lists them.
     void ExpectFields(const std::string& what, const std::vector<std::string>& allowed) const;
