@@ -9,19 +9,14 @@ namespace {
 
 constexpr size_t kMostSteps = 1'000'000;
 
-bool IsPlainLetter(char letter) {
-    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
-           (letter >= '0' && letter <= '9') || letter == '_' || letter == '/' || letter == '.' ||
-           letter == '-';
-}
+constexpr char kPlainLetters[] =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_/.-";
 
 // A scalar that YAML takes for a text as it stands; all others are quoted.
 bool IsPlain(const std::string& text) {
     if (text.empty() || text == "null" || text == "Null" || text == "NULL") return false;
     if (text[0] == '-' && text.size() > 1 && text[1] == '-') return false;
-    for (char letter : text) {
-        if (!IsPlainLetter(letter)) return false;
-    }
+    if (text.find_first_not_of(kPlainLetters) != std::string::npos) return false;
     return text != "-" && text != "." && text != "..." && text != "---";
 }
 
@@ -99,7 +94,7 @@ class Flattener {
         }
         YamlNode bare = step;
         std::erase_if(bare.fields, [](const auto& field) {
-            return field.first.scalar == "at" || field.first.scalar == "after";
+            return field.key.scalar == "at" || field.key.scalar == "after";
         });
         mSteps.push_back(AtTime(mNowMs, bare));
         mLastStepMs = mNowMs;
@@ -133,7 +128,7 @@ YamlNode MakeList(std::vector<YamlNode> items) {
 YamlNode MakeMap(std::vector<std::pair<std::string, YamlNode>> fields) {
     YamlNode node;
     node.kind = YamlNode::Kind::kMap;
-    for (auto& [key, value] : fields) node.fields.emplace_back(MakeScalar(key), std::move(value));
+    for (auto& [key, value] : fields) node.fields.push_back({MakeScalar(key), std::move(value)});
     return node;
 }
 

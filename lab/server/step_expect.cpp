@@ -25,14 +25,6 @@ constexpr auto kPriorities = std::to_array<PriorityName>({
     {"error", 6},
 });
 
-// One map, or a list of maps.
-std::vector<const YamlNode*> OneOrMore(const YamlNode& node) {
-    std::vector<const YamlNode*> nodes;
-    if (node.kind != YamlNode::Kind::kList) return {&node};
-    for (const YamlNode& item : node.items) nodes.push_back(&item);
-    return nodes;
-}
-
 int ReadPriority(const YamlNode& node) {
     const std::string& text = node.AsText("a priority");
     for (const PriorityName& row : kPriorities) {
@@ -134,21 +126,21 @@ Request ReadExpect(StepInput& in) {
     if (const YamlNode* tags = value.Find("tags")) {
         const std::vector<TagValue> values = in.ReadTagValues(*tags);
         for (size_t i = 0; i < values.size(); ++i) {
-            expected.tags.push_back({tags->fields[i].first.line, values[i]});
+            expected.tags.push_back({tags->fields[i].key.line, values[i]});
         }
     }
     for (const auto& [field, isHeld] : {std::pair{"lock", true}, std::pair{"no_lock", false}}) {
         const YamlNode* locks = value.Find(field);
         if (!locks) continue;
-        for (const YamlNode* node : OneOrMore(*locks)) {
-            expected.locks.push_back(ReadExpectedLock(in, *node, isHeld));
+        for (const YamlNode& node : locks->OneOrMore()) {
+            expected.locks.push_back(ReadExpectedLock(in, node, isHeld));
         }
     }
     for (const auto& [field, isLogged] : {std::pair{"log", true}, std::pair{"no_log", false}}) {
         const YamlNode* lines = value.Find(field);
         if (!lines) continue;
-        for (const YamlNode* node : OneOrMore(*lines)) {
-            expected.log.push_back(ReadExpectedLog(*node, isLogged));
+        for (const YamlNode& node : lines->OneOrMore()) {
+            expected.log.push_back(ReadExpectedLog(node, isLogged));
         }
     }
     return expected;

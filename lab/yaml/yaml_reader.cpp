@@ -182,7 +182,7 @@ class Builder {
         if (parent.node.kind == YamlNode::Kind::kList) {
             parent.node.items.push_back(std::move(node));
         } else if (parent.key) {
-            parent.node.fields.emplace_back(std::move(*parent.key), std::move(node));
+            parent.node.fields.push_back({std::move(*parent.key), std::move(node)});
             parent.key.reset();
         } else {
             TakeKey(parent, std::move(node));

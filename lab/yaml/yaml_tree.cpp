@@ -37,13 +37,6 @@ InputError::InputError(const std::string& inFile, int atLine, int atColumn,
       line(atLine),
       column(atColumn) {}
 
-YamlNode::YamlNode() = default;
-YamlNode::~YamlNode() = default;
-YamlNode::YamlNode(const YamlNode&) = default;
-YamlNode::YamlNode(YamlNode&&) noexcept = default;
-YamlNode& YamlNode::operator=(const YamlNode&) = default;
-YamlNode& YamlNode::operator=(YamlNode&&) noexcept = default;
-
 const std::string& YamlNode::File() const {
     static const std::string none;
     return file ? *file : none;
@@ -99,9 +92,13 @@ const std::vector<YamlNode>& YamlNode::AsList(const std::string& what) const {
     return items;
 }
 
-const YamlNode::Fields& YamlNode::AsFilledMap(const std::string& expected) const {
+const std::vector<YamlNode::Field>& YamlNode::AsFilledMap(const std::string& expected) const {
     if (kind != Kind::kMap || fields.empty()) Fail("expected " + expected);
     return fields;
+}
+
+std::span<const YamlNode> YamlNode::OneOrMore() const {
+    return kind == Kind::kList ? std::span(items) : std::span(this, 1);
 }
 
 void YamlNode::ExpectFields(const std::string& what,
@@ -115,11 +112,11 @@ void YamlNode::ExpectFields(const std::string& what,
         Fail(what + " must be a map with fields from: " + list + "; not " + Shown(*this));
     }
     const auto unknown = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
-        return std::find(allowed.begin(), allowed.end(), field.first.scalar) == allowed.end();
+        return std::find(allowed.begin(), allowed.end(), field.key.scalar) == allowed.end();
     });
     if (unknown == fields.end()) return;
-    unknown->first.Fail(what + " has no field '" + unknown->first.scalar +
-                        "'; the fields are: " + list);
+    unknown->key.Fail(what + " has no field '" + unknown->key.scalar +
+                      "'; the fields are: " + list);
 }
 
 void YamlNode::Fail(const std::string& message) const {

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace lab {
@@ -25,15 +25,7 @@ class InputError : public std::runtime_error {
 class YamlNode {
   public:
     enum class Kind { kNull, kScalar, kList, kMap };
-    using Fields = std::vector<std::pair<YamlNode, YamlNode>>;
-
-    // Defined where the node is complete: it holds vectors of itself.
-    YamlNode();
-    ~YamlNode();
-    YamlNode(const YamlNode&);
-    YamlNode(YamlNode&&) noexcept;
-    YamlNode& operator=(const YamlNode&);
-    YamlNode& operator=(YamlNode&&) noexcept;
+    struct Field;
 
     Kind kind = Kind::kNull;
     std::shared_ptr<const std::string> file;  // shared by all nodes of a file; null: of none
@@ -41,7 +33,7 @@ class YamlNode {
     int column = 0;
     std::string scalar;           // kScalar
     std::vector<YamlNode> items;  // kList
-    Fields fields;                // kMap, in document order
+    std::vector<Field> fields;    // kMap, in document order
 
     // The file's name; empty for a node of none.
     const std::string& File() const;
@@ -60,12 +52,20 @@ class YamlNode {
     const std::vector<YamlNode>& AsList(const std::string& what) const;
 
     // The fields of a map that has some; anything else is an InputError "expected ...".
-    const Fields& AsFilledMap(const std::string& expected) const;
+    const std::vector<Field>& AsFilledMap(const std::string& expected) const;
+
+    // The items of a list, or the node itself where it is none.
+    std::span<const YamlNode> OneOrMore() const;
 
     // A map with no other fields than `allowed`; an unknown one is an InputError that lists them.
     void ExpectFields(const std::string& what, const std::vector<std::string>& allowed) const;
 
     [[noreturn]] void Fail(const std::string& message) const;
+};
+
+struct YamlNode::Field {
+    YamlNode key;
+    YamlNode value;
 };
 
 // Reads one document. Throws InputError for a file that cannot be read, is no YAML, repeats a key
