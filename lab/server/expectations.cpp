@@ -69,13 +69,7 @@ void Expectations::Fail(int line, const std::string& what, const std::string& wa
 void Expectations::CompareNumber(const ExpectedNumber& expected, int lastResult) {
     using Number = ExpectedNumber::What;
     std::string what;
-    std::optional<int> found;
-    const auto status = [this](const char* key) -> std::optional<int> {
-        const std::map<std::string, int> values = mServer.Status();
-        const auto value = values.find(key);
-        if (value == values.end()) return std::nullopt;
-        return value->second;
-    };
+    int found = 0;
     switch (expected.what) {
         case Number::kLocks:
             what = "locks held";
@@ -87,16 +81,15 @@ void Expectations::CompareNumber(const ExpectedNumber& expected, int lastResult)
             break;
         case Number::kPerformance:
             what = "performance";
-            found = status("mPB_Prior");
+            found = mServer.Status()["mPB_Prior"];
             break;
         case Number::kThermal:
             what = "thermal level";
-            found = status("mTB_Prior");
+            found = mServer.Status()["mTB_Prior"];
             break;
     }
     if (found == expected.value) return;
-    Fail(expected.line, what, std::to_string(expected.value),
-         found ? std::to_string(*found) : "nothing");
+    Fail(expected.line, what, std::to_string(expected.value), std::to_string(found));
 }
 
 void Expectations::CompareTag(const ExpectedTag& expected) {

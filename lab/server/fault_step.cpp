@@ -75,10 +75,8 @@ void ReadNodes(const YamlNode& node, ArrangeFaults& faults, std::string& text) {
         Say(text, "all nodes sound");
         return;
     }
-    if (node.kind != YamlNode::Kind::kMap || node.fields.empty()) {
-        node.Fail("expected a map from path or tag to fault, such as {big_max: unwritable}");
-    }
-    for (const auto& [key, value] : node.fields) {
+    for (const auto& [key, value] :
+         node.AsFilledMap("a map from path or tag to fault, such as {big_max: unwritable}")) {
         const std::string& name = key.AsText("the path of a node, or a tag");
         if (name.empty()) key.Fail("expected the path of a node, or a tag");
         const std::optional<NodeFault> fault = ReadNodeFault(value);
@@ -132,8 +130,7 @@ TimerFault ReadTimerFault(const YamlNode& node, std::string& text) {
         Say(text, "timers sound");
         return fault;
     }
-    const std::vector<YamlNode> one = {node};
-    for (const YamlNode& word : node.kind == YamlNode::Kind::kList ? node.items : one) {
+    for (const YamlNode& word : node.OneOrMore()) {
         const std::string& name = word.AsText("timer_create, timer_settime, or a list of both");
         if (name == "timer_create") {
             fault.failsToCreate = true;
@@ -178,17 +175,13 @@ std::vector<std::string> NodesOf(const YamlNode& name, Layout layout, const Devi
 }  // namespace
 
 ArrangeFaults ReadFaults(const YamlNode& node, std::string& text) {
-    ArrangeFaults faults;
     if (IsNone(node)) {
-        faults.liftsAll = true;
         text = "faults: none any more";
-        return faults;
+        return {true, {}, HalFault(), TimerFault(), std::vector<std::string>()};
     }
-    if (node.kind != YamlNode::Kind::kMap || node.fields.empty()) {
-        node.Fail(
-            "expected faults such as {hal: absent}, or none; the parts are nodes, hal, timer, "
-            "properties");
-    }
+    node.AsFilledMap(
+        "faults such as {hal: absent}, or none; the parts are nodes, hal, timer, properties");
+    ArrangeFaults faults;
     node.ExpectFields("faults", {"nodes", "hal", "timer", "properties"});
     if (const YamlNode* nodes = node.Find("nodes")) ReadNodes(*nodes, faults, text);
     if (const YamlNode* hal = node.Find("hal")) faults.hal = ReadHalFault(*hal, text);
@@ -207,23 +200,18 @@ ArrangeFaults ReadHalFaults(const YamlNode& node, std::string& text) {
 
 void Inject(const ArrangeFaults& faults, Layout layout, const DeviceProfile& device, Phone& phone) {
     Faults& target = phone.GetFaults();
-    if (faults.liftsAll || faults.liftsNodes) target.LiftNodes();
+    if (faults.liftsNodes) target.LiftNodes();
     for (const auto& [name, fault] : faults.nodes) {
         for (const std::string& path : NodesOf(name, layout, device)) target.SetNode(path, fault);
     }
-    if (faults.hal || faults.liftsAll) {
-        const HalFault hal = faults.hal.value_or(HalFault());
-        phone.SetHalLibrary(hal.library);
-        phone.Hal().RefuseNext(hal.refusals, hal.result);
-        target.SetHalDelay(hal.slowMs);
+    if (faults.hal) {
+        phone.SetHalLibrary(faults.hal->library);
+        phone.Hal().RefuseNext(faults.hal->refusals, faults.hal->result);
+        target.SetHalDelay(faults.hal->slowMs);
     }
-    if (faults.timer || faults.liftsAll) {
-        const TimerFault timer = faults.timer.value_or(TimerFault());
-        target.SetTimer(timer.failsToCreate, timer.failsToSet);
-    }
-    if (faults.properties || faults.liftsAll) {
-        const auto hidden = faults.properties.value_or(std::vector<std::string>());
-        target.HideProperties({hidden.begin(), hidden.end()});
+    if (faults.timer) target.SetTimer(faults.timer->failsToCreate, faults.timer->failsToSet);
+    if (faults.properties) {
+        target.HideProperties({faults.properties->begin(), faults.properties->end()});
     }
 }
 

@@ -32,8 +32,7 @@ struct TimerFault {
 
 // Injects what is set and leaves the rest as it is.
 struct ArrangeFaults {
-    bool liftsAll = false;  // first
-    bool liftsNodes = false;
+    bool liftsNodes = false;  // first
     // By path, or by the tag whose nodes they are; none lifts the node's fault.
     std::vector<std::pair<YamlNode, std::optional<NodeFault>>> nodes;
     std::optional<HalFault> hal;

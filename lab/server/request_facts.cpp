@@ -12,14 +12,10 @@ std::string EventName(int cmdId) {
     return "event " + std::to_string(cmdId);
 }
 
-bool IsCpuCeiling(int tag) {
-    return tag == 1 || tag == 4 || tag == 7;
-}
-
 // A ceiling below the floor takes the floor's lock with it.
 void AddTagOpcodes(int tag, Layout layout, std::set<int>& opcodes) {
     opcodes.insert(FindTagOpcode(tag, layout).value_or(0));
-    if (!IsCpuCeiling(tag) && tag != 10) return;
+    if (!IsCeilingLimit(tag)) return;
     if (const std::optional<int> floor = FindTagOpcode(tag - 1, layout)) opcodes.insert(*floor);
 }
 
@@ -101,7 +97,7 @@ RequestFacts FactsOf(const SetLimits& request, int result, Layout layout) {
         if (isControl && result == 0) facts.controlTypes.push_back(pair.value);
         if (isControl || (isGroup && i == 0)) continue;
         AddTagOpcodes(pair.tag, layout, facts.opcodes);
-        const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeiling(pair.tag));
+        const bool hasOwnLock = !isGroup || (duration == 0 && IsCpuCeilingLimit(pair.tag));
         if (!hasOwnLock) facts.groupTags.insert(pair.tag);
         const bool isClaim = hasOwnLock || (isKept && IsWeighedTag(pair.tag));
         if (result == 0 && isClaim) {

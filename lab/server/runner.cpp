@@ -3,6 +3,15 @@
 #include <fmt/format.h>
 
 namespace lab {
+namespace {
+
+// The requests that need the action which the plug-in made of their command.
+template <typename Asked>
+constexpr bool kNeedsChain =
+    std::is_same_v<Asked, DoCommand> || std::is_same_v<Asked, DoInteractive> ||
+    std::is_same_v<Asked, GetCeilings> || std::is_same_v<Asked, GetChipType>;
+
+}  // namespace
 
 Runner::Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
                const SceneFile& scenes, std::function<void(const Event&)> observe)
@@ -147,13 +156,15 @@ void Runner::Finish() {
 
 template <typename Asked>
 Server::Outcome Runner::Perform(const Asked& asked) {
-    return mServer.Send(asked);
+    if constexpr (kNeedsChain<Asked>) {
+        if (!mServer.FindChain(asked.cmdId)) return Refuse(asked.cmdId);
+    }
+    if constexpr (requires { mServer.Send(asked); }) return mServer.Send(asked);
+    return {};
 }
 
 // A command that the plug-in refused when it read the scenes cannot run: a finding, not the end.
-template <typename Asked>
-Server::Outcome Runner::SendIfKnown(int cmdId, const Asked& asked) {
-    if (mServer.Has(cmdId)) return mServer.Send(asked);
+Server::Outcome Runner::Refuse(int cmdId) {
     const SceneCommand* command = mScenes.Find(cmdId);
     const std::string why = fmt::format("the plug-in refused this command ({}:{})", mScenes.File(),
                                         command ? command->place.line : 0);
@@ -166,22 +177,6 @@ Server::Outcome Runner::SendIfKnown(int cmdId, const Asked& asked) {
     return outcome;
 }
 
-Server::Outcome Runner::Perform(const DoCommand& asked) {
-    return SendIfKnown(asked.cmdId, asked);
-}
-
-Server::Outcome Runner::Perform(const DoInteractive& asked) {
-    return SendIfKnown(asked.cmdId, asked);
-}
-
-Server::Outcome Runner::Perform(const GetCeilings& asked) {
-    return SendIfKnown(asked.cmdId, asked);
-}
-
-Server::Outcome Runner::Perform(const GetChipType& asked) {
-    return SendIfKnown(asked.cmdId, asked);
-}
-
 Server::Outcome Runner::Perform(const SetOnDemand& asked) {
     for (const auto& [cmdId, ms] : asked.msOfCommand) mPhone.SetOnDemandDuration(cmdId, ms);
     return {};
@@ -190,9 +185,7 @@ Server::Outcome Runner::Perform(const SetOnDemand& asked) {
 Server::Outcome Runner::Perform(const ArrangeFaults& asked) {
     Inject(asked, mScenes.ClusterLayout(), mDevice, mPhone);
     Server::Outcome outcome;
-    if (asked.hal || asked.liftsAll) {
-        outcome.facts.arrangedRefusals = asked.hal ? asked.hal->refusals : 0;
-    }
+    if (asked.hal) outcome.facts.arrangedRefusals = asked.hal->refusals;
     return outcome;
 }
 
@@ -228,14 +221,6 @@ Server::Outcome Runner::Perform(const Expect& asked) {
     outcome.result = outcome.text.empty() ? 0 : -1;
     if (outcome.text.empty()) outcome.text = "as expected";
     return outcome;
-}
-
-Server::Outcome Runner::Perform(const Wait&) {
-    return {};
-}
-
-Server::Outcome Runner::Perform(const Repeat&) {
-    return {};
 }
 
 }  // namespace lab

@@ -52,20 +52,12 @@ class Runner {
     // One request of the server, or one arrangement of the phone.
     template <typename Asked>
     Server::Outcome Perform(const Asked& asked);
-    Server::Outcome Perform(const DoCommand& asked);
-    Server::Outcome Perform(const DoInteractive& asked);
-    Server::Outcome Perform(const GetCeilings& asked);
-    Server::Outcome Perform(const GetChipType& asked);
     Server::Outcome Perform(const SetOnDemand& asked);
     Server::Outcome Perform(const ArrangeFaults& asked);
     Server::Outcome Perform(const ArrangeNodes& asked);
     Server::Outcome Perform(const ArrangeProperties& asked);
     Server::Outcome Perform(const Expect& asked);
-    Server::Outcome Perform(const Wait& asked);
-    Server::Outcome Perform(const Repeat& asked);
-
-    template <typename Asked>
-    Server::Outcome SendIfKnown(int cmdId, const Asked& asked);
+    Server::Outcome Refuse(int cmdId);
 
     Phone& mPhone;
     Server& mServer;

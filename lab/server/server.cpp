@@ -58,10 +58,6 @@ void Server::Start() {
     mAdapter = &mLibrary.Initialize();
 }
 
-bool Server::Has(int cmdId) const {
-    return mChains.count(cmdId) > 0;
-}
-
 const Action* Server::FindChain(int cmdId) const {
     const auto found = mChains.find(cmdId);
     return found == mChains.end() ? nullptr : found->second.get();

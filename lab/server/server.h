@@ -37,14 +37,11 @@ class Server {
 
     const std::vector<SceneProblem>& Problems() const { return mProblems; }
 
-    // True when the plug-in made an action of the command.
-    bool Has(int cmdId) const;
-
     // The chain that the plug-in made of the command, or null.
     const Action* FindChain(int cmdId) const;
 
     // The chain as the server would complete it under the thermal level in force, with the boost
-    // frequencies; no boost is counted. The command is one that Has() knows.
+    // frequencies; no boost is counted. The command is one that has a chain.
     ActionChain Boosted(int cmdId);
 
     // The present value of a tag, as the plug-in reads it; nothing for one that it cannot read.
