@@ -19,22 +19,18 @@ using Kind = KeyMeaning::Kind;
 constexpr const char kTaskBoostKey[] = "sched_task_boost";
 
 // Of a head key that is repeated the last counts, and levels pile up.
-void CheckRepeatedHead(RuleContext& context, const ElementMeaning& element, const KeyMeaning& key) {
-    const SceneKey& first = *element.keys[key.first].key;
-    const bool isLevel = key.key->name == keys::kBoostLimitLevel;
-    context.Add(Severity::kWarning, "repeated-key", element, key.key->place,
-                fmt::format("{} stands here a second time, the first is in line {}; {}",
-                            key.key->name, first.place.line,
-                            isLevel ? "the thermal level of the last counts, but the frequency "
-                                      "levels of the first"
-                                    : "the last one counts"),
-                "keep one of them");
-}
-
 void CheckRepeats(RuleContext& context, const ElementMeaning& element) {
     for (size_t i = 0; i < element.keys.size(); ++i) {
         const KeyMeaning& key = element.keys[i];
-        if (key.kind == Kind::kHead && key.first != i) CheckRepeatedHead(context, element, key);
+        if (key.kind != Kind::kHead || key.first == i) continue;
+        const bool isLevel = key.key->name == keys::kBoostLimitLevel;
+        context.Add(Severity::kWarning, "repeated-key", element, key.key->place,
+                    fmt::format("{} stands here a second time, the first is in line {}; {}",
+                                key.key->name, element.keys[key.first].key->place.line,
+                                isLevel ? "the thermal level of the last counts, but the frequency "
+                                          "levels of the first"
+                                        : "the last one counts"),
+                    "keep one of them");
     }
 }
 
@@ -182,13 +178,13 @@ void CheckNumbers(RuleContext& context, const ElementMeaning& element) {
 
 }  // namespace
 
-void RuleContext::Add(Severity severity, const char* rule, Place place, std::string where,
+void RuleContext::Add(Severity severity, const std::string& rule, Place place, std::string where,
                       std::string message, std::string advice) {
     findings.push_back(
         {severity, rule, place, std::move(where), std::move(message), std::move(advice), ""});
 }
 
-void RuleContext::Add(Severity severity, const char* rule, const ElementMeaning& element,
+void RuleContext::Add(Severity severity, const std::string& rule, const ElementMeaning& element,
                       Place place, std::string message, std::string advice) {
     Add(severity, rule, place, WhereOf(*element.command, *element.element), std::move(message),
         std::move(advice));

@@ -22,13 +22,6 @@ bool IsPlausible(const std::array<int, 8>& digits) {
     return digits[0] == 0 && digits[5] == 0 && digits[6] == 0 && digits[7] <= kThermalLevels;
 }
 
-std::vector<std::string> CeilingKeys(const DeviceProfile& device) {
-    std::vector<std::string> names = {std::string(keys::kLittleMaxFreq),
-                                      std::string(keys::kBigMaxFreq)};
-    if (device.HasPrime()) names.emplace_back(keys::kPrimeMaxFreq);
-    return names;
-}
-
 // A level that a file describes.
 struct Level {
     Place place;
@@ -162,8 +155,10 @@ std::set<int> CheckLevels(RuleContext& context) {
     for (const auto& [number, level] : levels) {
         numbers.insert(number);
         std::vector<std::string> missing;
-        for (const std::string& key : CeilingKeys(context.device)) {
-            if (!level.keys.count(key)) missing.push_back(key);
+        for (const auto& [cluster, cpus, ceiling] : kClusterKeys) {
+            const bool isNeeded = ceiling != keys::kPrimeMaxFreq || context.device.HasPrime();
+            const std::string key(ceiling);
+            if (isNeeded && !level.keys.count(key)) missing.push_back(key);
         }
         if (missing.empty()) continue;
         context.Add(Severity::kWarning, "level-incomplete", level.place, "",
@@ -193,12 +188,13 @@ void CheckDescriptions(RuleContext& context) {
         context.Add(Severity::kWarning, "clusters", problem.place, "", problem.message,
                     "describe the clusters of the device, or name another with --device");
     }
-    const std::vector<std::string> cpuKeys = {
-        std::string(keys::kLittleCpus), std::string(keys::kBigCpus), std::string(keys::kPrimeCpus),
-        std::string(keys::kIsolation)};
-    const std::vector<std::string> levelKeys = {std::string(keys::kLittleMaxFreq),
-                                                std::string(keys::kBigMaxFreq),
-                                                std::string(keys::kPrimeMaxFreq)};
+    std::vector<std::string> cpuKeys;
+    std::vector<std::string> levelKeys;
+    for (const auto& [cluster, cpus, ceiling] : kClusterKeys) {
+        cpuKeys.emplace_back(cpus);
+        levelKeys.emplace_back(ceiling);
+    }
+    cpuKeys.emplace_back(keys::kIsolation);
     for (const SceneCommand& command : context.scenes.Commands()) {
         const bool describes = IsDescription(command);
         for (size_t i = 1; i < command.elements.size(); ++i) {

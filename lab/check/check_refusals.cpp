@@ -26,15 +26,20 @@ const std::vector<std::string>& KnownKeys(bool isInteractive) {
     return isInteractive ? interactive : all;
 }
 
+struct Explanation {
+    const char* rule;
+    std::string message;
+    std::string advice;
+};
+
 // A key that a long scene cannot take.
-void ExplainSceneKey(const CommandMeaning& command, Layout layout, const std::string& name,
-                     Finding& finding) {
+Explanation ExplainSceneKey(const CommandMeaning& command, Layout layout, const std::string& name) {
     if (!command.namesTags) {
-        finding.message = name +
-                          " cannot be understood: no <qcom_cpu_info> in a command with a "
-                          "lower id tells the clusters";
-        finding.advice = "give the clusters a command with a low id";
-        return;
+        return {"unknown-key",
+                name +
+                    " cannot be understood: no <qcom_cpu_info> in a command with a lower id "
+                    "tells the clusters",
+                "give the clusters a command with a low id"};
     }
     std::vector<std::string> names;
     for (const tarquel::TagName& row : tarquel::kTagNames) {
@@ -42,14 +47,15 @@ void ExplainSceneKey(const CommandMeaning& command, Layout layout, const std::st
         const int tag = isTwo ? row.tagTwoClusters : row.tagThreeClusters;
         if (tag != tarquel::kNoTag && tarquel::IsSceneTag(tag)) names.emplace_back(row.name);
     }
-    finding.message =
+    return {
+        "unknown-key",
         fmt::format("{}{} is no limit that a long scene takes here; the whole command is refused",
-                    name, FindKeyOpcode(name) ? "" : DidYouMean(name, names));
-    finding.advice = "it takes " + Join(names);
+                    name, FindKeyOpcode(name) ? "" : DidYouMean(name, names)),
+        "it takes " + Join(names)};
 }
 
 // What counts in place of a tunable that stands for the same as an earlier one.
-void ExplainRepeat(const ElementMeaning& element, const SceneKey& key, Finding& finding) {
+Explanation ExplainRepeat(const ElementMeaning& element, const SceneKey& key) {
     const auto repeated = std::find_if(element.keys.begin(), element.keys.end(),
                                        [&key](const KeyMeaning& each) { return each.key == &key; });
     const SceneKey& first = *element.keys[repeated->first].key;
@@ -57,86 +63,62 @@ void ExplainRepeat(const ElementMeaning& element, const SceneKey& key, Finding& 
                                   ? key.name + " stands here a second time"
                                   : fmt::format("{} and {} are two names of opcode {}", first.name,
                                                 key.name, Hex(repeated->code));
-    finding.message = fmt::format("{}; the first counts, {} in line {}: this {} is dropped", twins,
-                                  first.value, first.place.line, key.value);
-    finding.advice = "keep one of them";
+    return {"repeated-key",
+            fmt::format("{}; the first counts, {} in line {}: this {} is dropped", twins,
+                        first.value, first.place.line, key.value),
+            "keep one of them"};
 }
 
-void Explain(const RuleContext& context, const CommandMeaning& command, const LoaderRemark& remark,
-             Finding& finding) {
+Explanation Explain(const CommandMeaning& command, const LoaderRemark& remark, Layout layout) {
     const ElementMeaning& element = command.elements[remark.element];
     const SceneKey* key = remark.key;
     switch (remark.kind) {
         case Remark::kUnknownKey:
-            finding.rule = "unknown-key";
-            if (element.isLongScene) {
-                return ExplainSceneKey(command, context.layout, key->name, finding);
-            }
-            finding.message =
-                fmt::format("there is no key {}{}; the whole command is refused", key->name,
-                            DidYouMean(key->name, KnownKeys(command.command->interactive)));
-            finding.advice = "correct its name, or remove it";
-            break;
+            if (element.isLongScene) return ExplainSceneKey(command, layout, key->name);
+            return {"unknown-key",
+                    fmt::format("there is no key {}{}; the whole command is refused", key->name,
+                                DidYouMean(key->name, KnownKeys(command.command->interactive))),
+                    "correct its name, or remove it"};
         case Remark::kNumber:
-            finding.rule = "number";
-            finding.message =
-                fmt::format("{} = '{}' is no decimal number; the whole command is refused",
-                            key->name, Shortened(key->value));
-            finding.advice = "write digits alone, with a minus sign in front if need be";
-            break;
+            return {"number",
+                    fmt::format("{} = '{}' is no decimal number; the whole command is refused",
+                                key->name, Shortened(key->value)),
+                    "write digits alone, with a minus sign in front if need be"};
         case Remark::kFrequency:
-            finding.rule = "frequency-range";
-            finding.message = FrequencyText(command, remark);
-            finding.advice = "write a frequency in kHz";
-            break;
+            return {"frequency-range", FrequencyText(command, remark), "write a frequency in kHz"};
         case Remark::kEndless:
-            finding.rule = "endless-element";
-            finding.message = fmt::format(
-                "this element lasts until released, which only the one element of a "
-                "command may, and the command has {}; all of it is refused",
-                command.elements.size());
-            finding.advice = "give it a duration_ms above 0, or a command of its own";
-            break;
+            return {"endless-element",
+                    fmt::format("this element lasts until released, which only the one element of "
+                                "a command may, and the command has {}; all of it is refused",
+                                command.elements.size()),
+                    "give it a duration_ms above 0, or a command of its own"};
         case Remark::kRepeated:
-            finding.severity = Severity::kWarning;
-            finding.rule = "repeated-key";
-            ExplainRepeat(element, *key, finding);
-            break;
+            return ExplainRepeat(element, *key);
         case Remark::kTooMany:
-            finding.severity = Severity::kWarning;
-            finding.rule = "too-many-keys";
-            finding.message = fmt::format(
-                "{} tunables, but an element keeps {}, those with the smallest opcodes; cut: {}",
-                element.Pairs().size(), kMostPairs, NamesOf(element.Pairs(), kMostPairs));
-            finding.advice = "move some of them to a second element";
-            break;
+            return {"too-many-keys",
+                    fmt::format("{} tunables, but an element keeps {}, those with the smallest "
+                                "opcodes; cut: {}",
+                                element.Pairs().size(), kMostPairs,
+                                NamesOf(element.Pairs(), kMostPairs)),
+                    "move some of them to a second element"};
         case Remark::kNoValue:
-            finding.rule = "number";
-            finding.message = key->name + " has no value";
-            finding.advice = "write one";
-            break;
+            return {"number", key->name + " has no value", "write one"};
         case Remark::kCpuRange:
-            finding.rule = "number";
-            finding.message =
-                fmt::format("{} = '{}' is no range of CPUs", key->name, Shortened(key->value));
-            finding.advice = "write the first and the last one, such as 4-6 or 7-7";
-            break;
+            return {"number",
+                    fmt::format("{} = '{}' is no range of CPUs", key->name, Shortened(key->value)),
+                    "write the first and the last one, such as 4-6 or 7-7"};
         case Remark::kIsolation:
-            finding.rule = "refused";
-            finding.message = "the plug-in refuses this";
-            break;
+            return {"refused", "the plug-in refuses this", ""};
         case Remark::kLevelNumber:
-            finding.rule = "refused";
-            finding.message = fmt::format("<{}>: there are levels 0 to 9", element.element->name);
-            finding.advice = "write one of them";
-            break;
+            return {"refused", fmt::format("<{}>: there are levels 0 to 9", element.element->name),
+                    "write one of them"};
         case Remark::kLevelName:
-            finding.rule = "refused";
-            finding.message = "<" + element.element->name +
-                              "> names no level; the plug-in fails on the whole file";
-            finding.advice = "write a level from 0 to 9, such as <freq_level_info3>";
-            break;
+            return {"refused",
+                    "<" + element.element->name +
+                        "> names no level; the plug-in fails on the whole file",
+                    "write a level from 0 to 9, such as <freq_level_info3>"};
     }
+    return {};
 }
 
 }  // namespace
@@ -149,13 +131,11 @@ std::string NamesOf(const std::vector<const KeyMeaning*>& pairs, size_t from) {
 
 void CheckRefusals(RuleContext& context, const CommandMeaning& command) {
     for (const LoaderRemark& remark : command.remarks) {
-        Finding finding;
-        finding.severity = Severity::kError;
-        finding.place = command.PlaceOf(remark);
-        finding.where = WhereOf(*command.command, *command.elements[remark.element].element);
-        finding.plugin = remark.words;
-        Explain(context, command, remark, finding);
-        context.findings.push_back(std::move(finding));
+        const bool isDropped = remark.kind == Remark::kRepeated || remark.kind == Remark::kTooMany;
+        const auto [rule, message, advice] = Explain(command, remark, context.layout);
+        context.Add(isDropped ? Severity::kWarning : Severity::kError, rule,
+                    command.elements[remark.element], command.PlaceOf(remark), message, advice);
+        context.findings.back().plugin = remark.words;
     }
 }
 

@@ -19,32 +19,27 @@ bool IsFloorName(const std::string& name) {
     return name.find("min_freq") != std::string::npos;
 }
 
-// A frequency of a scene file, in the unit that its key takes; so are the steps beside it.
-struct Frequency {
-    const ElementMeaning* element;
-    const SceneKey* key;
-    int64_t value;
-    const char* unit;
-    bool isFloor;
-    std::optional<int64_t> becomes;  // the step that it gets, where the HAL's way is its own
-};
-
-void CheckStep(RuleContext& context, const Frequency& frequency, const StepTable& table) {
-    if (table.Has(frequency.value)) return;
-    const std::optional<RangeFault> fault = FindRangeFault(
-        table, {frequency.key->name, "key", frequency.value, frequency.unit, frequency.isFloor});
+// A frequency in the unit that its key takes, which is the table's too.
+//   becomes  the step that it gets, where the HAL's way is its own
+void CheckStep(RuleContext& context, const ElementMeaning& element, const KeyMeaning& key,
+               const char* unit, const StepTable& table,
+               std::optional<int64_t> becomes = std::nullopt) {
+    if (table.Has(*key.number)) return;
+    const std::string& name = key.key->name;
+    const bool isFloor = IsFloorName(name);
+    const std::optional<RangeFault> fault =
+        FindRangeFault(table, {name, "key", *key.number, unit, isFloor});
     if (fault) {
-        context.Add(Severity::kWarning, "frequency-range", *frequency.element, frequency.key->place,
+        context.Add(Severity::kWarning, "frequency-range", element, key.key->place,
                     fault->where + ": " + fault->outcome, fault->advice);
         return;
     }
-    const int64_t below = table.AtMost(frequency.value);
-    const int64_t above = table.AtLeast(frequency.value);
-    context.Add(Severity::kWarning, "frequency-step", *frequency.element, frequency.key->place,
-                fmt::format("{} = {} {} is no step of {}: this {} becomes {}", frequency.key->name,
-                            frequency.value, frequency.unit, table.owner,
-                            frequency.isFloor ? "floor" : "ceiling",
-                            frequency.becomes.value_or(frequency.isFloor ? above : below)),
+    const int64_t below = table.AtMost(*key.number);
+    const int64_t above = table.AtLeast(*key.number);
+    context.Add(Severity::kWarning, "frequency-step", element, key.key->place,
+                fmt::format("{} = {} {} is no step of {}: this {} becomes {}", name, *key.number,
+                            unit, table.owner, isFloor ? "floor" : "ceiling",
+                            becomes.value_or(isFloor ? above : below)),
                 fmt::format("write a step; beside it are {} and {}", below, above));
 }
 
@@ -63,17 +58,15 @@ bool IsKnownResource(int opcode, const DeviceProfile& device) {
 }
 
 void CheckFrequency(RuleContext& context, const ElementMeaning& element, const KeyMeaning& pair,
-                    const Drive& drive) {
-    const std::optional<StepTable> table = StepsOf(drive, context.device);
-    if (!table) return;
-    Frequency frequency{&element, pair.key, *pair.number, "kHz", IsFloorName(pair.key->name), {}};
-    if (drive.unit == Drive::Unit::kGpuMhz) frequency.unit = "MHz";
+                    const Drive& drive, const StepTable& table) {
+    std::optional<int64_t> becomes;
     if (tarquel::IsFrequencyOpcode(pair.code)) {
         // What the loader refuses for its number CheckRefusals tells.
         if (*pair.number < kLowestKhz || *pair.number > kHighestKhz) return;
-        frequency.becomes = ToNodeUnit(drive, pair.HandedOn(), context.device);
+        becomes = ToNodeUnit(drive, pair.HandedOn(), context.device);
     }
-    CheckStep(context, frequency, *table);
+    CheckStep(context, element, pair, drive.unit == Drive::Unit::kGpuMhz ? "MHz" : "kHz", table,
+              becomes);
 }
 
 // Checks the value of a resource whose range its nature tells, where the phone's kernel has no node
@@ -179,8 +172,8 @@ void CheckLockValues(RuleContext& context, const ElementMeaning& element) {
         if (present == drives.end()) {
             const bool isKnown = CheckNature(context, element, *pair);
             CheckMissing(context, element, *pair, drives, isKnown);
-        } else if (StepsOf(*present, context.device)) {
-            CheckFrequency(context, element, *pair, *present);
+        } else if (const auto table = StepsOf(*present, context.device)) {
+            CheckFrequency(context, element, *pair, *present, *table);
         } else {
             CheckWrite(context, element, *pair, *present, writes);
         }
@@ -198,15 +191,12 @@ std::string ClusterOfTag(int tag, Layout layout) {
 void CheckSceneValues(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning* pair : element.Pairs()) {
         if (pair->kind != KeyMeaning::Kind::kTag || pair->number.value_or(0) <= 0) continue;
-        const bool isFloor = IsFloorName(pair->key->name);
         if (pair->code == tarquel::kTagGpuMin || pair->code == tarquel::kTagGpuMax) {
-            CheckStep(context, {&element, pair->key, *pair->number, "Hz", isFloor, {}},
-                      GpuStepsHz(context.device));
+            CheckStep(context, element, *pair, "Hz", GpuStepsHz(context.device));
         } else if (pair->key->name.find("_freq") != std::string::npos) {
             const auto table =
                 ClusterSteps(context.device, ClusterOfTag(pair->code, context.layout));
-            if (!table) continue;
-            CheckStep(context, {&element, pair->key, *pair->number, "kHz", isFloor, {}}, *table);
+            if (table) CheckStep(context, element, *pair, "kHz", *table);
         }
     }
 }
@@ -242,20 +232,20 @@ void CheckBounds(RuleContext& context, const ElementMeaning& element) {
 
 void CheckLevelValues(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning& key : element.keys) {
-        for (const char* cluster : {"little", "big", "prime"}) {
-            // An empty value is the plug-in's to refuse.
-            const std::string& name = key.key->name;
-            if (name != std::string(cluster) + "_cpu0_max_freq" || key.key->value.empty()) continue;
-            const auto table = ClusterSteps(context.device, cluster);
-            if (!key.number) {
-                context.Add(Severity::kError, "number", element, key.key->place,
-                            fmt::format("{} = {} is no number; the plug-in takes what it begins "
-                                        "with, or 0",
-                                        name, key.key->value),
-                            "write a frequency in kHz");
-            } else if (table) {
-                CheckStep(context, {&element, key.key, *key.number, "kHz", false, {}}, *table);
-            }
+        const std::string& name = key.key->name;
+        const auto cluster =
+            std::find_if(std::begin(kClusterKeys), std::end(kClusterKeys),
+                         [&](const ClusterKeys& each) { return each.ceiling == name; });
+        // An empty value is the plug-in's to refuse.
+        if (cluster == std::end(kClusterKeys) || key.key->value.empty()) continue;
+        if (!key.number) {
+            context.Add(Severity::kError, "number", element, key.key->place,
+                        fmt::format("{} = {} is no number; the plug-in takes what it begins with, "
+                                    "or 0",
+                                    name, key.key->value),
+                        "write a frequency in kHz");
+        } else if (const auto table = ClusterSteps(context.device, cluster->name)) {
+            CheckStep(context, element, key, "kHz", *table);
         }
     }
 }

@@ -22,53 +22,44 @@ std::optional<StepTable> StepsOfTag(const TagFacts& facts, int tag, const Device
     return std::nullopt;
 }
 
-class SlipFinder {
-  public:
-    SlipFinder(const std::string& file, const DeviceProfile& device, Layout layout)
-        : mFile(file), mDevice(device), mLayout(layout) {}
-
-    void Find(const std::vector<Step>& steps) {
-        for (const Step& step : steps) {
-            if (!step.device.empty() && step.device != mDevice.name) continue;
-            if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
-                Find(repeat->steps);
-            } else if (const auto* limits = std::get_if<SetLimits>(&step.request)) {
-                for (const TagValue& pair : limits->tags) Check(step.line, pair);
-            } else if (const auto* level = std::get_if<SetSchedLevel>(&step.request)) {
-                for (const TagValue& pair : level->tags) Check(step.line, pair);
-            }
-        }
-    }
-
-    std::vector<std::string> Take() { return std::move(mTexts); }
-
-  private:
-    void Check(int line, const TagValue& pair) {
-        if (pair.value <= 0) return;  // lifts the limit
-        const TagFacts* facts = FindTagFacts(pair.tag, mLayout);
-        if (facts == nullptr) return;
-        const auto table = StepsOfTag(*facts, pair.tag, mDevice, mLayout);
-        if (!table) return;
-        const auto fault =
-            FindRangeFault(*table, {std::string(facts->name), "tag", pair.value,
-                                    UnitName(facts->unit), facts->bound == Bound::kFloor});
-        if (!fault || !fault->isOtherUnit) return;
-        mTexts.push_back(fmt::format("{}:{}: {}; {}", mFile, line, fault->where, fault->advice));
-    }
-
-    const std::string& mFile;
-    const DeviceProfile& mDevice;
-    const Layout mLayout;
-    std::vector<std::string> mTexts;
-};
+std::optional<std::string> FindSlip(const TagValue& pair, const DeviceProfile& device,
+                                    Layout layout) {
+    if (pair.value <= 0) return std::nullopt;  // lifts the limit
+    const TagFacts* facts = FindTagFacts(pair.tag, layout);
+    if (facts == nullptr) return std::nullopt;
+    const auto table = StepsOfTag(*facts, pair.tag, device, layout);
+    if (!table) return std::nullopt;
+    const auto fault =
+        FindRangeFault(*table, {std::string(facts->name), "tag", pair.value, UnitName(facts->unit),
+                                facts->bound == Bound::kFloor});
+    if (!fault || !fault->isOtherUnit) return std::nullopt;
+    return fault->where + "; " + fault->advice;
+}
 
 }  // namespace
 
 std::vector<std::string> FindUnitSlips(const std::vector<Step>& steps, const std::string& file,
                                        const DeviceProfile& device, Layout layout) {
-    SlipFinder finder(file, device, layout);
-    finder.Find(steps);
-    return finder.Take();
+    std::vector<std::string> slips;
+    const auto check = [&](int line, const std::vector<TagValue>& tags) {
+        for (const TagValue& pair : tags) {
+            if (const auto slip = FindSlip(pair, device, layout)) {
+                slips.push_back(fmt::format("{}:{}: {}", file, line, *slip));
+            }
+        }
+    };
+    for (const Step& step : steps) {
+        if (!step.device.empty() && step.device != device.name) continue;
+        if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
+            const auto inner = FindUnitSlips(repeat->steps, file, device, layout);
+            slips.insert(slips.end(), inner.begin(), inner.end());
+        } else if (const auto* limits = std::get_if<SetLimits>(&step.request)) {
+            check(step.line, limits->tags);
+        } else if (const auto* level = std::get_if<SetSchedLevel>(&step.request)) {
+            check(step.line, level->tags);
+        }
+    }
+    return slips;
 }
 
 }  // namespace lab

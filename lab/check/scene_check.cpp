@@ -67,8 +67,7 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     RuleContext context{scenes, profile, SceneMeaning(scenes), scenes.ClusterLayout(), phone,
                         {},     {}};
     for (const SceneProblem& problem : problems) {
-        context.findings.push_back(
-            {Severity::kError, problem.rule, problem.place, "", problem.message, "", ""});
+        context.Add(Severity::kError, problem.rule, problem.place, "", problem.message, "");
     }
     // A file of which nothing could be read has no clusters to miss.
     if (!scenes.Commands().empty()) {

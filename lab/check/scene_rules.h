@@ -24,9 +24,9 @@ struct RuleContext {
     std::vector<Finding> findings;
     std::set<std::string> unchecked;  // keys whose nodes the lab does not know
 
-    void Add(Severity severity, const char* rule, Place place, std::string where,
+    void Add(Severity severity, const std::string& rule, Place place, std::string where,
              std::string message, std::string advice);
-    void Add(Severity severity, const char* rule, const ElementMeaning& element, Place place,
+    void Add(Severity severity, const std::string& rule, const ElementMeaning& element, Place place,
              std::string message, std::string advice);
 };
 

@@ -219,10 +219,8 @@ class CommandReader {
                 fmt::format("tarquel: get cpu isolation info failed!, {}", count));
             return;
         }
-        if (key.name != keys::kLittleCpus && key.name != keys::kBigCpus &&
-            key.name != keys::kPrimeCpus) {
-            return;
-        }
+        const auto isIts = [&](const ClusterKeys& named) { return named.cpus == key.name; };
+        if (std::none_of(std::begin(kClusterKeys), std::end(kClusterKeys), isIts)) return;
         const int count = CpuRangeNumbers(key.value);
         if (count == 2) return;
         Say(Remark::kCpuRange, false, &key,

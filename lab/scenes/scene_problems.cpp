@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iterator>
 
+#include "lab/scenes/scene_values.h"
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 
@@ -56,9 +57,9 @@ std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes,
         isDescribed = true;
         for (const SceneKey& key : element.keys) {
             const CpuCluster* cluster = nullptr;
-            if (key.name == "lit_cpu_num") cluster = device.FindCluster("little");
-            if (key.name == "big_cpu_num") cluster = device.FindCluster("big");
-            if (key.name == "prime_cpu_num") cluster = device.FindCluster("prime");
+            for (const ClusterKeys& named : kClusterKeys) {
+                if (key.name == named.cpus) cluster = device.FindCluster(named.name);
+            }
             if (!cluster && !key.name.ends_with("_cpu_num")) continue;
             const std::string actual =
                 cluster ? fmt::format("{}-{}", cluster->firstCpu, cluster->lastCpu) : "none";
@@ -76,29 +77,19 @@ std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes,
 }
 
 std::vector<std::string> ClusterNotes(const DeviceProfile& device) {
-    struct Named {
-        std::string_view name;
-        std::string_view key;
-        std::string_view tags;
-    };
-    constexpr Named kNamed[] = {{"little", tarquel::keys::kLittleCpus, "little_"},
-                                {"big", tarquel::keys::kBigCpus, "big_"},
-                                {"prime", tarquel::keys::kPrimeCpus, "prime_"}};
     std::vector<std::string> notes;
-    for (const Named& named : kNamed) {
-        if (named.name == "prime" || device.FindCluster(std::string(named.name))) continue;
-        notes.push_back(
-            fmt::format("{} has no {} cluster: unless a scene file's {} names CPUs, the plug-in "
-                        "takes CPU 0 for "
-                        "it, and the tags {}min and {}max reach CPU 0's cluster, {}; on the lab's "
-                        "phone locks of its "
-                        "{}cpu0 keys drive nothing",
-                        device.name, named.name, named.key, named.tags, named.tags,
-                        device.clusters.front().name, named.tags));
+    for (const ClusterKeys& named : kClusterKeys) {
+        if (named.cpus == tarquel::keys::kPrimeCpus || device.FindCluster(named.name)) continue;
+        notes.push_back(fmt::format(
+            "{} has no {} cluster: unless a scene file's {} names CPUs, the plug-in takes CPU 0 "
+            "for it, and the tags {}_min and {}_max reach CPU 0's cluster, {}; on the lab's phone "
+            "locks of its {}_cpu0 keys drive nothing",
+            device.name, named.name, named.cpus, named.name, named.name,
+            device.clusters.front().name, named.name));
     }
     for (const CpuCluster& cluster : device.clusters) {
-        const auto isIts = [&](const Named& named) { return named.name == cluster.name; };
-        if (std::any_of(std::begin(kNamed), std::end(kNamed), isIts)) continue;
+        const auto isIts = [&](const ClusterKeys& named) { return named.name == cluster.name; };
+        if (std::any_of(std::begin(kClusterKeys), std::end(kClusterKeys), isIts)) continue;
         notes.push_back(fmt::format(
             "{}'s CPUs {}-{} ({}) are in none of the clusters that the plug-in knows (little, big, "
             "prime): no tag, no key and no ceiling reaches their frequency, unless a scene file's "

@@ -6,8 +6,21 @@
 #include <string_view>
 
 #include "lab/scenes/scene_file.h"
+#include "loader/element_keys.h"
 
 namespace lab {
+
+// A cluster that the plug-in has a name for, and the keys that speak of it.
+struct ClusterKeys {
+    const char* name;
+    std::string_view cpus;     // of <qcom_cpu_info>
+    std::string_view ceiling;  // of a frequency level
+};
+inline constexpr ClusterKeys kClusterKeys[] = {
+    {"little", tarquel::keys::kLittleCpus, tarquel::keys::kLittleMaxFreq},
+    {"big", tarquel::keys::kBigCpus, tarquel::keys::kBigMaxFreq},
+    {"prime", tarquel::keys::kPrimeCpus, tarquel::keys::kPrimeMaxFreq},
+};
 
 // The opcode of a tunable's key; nothing for a key that names none.
 std::optional<int> FindKeyOpcode(std::string_view key);

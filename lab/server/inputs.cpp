@@ -6,9 +6,9 @@
 #include <filesystem>
 
 #include "lab/names/text.h"
+#include "lab/scenes/scene_values.h"
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
-#include "loader/element_keys.h"
 
 namespace lab {
 namespace {
@@ -98,10 +98,8 @@ std::string ScenesOfScenario(const Instead& instead, const ScenarioHead& head,
 
 SceneFile ScenesOfClusters(const DeviceProfile& device) {
     namespace keys = tarquel::keys;
-    const std::pair<const char*, std::string_view> names[] = {
-        {"little", keys::kLittleCpus}, {"big", keys::kBigCpus}, {"prime", keys::kPrimeCpus}};
     std::string text = fmt::format("<scenes><command id=\"1\"><{}>", keys::kCpuInfo);
-    for (const auto& [name, key] : names) {
+    for (const auto& [name, key, ceiling] : kClusterKeys) {
         const CpuCluster* cluster = device.FindCluster(name);
         if (!cluster) continue;
         text += fmt::format("<{0}>{1}-{2}</{0}>", key, cluster->firstCpu, cluster->lastCpu);
