@@ -274,26 +274,15 @@ void Timeline::ShowFollowing(const NodeAccess& access) {
 }
 
 void Timeline::Show(const TimerEvent& timer) {
-    Fact fact{'@', "timer", "", "", "", Colour::kYellow, false};
-    switch (timer.kind) {
-        case TimerEvent::Kind::kCreate:
-        case TimerEvent::Kind::kDelete:
-            if (!mOptions.verbose) return;
-            fact.name = timer.kind == TimerEvent::Kind::kCreate ? "created" : "deleted";
-            break;
-        case TimerEvent::Kind::kArm:
-            fact.name = "limit breakthrough";
-            fact.value = fmt::format("armed for {} ms", timer.ms);
-            break;
-        case TimerEvent::Kind::kDisarm:
-            fact.name = "limit breakthrough";
-            fact.value = "disarmed";
-            break;
-        case TimerEvent::Kind::kFire:
-            fact.name = "limit breakthrough";
-            fact.value = "over";
-            break;
+    using Kind = TimerEvent::Kind;
+    Fact fact{'@', "timer", "limit breakthrough", "", "", Colour::kYellow, false};
+    if (timer.kind == Kind::kCreate || timer.kind == Kind::kDelete) {
+        if (!mOptions.verbose) return;
+        fact.name = timer.kind == Kind::kCreate ? "created" : "deleted";
     }
+    if (timer.kind == Kind::kArm) fact.value = fmt::format("armed for {} ms", timer.ms);
+    if (timer.kind == Kind::kDisarm) fact.value = "disarmed";
+    if (timer.kind == Kind::kFire) fact.value = "over";
     Add(fact);
 }
 
