@@ -182,15 +182,19 @@ std::string DataFolder() {
     return LAB_SOURCE_DATA_FOLDER;
 }
 
-std::vector<std::string> DeviceProfileNames() {
+std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension) {
     std::vector<std::string> names;
     std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(
-             std::filesystem::path(DataFolder()) / "devices", ignored)) {
-        if (entry.path().extension() == ".yaml") names.push_back(entry.path().stem().string());
+    for (const auto& entry :
+         std::filesystem::directory_iterator(DataFolder() + "/" + folder, ignored)) {
+        if (entry.path().extension() == extension) names.push_back(entry.path().stem().string());
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::vector<std::string> DeviceProfileNames() {
+    return ShippedNames("devices", ".yaml");
 }
 
 }  // namespace lab

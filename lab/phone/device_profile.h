@@ -72,7 +72,10 @@ DeviceProfile LoadDeviceProfile(const std::string& nameOrFile);
 // installed, in the source tree when it is run from the build folder.
 std::string DataFolder();
 
-// The names of the profiles that ship with the lab.
+// The names of the files of a kind that ship with the lab: folder "scenes", extension ".xml".
+std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension);
+
+// The names of the profiles among them.
 std::vector<std::string> DeviceProfileNames();
 
 }  // namespace lab

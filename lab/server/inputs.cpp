@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 
 #include "lab/names/text.h"
@@ -44,16 +43,6 @@ std::string FileBeside(const ScenarioHead& head, const std::string& name) {
 }
 
 }  // namespace
-
-std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension) {
-    std::vector<std::string> names;
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(DataFolder() + "/" + folder, ignored)) {
-        if (entry.path().extension() == extension) names.push_back(entry.path().stem().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 std::string FindScenarioFile(const std::string& name) {
     return FindFile(name, "scenarios", ".yaml", "scenario");

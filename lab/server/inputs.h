@@ -13,9 +13,6 @@ namespace lab {
 std::string FindScenarioFile(const std::string& name);
 std::string FindSceneFile(const std::string& name);
 
-// The names of the files of a kind that ship with the lab: folder "scenes", extension ".xml".
-std::vector<std::string> ShippedNames(const std::string& folder, const std::string& extension);
-
 // What the user said in place of the scenario's own words; empty where nothing was said.
 struct Instead {
     std::string device;
