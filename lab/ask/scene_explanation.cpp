@@ -218,8 +218,8 @@ Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
                           const std::string& device, const std::string& library) {
     Explanation explanation;
     explanation.file = scenes.File();
-    const auto [profile, grounds] = DeviceOfScenes(scenes, device);
-    explanation.isAssumed = grounds == DeviceGrounds::kNone;
+    const auto [profile, why, isAssumed] = DeviceOfScenes(scenes, device);
+    explanation.isAssumed = isAssumed;
     explanation.device = profile.name;
     for (const std::string& note : ClusterNotes(profile)) explanation.problems.push_back(note);
     for (const SceneProblem& problem : FindClusterProblems(scenes, profile)) {

@@ -10,14 +10,6 @@
 namespace lab {
 namespace {
 
-const char* WhyDevice(DeviceGrounds grounds) {
-    static constexpr char kNone[] =
-        "for want of another: the file describes no clusters of a shipped one; --device chooses";
-    static constexpr const char* kReasons[] = {"as asked", "by the file's name",
-                                               "whose clusters the file describes", kNone};
-    return kReasons[static_cast<size_t>(grounds)];
-}
-
 void CheckCommands(RuleContext& context, SceneCheck& check) {
     const std::set<int> levels = CheckLevels(context);
     CheckDescriptions(context);
@@ -59,9 +51,9 @@ SceneCheck CheckSceneText(const std::string& text, const std::string& file,
     check.file = file;
     std::vector<SceneProblem> problems;
     const SceneFile scenes = SceneFile::ParseAll(text, file, problems);
-    const auto [profile, grounds] = DeviceOfScenes(scenes, device);
+    const auto [profile, why, isAssumed] = DeviceOfScenes(scenes, device);
     check.device = profile.name;
-    check.whyDevice = WhyDevice(grounds);
+    check.whyDevice = why;
 
     Phone phone(profile);
     RuleContext context{scenes, profile, SceneMeaning(scenes), scenes.ClusterLayout(), phone,

@@ -29,9 +29,7 @@ SceneFile SceneFile::Parse(const std::string& text, const std::string& file) {
 
 SceneFile SceneFile::ParseAll(const std::string& text, const std::string& file,
                               std::vector<SceneProblem>& problems) {
-    SceneReading reading = ReadScenes(text);
-    problems.insert(problems.end(), reading.problems.begin(), reading.problems.end());
-    return Of(std::move(reading.commands), file);
+    return Of(ReadScenes(text, problems), file);
 }
 
 SceneFile SceneFile::Of(std::vector<SceneCommand> commands, const std::string& file) {
@@ -65,33 +63,30 @@ Layout SceneFile::ClusterLayout() const {
 }
 
 RawXmlData& SceneFile::NewRecord(const SceneCommand& command, const SceneElement& element) {
-    auto record = std::make_unique<RawXmlData>();
-    record->cmdId = command.id;
-    record->stateMask = element.stateMask;
-    record->skip = element.skip;
-    record->taskBoost = element.taskBoost;
-    record->name = element.name;
+    RawXmlData& record = *mRecords.emplace_back(std::make_unique<RawXmlData>());
+    record.cmdId = command.id;
+    record.stateMask = element.stateMask;
+    record.skip = element.skip;
+    record.taskBoost = element.taskBoost;
+    record.name = element.name;
     for (const SceneKey& key : element.keys) {
-        record->keys.push_back(key.name);
-        record->values.push_back(key.value);
+        record.keys.push_back(key.name);
+        record.values.push_back(key.value);
     }
-    mRecords.push_back(std::move(record));
-    return *mRecords.back();
+    return record;
 }
 
 std::map<int, RawXmlData*> SceneFile::Heads() {
     if (!mHeads.empty()) return mHeads;
     for (const SceneCommand& command : mCommands) {
         if (command.interactive) continue;
-        auto head = std::make_unique<RawXmlData>();
-        head->cmdId = command.id;
-        head->headValue0 = command.headers[0];
-        head->headValue1 = command.headers[1];
-        head->headValue2 = command.headers[2];
-        head->name = command.name;
-        mHeads[command.id] = head.get();
-        RawXmlData* last = head.get();
-        mRecords.push_back(std::move(head));
+        RawXmlData* last = mRecords.emplace_back(std::make_unique<RawXmlData>()).get();
+        last->cmdId = command.id;
+        last->headValue0 = command.headers[0];
+        last->headValue1 = command.headers[1];
+        last->headValue2 = command.headers[2];
+        last->name = command.name;
+        mHeads[command.id] = last;
         for (const SceneElement& element : command.elements) {
             last->next = &NewRecord(command, element);
             last = last->next;

@@ -100,19 +100,22 @@ std::vector<std::string> ClusterNotes(const DeviceProfile& device) {
 }
 
 DeviceOfFile DeviceOfScenes(const SceneFile& scenes, const std::string& named) {
-    if (!named.empty()) return {LoadDeviceProfile(named), DeviceGrounds::kNamed};
+    if (!named.empty()) return {LoadDeviceProfile(named), "as asked"};
     const std::vector<std::string> names = DeviceProfileNames();
     const std::string stem = std::filesystem::path(scenes.File()).stem().string();
     if (std::find(names.begin(), names.end(), stem) != names.end()) {
-        return {LoadDeviceProfile(stem), DeviceGrounds::kNameOfFile};
+        return {LoadDeviceProfile(stem), "by the file's name"};
     }
     for (const std::string& name : names) {
         DeviceProfile profile = LoadDeviceProfile(name);
         if (FindClusterProblems(scenes, profile).empty()) {
-            return {std::move(profile), DeviceGrounds::kClusters};
+            return {std::move(profile), "whose clusters the file describes"};
         }
     }
-    return {LoadDeviceProfile(kUsualDevice), DeviceGrounds::kNone};
+    return {LoadDeviceProfile(kUsualDevice),
+            "for want of another: the file describes no clusters of a shipped one; --device "
+            "chooses",
+            true};
 }
 
 std::string ProblemText(const SceneFile& scenes, const SceneProblem& problem) {

@@ -20,12 +20,10 @@ std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes, const Comma
 // Whether "qcom_cpu_info" describes the clusters that `device` has: the plug-in believes it.
 std::vector<SceneProblem> FindClusterProblems(const SceneFile& scenes, const DeviceProfile& device);
 
-// Why a scene file is one for a device.
-enum class DeviceGrounds : uint8_t { kNamed, kNameOfFile, kClusters, kNone };
-
 struct DeviceOfFile {
     DeviceProfile profile;
-    DeviceGrounds grounds;
+    const char* why;         // a scene file is one for it, in words
+    bool isAssumed = false;  // for want of another
 };
 
 // The device `named` (a shipped name or a file); where nobody names one, the file's namesake, else

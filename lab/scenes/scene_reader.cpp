@@ -1,5 +1,7 @@
 #include "lab/scenes/scene_reader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -52,21 +54,25 @@ class Reader {
         mBuffer.push_back('\0');
     }
 
-    SceneReading Read() {
-        mReading.problems = FindTextProblems(mText, mLines);
+    std::vector<SceneCommand> Read(std::vector<SceneProblem>& problems) {
+        mProblems = FindTextProblems(mText, mLines);
         // Behind a null character the parser sees nothing, and would call the rest fine.
         const bool isText = mText.find('\0') == std::string::npos;
-        if (!isText) Report({1, 1}, "this is no XML: it holds null characters", "xml");
+        if (!isText) ReportXml({1, 1}, "it holds null characters");
         if (isText) ReadDocument();
         std::stable_sort(
-            mReading.problems.begin(), mReading.problems.end(),
+            mProblems.begin(), mProblems.end(),
             [](const SceneProblem& a, const SceneProblem& b) { return a.place < b.place; });
-        return std::move(mReading);
+        problems.insert(problems.end(), mProblems.begin(), mProblems.end());
+        return std::move(mCommands);
     }
 
   private:
     void Report(Place place, const std::string& message, const char* rule = "form") {
-        mReading.problems.push_back({place, message, rule});
+        mProblems.push_back({place, message, rule});
+    }
+    void ReportXml(Place place, const std::string& message) {
+        Report(place, "this is no XML: " + message, "xml");
     }
 
     // An element's place is its '<', one before the name.
@@ -87,10 +93,8 @@ class Reader {
                 pugi::parse_comments | pugi::parse_declaration,
             pugi::encoding_utf8);
         if (!result) {
-            Report(mLines.At(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0))),
-                   std::string("this is no XML: ") + result.description() +
-                       "; what follows was not read",
-                   "xml");
+            ReportXml(mLines.At(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0))),
+                      std::string(result.description()) + "; what follows was not read");
         }
         CheckComments();
         const pugi::xml_node root = FindRoot(static_cast<bool>(result));
@@ -113,16 +117,15 @@ class Reader {
             if (node.type() == pugi::node_declaration) CheckDeclaration(node);
             if (!IsContent(node)) continue;
             if (node.type() != pugi::node_element) {
-                Report(PlaceOf(node),
-                       "this is no XML: '" + Shown(node) + "' stands outside the root", "xml");
+                ReportXml(PlaceOf(node), "'" + Shown(node) + "' stands outside the root");
             } else if (root) {
-                Report(PlaceOf(node), "this is no XML: a second root, " + Shown(node), "xml");
+                ReportXml(PlaceOf(node), "a second root, " + Shown(node));
             } else {
                 root = node;
             }
         }
         if (!root) {
-            if (isWhole) Report({1, 1}, "this is no XML: there is no element", "xml");
+            if (isWhole) ReportXml({1, 1}, "there is no element");
             return root;
         }
         if (std::strcmp(root.name(), "scenes") != 0) {
@@ -136,10 +139,9 @@ class Reader {
     void CheckDeclaration(const pugi::xml_node& declaration) {
         const auto start = static_cast<size_t>(declaration.offset_debug()) - std::strlen("<?");
         if (start != 0 && mText.compare(0, start, kUtf8Mark) != 0) {
-            Report(mLines.At(start),
-                   "this is no XML: the declaration stands behind something else; make it the "
-                   "very first thing of the file",
-                   "xml");
+            ReportXml(mLines.At(start),
+                      "the declaration stands behind something else; make it the very first thing "
+                      "of the file");
         }
         const pugi::xml_attribute encoding = declaration.attribute("encoding");
         std::string name = encoding.value();
@@ -181,10 +183,9 @@ class Reader {
         for (size_t at = value.find_first_of("<&"); at != value.npos;
              at = value.find_first_of("<&", at + 1)) {
             if (value[at] == '&' && IsReference(value.substr(at))) continue;
-            Report(mLines.At(start + at),
-                   value[at] == '<' ? "this is no XML: '<' stands in an attribute; write '&lt;'"
-                                    : "this is no XML: '&' stands in an attribute; write '&amp;'",
-                   "xml");
+            ReportXml(mLines.At(start + at), value[at] == '<'
+                                                 ? "'<' stands in an attribute; write '&lt;'"
+                                                 : "'&' stands in an attribute; write '&amp;'");
         }
     }
 
@@ -210,9 +211,9 @@ class Reader {
         if (!attribute) return fallback;
         const std::optional<int64_t> value = ParseNumber(attribute.value());
         if (!value || *value < low || *value > high) {
-            Report(PlaceOf(attribute), std::string(name) + "=\"" + attribute.value() +
-                                           "\" must be a number from " + std::to_string(low) +
-                                           " to " + std::to_string(high) + ", decimal or 0x...");
+            Report(PlaceOf(attribute),
+                   fmt::format("{}=\"{}\" must be a number from {} to {}, decimal or 0x...", name,
+                               attribute.value(), low, high));
             return fallback;
         }
         return static_cast<int>(*value);
@@ -253,27 +254,29 @@ class Reader {
                                       "remove the command");
             return;
         }
-        mReading.commands.push_back(std::move(command));
+        mCommands.push_back(std::move(command));
     }
 
     void CheckUnique(const SceneCommand& command, const pugi::xml_node& node) {
+        const auto report = [&](const char* attribute, const std::string& message) {
+            Report(PlaceOf(node.attribute(attribute)), message);
+        };
         if (command.id != SceneCommand::kNoId) {
             if (const auto [known, isNew] = mIds.emplace(command.id, command.place); !isNew) {
-                Report(PlaceOf(node.attribute("id")),
-                       "id " + std::to_string(command.id) + " is taken by the command in line " +
-                           std::to_string(known->second.line) + "; ids are unique");
+                report("id", fmt::format("id {} is taken by the command in line {}; ids are unique",
+                                         command.id, known->second.line));
             }
         }
         if (command.name.empty()) return;
         if (ParseNumber(command.name)) {
-            Report(
-                PlaceOf(node.attribute("name")),
-                "the name '" + command.name + "' is a number; scenarios would take it for an id");
+            report("name", fmt::format("the name '{}' is a number; scenarios would take it for an "
+                                       "id",
+                                       command.name));
         }
         if (const auto [known, isNew] = mNames.emplace(command.name, command.place); !isNew) {
-            Report(PlaceOf(node.attribute("name")),
-                   "the name '" + command.name + "' is taken by the command in line " +
-                       std::to_string(known->second.line) + "; names are unique");
+            report("name", fmt::format("the name '{}' is taken by the command in line {}; names "
+                                       "are unique",
+                                       command.name, known->second.line));
         }
     }
 
@@ -326,15 +329,16 @@ class Reader {
     const LineTable mLines;
     std::vector<char> mBuffer;
     pugi::xml_document mDocument;
-    SceneReading mReading;
+    std::vector<SceneCommand> mCommands;
+    std::vector<SceneProblem> mProblems;
     std::map<int, Place> mIds;
     std::map<std::string, Place> mNames;
 };
 
 }  // namespace
 
-SceneReading ReadScenes(const std::string& text) {
-    return Reader(text).Read();
+std::vector<SceneCommand> ReadScenes(const std::string& text, std::vector<SceneProblem>& problems) {
+    return Reader(text).Read(problems);
 }
 
 }  // namespace lab

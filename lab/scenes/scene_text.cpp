@@ -84,11 +84,11 @@ std::string ReadSceneText(const std::string& file) {
 
 std::vector<SceneProblem> FindTextProblems(const std::string& text, const LineTable& lines) {
     std::vector<SceneProblem> problems;
+    const auto report = [&](size_t offset, const std::string& message) {
+        problems.push_back({lines.At(offset), message, "encoding"});
+    };
     if (const char* encoding = WideEncoding(text)) {
-        problems.push_back(
-            {lines.At(0),
-             fmt::format("this text is {}; a scene file is UTF-8: save it as such", encoding),
-             "encoding"});
+        report(0, fmt::format("this text is {}; a scene file is UTF-8: save it as such", encoding));
         return problems;
     }
     BadBytes controls;
@@ -100,18 +100,14 @@ std::vector<SceneProblem> FindTextProblems(const std::string& text, const LineTa
         offset += std::max<size_t>(length, 1);
     }
     if (controls.first) {
-        problems.push_back(
-            {lines.At(*controls.first),
-             fmt::format("a control character (0x{:02X}) stands here{}; XML has none: remove it",
-                         static_cast<unsigned char>(text[*controls.first]), controls.Others()),
-             "encoding"});
+        report(*controls.first,
+               fmt::format("a control character (0x{:02X}) stands here{}; XML has none: remove it",
+                           static_cast<unsigned char>(text[*controls.first]), controls.Others()));
     }
     if (noUtf8.first) {
-        problems.push_back(
-            {lines.At(*noUtf8.first),
-             fmt::format("the byte 0x{:02X} is no UTF-8{}; save the file as UTF-8",
-                         static_cast<unsigned char>(text[*noUtf8.first]), noUtf8.Others()),
-             "encoding"});
+        report(*noUtf8.first,
+               fmt::format("the byte 0x{:02X} is no UTF-8{}; save the file as UTF-8",
+                           static_cast<unsigned char>(text[*noUtf8.first]), noUtf8.Others()));
     }
     return problems;
 }
