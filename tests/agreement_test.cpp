@@ -88,7 +88,7 @@ struct PlayedRun {
         int compared = 0;
         Library library("");
         Server server(phone, library, scenes);
-        Runner runner(phone, server, book, device, scenes, [&](const Event& event) {
+        Runner runner({phone, server, book, device, scenes}, [&](const Event& event) {
             history->Observe(event);
             const auto* acquire = std::get_if<LockAcquire>(&event.what);
             const bool isTaken = acquire && acquire->IsGranted();

@@ -228,7 +228,7 @@ struct Played {
         };
         Library library("");
         Server server(phone, library, scenes);
-        Runner runner(phone, server, book, Device(), scenes, observe);
+        Runner runner({phone, server, book, Device(), scenes}, observe);
         runner.Start(ReadScenarioHead(root));
         runner.Play(ReadScenarioSteps(root, scenes));
         runner.Finish();

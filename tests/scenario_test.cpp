@@ -216,7 +216,7 @@ Played Play(const YamlNode& root, const std::string& deviceName) {
     Library library("");
     Server server(phone, library, scenes);
     size_t requests = 0;
-    Runner runner(phone, server, book, device, scenes, [&](const Event& event) {
+    Runner runner({phone, server, book, device, scenes}, [&](const Event& event) {
         if (std::holds_alternative<RequestBegin>(event.what)) ++requests;
     });
     runner.Start(head);

@@ -57,7 +57,7 @@ class ScenarioReplay final : public Replay {
     }
 
     void Play(const std::function<void(const Event&)>& observe) override {
-        Runner runner(mPhone, mServer, *mBook, mDevice, mScenes, observe);
+        Runner runner({mPhone, mServer, *mBook, mDevice, mScenes}, observe);
         runner.Start(mHead);
         if (mAt) {
             runner.PlayUntil(mSteps, *mAt);

@@ -128,7 +128,7 @@ class Session {
         Book book(mDevice, scenes, phone.GetKernel());
         Library library(mOptions.library);
         Server server(phone, library, scenes);
-        Runner runner(phone, server, book, mDevice, scenes, [](const Event&) {});
+        Runner runner({phone, server, book, mDevice, scenes}, [](const Event&) {});
         runner.Start(head);
         runner.Play(steps);
         runner.Finish();

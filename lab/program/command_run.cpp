@@ -180,7 +180,7 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     }
     Library library(options.library);
     Server server(phone, library, scenes);
-    Runner runner(phone, server, book, device, scenes, observe);
+    Runner runner({phone, server, book, device, scenes}, observe);
     runner.Start(head);
     PrintProblems(scenes, server.Problems(), result);
     runner.Play(steps);

@@ -11,6 +11,15 @@
 
 namespace lab {
 
+// What a run consists of.
+struct RunParts {
+    Phone& phone;
+    Server& server;
+    Book& book;
+    const DeviceProfile& device;
+    const SceneFile& scenes;
+};
+
 // Something that is not as expected.
 struct FailedExpectation {
     int line = 0;      // of the scenario
@@ -19,10 +28,7 @@ struct FailedExpectation {
 
 class Expectations {
   public:
-    // Keeps references to all of them.
-    Expectations(Phone& phone, Server& server, const Book& book, const DeviceProfile& device,
-                 Layout layout)
-        : mPhone(phone), mServer(server), mBook(book), mDevice(device), mLayout(layout) {}
+    explicit Expectations(const RunParts& run) : mRun(run) {}
 
     // Has the log kept from here on, or no longer; at first it is kept.
     void KeepLog(bool isKept);
@@ -36,26 +42,13 @@ class Expectations {
     std::vector<FailedExpectation> Compare(const Expect& expected, int lastResult);
 
   private:
-    void Fail(int line, const std::string& what, const std::string& wanted,
-              const std::string& found);
-    void CompareNumber(const ExpectedNumber& expected, int lastResult);
-    void CompareTag(const ExpectedTag& expected);
-    void CompareLock(const ExpectedLock& expected);
-    void CompareLog(const ExpectedLog& expected);
-    bool Fits(const PerfHal::Lock& lock, const ExpectedLock& expected) const;
-    std::string HeldText(const ExpectedLock& expected) const;
-
-    Phone& mPhone;
-    Server& mServer;
-    const Book& mBook;
-    const DeviceProfile& mDevice;
-    const Layout mLayout;
+    const RunParts mRun;
     bool mKeepsLog = true;
     std::vector<LogLine> mLog;
-    std::vector<FailedExpectation> mFailed;
 };
 
-// True when one of the steps expects something of the log.
+// True when something of the log is expected; in one of the steps.
+bool ExpectsLog(const Expect& expected);
 bool ExpectsLog(const std::vector<Step>& steps);
 
 }  // namespace lab

@@ -11,44 +11,60 @@ constexpr bool kNeedsChain =
     std::is_same_v<Asked, DoCommand> || std::is_same_v<Asked, DoInteractive> ||
     std::is_same_v<Asked, GetCeilings> || std::is_same_v<Asked, GetChipType>;
 
-}  // namespace
+Server::Outcome Arrange(const RunParts& run, const SetOnDemand& asked) {
+    for (const auto& [cmdId, ms] : asked.msOfCommand) run.phone.SetOnDemandDuration(cmdId, ms);
+    return {};
+}
 
-Runner::Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
-               const SceneFile& scenes, std::function<void(const Event&)> observe)
-    : mPhone(phone),
-      mServer(server),
-      mBook(book),
-      mDevice(device),
-      mScenes(scenes),
-      mExpectations(phone, server, book, device, scenes.ClusterLayout()),
-      mObserve(std::move(observe)) {}
+Server::Outcome Arrange(const RunParts& run, const ArrangeFaults& asked) {
+    Inject(asked, run.scenes.ClusterLayout(), run.device, run.phone);
+    Server::Outcome outcome;
+    if (asked.hal) outcome.facts.arrangedRefusals = asked.hal->refusals;
+    return outcome;
+}
+
+Server::Outcome Arrange(const RunParts& run, const ArrangeNodes& asked) {
+    Kernel& kernel = run.phone.GetKernel();
+    for (const auto& [path, value] : asked.nodes) {
+        NodeAccess arranged{NodeAccess::Kind::kArrange, path, "", "", value.value_or("")};
+        if (value) {
+            arranged.alsoChanged = kernel.Force(path, *value);
+        } else {
+            kernel.Remove(path);
+        }
+        run.phone.Events().Add(std::move(arranged));
+    }
+    return {};
+}
+
+Server::Outcome Arrange(const RunParts& run, const ArrangeProperties& asked) {
+    for (const auto& [name, value] : asked.properties) run.phone.SetProperty(name, value);
+    return {};
+}
+
+}  // namespace
 
 void Runner::Start(const ScenarioHead& head) {
     mFile = head.file;
-    if (!head.faultsText.empty()) {
-        Step faults;
-        faults.text = head.faultsText;
-        faults.request = head.faults;
-        Make(faults);
-    }
-    const std::string text = fmt::format("start with {} commands", mScenes.Commands().size());
+    const auto make = [this](const std::string& text, Request request) {
+        Step step;
+        step.text = text;
+        step.request = std::move(request);
+        Make(step);
+    };
+    if (!head.faultsText.empty()) make(head.faultsText, head.faults);
+    const std::string text = fmt::format("start with {} commands", mRun.scenes.Commands().size());
     Begin({text, 0});
-    mServer.Start();
+    mRun.server.Start();
     RequestFacts facts;
     facts.text = "the start";
     End(std::move(facts), "");
-    Step step;
-    if (head.debug) {
-        step.text = "debug on";
-        step.request = SetDebugSwitch{true};
-        Make(step);
-    }
+    if (head.debug) make("debug on", SetDebugSwitch{true});
     if (head.state != 0) {
-        step.text = fmt::format("state 0x{:x}", static_cast<unsigned>(head.state));
-        step.request = SetStateBits{head.state};
-        Make(step);
+        make(fmt::format("state 0x{:x}", static_cast<unsigned>(head.state)),
+             SetStateBits{head.state});
     }
-    mCursor = mOrigin = mPhone.GetClock().Now();
+    mCursor = mOrigin = mRun.phone.GetClock().Now();
 }
 
 void Runner::Play(const std::vector<Step>& steps) {
@@ -74,7 +90,7 @@ void Runner::PlayStep(const Step& step) {
     mCursor = step.absolute ? mOrigin + time : mCursor + time;
     if (mEnd && mCursor > *mEnd) return;
     AdvanceTo(mCursor);
-    if (!step.device.empty() && step.device != mDevice.name) return;
+    if (!step.device.empty() && step.device != mRun.device.name) return;
     if (const auto* repeat = std::get_if<Repeat>(&step.request)) {
         for (int64_t round = 0; round < repeat->count; ++round) PlayList(repeat->steps);
     } else if (!std::holds_alternative<Wait>(step.request)) {
@@ -89,12 +105,12 @@ void Runner::Make(const Step& step) {
 
 void Runner::Begin(RequestBegin begin) {
     ++mRequests;
-    mPhone.Events().Add(std::move(begin));
+    mRun.phone.Events().Add(std::move(begin));
 }
 
 // About the request under way, which the book has not seen yet.
 void Runner::AddFinding(const std::string& text) {
-    mBook.AddFinding({text, mPhone.GetClock().Now(), mRequests});
+    mRun.book.AddFinding({text, mRun.phone.GetClock().Now(), mRequests});
 }
 
 RequestBegin Runner::BeginningOf(const Step& step) const {
@@ -105,7 +121,7 @@ RequestBegin Runner::BeginningOf(const Step& step) const {
         [&](const auto& asked) {
             if constexpr (requires { asked.clientId; }) begin.client = ClientLabel(asked.clientId);
             if constexpr (requires { asked.cmdId; }) {
-                const SceneCommand* command = mScenes.Find(asked.cmdId);
+                const SceneCommand* command = mRun.scenes.Find(asked.cmdId);
                 begin.command =
                     command && !command->name.empty() ? command->name : std::to_string(asked.cmdId);
             }
@@ -126,13 +142,13 @@ void Runner::Record(const Step& step, Server::Outcome outcome) {
 }
 
 void Runner::End(RequestFacts facts, const std::string& result) {
-    mPhone.Events().Explain(std::make_shared<const RequestFacts>(std::move(facts)));
-    mPhone.Events().Add(RequestEnd{result});
+    mRun.phone.Events().Explain(std::make_shared<const RequestFacts>(std::move(facts)));
+    mRun.phone.Events().Add(RequestEnd{result});
     HandOn();
 }
 
 void Runner::AdvanceTo(Time at) {
-    Clock& clock = mPhone.GetClock();
+    Clock& clock = mRun.phone.GetClock();
     for (auto due = clock.NextDue(); due && *due < at; due = clock.NextDue()) {
         clock.AdvanceTo(*due);
         HandOn();
@@ -142,32 +158,33 @@ void Runner::AdvanceTo(Time at) {
 }
 
 void Runner::HandOn() {
-    if (mPhone.GetClock().IsVirtual()) Finish();
+    if (mRun.phone.GetClock().IsVirtual()) Finish();
 }
 
 void Runner::Finish() {
-    for (const Event& event : mPhone.Events().Events()) {
-        mBook.Observe(event);
+    for (const Event& event : mRun.phone.Events().Events()) {
+        mRun.book.Observe(event);
         mExpectations.Observe(event);
         mObserve(event);
     }
-    mPhone.Events().Clear();
+    mRun.phone.Events().Clear();
 }
 
 template <typename Asked>
 Server::Outcome Runner::Perform(const Asked& asked) {
     if constexpr (kNeedsChain<Asked>) {
-        if (!mServer.FindChain(asked.cmdId)) return Refuse(asked.cmdId);
+        if (!mRun.server.FindChain(asked.cmdId)) return Refuse(asked.cmdId);
     }
-    if constexpr (requires { mServer.Send(asked); }) return mServer.Send(asked);
+    if constexpr (requires { mRun.server.Send(asked); }) return mRun.server.Send(asked);
+    if constexpr (requires { Arrange(mRun, asked); }) return Arrange(mRun, asked);
     return {};
 }
 
 // A command that the plug-in refused when it read the scenes cannot run: a finding, not the end.
 Server::Outcome Runner::Refuse(int cmdId) {
-    const SceneCommand* command = mScenes.Find(cmdId);
-    const std::string why = fmt::format("the plug-in refused this command ({}:{})", mScenes.File(),
-                                        command ? command->place.line : 0);
+    const SceneCommand* command = mRun.scenes.Find(cmdId);
+    const std::string why = fmt::format("the plug-in refused this command ({}:{})",
+                                        mRun.scenes.File(), command ? command->place.line : 0);
     AddFinding(
         fmt::format("{} cannot run: {}", command ? command->Label() : std::to_string(cmdId), why));
     Server::Outcome outcome;
@@ -177,43 +194,9 @@ Server::Outcome Runner::Refuse(int cmdId) {
     return outcome;
 }
 
-Server::Outcome Runner::Perform(const SetOnDemand& asked) {
-    for (const auto& [cmdId, ms] : asked.msOfCommand) mPhone.SetOnDemandDuration(cmdId, ms);
-    return {};
-}
-
-Server::Outcome Runner::Perform(const ArrangeFaults& asked) {
-    Inject(asked, mScenes.ClusterLayout(), mDevice, mPhone);
-    Server::Outcome outcome;
-    if (asked.hal) outcome.facts.arrangedRefusals = asked.hal->refusals;
-    return outcome;
-}
-
-Server::Outcome Runner::Perform(const ArrangeNodes& asked) {
-    Kernel& kernel = mPhone.GetKernel();
-    for (const auto& [path, value] : asked.nodes) {
-        NodeAccess arranged;
-        arranged.kind = NodeAccess::Kind::kArrange;
-        arranged.path = path;
-        arranged.after = value.value_or("");
-        if (value) {
-            arranged.alsoChanged = kernel.Force(path, *value);
-        } else {
-            kernel.Remove(path);
-        }
-        mPhone.Events().Add(std::move(arranged));
-    }
-    return {};
-}
-
-Server::Outcome Runner::Perform(const ArrangeProperties& asked) {
-    for (const auto& [name, value] : asked.properties) mPhone.SetProperty(name, value);
-    return {};
-}
-
 Server::Outcome Runner::Perform(const Expect& asked) {
     Server::Outcome outcome;
-    const double seconds = std::chrono::duration<double>(mPhone.GetClock().Now()).count();
+    const double seconds = std::chrono::duration<double>(mRun.phone.GetClock().Now()).count();
     for (const FailedExpectation& failed : mExpectations.Compare(asked, mLastResult)) {
         AddFinding(fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
         outcome.text += (outcome.text.empty() ? "failed: " : "; ") + failed.text;

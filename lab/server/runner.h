@@ -19,8 +19,8 @@ class Runner {
     // handed on after every step and forgotten, so that a run may last for days; on the real one at
     // the end. While time passes they are handed on after everything that falls due, so that
     // whoever watches finds the nodes as the event leaves them.
-    Runner(Phone& phone, Server& server, Book& book, const DeviceProfile& device,
-           const SceneFile& scenes, std::function<void(const Event&)> observe);
+    Runner(const RunParts& run, std::function<void(const Event&)> observe)
+        : mRun(run), mExpectations(run), mObserve(std::move(observe)) {}
 
     // Starts the plug-in. Throws InputError when it cannot use the scene file.
     void Start(const ScenarioHead& head);
@@ -52,18 +52,10 @@ class Runner {
     // One request of the server, or one arrangement of the phone.
     template <typename Asked>
     Server::Outcome Perform(const Asked& asked);
-    Server::Outcome Perform(const SetOnDemand& asked);
-    Server::Outcome Perform(const ArrangeFaults& asked);
-    Server::Outcome Perform(const ArrangeNodes& asked);
-    Server::Outcome Perform(const ArrangeProperties& asked);
     Server::Outcome Perform(const Expect& asked);
     Server::Outcome Refuse(int cmdId);
 
-    Phone& mPhone;
-    Server& mServer;
-    Book& mBook;
-    const DeviceProfile& mDevice;
-    const SceneFile& mScenes;
+    const RunParts mRun;
     Expectations mExpectations;
     std::function<void(const Event&)> mObserve;
     std::string mFile;     // of the scenario

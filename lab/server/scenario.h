@@ -81,24 +81,17 @@ struct ArrangeProperties {
 };
 struct Wait {};
 
-// What must be so by now. Each says in which line of the scenario it stands.
+// What must be so by now.
 struct ExpectedNumber {
     enum class What { kLocks, kResult, kPerformance, kThermal } what;
-    int line = 0;
     int value = 0;
 };
 struct ExpectedNode {
-    int line = 0;
     std::string path;
     std::string value;
 };
-struct ExpectedTag {
-    int line = 0;
-    TagValue pair;
-};
 // A lock that is held, or is not; what is not given fits any.
 struct ExpectedLock {
-    int line = 0;
     bool isHeld = true;
     std::optional<int> cmdId;  // of the request that took or last renewed it
     std::optional<int> clientId;
@@ -108,18 +101,17 @@ struct ExpectedLock {
 };
 // A line logged, or not, since the last expectation of the log or since the start.
 struct ExpectedLog {
-    int line = 0;
     bool isLogged = true;
     std::optional<int> priority;      // Android's
     std::optional<std::string> text;  // the whole line without its newline
     std::optional<std::string> part;
 };
+struct Expected {
+    int line = 0;  // of the scenario
+    std::variant<ExpectedNumber, ExpectedNode, TagValue, ExpectedLock, ExpectedLog> what;
+};
 struct Expect {
-    std::vector<ExpectedNumber> numbers;
-    std::vector<ExpectedNode> nodes;
-    std::vector<ExpectedTag> tags;
-    std::vector<ExpectedLock> locks;
-    std::vector<ExpectedLog> log;
+    std::vector<Expected> all;
 };
 
 struct Step;

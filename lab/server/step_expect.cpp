@@ -38,7 +38,6 @@ int ReadPriority(const YamlNode& node) {
 // A text alone is a part of the line.
 ExpectedLog ReadExpectedLog(const YamlNode& node, bool isLogged) {
     ExpectedLog log;
-    log.line = node.line;
     log.isLogged = isLogged;
     if (node.kind == YamlNode::Kind::kScalar) {
         log.part = node.scalar;
@@ -73,7 +72,6 @@ ExpectedLock ReadExpectedLock(const StepInput& in, const YamlNode& node, bool is
     ExpectMap(node, "a lock: {command: touch, resource: big_cpu0_min_freq, value: 1113}",
               {"command", "client", "resource", "value"});
     ExpectedLock lock;
-    lock.line = node.line;
     lock.isHeld = isHeld;
     lock.text = "a lock";
     if (const YamlNode* resource = node.Find("resource")) {
@@ -105,11 +103,12 @@ Request ReadExpect(StepInput& in) {
     ExpectMap(value, "an expectation", kFields);
     if (value.fields.empty()) value.Fail("expect something: " + Join(kFields));
     in.made.text = "expect";
-    Expect expected;
+    std::vector<Expected> all;
     const auto readNumber = [&](const char* field, ExpectedNumber::What what, const char* meaning,
                                 int low) {
         const YamlNode* node = value.Find(field);
-        if (node) expected.numbers.push_back({what, node->line, ReadInt32(*node, meaning, low)});
+        if (!node) return;
+        all.push_back({node->line, ExpectedNumber{what, ReadInt32(*node, meaning, low)}});
     };
     readNumber("locks", ExpectedNumber::What::kLocks, "how many locks are held", 0);
     readNumber("result", ExpectedNumber::What::kResult, "the result of the request before",
@@ -119,31 +118,26 @@ Request ReadExpect(StepInput& in) {
     if (const YamlNode* nodes = value.Find("nodes")) {
         if (nodes->kind != YamlNode::Kind::kMap) nodes->Fail("expected a map from path to value");
         for (const auto& [path, content] : nodes->fields) {
-            expected.nodes.push_back(
-                {path.line, path.AsText("the path of a node"), content.AsText("the node's value")});
+            all.push_back({path.line, ExpectedNode{path.AsText("the path of a node"),
+                                                   content.AsText("the node's value")}});
         }
     }
     if (const YamlNode* tags = value.Find("tags")) {
         const std::vector<TagValue> values = in.ReadTagValues(*tags);
         for (size_t i = 0; i < values.size(); ++i) {
-            expected.tags.push_back({tags->fields[i].key.line, values[i]});
+            all.push_back({tags->fields[i].key.line, values[i]});
         }
     }
-    for (const auto& [field, isHeld] : {std::pair{"lock", true}, std::pair{"no_lock", false}}) {
-        const YamlNode* locks = value.Find(field);
-        if (!locks) continue;
-        for (const YamlNode& node : locks->OneOrMore()) {
-            expected.locks.push_back(ReadExpectedLock(in, node, isHeld));
-        }
-    }
-    for (const auto& [field, isLogged] : {std::pair{"log", true}, std::pair{"no_log", false}}) {
-        const YamlNode* lines = value.Find(field);
-        if (!lines) continue;
-        for (const YamlNode& node : lines->OneOrMore()) {
-            expected.log.push_back(ReadExpectedLog(node, isLogged));
-        }
-    }
-    return expected;
+    const auto readEach = [&](const char* field, const auto& read) {
+        const YamlNode* nodes = value.Find(field);
+        if (!nodes) return;
+        for (const YamlNode& node : nodes->OneOrMore()) all.push_back({node.line, read(node)});
+    };
+    readEach("lock", [&](const YamlNode& node) { return ReadExpectedLock(in, node, true); });
+    readEach("no_lock", [&](const YamlNode& node) { return ReadExpectedLock(in, node, false); });
+    readEach("log", [](const YamlNode& node) { return ReadExpectedLog(node, true); });
+    readEach("no_log", [](const YamlNode& node) { return ReadExpectedLog(node, false); });
+    return Expect{std::move(all)};
 }
 
 }  // namespace lab

@@ -42,7 +42,7 @@ inline LabRun PlayScenario(const YamlNode& root, const std::string& deviceName, 
     LabRun run;
     std::ostringstream log;
     LogcatWriter writer(log);
-    Runner runner(phone, server, book, device, scenes, [&](const Event& event) {
+    Runner runner({phone, server, book, device, scenes}, [&](const Event& event) {
         run.events.push_back(event);
         writer.Observe(event);
     });
