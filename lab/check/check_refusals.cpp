@@ -43,9 +43,8 @@ Explanation ExplainSceneKey(const CommandMeaning& command, Layout layout, const 
     }
     std::vector<std::string> names;
     for (const tarquel::TagName& row : tarquel::kTagNames) {
-        const bool isTwo = layout == Layout::kTwoClusters;
-        const int tag = isTwo ? row.tagTwoClusters : row.tagThreeClusters;
-        if (tag != tarquel::kNoTag && tarquel::IsSceneTag(tag)) names.emplace_back(row.name);
+        const std::optional<int> tag = FindSceneTag(row.name, layout);
+        if (tag && tarquel::IsSceneTag(*tag)) names.emplace_back(row.name);
     }
     return {
         "unknown-key",

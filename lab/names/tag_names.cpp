@@ -56,13 +56,17 @@ std::optional<int> FindTag(const std::string& name, Layout layout) {
     for (const TagFacts& facts : kTagNames) {
         if (facts.name == name) tag = TagOf(facts, layout);
     }
+    return tag == kNoSuchTag ? FindSceneTag(name, layout) : tag;
+}
+
+std::optional<int> FindSceneTag(std::string_view key, Layout layout) {
     for (const tarquel::TagName& row : tarquel::kTagNames) {
-        if (row.name == name) {
-            tag = layout == Layout::kThreeClusters ? row.tagThreeClusters : row.tagTwoClusters;
-        }
+        if (row.name != key) continue;
+        const bool isThree = layout == Layout::kThreeClusters;
+        const int tag = isThree ? row.tagThreeClusters : row.tagTwoClusters;
+        if (tag != tarquel::kNoTag) return tag;
     }
-    if (tag == kNoSuchTag) return std::nullopt;
-    return tag;
+    return std::nullopt;
 }
 
 std::vector<std::string> TagNamesOf(Layout layout) {

@@ -157,6 +157,10 @@ std::string TagLabel(int tag, Layout layout);
 // a number (decimal or 0x). Nothing when there is none, or when the layout does not have it.
 std::optional<int> FindTag(const std::string& name, Layout layout);
 
+// The tag that a long scene's key names; nothing when there is none, or the layout does not have
+// it.
+std::optional<int> FindSceneTag(std::string_view key, Layout layout);
+
 // The names that the layout has, in the table's order.
 std::vector<std::string> TagNamesOf(Layout layout);
 

@@ -7,6 +7,7 @@
 #include <limits>
 #include <string_view>
 
+#include "lab/names/text.h"
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 
@@ -162,10 +163,9 @@ std::string ProfileFileOf(const std::string& nameOrFile) {
     if (IsProfileFile(nameOrFile)) return nameOrFile;
     const std::vector<std::string> names = DeviceProfileNames();
     if (std::find(names.begin(), names.end(), nameOrFile) == names.end()) {
-        std::string list;
-        for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
-        throw InputError(nameOrFile, 0, 0,
-                         "no such device; give one of " + list + " or the path of a profile");
+        throw InputError(
+            nameOrFile, 0, 0,
+            "no such device; give one of " + Join(names) + " or the path of a profile");
     }
     return DataFolder() + "/devices/" + nameOrFile + ".yaml";
 }

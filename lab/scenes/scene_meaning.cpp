@@ -23,15 +23,6 @@ using Remark = LoaderRemark::Kind;
 
 constexpr int kHighestLevel = 9;
 
-std::optional<int> TagOfKey(std::string_view name, Layout layout) {
-    const auto row = std::find_if(tarquel::kTagNames.begin(), tarquel::kTagNames.end(),
-                                  [&](const tarquel::TagName& each) { return each.name == name; });
-    if (row == tarquel::kTagNames.end()) return std::nullopt;
-    const bool isThree = layout == Layout::kThreeClusters;
-    const int tag = isThree ? row->tagThreeClusters : row->tagTwoClusters;
-    return tag == tarquel::kNoTag ? std::nullopt : std::optional(tag);
-}
-
 // True for what the loader takes as a number: digits, perhaps behind a minus sign.
 bool IsLoaderNumber(const std::string& value) {
     const size_t first = !value.empty() && value[0] == '-' ? 1 : 0;
@@ -106,7 +97,7 @@ class CommandReader {
         for (const SceneKey& key : made.element->keys) {
             const std::optional<int> code =
                 !namesTags ? FindKeyOpcode(key.name)
-                           : (mLayout ? TagOfKey(key.name, *mLayout) : std::nullopt);
+                           : (mLayout ? FindSceneTag(key.name, *mLayout) : std::nullopt);
             const bool isHead = !code && keys::IsHeadKey(key.name);
             const Kind kind = code     ? (namesTags ? Kind::kTag : Kind::kOpcode)
                               : isHead ? Kind::kHead

@@ -1,8 +1,8 @@
 #include "lab/yaml/yaml_tree.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
+
+#include "lab/names/text.h"
 
 namespace lab {
 
@@ -61,24 +61,10 @@ const std::string& YamlNode::AsText(const std::string& what) const {
 }
 
 int64_t YamlNode::AsInt(const std::string& what, int64_t low, int64_t high) const {
-    const bool isNegative = scalar.starts_with('-');
-    const size_t start = isNegative ? 1 : 0;
-    const bool isHex = scalar.compare(start, 2, "0x") == 0 || scalar.compare(start, 2, "0X") == 0;
-    const size_t digits = isHex ? start + 2 : start;
-    bool isNumber = kind == Kind::kScalar && digits < scalar.size() &&
-                    scalar.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789",
-                                             digits) == std::string::npos;
-    int64_t value = 0;
-    if (isNumber) {
-        errno = 0;
-        value = std::strtoll(scalar.c_str(), nullptr, isHex ? 16 : 10);
-        isNumber = errno == 0 && value >= low && value <= high;
-    }
-    if (!isNumber) {
-        Fail(what + " must be a whole number from " + std::to_string(low) + " to " +
-             std::to_string(high) + ", not " + Shown(*this));
-    }
-    return value;
+    const std::optional<int64_t> value = ParseNumber(scalar);
+    if (value && *value >= low && *value <= high) return *value;
+    Fail(what + " must be a whole number from " + std::to_string(low) + " to " +
+         std::to_string(high) + ", not " + Shown(*this));
 }
 
 bool YamlNode::AsBool(const std::string& what) const {
@@ -103,11 +89,7 @@ std::span<const YamlNode> YamlNode::OneOrMore() const {
 
 void YamlNode::ExpectFields(const std::string& what,
                             const std::vector<std::string>& allowed) const {
-    std::string list;
-    for (const std::string& name : allowed) {
-        if (!list.empty()) list += ", ";
-        list += name;
-    }
+    const std::string list = Join(allowed);
     if (kind != Kind::kMap) {
         Fail(what + " must be a map with fields from: " + list + "; not " + Shown(*this));
     }
