@@ -7,8 +7,8 @@
 #include "lab/names/resource_names.h"
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
+#include "lab/scenes/scene_meaning.h"
 #include "lab/scenes/scene_problems.h"
-#include "lab/scenes/scene_values.h"
 #include "loader/element_keys.h"
 
 namespace lab {

@@ -6,7 +6,7 @@
 
 #include "lab/book/book.h"
 #include "lab/names/resource_names.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 namespace {

@@ -11,7 +11,7 @@
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
 #include "lab/names/usual_lines.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 namespace {

@@ -8,7 +8,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 #include "loader/vocabulary_table.h"
 #include "nodes/tag_opcode_table.h"
 

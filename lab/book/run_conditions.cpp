@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "lab/names/tag_names.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 
 namespace lab {
 

@@ -16,8 +16,6 @@ namespace {
 
 namespace keys = tarquel::keys;
 
-constexpr int kHighestLevel = 9;
-
 bool IsPlausible(const std::array<int, 8>& digits) {
     return digits[0] == 0 && digits[5] == 0 && digits[6] == 0 && digits[7] <= kThermalLevels;
 }

@@ -10,7 +10,6 @@
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_file.h"
 #include "lab/scenes/scene_meaning.h"
-#include "lab/scenes/scene_values.h"
 
 namespace lab {
 

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "lab/scenes/scene_reader.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
@@ -25,11 +24,6 @@ SceneFile SceneFile::Parse(const std::string& text, const std::string& file) {
         throw InputError(file, first.place.line, first.place.column, first.message);
     }
     return scenes;
-}
-
-SceneFile SceneFile::ParseAll(const std::string& text, const std::string& file,
-                              std::vector<SceneProblem>& problems) {
-    return Of(ReadScenes(text, problems), file);
 }
 
 SceneFile SceneFile::Of(std::vector<SceneCommand> commands, const std::string& file) {

@@ -50,8 +50,10 @@ class SceneFile {
     static SceneFile Load(const std::string& file);
     static SceneFile Parse(const std::string& text, const std::string& file);
 
-    // As Parse, but goes on behind mistakes of form, which it adds to `problems`; the commands are
-    // what is left, mistaken ones among them.
+    // As Parse, but goes on behind every mistake of form that leaves something to read, and adds it
+    // to `problems`, in the order of their places. Mistaken commands are there with what could be
+    // read of them: those without a usable id have kNoId, an id or a name may stand twice. A text
+    // that stops being XML is read up to the command in which it does.
     static SceneFile ParseAll(const std::string& text, const std::string& file,
                               std::vector<SceneProblem>& problems);
 

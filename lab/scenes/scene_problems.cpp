@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <iterator>
 
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 #include "lab/yaml/yaml_tree.h"
 #include "loader/element_keys.h"
 

@@ -1,4 +1,4 @@
-#include "lab/scenes/scene_reader.h"
+// From the text of a scene file to its commands, mistake by mistake.
 
 #include <fmt/format.h>
 
@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "lab/names/text.h"
+#include "lab/scenes/scene_file.h"
 
 namespace lab {
 namespace {
@@ -337,8 +338,9 @@ class Reader {
 
 }  // namespace
 
-std::vector<SceneCommand> ReadScenes(const std::string& text, std::vector<SceneProblem>& problems) {
-    return Reader(text).Read(problems);
+SceneFile SceneFile::ParseAll(const std::string& text, const std::string& file,
+                              std::vector<SceneProblem>& problems) {
+    return Of(Reader(text).Read(problems), file);
 }
 
 }  // namespace lab

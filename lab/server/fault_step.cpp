@@ -60,6 +60,12 @@ void Say(std::string& text, const std::string& fault) {
     text += (text.empty() ? "faults: " : ", ") + fault;
 }
 
+// True for what lifts a fault, with that in words.
+bool IsLifted(const YamlNode& node, std::string& text, const std::string& words) {
+    if (IsNone(node)) Say(text, words);
+    return IsNone(node);
+}
+
 std::optional<NodeFault> ReadNodeFault(const YamlNode& node) {
     if (IsNone(node)) return std::nullopt;
     if (node.kind == YamlNode::Kind::kMap) {
@@ -70,11 +76,8 @@ std::optional<NodeFault> ReadNodeFault(const YamlNode& node) {
 }
 
 void ReadNodes(const YamlNode& node, ArrangeFaults& faults, std::string& text) {
-    if (IsNone(node)) {
-        faults.liftsNodes = true;
-        Say(text, "all nodes sound");
-        return;
-    }
+    faults.liftsNodes = IsLifted(node, text, "all nodes sound");
+    if (faults.liftsNodes) return;
     for (const auto& [key, value] :
          node.AsFilledMap("a map from path or tag to fault, such as {big_max: unwritable}")) {
         const std::string& name = key.AsText("the path of a node, or a tag");
@@ -91,10 +94,7 @@ void ReadNodes(const YamlNode& node, ArrangeFaults& faults, std::string& text) {
 
 HalFault ReadHalFault(const YamlNode& node, std::string& text) {
     HalFault fault;
-    if (IsNone(node)) {
-        Say(text, "the HAL sound");
-        return fault;
-    }
+    if (IsLifted(node, text, "the HAL sound")) return fault;
     if (node.kind != YamlNode::Kind::kMap) {
         fault.library = FindWord(kHalWords, node, "the HAL's fault, {refuse: 2} or {slow_ms: 40}");
         Say(text, "the HAL " + node.scalar);
@@ -126,10 +126,7 @@ HalFault ReadHalFault(const YamlNode& node, std::string& text) {
 
 TimerFault ReadTimerFault(const YamlNode& node, std::string& text) {
     TimerFault fault;
-    if (IsNone(node)) {
-        Say(text, "timers sound");
-        return fault;
-    }
+    if (IsLifted(node, text, "timers sound")) return fault;
     for (const YamlNode& word : node.OneOrMore()) {
         const std::string& name = word.AsText("timer_create, timer_settime, or a list of both");
         if (name == "timer_create") {
@@ -148,10 +145,7 @@ TimerFault ReadTimerFault(const YamlNode& node, std::string& text) {
 
 std::vector<std::string> ReadMissingProperties(const YamlNode& node, std::string& text) {
     std::vector<std::string> names;
-    if (IsNone(node)) {
-        Say(text, "all properties there");
-        return names;
-    }
+    if (IsLifted(node, text, "all properties there")) return names;
     for (const YamlNode& item : node.AsList("a list of properties, or none")) {
         names.push_back(item.AsText("the name of a property"));
         Say(text, "property " + names.back() + " missing");

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "lab/names/text.h"
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"
 

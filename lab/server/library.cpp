@@ -1,10 +1,9 @@
 #include "lab/server/library.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 #include <utils/String8.h>
 
-#include <climits>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 
@@ -41,12 +40,8 @@ struct LoaderDeleter {
 using LoaderOwner = std::unique_ptr<QcomPerfLoadXml, LoaderDeleter>;
 
 std::string BesideProgram() {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
-    if (length <= 0) return "libtarquel_qcom.so";
-    std::string program(path, static_cast<size_t>(length));
-    for (int level = 0; level < 2; ++level) program.resize(program.rfind('/'));
-    return program + "/lib/libtarquel_qcom.so";
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    return program.parent_path().parent_path() / "lib" / "libtarquel_qcom.so";
 }
 
 }  // namespace

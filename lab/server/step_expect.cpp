@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-#include "lab/scenes/scene_values.h"
+#include "lab/scenes/scene_meaning.h"
 #include "lab/server/step_reader.h"
 
 namespace lab {
