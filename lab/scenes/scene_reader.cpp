@@ -59,7 +59,7 @@ class Reader {
         mProblems = FindTextProblems(mText, mLines);
         // Behind a null character the parser sees nothing, and would call the rest fine.
         const bool isText = mText.find('\0') == std::string::npos;
-        if (!isText) ReportXml({1, 1}, "it holds null characters");
+        if (!isText) ReportXml(Place{1, 1}, "it holds null characters");
         if (isText) ReadDocument();
         std::stable_sort(
             mProblems.begin(), mProblems.end(),
@@ -72,8 +72,13 @@ class Reader {
     void Report(Place place, const std::string& message, const char* rule = "form") {
         mProblems.push_back({place, message, rule});
     }
-    void ReportXml(Place place, const std::string& message) {
-        Report(place, "this is no XML: " + message, "xml");
+    template <typename Where>
+    void Report(const Where& where, const std::string& message, const char* rule = "form") {
+        Report(PlaceOf(where), message, rule);
+    }
+    template <typename Where>
+    void ReportXml(const Where& where, const std::string& message) {
+        Report(where, "this is no XML: " + message, "xml");
     }
 
     // An element's place is its '<', one before the name.
@@ -105,7 +110,7 @@ class Reader {
             // What the fault of an XML document cut off tells nothing about its author's meaning.
             if (!result && node == root.last_child()) break;
             if (node.type() != pugi::node_element || std::strcmp(node.name(), "command") != 0) {
-                Report(PlaceOf(node), "'" + Shown(node) + "' stands where only <command> may");
+                Report(node, "'" + Shown(node) + "' stands where only <command> may");
                 continue;
             }
             ReadCommand(node);
@@ -118,20 +123,19 @@ class Reader {
             if (node.type() == pugi::node_declaration) CheckDeclaration(node);
             if (!IsContent(node)) continue;
             if (node.type() != pugi::node_element) {
-                ReportXml(PlaceOf(node), "'" + Shown(node) + "' stands outside the root");
+                ReportXml(node, "'" + Shown(node) + "' stands outside the root");
             } else if (root) {
-                ReportXml(PlaceOf(node), "a second root, " + Shown(node));
+                ReportXml(node, "a second root, " + Shown(node));
             } else {
                 root = node;
             }
         }
         if (!root) {
-            if (isWhole) ReportXml({1, 1}, "there is no element");
+            if (isWhole) ReportXml(Place{1, 1}, "there is no element");
             return root;
         }
         if (std::strcmp(root.name(), "scenes") != 0) {
-            Report(PlaceOf(root),
-                   "the root is " + Shown(root) + "; a scene file has one root, <scenes>");
+            Report(root, "the root is " + Shown(root) + "; a scene file has one root, <scenes>");
         }
         CheckAttributes(root, {});
         return root;
@@ -153,24 +157,16 @@ class Reader {
             std::none_of(mText.begin(), mText.end(), [](char byte) { return (byte & 0x80) != 0; });
         const bool isOther = !name.empty() && name != "utf-8" && name != "us-ascii";
         if (!isOther || (isAscii && !name.starts_with("utf-"))) return;
-        Report(PlaceOf(encoding),
+        Report(encoding,
                "the encoding is said to be " + std::string(encoding.value()) +
                    ", but the file is read as UTF-8; save it as UTF-8 and say so",
                "encoding");
     }
 
     void CheckComments() {
-        struct Walker : pugi::xml_tree_walker {
-            bool for_each(pugi::xml_node& node) override {
-                const bool isComment = node.type() == pugi::node_comment;
-                if (isComment && std::strstr(node.value(), "--")) comments.push_back(node);
-                return true;
-            }
-            std::vector<pugi::xml_node> comments;
-        } walker;
-        mDocument.traverse(walker);
-        for (const pugi::xml_node& comment : walker.comments) {
-            Report(PlaceOf(comment), "this comment holds '--', which XML forbids", "xml");
+        for (const pugi::xpath_node& found : mDocument.select_nodes("//comment()")) {
+            if (!std::strstr(found.node().value(), "--")) continue;
+            Report(found.node(), "this comment holds '--', which XML forbids", "xml");
         }
     }
 
@@ -196,13 +192,12 @@ class Reader {
             CheckAttributeText(attribute);
             const std::string name = attribute.name();
             if (std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
-                Report(PlaceOf(attribute),
-                       "<" + std::string(node.name()) + "> has no attribute '" + name + "'" +
-                           DidYouMean(name, allowed) +
-                           (allowed.empty() ? "; it takes none" : "; it takes " + Join(allowed)));
+                Report(attribute, fmt::format("<{}> has no attribute '{}'{}; it takes {}",
+                                              node.name(), name, DidYouMean(name, allowed),
+                                              allowed.empty() ? "none" : Join(allowed)));
             }
             if (!seen.insert(name).second) {
-                Report(PlaceOf(attribute), "the attribute '" + name + "' is repeated; keep one");
+                Report(attribute, "the attribute '" + name + "' is repeated; keep one");
             }
         }
     }
@@ -212,7 +207,7 @@ class Reader {
         if (!attribute) return fallback;
         const std::optional<int64_t> value = ParseNumber(attribute.value());
         if (!value || *value < low || *value > high) {
-            Report(PlaceOf(attribute),
+            Report(attribute,
                    fmt::format("{}=\"{}\" must be a number from {} to {}, decimal or 0x...", name,
                                attribute.value(), low, high));
             return fallback;
@@ -237,8 +232,8 @@ class Reader {
         if (const pugi::xml_attribute governor = node.attribute("governor")) {
             command.interactive = std::strcmp(governor.value(), "interactive") == 0;
             if (!command.interactive) {
-                Report(PlaceOf(governor), "governor=\"" + std::string(governor.value()) +
-                                              "\": the only one is \"interactive\"");
+                Report(governor, fmt::format("governor=\"{}\": the only one is \"interactive\"",
+                                             governor.value()));
             }
         }
         SceneElement common;
@@ -260,7 +255,7 @@ class Reader {
 
     void CheckUnique(const SceneCommand& command, const pugi::xml_node& node) {
         const auto report = [&](const char* attribute, const std::string& message) {
-            Report(PlaceOf(node.attribute(attribute)), message);
+            Report(node.attribute(attribute), message);
         };
         if (command.id != SceneCommand::kNoId) {
             if (const auto [known, isNew] = mIds.emplace(command.id, command.place); !isNew) {
@@ -290,7 +285,7 @@ class Reader {
     void ReadElement(const pugi::xml_node& node, const SceneElement& common,
                      SceneCommand& command) {
         if (node.type() != pugi::node_element) {
-            Report(PlaceOf(node), "'" + Shown(node) + "' stands where only elements may");
+            Report(node, "'" + Shown(node) + "' stands where only elements may");
             return;
         }
         SceneElement element = common;
@@ -306,9 +301,9 @@ class Reader {
 
     void ReadKey(const pugi::xml_node& node, SceneElement& element) {
         if (node.type() != pugi::node_element) {
-            Report(PlaceOf(node), "'" + Shown(node) +
-                                      "' stands where only keys may, such as "
-                                      "<duration_ms>500</duration_ms>");
+            Report(node, "'" + Shown(node) +
+                             "' stands where only keys may, such as "
+                             "<duration_ms>500</duration_ms>");
             return;
         }
         CheckAttributes(node, {});
@@ -317,7 +312,7 @@ class Reader {
         for (const pugi::xml_node part : node.children()) {
             if (!IsContent(part)) continue;
             if (part.type() == pugi::node_element) {
-                Report(PlaceOf(part),
+                Report(part,
                        "the key <" + key.name + "> holds an element; a key holds its value alone");
                 holdsValue = false;
             }
