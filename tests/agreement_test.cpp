@@ -79,7 +79,6 @@ struct PlayedRun {
         const DeviceProfile device = DeviceOfScenario({}, head);
         SceneFile scenes = SceneFile::Load(ScenesOfScenario({}, head, device));
         Phone phone(device);
-        for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
         Book book(device, scenes, phone.GetKernel());
         history.emplace(device, book);
         for (const std::string& path : history->FrequencyNodes()) {

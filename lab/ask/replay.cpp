@@ -37,7 +37,6 @@ class ScenarioReplay final : public Replay {
           mLibrary(options.library),
           mServer(mPhone, mLibrary, mScenes) {
         if (!options.at.empty()) mAt = mTimes.Read("--at", options.at);
-        for (const auto& [name, value] : mHead.properties) mPhone.SetProperty(name, value);
         OpenBook();
     }
 

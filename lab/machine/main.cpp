@@ -124,7 +124,6 @@ class Session {
         const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
         if (isMachines) mMachine.Begin([file = head.file] { return WhereIn(file); });
         Phone phone(mDevice, {.nodes = nodes});
-        for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
         Book book(mDevice, scenes, phone.GetKernel());
         Library library(mOptions.library);
         Server server(phone, library, scenes);

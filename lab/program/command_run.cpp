@@ -150,7 +150,6 @@ void RunScenario(const RunOptions& options, const std::string& name, RunResult& 
     Phone::Options phoneOptions;
     phoneOptions.realtime = options.realtime;
     Phone phone(device, phoneOptions);
-    for (const auto& [property, value] : head.properties) phone.SetProperty(property, value);
     Book book(device, scenes, phone.GetKernel());
     pictures.Begin(device, book);
     Timeline timeline(std::cout, book, {options.verbose, paint});

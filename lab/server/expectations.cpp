@@ -54,29 +54,19 @@ class Comparison {
     }
 
     void Compare(const ExpectedNumber& expected) {
-        using Number = ExpectedNumber::What;
-        std::string what;
-        int found = 0;
-        switch (expected.what) {
-            case Number::kLocks:
-                what = "locks held";
-                found = static_cast<int>(mRun.phone.Hal().Held().size());
-                break;
-            case Number::kResult:
-                what = "the result before";
-                found = mLastResult;
-                break;
-            case Number::kPerformance:
-                what = "performance";
-                found = mRun.server.Status()["mPB_Prior"];
-                break;
-            case Number::kThermal:
-                what = "thermal level";
-                found = mRun.server.Status()["mTB_Prior"];
-                break;
-        }
+        static constexpr const char* kNames[] = {"locks held", "the result before", "performance",
+                                                 "thermal level"};
+        const int found = NumberOf(expected.what);
         if (found == expected.value) return;
-        Fail(what, std::to_string(expected.value), std::to_string(found));
+        Fail(kNames[static_cast<size_t>(expected.what)], std::to_string(expected.value),
+             std::to_string(found));
+    }
+
+    int NumberOf(ExpectedNumber::What what) {
+        using What = ExpectedNumber::What;
+        if (what == What::kLocks) return static_cast<int>(mRun.phone.Hal().Held().size());
+        if (what == What::kResult) return mLastResult;
+        return mRun.server.Status()[what == What::kPerformance ? "mPB_Prior" : "mTB_Prior"];
     }
 
     void Compare(const ExpectedNode& expected) {

@@ -3,24 +3,17 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <string_view>
 
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/phone/phone.h"
+#include "lab/server/step_reader.h"
 
 namespace lab {
 namespace {
 
 constexpr int kSlowestMs = 60'000;
 constexpr int kMostRefusals = 1'000'000;
-
-// A word of the vocabulary and what it stands for.
-template <typename Meaning>
-struct Word {
-    std::string_view word;
-    Meaning meaning;
-};
 
 constexpr auto kNodeWords = std::to_array<Word<NodeFault::Kind>>({
     {"missing", NodeFault::Kind::kMissing},

@@ -46,6 +46,7 @@ Server::Outcome Arrange(const RunParts& run, const ArrangeProperties& asked) {
 
 void Runner::Start(const ScenarioHead& head) {
     mFile = head.file;
+    for (const auto& [name, value] : head.properties) mRun.phone.SetProperty(name, value);
     const auto make = [this](const std::string& text, Request request) {
         Step step;
         step.text = text;
@@ -121,9 +122,8 @@ RequestBegin Runner::BeginningOf(const Step& step) const {
         [&](const auto& asked) {
             if constexpr (requires { asked.clientId; }) begin.client = ClientLabel(asked.clientId);
             if constexpr (requires { asked.cmdId; }) {
-                const SceneCommand* command = mRun.scenes.Find(asked.cmdId);
-                begin.command =
-                    command && !command->name.empty() ? command->name : std::to_string(asked.cmdId);
+                const SceneCommand& command = *mRun.scenes.Find(asked.cmdId);
+                begin.command = command.name.empty() ? std::to_string(command.id) : command.name;
             }
         },
         step.request);
@@ -182,11 +182,10 @@ Server::Outcome Runner::Perform(const Asked& asked) {
 
 // A command that the plug-in refused when it read the scenes cannot run: a finding, not the end.
 Server::Outcome Runner::Refuse(int cmdId) {
-    const SceneCommand* command = mRun.scenes.Find(cmdId);
+    const SceneCommand& command = *mRun.scenes.Find(cmdId);
     const std::string why = fmt::format("the plug-in refused this command ({}:{})",
-                                        mRun.scenes.File(), command ? command->place.line : 0);
-    AddFinding(
-        fmt::format("{} cannot run: {}", command ? command->Label() : std::to_string(cmdId), why));
+                                        mRun.scenes.File(), command.place.line);
+    AddFinding(command.Label() + " cannot run: " + why);
     Server::Outcome outcome;
     outcome.result = outcome.facts.result = -1;
     outcome.facts.cmdId = cmdId;

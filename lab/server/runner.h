@@ -22,7 +22,8 @@ class Runner {
     Runner(const RunParts& run, std::function<void(const Event&)> observe)
         : mRun(run), mExpectations(run), mObserve(std::move(observe)) {}
 
-    // Starts the plug-in. Throws InputError when it cannot use the scene file.
+    // Gives the phone the scenario's properties and starts the plug-in. Throws InputError when it
+    // cannot use the scene file.
     void Start(const ScenarioHead& head);
 
     void Play(const std::vector<Step>& steps);

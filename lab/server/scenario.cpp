@@ -1,7 +1,6 @@
 #include "lab/server/scenario.h"
 
 #include <array>
-#include <string_view>
 
 #include "base/ids.h"
 #include "lab/server/step_reader.h"
@@ -10,11 +9,7 @@ namespace lab {
 namespace {
 
 // The long-lived requesters of limits, with the other names under which people know them.
-struct ClientName {
-    std::string_view name;
-    int id;
-};
-constexpr auto kClientNames = std::to_array<ClientName>({
+constexpr auto kClientNames = std::to_array<Word<int>>({
     {"power", tarquel::kClientPower},
     {"thermal", tarquel::kClientTemp},
     {"temp", tarquel::kClientTemp},
@@ -25,16 +20,16 @@ constexpr auto kClientNames = std::to_array<ClientName>({
 }  // namespace
 
 std::string ClientLabel(int clientId) {
-    for (const ClientName& row : kClientNames) {
-        if (row.id == clientId) return std::string(row.name);
+    for (const Word<int>& row : kClientNames) {
+        if (row.meaning == clientId) return std::string(row.word);
     }
     return "client " + std::to_string(clientId);
 }
 
 int ReadClient(const YamlNode& node) {
     const std::string& text = node.AsText("a client: power, thermal, eapa, camera or a number");
-    for (const ClientName& row : kClientNames) {
-        if (row.name == text) return row.id;
+    for (const Word<int>& row : kClientNames) {
+        if (row.word == text) return row.meaning;
     }
     const std::optional<int64_t> number = ParseNumber(text);
     if (!number || *number < INT32_MIN || *number > INT32_MAX) {

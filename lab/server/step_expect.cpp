@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <string_view>
 
 #include "lab/scenes/scene_meaning.h"
 #include "lab/server/step_reader.h"
@@ -13,11 +12,7 @@ namespace {
 const std::vector<std::string> kFields = {"locks", "result", "performance", "thermal", "tags",
                                           "nodes", "lock",   "no_lock",     "log",     "no_log"};
 
-struct PriorityName {
-    std::string_view name;
-    int priority;
-};
-constexpr auto kPriorities = std::to_array<PriorityName>({
+constexpr auto kPriorities = std::to_array<Word<int>>({
     {"verbose", 2},
     {"debug", 3},
     {"info", 4},
@@ -27,9 +22,9 @@ constexpr auto kPriorities = std::to_array<PriorityName>({
 
 int ReadPriority(const YamlNode& node) {
     const std::string& text = node.AsText("a priority");
-    for (const PriorityName& row : kPriorities) {
-        if (text == row.name || text == std::string(1, PriorityLetter(row.priority))) {
-            return row.priority;
+    for (const Word<int>& row : kPriorities) {
+        if (text == row.word || text == std::string(1, PriorityLetter(row.meaning))) {
+            return row.meaning;
         }
     }
     node.Fail("there is no priority '" + text + "'; use error, warn, info, debug or verbose");

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lab/names/text.h"
@@ -12,6 +13,13 @@
 #include "lab/yaml/yaml_tree.h"
 
 namespace lab {
+
+// A word of the vocabulary and what it stands for.
+template <typename Meaning>
+struct Word {
+    std::string_view word;
+    Meaning meaning;
+};
 
 class StepReader;
 struct StepInput;

@@ -35,7 +35,6 @@ inline LabRun PlayScenario(const YamlNode& root, const std::string& deviceName, 
     SceneFile scenes = SceneFile::Load(FindSceneFile(device.name));
     const std::vector<Step> steps = ReadScenarioSteps(root, scenes);
     Phone phone(device);
-    for (const auto& [name, value] : head.properties) phone.SetProperty(name, value);
     Book book(device, scenes, phone.GetKernel());
     Library library("");
     Server server(phone, library, scenes);
