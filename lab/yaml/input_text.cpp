@@ -29,12 +29,11 @@ std::string ReadStream(std::istream& stream, bool isOpen, const std::string& nam
     return std::move(text).str();
 }
 
-// "/dev/stdin" and "/dev/fd/63" lead to what is open; a path may lead there through links.
+// "/dev/stdin" and "/dev/fd/63" lead to what is open, which may be no file; a path may lead there
+// through links.
 bool IsReadOnce(const std::string& name) {
     std::error_code ignored;
-    const fs::file_status status = fs::status(name, ignored);
-    return name == kStandardInput || fs::is_fifo(status) || fs::is_character_file(status) ||
-           fs::is_socket(status);
+    return name == kStandardInput || fs::is_other(fs::status(name, ignored));
 }
 
 }  // namespace

@@ -14,34 +14,11 @@ namespace {
 // No file of the lab nests deeper, and a tree frees itself by recursion.
 constexpr size_t kDeepest = 500;
 
-// The parser with the event that it found last. It counts lines and columns from 0.
-class Events {
-  public:
-    explicit Events(const std::string& text) {
-        yaml_parser_initialize(&mParser);
-        yaml_parser_set_input_string(&mParser, reinterpret_cast<const unsigned char*>(text.data()),
-                                     text.size());
-    }
-    ~Events() {
-        yaml_event_delete(&mEvent);
-        yaml_parser_delete(&mParser);
-    }
-    Events(const Events&) = delete;
-    Events& operator=(const Events&) = delete;
+// Frees what libyaml allocated within its records.
+using OwnedParser = std::unique_ptr<yaml_parser_t, void (*)(yaml_parser_t*)>;
+using OwnedEvent = std::unique_ptr<yaml_event_t, void (*)(yaml_event_t*)>;
 
-    // The next event, or null where the text stops being YAML.
-    const yaml_event_t* Next() {
-        yaml_event_delete(&mEvent);
-        return yaml_parser_parse(&mParser, &mEvent) ? &mEvent : nullptr;
-    }
-
-    const yaml_parser_t& Parser() const { return mParser; }
-
-  private:
-    yaml_parser_t mParser{};
-    yaml_event_t mEvent{};
-};
-
+// libyaml counts lines and columns from 0.
 class Builder {
   public:
     Builder(const std::string& text, const std::string& file)
@@ -49,10 +26,18 @@ class Builder {
 
     YamlNode Build() {
         mRoot = Make(YamlNode::Kind::kNull, {});
-        Events events(mText);
-        const yaml_event_t* event = events.Next();
-        for (; event && event->type != YAML_STREAM_END_EVENT; event = events.Next()) Take(*event);
-        if (!event) FailAsParser(events.Parser());
+        yaml_parser_t parser{};
+        yaml_parser_initialize(&parser);
+        const OwnedParser ownedParser(&parser, yaml_parser_delete);
+        yaml_parser_set_input_string(&parser, reinterpret_cast<const unsigned char*>(mText.data()),
+                                     mText.size());
+        for (bool isOver = false; !isOver;) {
+            yaml_event_t event{};
+            if (!yaml_parser_parse(&parser, &event)) FailAsParser(parser);
+            const OwnedEvent ownedEvent(&event, yaml_event_delete);
+            isOver = event.type == YAML_STREAM_END_EVENT;
+            Take(event);
+        }
         return std::move(mRoot);
     }
 
@@ -79,12 +64,10 @@ class Builder {
                 Add(Scalar(event));
                 break;
             case YAML_SEQUENCE_START_EVENT:
-                RefuseAnchor(event, event.data.sequence_start.anchor);
-                Begin(Kind::kList, event.start_mark);
+                Begin(Kind::kList, event, event.data.sequence_start.anchor);
                 break;
             case YAML_MAPPING_START_EVENT:
-                RefuseAnchor(event, event.data.mapping_start.anchor);
-                Begin(Kind::kMap, event.start_mark);
+                Begin(Kind::kMap, event, event.data.mapping_start.anchor);
                 break;
             case YAML_SEQUENCE_END_EVENT:
             case YAML_MAPPING_END_EVENT: {
@@ -163,9 +146,10 @@ class Builder {
         return node;
     }
 
-    void Begin(YamlNode::Kind kind, const yaml_mark_t& mark) {
-        if (mOpen.size() == kDeepest) Fail(mark, "this is nested too deep");
-        mOpen.push_back({Make(kind, mark), std::nullopt});
+    void Begin(YamlNode::Kind kind, const yaml_event_t& event, const unsigned char* anchor) {
+        RefuseAnchor(event, anchor);
+        if (mOpen.size() == kDeepest) Fail(event.start_mark, "this is nested too deep");
+        mOpen.push_back({Make(kind, event.start_mark), std::nullopt});
     }
 
     void Add(YamlNode node) {

@@ -15,17 +15,9 @@ std::string Place(const std::string& file, int line, int column) {
 
 // How a message calls what stands in the file.
 std::string Shown(const YamlNode& node) {
-    switch (node.kind) {
-        case YamlNode::Kind::kNull:
-            return "nothing";
-        case YamlNode::Kind::kScalar:
-            return "'" + node.scalar + "'";
-        case YamlNode::Kind::kList:
-            return "a list";
-        case YamlNode::Kind::kMap:
-            return "a map";
-    }
-    return "";
+    if (node.kind == YamlNode::Kind::kScalar) return "'" + node.scalar + "'";
+    if (node.kind == YamlNode::Kind::kList) return "a list";
+    return node.kind == YamlNode::Kind::kMap ? "a map" : "nothing";
 }
 
 }  // namespace
@@ -93,12 +85,11 @@ void YamlNode::ExpectFields(const std::string& what,
     if (kind != Kind::kMap) {
         Fail(what + " must be a map with fields from: " + list + "; not " + Shown(*this));
     }
-    const auto unknown = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
-        return std::find(allowed.begin(), allowed.end(), field.key.scalar) == allowed.end();
-    });
-    if (unknown == fields.end()) return;
-    unknown->key.Fail(what + " has no field '" + unknown->key.scalar +
-                      "'; the fields are: " + list);
+    for (const Field& field : fields) {
+        const std::string& name = field.key.scalar;
+        if (std::find(allowed.begin(), allowed.end(), name) != allowed.end()) continue;
+        field.key.Fail(what + " has no field '" + name + "'; the fields are: " + list);
+    }
 }
 
 void YamlNode::Fail(const std::string& message) const {
