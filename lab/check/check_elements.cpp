@@ -35,15 +35,13 @@ void CheckRepeats(RuleContext& context, const ElementMeaning& element) {
 }
 
 void CheckCount(RuleContext& context, const ElementMeaning& element) {
-    const std::vector<const KeyMeaning*> pairs = element.Pairs();
     if (element.isLongScene) return;
-    const size_t kept = std::min(pairs.size(), kMostPairs);
+    const std::vector<const KeyMeaning*> pairs = element.Kept();
+    const size_t kept = pairs.size();
     if (kept > kMostLockPairs) {
-        const std::vector<const KeyMeaning*> inList(pairs.begin(),
-                                                    pairs.begin() + static_cast<ptrdiff_t>(kept));
         context.Add(Severity::kWarning, "too-many-keys", element, pairs[kMostLockPairs]->key->place,
                     fmt::format("{} tunables are kept, but a lock takes {}; never locked: {}", kept,
-                                kMostLockPairs, NamesOf(inList, kMostLockPairs)),
+                                kMostLockPairs, NamesOf(pairs, kMostLockPairs)),
                     "move some of them to a second element");
     }
     const KeyMeaning* level = element.FindHead(keys::kBoostLimitLevel);
@@ -64,16 +62,15 @@ void CheckOrder(RuleContext& context, const ElementMeaning& element) {
     const KeyMeaning* duration = element.FindHead(keys::kDuration);
     for (const KeyMeaning& key : element.keys) {
         if (key.kind != Kind::kOpcode) continue;
-        context.Add(
-            Severity::kError, "duration-order", element, key.key->place,
-            duration
-                ? fmt::format("{} stands before the duration_ms in line {}, so it is read as an "
-                              "HAL resource; every request of this long scene fails",
-                              key.key->name, duration->key->place.line)
-                : fmt::format("there is no duration_ms before {}, so it is read as an HAL "
-                              "resource; every request of this long scene fails",
-                              key.key->name),
-            duration ? "put duration_ms first" : "begin with <duration_ms>0</duration_ms>");
+        const std::string where = duration
+                                      ? fmt::format("{} stands before the duration_ms in line {}",
+                                                    key.key->name, duration->key->place.line)
+                                      : "there is no duration_ms before " + key.key->name;
+        context.Add(Severity::kError, "duration-order", element, key.key->place,
+                    where +
+                        ", so it is read as an HAL resource; every request of this long scene "
+                        "fails",
+                    duration ? "put duration_ms first" : "begin with <duration_ms>0</duration_ms>");
     }
 }
 
@@ -146,7 +143,10 @@ void CheckUse(RuleContext& context, const ElementMeaning& element) {
                                 element.element->stateMask),
                     "name the bits as a number above 0");
     }
-    const KeyMeaning* task = element.FindCode(FindKeyOpcode(kTaskBoostKey).value_or(0));
+    const KeyMeaning* task = nullptr;
+    for (const KeyMeaning* pair : element.Pairs()) {
+        if (pair->code == FindKeyOpcode(kTaskBoostKey)) task = pair;
+    }
     if (element.element->taskBoost && !task) {
         context.Add(Severity::kWarning, "task-boost", element, element.element->place,
                     "task_boost=\"1\", but there is no key that takes the task's id",
@@ -163,16 +163,13 @@ void CheckUse(RuleContext& context, const ElementMeaning& element) {
 void CheckNumbers(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning& key : element.keys) {
         if (key.number || !key.IsRead()) continue;
-        if (key.key->value == "-") {
-            context.Add(Severity::kError, "number", element, key.key->place,
-                        key.key->name + " is '-', which the plug-in reads as 0", "write a number");
-        } else {
-            context.Add(Severity::kError, "number", element, key.key->place,
-                        fmt::format("{} = {} does not fit into 32 bits; the plug-in reads some "
-                                    "other number",
-                                    key.key->name, Shortened(key.key->value)),
-                        "write a number from -2147483648 to 2147483647");
-        }
+        const bool isSign = key.key->value == "-";
+        context.Add(Severity::kError, "number", element, key.key->place,
+                    isSign ? key.key->name + " is '-', which the plug-in reads as 0"
+                           : fmt::format("{} = {} does not fit into 32 bits; the plug-in reads "
+                                         "some other number",
+                                         key.key->name, Shortened(key.key->value)),
+                    isSign ? "write a number" : "write a number from -2147483648 to 2147483647");
     }
 }
 

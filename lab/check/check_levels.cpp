@@ -197,20 +197,15 @@ void CheckDescriptions(RuleContext& context) {
         const bool describes = IsDescription(command);
         for (size_t i = 1; i < command.elements.size(); ++i) {
             const SceneElement& element = command.elements[i];
-            if (describes) {
-                context.Add(Severity::kWarning, "description", element.place,
-                            WhereOf(command, element),
-                            "the first element of this command describes the device; this one is "
-                            "passed over",
-                            "give it a command of its own");
-            } else if (IsDescription(element)) {
-                context.Add(Severity::kError, "description", element.place,
-                            WhereOf(command, element),
-                            "<" + element.name +
-                                "> describes the device only as the first "
-                                "element of its command; here it is an action",
-                            "give it a command of its own");
-            }
+            if (!describes && !IsDescription(element)) continue;
+            context.Add(describes ? Severity::kWarning : Severity::kError, "description",
+                        element.place, WhereOf(command, element),
+                        describes ? "the first element of this command describes the device; this "
+                                    "one is passed over"
+                                  : "<" + element.name +
+                                        "> describes the device only as the first element of its "
+                                        "command; here it is an action",
+                        "give it a command of its own");
         }
         if (!describes) continue;
         const SceneElement& element = command.elements.front();

@@ -14,16 +14,12 @@ namespace {
 
 using Remark = LoaderRemark::Kind;
 
-const std::vector<std::string>& KnownKeys(bool isInteractive) {
-    static const std::vector<std::string> interactive(tarquel::kInteractiveKeys.begin(),
-                                                      tarquel::kInteractiveKeys.end());
-    static const std::vector<std::string> all = [] {
-        std::vector<std::string> names = {"duration_ms",    "boost_limit_level", "off_delay_time",
-                                          "off_delay_perc", "boost_count_limit", "boost_period"};
-        for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) names.emplace_back(row.name);
-        return names;
-    }();
-    return isInteractive ? interactive : all;
+std::vector<std::string> KnownKeys(bool isInteractive) {
+    if (isInteractive) return {tarquel::kInteractiveKeys.begin(), tarquel::kInteractiveKeys.end()};
+    std::vector<std::string> names = {"duration_ms",    "boost_limit_level", "off_delay_time",
+                                      "off_delay_perc", "boost_count_limit", "boost_period"};
+    for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) names.emplace_back(row.name);
+    return names;
 }
 
 struct Explanation {

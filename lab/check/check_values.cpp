@@ -7,17 +7,12 @@
 #include "base/tags.h"
 #include "lab/check/scene_rules.h"
 #include "lab/hal/opcode_drives.h"
-#include "lab/hal/step_table.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "loader/vocabulary_table.h"
 
 namespace lab {
 namespace {
-
-bool IsFloorName(const std::string& name) {
-    return name.find("min_freq") != std::string::npos;
-}
 
 // A frequency in the unit that its key takes, which is the table's too.
 //   becomes  the step that it gets, where the HAL's way is its own
@@ -26,7 +21,7 @@ void CheckStep(RuleContext& context, const ElementMeaning& element, const KeyMea
                std::optional<int64_t> becomes = std::nullopt) {
     if (table.Has(*key.number)) return;
     const std::string& name = key.key->name;
-    const bool isFloor = IsFloorName(name);
+    const bool isFloor = name.find("min_freq") != std::string::npos;
     const std::optional<RangeFault> fault =
         FindRangeFault(table, {name, "key", *key.number, unit, isFloor});
     if (fault) {
@@ -180,24 +175,13 @@ void CheckLockValues(RuleContext& context, const ElementMeaning& element) {
     }
 }
 
-std::string ClusterOfTag(int tag, Layout layout) {
-    if (tag <= tarquel::kTagLittleMax) return "little";
-    if (tag == tarquel::kTagLastMin || tag == tarquel::kTagLastMax) {
-        return layout == Layout::kThreeClusters ? "prime" : "big";
-    }
-    return "big";
-}
-
 void CheckSceneValues(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning* pair : element.Pairs()) {
         if (pair->kind != KeyMeaning::Kind::kTag || pair->number.value_or(0) <= 0) continue;
-        if (pair->code == tarquel::kTagGpuMin || pair->code == tarquel::kTagGpuMax) {
-            CheckStep(context, element, *pair, "Hz", GpuStepsHz(context.device));
-        } else if (pair->key->name.find("_freq") != std::string::npos) {
-            const auto table =
-                ClusterSteps(context.device, ClusterOfTag(pair->code, context.layout));
-            if (table) CheckStep(context, element, *pair, "kHz", *table);
-        }
+        const auto table = StepsOfTag(pair->code, context.device, context.layout);
+        if (!table) continue;
+        const bool isGpu = pair->code == tarquel::kTagGpuMin || pair->code == tarquel::kTagGpuMax;
+        CheckStep(context, element, *pair, isGpu ? "Hz" : "kHz", *table);
     }
 }
 
@@ -229,6 +213,22 @@ void CheckBounds(RuleContext& context, const ElementMeaning& element) {
 }
 
 }  // namespace
+
+std::optional<StepTable> StepsOfTag(int tag, const DeviceProfile& device, Layout layout) {
+    const TagFacts* facts = FindTagFacts(tag, layout);
+    if (!facts || (facts->bound != Bound::kFloor && facts->bound != Bound::kCeiling)) {
+        return std::nullopt;
+    }
+    if (facts->unit != Unit::kKhz && facts->unit != Unit::kHz) return std::nullopt;
+    const std::optional<int> opcode = FindTagOpcode(tag, layout);
+    if (!opcode) return std::nullopt;
+    for (const Drive& drive : DrivesOf(static_cast<uint32_t>(*opcode), device)) {
+        if (std::optional<StepTable> table = StepsOf(drive, device)) {
+            return facts->unit == Unit::kHz ? GpuStepsHz(device) : table;
+        }
+    }
+    return std::nullopt;
+}
 
 void CheckLevelValues(RuleContext& context, const ElementMeaning& element) {
     for (const KeyMeaning& key : element.keys) {

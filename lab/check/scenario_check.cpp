@@ -2,33 +2,17 @@
 
 #include <fmt/format.h>
 
-#include "lab/hal/step_table.h"
+#include "lab/check/scene_rules.h"
 
 namespace lab {
 namespace {
 
-// The frequencies that the tag takes, in its unit; nothing for one that takes none, or any.
-std::optional<StepTable> StepsOfTag(const TagFacts& facts, int tag, const DeviceProfile& device,
-                                    Layout layout) {
-    if (facts.bound != Bound::kFloor && facts.bound != Bound::kCeiling) return std::nullopt;
-    if (facts.unit != Unit::kKhz && facts.unit != Unit::kHz) return std::nullopt;
-    const std::optional<int> opcode = FindTagOpcode(tag, layout);
-    if (!opcode) return std::nullopt;
-    for (const Drive& drive : DrivesOf(static_cast<uint32_t>(*opcode), device)) {
-        if (std::optional<StepTable> table = StepsOf(drive, device)) {
-            return facts.unit == Unit::kHz ? GpuStepsHz(device) : table;
-        }
-    }
-    return std::nullopt;
-}
-
 std::optional<std::string> FindSlip(const TagValue& pair, const DeviceProfile& device,
                                     Layout layout) {
     if (pair.value <= 0) return std::nullopt;  // lifts the limit
-    const TagFacts* facts = FindTagFacts(pair.tag, layout);
-    if (facts == nullptr) return std::nullopt;
-    const auto table = StepsOfTag(*facts, pair.tag, device, layout);
+    const auto table = StepsOfTag(pair.tag, device, layout);
     if (!table) return std::nullopt;
+    const TagFacts* facts = FindTagFacts(pair.tag, layout);
     const auto fault =
         FindRangeFault(*table, {std::string(facts->name), "tag", pair.value, UnitName(facts->unit),
                                 facts->bound == Bound::kFloor});

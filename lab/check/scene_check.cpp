@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "lab/check/scene_rules.h"
-#include "lab/names/node_names.h"
 #include "lab/scenes/scene_problems.h"
 
 namespace lab {

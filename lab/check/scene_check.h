@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "lab/phone/device_profile.h"
 #include "lab/scenes/scene_file.h"
 
 namespace lab {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lab/check/scene_check.h"
+#include "lab/hal/step_table.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_file.h"
@@ -40,6 +41,9 @@ void CheckDescriptions(RuleContext& context);
 
 // How the keys of an element stand together: repeated, too many, in the wrong order, of no use.
 void CheckElement(RuleContext& context, const ElementMeaning& element);
+
+// The frequencies that the tag takes, in its unit; nothing for one that takes none, or any.
+std::optional<StepTable> StepsOfTag(int tag, const DeviceProfile& device, Layout layout);
 
 // What the device makes of the values: steps of its tables, nodes that it lacks, ranges.
 void CheckValues(RuleContext& context, const ElementMeaning& element);

@@ -89,8 +89,4 @@ std::map<int, RawXmlData*> SceneFile::Heads() {
     return mHeads;
 }
 
-RawXmlData& SceneFile::InteractiveRecord(const SceneCommand& command) {
-    return NewRecord(command, command.elements.front());
-}
-
 }  // namespace lab

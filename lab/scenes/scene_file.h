@@ -77,7 +77,9 @@ class SceneFile {
     std::map<int, RawXmlData*> Heads();
 
     // The record of an interactive command's element. It belongs to this object.
-    RawXmlData& InteractiveRecord(const SceneCommand& command);
+    RawXmlData& InteractiveRecord(const SceneCommand& command) {
+        return NewRecord(command, command.elements.front());
+    }
 
   private:
     RawXmlData& NewRecord(const SceneCommand& command, const SceneElement& element);

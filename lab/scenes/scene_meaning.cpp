@@ -264,9 +264,9 @@ int CpuRangeNumbers(const std::string& value) {
 }
 
 bool NamesPrimeCluster(const SceneCommand& command) {
-    const SceneElement& element = command.elements.front();
-    if (command.interactive || element.name != keys::kCpuInfo) return false;
-    return std::any_of(element.keys.begin(), element.keys.end(), [](const SceneKey& key) {
+    if (!DescribesClusters(command)) return false;
+    const std::vector<SceneKey>& all = command.elements.front().keys;
+    return std::any_of(all.begin(), all.end(), [](const SceneKey& key) {
         return key.name == keys::kPrimeCpus && CpuRangeNumbers(key.value) == 2;
     });
 }
@@ -289,13 +289,6 @@ const KeyMeaning* ElementMeaning::FindHead(std::string_view name) const {
 int ElementMeaning::HeadValue(std::string_view name, int fallback) const {
     const KeyMeaning* head = FindHead(name);
     return head ? head->value : fallback;
-}
-
-const KeyMeaning* ElementMeaning::FindCode(int code) const {
-    const auto found = std::find_if(keys.begin(), keys.end(), [&](const KeyMeaning& key) {
-        return key.IsTunable() && key.code == code;
-    });
-    return found == keys.end() ? nullptr : &*found;
 }
 
 std::vector<const KeyMeaning*> ElementMeaning::Pairs() const {

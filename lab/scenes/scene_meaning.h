@@ -119,9 +119,6 @@ struct ElementMeaning {
     // The number of that key, `fallback` without one.
     int HeadValue(std::string_view name, int fallback) const;
 
-    // The key that counts for an opcode or tag; null without one.
-    const KeyMeaning* FindCode(int code) const;
-
     // What counts of the tunables, in the order in which the loader hands them on: by ascending
     // code, those of the interactive governor by name. Behind the first kMostPairs they are cut;
     // those are in the list all the same.

@@ -34,8 +34,8 @@ std::vector<SceneProblem> FindSceneProblems(const SceneFile& scenes) {
     const SceneMeaning meaning(scenes);
     std::vector<SceneProblem> problems;
     for (const SceneCommand& command : scenes.Commands()) {
-        std::vector<SceneProblem> found = FindSceneProblems(scenes, meaning.Of(command));
-        std::move(found.begin(), found.end(), std::back_inserter(problems));
+        const std::vector<SceneProblem> found = FindSceneProblems(scenes, meaning.Of(command));
+        problems.insert(problems.end(), found.begin(), found.end());
     }
     return problems;
 }

@@ -1,6 +1,7 @@
 // From the text of a scene file to its commands, mistake by mistake.
 
 #include <fmt/format.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <climits>
@@ -37,8 +38,7 @@ bool IsReference(std::string_view text) {
     if (end == text.npos || end < 2) return false;
     const std::string_view name = text.substr(1, end - 1);
     if (name[0] != '#') {
-        const auto isName = [name](std::string_view known) { return name == known; };
-        return std::any_of(std::begin(kEntities), std::end(kEntities), isName);
+        return std::find(std::begin(kEntities), std::end(kEntities), name) != std::end(kEntities);
     }
     const bool isHex = name.size() > 1 && name[1] == 'x';
     const std::string_view digits = name.substr(isHex ? 2 : 1);
@@ -149,14 +149,12 @@ class Reader {
                       "of the file");
         }
         const pugi::xml_attribute encoding = declaration.attribute("encoding");
-        std::string name = encoding.value();
-        std::transform(name.begin(), name.end(), name.begin(), [](char letter) {
-            return static_cast<char>(letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter);
-        });
+        const char* const name = encoding.value();
         const bool isAscii =
             std::none_of(mText.begin(), mText.end(), [](char byte) { return (byte & 0x80) != 0; });
-        const bool isOther = !name.empty() && name != "utf-8" && name != "us-ascii";
-        if (!isOther || (isAscii && !name.starts_with("utf-"))) return;
+        const bool isOther =
+            *name != '\0' && strcasecmp(name, "utf-8") != 0 && strcasecmp(name, "us-ascii") != 0;
+        if (!isOther || (isAscii && strncasecmp(name, "utf-", std::strlen("utf-")) != 0)) return;
         Report(encoding,
                "the encoding is said to be " + std::string(encoding.value()) +
                    ", but the file is read as UTF-8; save it as UTF-8 and say so",

@@ -46,7 +46,7 @@ bool IsNone(const YamlNode& node) {
 
 // {slow_ms: 40}
 int ReadSlow(const YamlNode& node) {
-    return static_cast<int>(node.Get("slow_ms").AsInt("ms that it takes", 1, kSlowestMs));
+    return ReadInt32(node.Get("slow_ms"), "ms that it takes", 1, kSlowestMs);
 }
 
 void Say(std::string& text, const std::string& fault) {
@@ -83,38 +83,6 @@ void ReadNodes(const YamlNode& node, ArrangeFaults& faults, std::string& text) {
                                      : value.scalar;
         Say(text, (name[0] == '/' ? ShortNode(name) : name) + " " + what);
     }
-}
-
-HalFault ReadHalFault(const YamlNode& node, std::string& text) {
-    HalFault fault;
-    if (IsLifted(node, text, "the HAL sound")) return fault;
-    if (node.kind != YamlNode::Kind::kMap) {
-        fault.library = FindWord(kHalWords, node, "the HAL's fault, {refuse: 2} or {slow_ms: 40}");
-        Say(text, "the HAL " + node.scalar);
-        return fault;
-    }
-    node.ExpectFields("the HAL's fault: {refuse: 2, result: -1} or {slow_ms: 40}",
-                      {"refuse", "result", "slow_ms"});
-    if (node.Find("slow_ms")) {
-        fault.slowMs = ReadSlow(node);
-        Say(text, fmt::format("every call of the HAL takes {} ms", fault.slowMs));
-    }
-    if (const YamlNode* refuse = node.Find("refuse")) {
-        const bool isAlways = refuse->kind == YamlNode::Kind::kScalar && refuse->scalar == "always";
-        fault.refusals = isAlways ? kRefuseAlways
-                                  : static_cast<int>(refuse->AsInt(
-                                        "how many locks to refuse, or 'always'", 0, kMostRefusals));
-        if (const YamlNode* result = node.Find("result")) {
-            fault.result = static_cast<int>(result->AsInt("0 or -1", -1, 0));
-        }
-        Say(text, fmt::format("the HAL refuses {} with {}",
-                              isAlways ? "every lock" : fmt::format("{} locks", fault.refusals),
-                              fault.result));
-    } else if (const YamlNode* result = node.Find("result")) {
-        result->Fail("'result' is what a refused lock gets; say how many: 'refuse'");
-    }
-    if (node.fields.empty()) node.Fail("expected {refuse: 2, result: -1} or {slow_ms: 40}");
-    return fault;
 }
 
 TimerFault ReadTimerFault(const YamlNode& node, std::string& text) {
@@ -179,10 +147,36 @@ ArrangeFaults ReadFaults(const YamlNode& node, std::string& text) {
     return faults;
 }
 
-ArrangeFaults ReadHalFaults(const YamlNode& node, std::string& text) {
-    ArrangeFaults faults;
-    faults.hal = ReadHalFault(node, text);
-    return faults;
+HalFault ReadHalFault(const YamlNode& node, std::string& text) {
+    HalFault fault;
+    if (IsLifted(node, text, "the HAL sound")) return fault;
+    if (node.kind != YamlNode::Kind::kMap) {
+        fault.library = FindWord(kHalWords, node, "the HAL's fault, {refuse: 2} or {slow_ms: 40}");
+        Say(text, "the HAL " + node.scalar);
+        return fault;
+    }
+    node.ExpectFields("the HAL's fault: {refuse: 2, result: -1} or {slow_ms: 40}",
+                      {"refuse", "result", "slow_ms"});
+    if (node.Find("slow_ms")) {
+        fault.slowMs = ReadSlow(node);
+        Say(text, fmt::format("every call of the HAL takes {} ms", fault.slowMs));
+    }
+    if (const YamlNode* refuse = node.Find("refuse")) {
+        const bool isAlways = refuse->kind == YamlNode::Kind::kScalar && refuse->scalar == "always";
+        fault.refusals = isAlways ? kRefuseAlways
+                                  : ReadInt32(*refuse, "how many locks to refuse, or 'always'", 0,
+                                              kMostRefusals);
+        if (const YamlNode* result = node.Find("result")) {
+            fault.result = ReadInt32(*result, "0 or -1", -1, 0);
+        }
+        Say(text, fmt::format("the HAL refuses {} with {}",
+                              isAlways ? "every lock" : fmt::format("{} locks", fault.refusals),
+                              fault.result));
+    } else if (const YamlNode* result = node.Find("result")) {
+        result->Fail("'result' is what a refused lock gets; say how many: 'refuse'");
+    }
+    if (node.fields.empty()) node.Fail("expected {refuse: 2, result: -1} or {slow_ms: 40}");
+    return fault;
 }
 
 void Inject(const ArrangeFaults& faults, Layout layout, const DeviceProfile& device, Phone& phone) {

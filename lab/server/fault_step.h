@@ -44,7 +44,7 @@ struct ArrangeFaults {
 ArrangeFaults ReadFaults(const YamlNode& node, std::string& text);
 
 // Reads the HAL's part alone.
-ArrangeFaults ReadHalFaults(const YamlNode& node, std::string& text);
+HalFault ReadHalFault(const YamlNode& node, std::string& text);
 
 // Has the faults befall `phone`. Throws InputError for a tag that the device's layout does not
 // have.

@@ -156,7 +156,9 @@ Request ReadFaultStep(StepInput& in) {
 }
 
 Request ReadHal(StepInput& in) {
-    return ReadHalFaults(in.value, in.made.text);
+    ArrangeFaults arranged;
+    arranged.hal = ReadHalFault(in.value, in.made.text);
+    return arranged;
 }
 
 Request ReadNode(StepInput& in) {
