@@ -41,7 +41,7 @@ class Comparison {
         : mRun(run), mLayout(run.scenes.ClusterLayout()), mLog(log), mLastResult(lastResult) {}
 
     std::vector<FailedExpectation> Compare(const Expect& expect) {
-        for (const Expected& expected : expect.all) {
+        for (const Expected& expected : expect) {
             mLine = expected.line;
             std::visit([this](const auto& what) { Compare(what); }, expected.what);
         }
@@ -170,24 +170,13 @@ class Comparison {
 
 }  // namespace
 
-void Expectations::KeepLog(bool isKept) {
-    mKeepsLog = isKept;
-    if (!isKept) mLog.clear();
-}
-
-void Expectations::Observe(const Event& event) {
-    const auto* line = std::get_if<LogLine>(&event.what);
-    if (line && mKeepsLog) mLog.push_back(*line);
-}
-
-std::vector<FailedExpectation> Expectations::Compare(const Expect& expected, int lastResult) {
-    std::vector<FailedExpectation> failed = Comparison(mRun, mLog, lastResult).Compare(expected);
-    if (ExpectsLog(expected)) mLog.clear();
-    return failed;
+std::vector<FailedExpectation> Compare(const RunParts& run, const Expect& expected,
+                                       const std::vector<LogLine>& log, int lastResult) {
+    return Comparison(run, log, lastResult).Compare(expected);
 }
 
 bool ExpectsLog(const Expect& expected) {
-    return std::any_of(expected.all.begin(), expected.all.end(), [](const Expected& each) {
+    return std::any_of(expected.begin(), expected.end(), [](const Expected& each) {
         return std::holds_alternative<ExpectedLog>(each.what);
     });
 }

@@ -26,26 +26,13 @@ struct FailedExpectation {
     std::string text;  // "big_max: expected 1651200, found 2227200"
 };
 
-class Expectations {
-  public:
-    explicit Expectations(const RunParts& run) : mRun(run) {}
-
-    // Has the log kept from here on, or no longer; at first it is kept.
-    void KeepLog(bool isKept);
-
-    // Every event, once, in order.
-    void Observe(const Event& event);
-
-    // What is not as `expected`; `lastResult` is that of the request before. The log is forgotten
-    // when something of it was expected. Owners of locks and the log are known on the virtual clock
-    // alone: on the real one such expectations fail and say so.
-    std::vector<FailedExpectation> Compare(const Expect& expected, int lastResult);
-
-  private:
-    const RunParts mRun;
-    bool mKeepsLog = true;
-    std::vector<LogLine> mLog;
-};
+// What is not as `expected`.
+//   log         what was logged since the last expectation of the log
+//   lastResult  that of the request before
+// Owners of locks and the log are known on the virtual clock alone: on the real one such
+// expectations fail and say so.
+std::vector<FailedExpectation> Compare(const RunParts& run, const Expect& expected,
+                                       const std::vector<LogLine>& log, int lastResult);
 
 // True when something of the log is expected; in one of the steps.
 bool ExpectsLog(const Expect& expected);

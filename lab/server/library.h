@@ -4,7 +4,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "tarquel/action.h"
 #include "tarquel/perf_adapter.h"

@@ -1,7 +1,5 @@
 #include "lab/server/request_facts.h"
 
-#include <algorithm>
-
 #include "base/ids.h"
 #include "lab/book/limit_words.h"
 

@@ -69,7 +69,8 @@ void Runner::Start(const ScenarioHead& head) {
 }
 
 void Runner::Play(const std::vector<Step>& steps) {
-    mExpectations.KeepLog(ExpectsLog(steps));
+    mKeepsLog = ExpectsLog(steps);
+    if (!mKeepsLog) mLog.clear();
     PlayList(steps);
 }
 
@@ -101,7 +102,16 @@ void Runner::PlayStep(const Step& step) {
 
 void Runner::Make(const Step& step) {
     Begin(BeginningOf(step));
-    Record(step, std::visit([this](const auto& asked) { return Perform(asked); }, step.request));
+    Server::Outcome outcome =
+        std::visit([this](const auto& asked) { return Perform(asked); }, step.request);
+    if (step.returns && *step.returns != outcome.result) {
+        const std::string failure =
+            fmt::format("returned {}, the scenario expects {}", outcome.result, *step.returns);
+        AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
+        outcome.text = "failed: " + failure;
+    }
+    if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
+    End(std::move(outcome.facts), outcome.text);
 }
 
 void Runner::Begin(RequestBegin begin) {
@@ -130,17 +140,6 @@ RequestBegin Runner::BeginningOf(const Step& step) const {
     return begin;
 }
 
-void Runner::Record(const Step& step, Server::Outcome outcome) {
-    if (step.returns && *step.returns != outcome.result) {
-        const std::string failure =
-            fmt::format("returned {}, the scenario expects {}", outcome.result, *step.returns);
-        AddFinding(fmt::format("{}:{}: {} {}", mFile, step.line, step.text, failure));
-        outcome.text = "failed: " + failure;
-    }
-    if (!std::holds_alternative<Expect>(step.request)) mLastResult = outcome.result;
-    End(std::move(outcome.facts), outcome.text);
-}
-
 void Runner::End(RequestFacts facts, const std::string& result) {
     mRun.phone.Events().Explain(std::make_shared<const RequestFacts>(std::move(facts)));
     mRun.phone.Events().Add(RequestEnd{result});
@@ -164,7 +163,8 @@ void Runner::HandOn() {
 void Runner::Finish() {
     for (const Event& event : mRun.phone.Events().Events()) {
         mRun.book.Observe(event);
-        mExpectations.Observe(event);
+        const auto* line = std::get_if<LogLine>(&event.what);
+        if (line && mKeepsLog) mLog.push_back(*line);
         mObserve(event);
     }
     mRun.phone.Events().Clear();
@@ -196,10 +196,11 @@ Server::Outcome Runner::Refuse(int cmdId) {
 Server::Outcome Runner::Perform(const Expect& asked) {
     Server::Outcome outcome;
     const double seconds = std::chrono::duration<double>(mRun.phone.GetClock().Now()).count();
-    for (const FailedExpectation& failed : mExpectations.Compare(asked, mLastResult)) {
+    for (const FailedExpectation& failed : Compare(mRun, asked, mLog, mLastResult)) {
         AddFinding(fmt::format("{}:{}: {}, at {:.3f} s", mFile, failed.line, failed.text, seconds));
         outcome.text += (outcome.text.empty() ? "failed: " : "; ") + failed.text;
     }
+    if (ExpectsLog(asked)) mLog.clear();
     outcome.result = outcome.text.empty() ? 0 : -1;
     if (outcome.text.empty()) outcome.text = "as expected";
     return outcome;

@@ -20,7 +20,7 @@ class Runner {
     // the end. While time passes they are handed on after everything that falls due, so that
     // whoever watches finds the nodes as the event leaves them.
     Runner(const RunParts& run, std::function<void(const Event&)> observe)
-        : mRun(run), mExpectations(run), mObserve(std::move(observe)) {}
+        : mRun(run), mObserve(std::move(observe)) {}
 
     // Gives the phone the scenario's properties and starts the plug-in. Throws InputError when it
     // cannot use the scene file.
@@ -45,7 +45,6 @@ class Runner {
     void Begin(RequestBegin begin);
     void AddFinding(const std::string& text);
     RequestBegin BeginningOf(const Step& step) const;
-    void Record(const Step& step, Server::Outcome outcome);
     void End(RequestFacts facts, const std::string& result);
     void AdvanceTo(Time at);
     void HandOn();
@@ -57,11 +56,12 @@ class Runner {
     Server::Outcome Refuse(int cmdId);
 
     const RunParts mRun;
-    Expectations mExpectations;
     std::function<void(const Event&)> mObserve;
-    std::string mFile;     // of the scenario
-    size_t mRequests = 0;  // begun
-    int mLastResult = 0;   // of the last request that was no expectation
+    std::string mFile;          // of the scenario
+    size_t mRequests = 0;       // begun
+    int mLastResult = 0;        // of the last request that was no expectation
+    bool mKeepsLog = true;      // for the steps to come
+    std::vector<LogLine> mLog;  // since something of it was expected
     Time mCursor{};
     Time mOrigin{};
     std::optional<Time> mEnd;  // nothing happens after it

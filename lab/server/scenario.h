@@ -110,9 +110,7 @@ struct Expected {
     int line = 0;  // of the scenario
     std::variant<ExpectedNumber, ExpectedNode, TagValue, ExpectedLock, ExpectedLog> what;
 };
-struct Expect {
-    std::vector<Expected> all;
-};
+using Expect = std::vector<Expected>;
 
 struct Step;
 struct Repeat {

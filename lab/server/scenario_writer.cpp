@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "lab/names/text.h"
 #include "lab/server/scenario.h"
 
 namespace lab {
@@ -36,24 +37,17 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string FlowText(const YamlNode& node) {
-    std::string text;
-    switch (node.kind) {
-        case YamlNode::Kind::kNull:
-            return "null";
-        case YamlNode::Kind::kScalar:
-            return IsPlain(node.scalar) ? node.scalar : Quoted(node.scalar);
-        case YamlNode::Kind::kList:
-            for (const YamlNode& item : node.items) {
-                text += (text.empty() ? "" : ", ") + FlowText(item);
-            }
-            return "[" + text + "]";
-        case YamlNode::Kind::kMap:
-            for (const auto& [key, value] : node.fields) {
-                text += (text.empty() ? "" : ", ") + FlowText(key) + ": " + FlowText(value);
-            }
-            return "{" + text + "}";
+    if (node.kind == YamlNode::Kind::kNull) return "null";
+    if (node.kind == YamlNode::Kind::kScalar) {
+        return IsPlain(node.scalar) ? node.scalar : Quoted(node.scalar);
     }
-    return text;
+    const bool isList = node.kind == YamlNode::Kind::kList;
+    std::vector<std::string> parts;
+    for (const YamlNode& item : node.items) parts.push_back(FlowText(item));
+    for (const auto& [key, value] : node.fields) {
+        parts.push_back(FlowText(key) + ": " + FlowText(value));
+    }
+    return isList ? "[" + Join(parts) + "]" : "{" + Join(parts) + "}";
 }
 
 // Lays out steps one after the other.

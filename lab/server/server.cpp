@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <sstream>
 
-#include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/server/request_facts.h"
 
@@ -22,19 +20,12 @@ const int* DataOf(const std::vector<int>& values) {
     return values.empty() ? nullptr : values.data();
 }
 
-// Tags and values as the two arrays that the plug-in takes; null for none.
-struct TagArrays {
-    explicit TagArrays(const std::vector<TagValue>& pairs) {
-        for (const TagValue& pair : pairs) {
-            tags.push_back(pair.tag);
-            values.push_back(pair.value);
-        }
-    }
-    int Count() const { return static_cast<int>(tags.size()); }
-
-    std::vector<int> tags;
-    std::vector<int> values;
-};
+// The tags or the values of pairs, as the plug-in takes them.
+std::vector<int> Column(const std::vector<TagValue>& pairs, int TagValue::*member) {
+    std::vector<int> column;
+    for (const TagValue& pair : pairs) column.push_back(pair.*member);
+    return column;
+}
 
 // What says no more than its number.
 Server::Outcome Returned(int result) {
@@ -136,9 +127,10 @@ Server::Outcome Server::Send(const DoInteractive& request) {
 }
 
 Server::Outcome Server::Send(const SetLimits& request) {
-    const TagArrays limits(request.tags);
+    const std::vector<int> tags = Column(request.tags, &TagValue::tag);
+    const std::vector<int> values = Column(request.tags, &TagValue::value);
     Outcome outcome = Returned(mAdapter->DoPerfSetConfig(
-        request.clientId, limits.Count(), DataOf(limits.tags), DataOf(limits.values)));
+        request.clientId, static_cast<int>(tags.size()), DataOf(tags), DataOf(values)));
     outcome.facts = FactsOf(request, outcome.result, mLayout);
     return outcome;
 }
@@ -159,10 +151,9 @@ Server::Outcome Server::Send(const GetValues& request) {
 }
 
 Server::Outcome Server::Send(const GetStatus&) {
-    std::map<std::string, int> status;
-    const int result = mAdapter->GetPerfEventStatus(status);
+    std::map<std::string, int> status = Status();
     return {
-        result,
+        0,
         fmt::format("performance {}, thermal level {}", status["mPB_Prior"], status["mTB_Prior"]),
         {}};
 }
@@ -209,9 +200,10 @@ Server::Outcome Server::Send(const GetCeilings& request) {
 }
 
 Server::Outcome Server::Send(const SetSchedLevel& request) {
-    const TagArrays limits(request.tags);
-    return Returned(mAdapter->DoSchedLevelAction(request.level, limits.Count(), DataOf(limits.tags),
-                                                 DataOf(limits.values)));
+    const std::vector<int> tags = Column(request.tags, &TagValue::tag);
+    const std::vector<int> values = Column(request.tags, &TagValue::value);
+    return Returned(mAdapter->DoSchedLevelAction(request.level, static_cast<int>(tags.size()),
+                                                 DataOf(tags), DataOf(values)));
 }
 
 Server::Outcome Server::Send(const ProbeAffinity& request) {

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "lab/phone/events.h"
 #include "lab/scenes/scene_meaning.h"
 #include "lab/server/step_reader.h"
 
@@ -98,7 +99,7 @@ Request ReadExpect(StepInput& in) {
     ExpectMap(value, "an expectation", kFields);
     if (value.fields.empty()) value.Fail("expect something: " + Join(kFields));
     in.made.text = "expect";
-    std::vector<Expected> all;
+    Expect all;
     const auto readNumber = [&](const char* field, ExpectedNumber::What what, const char* meaning,
                                 int low) {
         const YamlNode* node = value.Find(field);
@@ -132,7 +133,7 @@ Request ReadExpect(StepInput& in) {
     readEach("no_lock", [&](const YamlNode& node) { return ReadExpectedLock(in, node, false); });
     readEach("log", [](const YamlNode& node) { return ReadExpectedLog(node, true); });
     readEach("no_log", [](const YamlNode& node) { return ReadExpectedLog(node, false); });
-    return Expect{std::move(all)};
+    return all;
 }
 
 }  // namespace lab
