@@ -101,6 +101,7 @@ struct BookedLock {
     int tag = -1;           // whose arbitrated value it carries; -1: a command's or a group's
     std::vector<int> list;  // opcode, value, ...; empty: nothing tells
     Time since{};           // taken; a renewal does not change it
+    Time renewed{};         // taken or last renewed
     std::optional<Time> until;
     bool isEarlier = false;      // taken before a capture begins: since when and by whom is unknown
     bool isDoubtful = false;     // it may be that it is not held any more

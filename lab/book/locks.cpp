@@ -80,6 +80,7 @@ void Book::OnAcquire(const LockAcquire& acquire) {
     lock.isDoubtful = acquire.isDoubtful;
     lock.isListAssumed = acquire.isListAssumed;
     lock.list = acquire.list;
+    lock.renewed = mNow;
     lock.until.reset();
     if (acquire.durationMs > 0) lock.until = mNow + std::chrono::milliseconds(acquire.durationMs);
     ++lock.terms;
