@@ -88,8 +88,8 @@ TEST(CaptureTruth, OfOneThatBeginsLateNamesLocksThatWereHeld) {
                 EXPECT_THAT(ClientsOf(run), Contains(request.client)) << request.text;
             }
             const std::set<int> atEnd = HeldAt(run, TimeOf(lines.back()));
-            for (const LogPlayer::Held& lock : told.held) {
-                if (!session.DoubtOf(lock).empty()) continue;
+            for (const auto& [lock, doubt] : told.held) {
+                if (!doubt.empty()) continue;
                 EXPECT_THAT(atEnd, Contains(lock.handle));
             }
         }
@@ -117,11 +117,11 @@ TEST(CaptureTruth, OfOneWithoutSomeLinesIsSureOfWhatIsHeldAlone) {
             LogSession session(capture.Options("sm8450"));
             const ToldLog told = PlayLog(session);
             const std::set<int> held = HeldAt(run, session.Log().end);
-            for (const LogPlayer::Held& lock : told.held) {
-                if (!session.DoubtOf(lock).empty()) {
+            for (const auto& [lock, doubt] : told.held) {
+                if (!doubt.empty()) {
                     ++doubts;
                 } else if (held.count(lock.handle) == 0) {
-                    wrong.push_back(lock.asker);
+                    wrong.push_back(lock.request->text);
                 }
             }
             for (const LogRequest& request : told.requests) {
@@ -308,7 +308,7 @@ TEST(CaptureTruth, DoubtsWhatWasHeldBeforeLinesWereLost) {
     LogSession session(capture.Options("sm8450"));
     const ToldLog told = PlayLog(session);
     ASSERT_EQ(told.held.size(), 1u);
-    EXPECT_THAT(session.DoubtOf(told.held[0]), HasSubstr("lines are missing at line"));
+    EXPECT_THAT(told.held[0].doubt, HasSubstr("lines are missing at line"));
     // Lock 9 was taken in this capture, for it is not older than its first: where, no line tells.
     std::vector<bool> earlier;
     for (const Event& event : told.events) {

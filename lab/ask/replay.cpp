@@ -147,8 +147,7 @@ class CaptureReplay final : public Replay {
     }
 
     std::string DoubtOf(const BookedLock& lock) const override {
-        const LogPlayer::Held* held = mPlayer->FindLock(lock.handle);
-        return held ? mSession.DoubtOf(*held) : "";
+        return mSession.DoubtOf(lock, mPlayer->DoubtLine(lock.handle));
     }
 
     bool IsWhole() const override {

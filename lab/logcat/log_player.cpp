@@ -82,19 +82,7 @@ void LogPlayer::Acquire(const LogRequest& request, const LockAcquire& acquire) {
     }
     const int lab =
         hal.Acquire(isRenewal ? former->second.labHandle : 0, durationMs, list.data(), count);
-    Held held;
-    held.handle = acquire.returned;
-    held.list = acquire.list;
-    held.since = request.isEarlier ? Time(0) : std::max(mPhone.GetClock().Now(), mEffectAt);
-    if (durationMs > 0) {
-        held.until = mPhone.GetClock().Now() + std::chrono::milliseconds(durationMs);
-    }
-    held.isEarlier = acquire.isEarlier;
-    held.tag = acquire.earlierTag;
-    held.isListAssumed = acquire.isListAssumed;
-    held.asker = request.text;
-    held.line = request.line;
-    mLocks[acquire.returned] = {lab, std::move(held)};
+    mLocks[acquire.returned] = {lab};
     mLogHandles[lab] = acquire.returned;
 }
 
@@ -149,7 +137,7 @@ void LogPlayer::TakeRead(const NodeAccess& access, bool isKnown, std::optional<s
     if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
     for (const PerfHal::Claim& claim : mPhone.Hal().ClaimsOn(access.path)) {
         const auto lock = mLogHandles.find(claim.handle);
-        if (lock != mLogHandles.end()) mLocks[lock->second].held.doubtLine = mLine;
+        if (lock != mLogHandles.end()) mLocks[lock->second].doubtLine = mLine;
     }
 }
 
@@ -188,15 +176,9 @@ void LogPlayer::HandOn(const LockAcquire* told) {
     mPhone.Events().Clear();
 }
 
-std::vector<LogPlayer::Held> LogPlayer::Locks() const {
-    std::vector<Held> locks;
-    for (const auto& [handle, lock] : mLocks) locks.push_back(lock.held);
-    return locks;
-}
-
-const LogPlayer::Held* LogPlayer::FindLock(int handle) const {
+int LogPlayer::DoubtLine(int handle) const {
     const auto lock = mLocks.find(handle);
-    return lock == mLocks.end() ? nullptr : &lock->second.held;
+    return lock == mLocks.end() ? 0 : lock->second.doubtLine;
 }
 
 }  // namespace lab

@@ -15,20 +15,6 @@ namespace lab {
 
 class LogPlayer {
   public:
-    // A lock that is held, as the log names it.
-    struct Held {
-        int handle = 0;             // below 0: the log does not tell its number
-        std::vector<int> list;      // empty: not told
-        std::optional<Time> until;  // none: until released
-        Time since{};               // when it was taken or last renewed
-        bool isEarlier = false;     // taken before the capture begins
-        int tag = -1;               // of an earlier one without a list: what it is for
-        bool isListAssumed = false;
-        int doubtLine = 0;  // that reads a node otherwise than this lock makes it; 0: none
-        std::string asker;  // the request that took or last renewed it
-        int line = 0;       // of the capture, where that request begins
-    };
-
     // `observe` gets the events in order: those of a run, with the log's handles. `phone` must be
     // on the virtual clock and outlive the player.
     LogPlayer(Phone& phone, std::function<void(const Event&)> observe)
@@ -40,10 +26,8 @@ class LogPlayer {
     // Lets time pass until `end`.
     void Finish(Time end) { AdvanceTo(end); }
 
-    std::vector<Held> Locks() const;
-
-    // The lock, or null when it is not held.
-    const Held* FindLock(int handle) const;
+    // The line that reads a node otherwise than the held lock makes it; 0: none.
+    int DoubtLine(int handle) const;
 
     // A value that the plug-in has read in the log where the lab's phone has another: a lock that
     // the log does not tell of, another program's doing, or a scene file that is not the phone's.
@@ -75,7 +59,7 @@ class LogPlayer {
     // A lock of the log, and the lab's that stands for it.
     struct Lock {
         int labHandle = 0;
-        Held held;
+        int doubtLine = 0;
     };
 
     Phone& mPhone;

@@ -296,13 +296,13 @@ std::string LogSession::AsksText() const {
                : "Asked for before the capture begins: " + Join(asks) + ".";
 }
 
-std::string LogSession::DoubtOf(const LogPlayer::Held& lock) const {
-    if (mStory.lastLoss && mStory.lastLoss->at >= lock.since) {
+std::string LogSession::DoubtOf(const BookedLock& lock, int contradictedAt) const {
+    if (mStory.lastLoss && mStory.lastLoss->at >= lock.renewed) {
         return fmt::format("lines are missing at line {}, behind which it may be gone",
                            mStory.lastLoss->line);
     }
-    if (lock.doubtLine > 0) {
-        return fmt::format("line {} reads another value than it makes", lock.doubtLine);
+    if (contradictedAt > 0) {
+        return fmt::format("line {} reads another value than it makes", contradictedAt);
     }
     if (mStory.detail == LogDetail::kVersion && !lock.until && lock.isListAssumed) {
         return "this log does not tell when an event lets its lock go";

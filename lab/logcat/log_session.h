@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "lab/book/book.h"
 #include "lab/logcat/capture_input.h"
 #include "lab/logcat/command_lists.h"
 #include "lab/logcat/earlier_locks.h"
-#include "lab/logcat/log_player.h"
 #include "lab/logcat/log_story.h"
 
 namespace lab {
@@ -72,7 +72,8 @@ class LogSession {
     std::vector<std::string> Unknowns();
 
     // Why it is not sure that `lock` is held at the end; empty when it is.
-    std::string DoubtOf(const LogPlayer::Held& lock) const;
+    //   contradictedAt  the line that reads a node otherwise than the lock makes it; 0: none
+    std::string DoubtOf(const BookedLock& lock, int contradictedAt) const;
 
     // Commands that the scene file does not have, in words; empty when it has all.
     std::string UnknownCommands() const;

@@ -187,31 +187,34 @@ class LogcatReport {
 
     void PrintEnd() {
         const Time now = mSession.GetPhone().GetClock().Now();
-        const std::vector<LogPlayer::Held> locks = mPlayer.Locks();
         const bool isWhole = mSession.Earlier().IsWhole() && !mSession.Story().lastLoss;
         std::cout << "\n";
-        if (locks.empty()) {
+        if (mBook.Locks().empty()) {
             std::cout << (isWhole ? "No lock is held at the end of the log.\n"
                                   : "No lock that this log tells of is held at its end.\n");
         } else {
-            std::cout << mPaint(Colour::kBold,
-                                fmt::format("Locks held at the end of the log{}: {}",
-                                            isWhole ? "" : ", of those it tells of", locks.size()))
+            std::cout << mPaint(Colour::kBold, fmt::format("Locks held at the end of the log{}: {}",
+                                                           isWhole ? "" : ", of those it tells of",
+                                                           mBook.Locks().size()))
                       << "\n";
         }
-        for (const LogPlayer::Held& lock : locks) PrintHeld(lock, now);
+        for (const auto& [handle, lock] : mBook.Locks()) PrintHeld(lock, now);
         if (mSession.IsLive()) PrintUnknowns();
         for (const std::string& note : Notes()) std::cout << mPaint(Colour::kYellow, note) << "\n";
     }
 
-    void PrintHeld(const LogPlayer::Held& lock, Time now) {
-        const std::string doubt = mSession.DoubtOf(lock);
+    std::string DoubtOf(const BookedLock& lock) const {
+        return mSession.DoubtOf(lock, mPlayer.DoubtLine(lock.handle));
+    }
+
+    void PrintHeld(const BookedLock& lock, Time now) {
+        const std::string doubt = DoubtOf(lock);
         std::cout << fmt::format("  lock {:<4} {}, taken by: {} (line {})\n",
                                  lock.handle < 0 ? "?" : std::to_string(lock.handle),
                                  lock.until
                                      ? fmt::format("for {} ms more", WholeMs(*lock.until - now))
                                      : std::string("until released"),
-                                 lock.asker, lock.line);
+                                 lock.request->text, lock.request->line);
         if (!doubt.empty()) {
             std::cout << "            " << mPaint(Colour::kYellow, "not sure: " + doubt) << "\n";
         }
@@ -280,21 +283,21 @@ class LogcatReport {
 
     Json HeldJson() const {
         Json held = Json::array();
-        for (const LogPlayer::Held& lock : mPlayer.Locks()) {
+        for (const auto& [handle, lock] : mBook.Locks()) {
             const auto msOf = [](Time at) {
                 return std::chrono::duration<double, std::milli>(at).count();
             };
             Json json;
-            json["handle"] = lock.handle < 0 ? Json() : Json(lock.handle);
-            json["since_ms"] = msOf(lock.since);
+            json["handle"] = handle < 0 ? Json() : Json(handle);
+            json["since_ms"] = msOf(lock.renewed);
             json["until_ms"] = lock.until ? Json(msOf(*lock.until)) : Json();
-            json["taken_by"] = lock.asker;
-            json["line"] = lock.line;
+            json["taken_by"] = lock.request->text;
+            json["line"] = lock.request->line;
             if (!lock.list.empty()) {
                 json["pairs"] = PairsJson(lock.list, mLayout);
                 json["pairs_from"] = lock.isListAssumed ? "scenes" : "log";
             }
-            const std::string doubt = mSession.DoubtOf(lock);
+            const std::string doubt = DoubtOf(lock);
             json["certainty"] = doubt.empty() ? "told" : "doubtful";
             if (!doubt.empty()) json["doubt"] = doubt;
             held.push_back(std::move(json));

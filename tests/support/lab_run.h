@@ -75,18 +75,28 @@ class CaptureFile {
 struct ToldLog {
     std::vector<LogRequest> requests;
     std::vector<Event> events;
-    std::vector<LogPlayer::Held> held;  // at the end
+    struct Held {
+        BookedLock lock;
+        std::string doubt;
+    };
+    std::vector<Held> held;  // at the end
 };
 
 inline ToldLog PlayLog(LogSession& session) {
     ToldLog told;
-    LogPlayer player(session.GetPhone(), [&](const Event& event) { told.events.push_back(event); });
+    Book book(session.Device(), session.Scenes(), session.GetPhone().GetKernel());
+    LogPlayer player(session.GetPhone(), [&](const Event& event) {
+        book.Observe(event);
+        told.events.push_back(event);
+    });
     session.Tell({[&](LogRequest&& request) {
         player.Play(request);
         told.requests.push_back(std::move(request));
     }});
     player.Finish(session.Log().end);
-    told.held = player.Locks();
+    for (const auto& [handle, lock] : book.Locks()) {
+        told.held.push_back({lock, session.DoubtOf(lock, player.DoubtLine(handle))});
+    }
     return told;
 }
 
