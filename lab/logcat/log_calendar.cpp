@@ -13,6 +13,17 @@ int64_t DaysBefore(int month) {
     return kDays[month];
 }
 
+// Nobody is silent for so long on a phone that runs.
+constexpr Time kLongSilence = std::chrono::minutes(10);
+constexpr size_t kMostRemarks = 50;
+
+std::string LagText(Time time) {
+    const double seconds = std::chrono::duration<double>(time).count();
+    if (seconds < 120) return fmt::format("{:.3f} s", seconds);
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
+    return fmt::format("{} h {:02} min {:02} s", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
 }  // namespace
 
 Time LogCalendar::At(const LogStamp& stamp) {
@@ -31,6 +42,51 @@ Time LogCalendar::At(const LogStamp& stamp) {
     mLast = stamp;
     mNow = mShift + days * kUsPerDay + stamp.us;
     return std::chrono::microseconds(mNow);
+}
+
+Time LogClock::Follow(Time printed, bool isTimed, bool isAccepted) {
+    if (!isTimed) return std::max(printed + mShift, mNow);
+    const Time at = printed + mShift;
+    if (mLag && at >= mNow - LogReader::kOrderWindow) mLag.reset();  // the line before lagged alone
+    if (at < mNow - LogReader::kOrderWindow) {
+        if (!isAccepted && !mLag) return mNow;  // it may be there a second time
+        const int line = static_cast<int>(mCapture.lineCount);
+        if (!mLag) {
+            mLag = Lag{mCapture.problems.size(), line, mNow - at};
+            mCapture.Tell(fmt::format("{} earlier than the lines above it; taken where it stands",
+                                      LagText(mNow - at)));
+            return mNow;
+        }
+        mShift += mLag->back;
+        const size_t told = std::min(mLag->problem, mCapture.problems.size() - 1);
+        mCapture.problems[told].message = fmt::format(
+            "the clock goes back by {} here: it was set, or captures are joined "
+            "out of order; the lines are taken as they stand",
+            LagText(mLag->back));
+        Remark({mLag->line, mLag->line,
+                fmt::format("the clock was set back by {}: times before and behind it are of "
+                            "different clocks, and the first is shown",
+                            LagText(mLag->back))});
+        mLag.reset();
+        mNow = std::max(mNow, printed + mShift);
+        return printed + mShift;
+    }
+    if (mHasTime && at - mNow > kLongSilence) {
+        const int line = static_cast<int>(mCapture.lineCount);
+        Remark({line, line,
+                fmt::format("no program logs for {} before this line: the phone slept, lines "
+                            "are missing, or its clock was set",
+                            LagText(at - mNow))});
+    }
+    mHasTime = true;
+    mNow = std::max(mNow, at);
+    return at;
+}
+
+void LogClock::Remark(LogProblem remark) {
+    if (mCapture.clockRemarks.size() < kMostRemarks) {
+        mCapture.clockRemarks.push_back(std::move(remark));
+    }
 }
 
 std::string StampText(const LogStamp& stamp) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "lab/logcat/log_header.h"
+#include "lab/logcat/log_reader.h"
 #include "lab/phone/clock.h"
 
 namespace lab {
@@ -26,6 +27,38 @@ class LogCalendar {
     int64_t mDays = 0;
     int64_t mShift = 0;
     int64_t mNow = 0;
+};
+
+// Follows the phone's clock from line to line: where a time as printed is in one that only runs
+// forward. Clocks are set back and on, and single lines lag.
+class LogClock {
+  public:
+    // Tells of jumps in `capture`, which must outlive it.
+    explicit LogClock(Capture& capture) : mCapture(capture) {}
+
+    // Of the next line.
+    //   isTimed     it has a time of its own
+    //   isAccepted  it is not there a second time
+    Time Follow(Time printed, bool isTimed, bool isAccepted);
+
+    // Of the latest line.
+    Time Now() const { return mNow; }
+
+  private:
+    void Remark(LogProblem remark);
+
+    // A line that is far behind the others; the next one tells whether the clock is.
+    struct Lag {
+        size_t problem = 0;  // that tells of it
+        int line = 0;
+        Time back{};
+    };
+
+    Capture& mCapture;
+    Time mShift{};  // of clocks that were set back
+    Time mNow{};
+    bool mHasTime = false;
+    std::optional<Lag> mLag;
 };
 
 // "06-14 19:42:30.125" or "1718.125 s".

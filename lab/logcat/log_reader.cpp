@@ -97,9 +97,6 @@ constexpr size_t kMostRemembered = 1 << 17;
 constexpr size_t kMostHeld = 1 << 16;
 constexpr size_t kMostDoubtful = 256;
 
-// Nobody is silent for so long on a phone that runs.
-constexpr Time kLongSilence = std::chrono::minutes(10);
-constexpr size_t kMostRemarks = 50;
 constexpr size_t kMostProblems = 10'000;
 
 bool NamesLog(std::string_view section) {
@@ -117,19 +114,12 @@ int64_t LostLines(std::string_view text) {
     return ParseNumber(std::string(count)).value_or(0);
 }
 
-std::string LagText(Time time) {
-    const double seconds = std::chrono::duration<double>(time).count();
-    if (seconds < 120) return fmt::format("{:.3f} s", seconds);
-    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
-    return fmt::format("{} h {:02} min {:02} s", whole / 3600, whole / 60 % 60, whole % 60);
-}
-
 }  // namespace
 
 class LogReader::Work {
   public:
     Work(Capture& capture, std::function<void(const CapturedLine&)> sink)
-        : mCapture(capture), mSink(std::move(sink)) {}
+        : mCapture(capture), mSink(std::move(sink)), mClock(capture) {}
 
     void Add(std::string_view line) {
         ++mCapture.lineCount;
@@ -255,7 +245,7 @@ class LogReader::Work {
             }
         }
         if (!isPlugin && line.match.message == Message::kUnknown) {
-            FollowClock(printed, header.stamp.has_value(), false);
+            mClock.Follow(printed, header.stamp.has_value(), false);
             if (IsStub(header, isCut)) {
                 Tell("cut within its first letters; nothing is concluded from it");
             } else {
@@ -349,67 +339,21 @@ class LogReader::Work {
         for (Held& held : doubtful) Accept(std::move(held));
     }
 
-    // Follows the phone's clock from line to line: where `printed` is in a time that only runs
-    // forward. Clocks are set back and on, and single lines lag.
-    Time FollowClock(Time printed, bool isTimed, bool isAccepted) {
-        if (!isTimed) return std::max(printed + mShift, mNow);
-        const Time at = printed + mShift;
-        if (mLag && at >= mNow - kOrderWindow) mLag.reset();  // the line before lagged alone
-        if (at < mNow - kOrderWindow) {
-            if (!isAccepted && !mLag) return mNow;  // it may be there a second time
-            const int line = static_cast<int>(mCapture.lineCount);
-            if (!mLag) {
-                mLag = Lag{mCapture.problems.size(), line, mNow - at};
-                Tell(fmt::format("{} earlier than the lines above it; taken where it stands",
-                                 LagText(mNow - at)));
-                return mNow;
-            }
-            mShift += mLag->back;
-            const size_t told = std::min(mLag->problem, mCapture.problems.size() - 1);
-            mCapture.problems[told].message = fmt::format(
-                "the clock goes back by {} here: it was set, or captures are joined "
-                "out of order; the lines are taken as they stand",
-                LagText(mLag->back));
-            Remark({mLag->line, mLag->line,
-                    fmt::format("the clock was set back by {}: times before and behind it are of "
-                                "different clocks, and the first is shown",
-                                LagText(mLag->back))});
-            mLag.reset();
-            mNow = std::max(mNow, printed + mShift);
-            return printed + mShift;
-        }
-        if (mHasTime && at - mNow > kLongSilence) {
-            const int line = static_cast<int>(mCapture.lineCount);
-            Remark({line, line,
-                    fmt::format("no program logs for {} before this line: the phone slept, lines "
-                                "are missing, or its clock was set",
-                                LagText(at - mNow))});
-        }
-        mHasTime = true;
-        mNow = std::max(mNow, at);
-        return at;
-    }
-
-    void Remark(LogProblem remark) {
-        if (mCapture.clockRemarks.size() < kMostRemarks) {
-            mCapture.clockRemarks.push_back(std::move(remark));
-        }
-    }
-
     void Accept(Held held) {
         CapturedLine& line = held.line;
         const Time before = mLastAccepted;
-        line.at = FollowClock(line.at, held.stamp.has_value(), true);
+        line.at = mClock.Follow(line.at, held.stamp.has_value(), true);
         mLastAccepted = line.at;
         if (line.at < before) {
             const double seconds = std::chrono::duration<double>(before - line.at).count();
-            TellAt(line.line,
-                   fmt::format(
-                       "{:.3f} s earlier than the line above it; taken in the order of the times",
-                       seconds));
+            mCapture.TellAt(
+                line.line,
+                fmt::format(
+                    "{:.3f} s earlier than the line above it; taken in the order of the times",
+                    seconds));
         }
         if (line.match.isTorn) {
-            TellAt(line.line, "cut or damaged; nothing is concluded from it");
+            mCapture.TellAt(line.line, "cut or damaged; nothing is concluded from it");
         }
         const bool isUntimed = mCapture.origin.empty();
         // Behind those of its time.
@@ -420,7 +364,7 @@ class LogReader::Work {
         if (isUntimed && mHeld.size() > 64) {
             HandOn(Time::max());
         } else {
-            HandOn(mNow - kOrderWindow);
+            HandOn(mClock.Now() - kOrderWindow);
         }
         if (mHeld.size() > kMostHeld) HandOn(mHeld[kMostHeld / 2].line.at);
     }
@@ -443,7 +387,7 @@ class LogReader::Work {
             mHandedOn = line.at;
             mSink(line);
         }
-        mCapture.end = std::max(mNow - mBase.value_or(Time(0)), mHandedOn);
+        mCapture.end = std::max(mClock.Now() - mBase.value_or(Time(0)), mHandedOn);
     }
 
     // The earliest line's time is 0, whosever it is.
@@ -467,37 +411,20 @@ class LogReader::Work {
         if (mCapture.clock) mCapture.clock->isLeapYear = true;
     }
 
-    void Tell(const std::string& message) { TellAt(static_cast<int>(mCapture.lineCount), message); }
-    void TellAt(int line, const std::string& message) {
-        const size_t count = mCapture.problems.size();
-        if (count < kMostProblems) mCapture.problems.push_back({line, line, message});
-        if (count == kMostProblems) {
-            mCapture.problems.push_back({line, line, "... and more lines are damaged behind it"});
-        }
-    }
-
-    // A line that is far behind the others; the next one tells whether the clock is.
-    struct Lag {
-        size_t problem = 0;  // that tells of it
-        int line = 0;
-        Time back{};
-    };
+    void Tell(const std::string& message) { mCapture.Tell(message); }
 
     Capture& mCapture;
     const std::function<void(const CapturedLine&)> mSink;
     LogCalendar mCalendar;
+    LogClock mClock;
     std::optional<LongHead> mLong;
     bool mIsRaw = false;
     bool mIsInLog = false;     // of a bug report
     bool mHasLeapDay = false;  // a line is of 29 February
 
     std::optional<Time> mBase;  // of the first line handed on
-    Time mShift{};              // of clocks that were set back
-    Time mNow{};                // of the latest line
     Time mLastAccepted = Time::min();
     Time mHandedOn{};
-    bool mHasTime = false;
-    std::optional<Lag> mLag;
     std::deque<Held> mHeld;  // by time
 
     Time mPrevious{};            // as printed: of the plug-in's line before
@@ -536,6 +463,14 @@ ReadLines ReadCapture(std::istream& in, const std::string& file) {
     }
     reader.Flush();
     return capture;
+}
+
+void Capture::TellAt(int line, const std::string& message) {
+    const size_t count = problems.size();
+    if (count < kMostProblems) problems.push_back({line, line, message});
+    if (count == kMostProblems) {
+        problems.push_back({line, line, "... and more lines are damaged behind it"});
+    }
 }
 
 Moments MomentsOf(const Capture& capture) {

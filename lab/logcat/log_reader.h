@@ -59,6 +59,10 @@ struct Capture {
     bool hasUntimed = false;     // a line of the plug-in has no time of its own
     // Of other clocks than the first line's, and times without a line of anybody.
     std::vector<LogProblem> clockRemarks;
+
+    // Adds a problem of the line, or of the one at hand; there is an end to them.
+    void TellAt(int line, const std::string& message);
+    void Tell(const std::string& message) { TellAt(static_cast<int>(lineCount), message); }
 };
 
 // Reads a capture line by line, in memory that does not grow with it.
