@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "lab/phone/events.h"
 #include "lab/server/library.h"
 
 namespace lab {
@@ -41,7 +42,7 @@ TEST_P(LogHead, IsTakenApart) {
     EXPECT_EQ(header->stamp ? header->stamp->us : -1, row.us);
     EXPECT_EQ(header->pid, row.pid);
     EXPECT_EQ(header->tid, row.tid);
-    EXPECT_EQ(header->priority, row.priority);
+    EXPECT_EQ(PriorityLetter(header->priority), row.priority);
     EXPECT_EQ(header->tag, row.tag);
     EXPECT_EQ(header->text, row.text);
 }

@@ -10,10 +10,13 @@ namespace {
 
 constexpr int64_t kUsPerSecond = 1'000'000;
 constexpr int64_t kUsPerMinute = 60 * kUsPerSecond;
-constexpr std::string_view kPriorities = "VDIWEFAS";
 
-bool IsPriority(char letter) {
-    return kPriorities.find(letter) != kPriorities.npos;
+// Android's number of a priority; 0 for a letter that stands for none.
+int PriorityOf(char letter) {
+    constexpr std::string_view kLetters = "??VDIWEF";
+    if (letter == 'S') return LogHeader().priority;
+    const size_t number = kLetters.find(letter == 'A' ? 'F' : letter);
+    return number < kLetters.size() ? static_cast<int>(number) : 0;
 }
 
 std::string_view Trimmed(std::string_view text) {
@@ -156,23 +159,23 @@ bool TakeThreadtime(Cursor cursor, LogHeader& header) {
     while (count < words.size() && cursor.Blanks() > 0) {
         const std::string_view word = cursor.Word();
         words[count++] = word;
-        if (word.size() == 1 && IsPriority(word[0])) break;
+        if (word.size() == 1 && PriorityOf(word[0]) > 0) break;
     }
     if (count < 3) return false;
     const std::string_view priority = words[count - 1];
     header.pid = ToId(words[count - 3]);
     header.tid = ToId(words[count - 2]);
-    if (priority.size() != 1 || !IsPriority(priority[0])) return false;
+    header.priority = priority.size() == 1 ? PriorityOf(priority[0]) : 0;
+    if (header.priority == 0) return false;
     if (header.pid < 0 || header.tid < 0 || !cursor.Take(" ")) return false;
     header.format = LogFormat::kThreadtime;
-    header.priority = priority[0];
     return TakeTagAndText(cursor.Rest(), header);
 }
 
 // "I/tag( 1234): text"; with `mayLackPid` "I/tag: text" too.
 bool TakeBrief(std::string_view rest, bool mayLackPid, LogHeader& header) {
-    if (rest.size() < 3 || !IsPriority(rest[0]) || rest[1] != '/') return false;
-    header.priority = rest[0];
+    if (rest.size() < 3 || PriorityOf(rest[0]) == 0 || rest[1] != '/') return false;
+    header.priority = PriorityOf(rest[0]);
     rest.remove_prefix(2);
     for (size_t at = rest.find('('); at != rest.npos; at = rest.find('(', at + 1)) {
         Cursor cursor(rest.substr(at + 1));
@@ -200,10 +203,10 @@ std::optional<LogHeader> ParseLong(std::string_view line) {
     const size_t slash = cursor.Rest().find('/');
     if (slash == std::string_view::npos || slash < 2) return std::nullopt;
     header.format = LogFormat::kLong;
-    header.priority = cursor.Rest()[slash - 1];
+    header.priority = PriorityOf(cursor.Rest()[slash - 1]);
     std::string_view ids = Trimmed(cursor.Rest().substr(0, slash - 1));
     const size_t last = ids.rfind(':');
-    if (!IsPriority(header.priority) || last == ids.npos) return std::nullopt;
+    if (header.priority == 0 || last == ids.npos) return std::nullopt;
     header.tid = ToId(Trimmed(ids.substr(last + 1)));
     ids = ids.substr(0, last);
     const size_t uid = ids.rfind(':');
@@ -218,21 +221,8 @@ std::optional<LogHeader> ParseLong(std::string_view line) {
 }  // namespace
 
 const char* FormatName(LogFormat format) {
-    switch (format) {
-        case LogFormat::kThreadtime:
-            return "threadtime";
-        case LogFormat::kTime:
-            return "time";
-        case LogFormat::kBrief:
-            return "brief";
-        case LogFormat::kTag:
-            return "tag";
-        case LogFormat::kRaw:
-            return "raw";
-        case LogFormat::kLong:
-            return "long";
-    }
-    return "";
+    constexpr const char* kNames[] = {"threadtime", "time", "brief", "tag", "raw", "long"};
+    return kNames[static_cast<size_t>(format)];
 }
 
 std::optional<LogHeader> ParseLogHeader(std::string_view line) {

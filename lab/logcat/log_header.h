@@ -35,7 +35,7 @@ struct LogHeader {
     std::optional<LogStamp> stamp;
     int pid = 0;  // 0: not printed
     int tid = 0;
-    char priority = 'I';
+    int priority = 4;       // Android's: 3 debug, 4 info, 6 error
     std::string_view tag;   // without the blanks around it
     std::string_view text;  // the message; empty for kLong
 };

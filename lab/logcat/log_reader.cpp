@@ -40,24 +40,6 @@ std::string Printable(std::string_view text) {
     return printable;
 }
 
-int PriorityNumber(char letter) {
-    switch (letter) {
-        case 'V':
-            return 2;
-        case 'D':
-            return 3;
-        case 'W':
-            return 5;
-        case 'E':
-            return 6;
-        case 'F':
-        case 'A':
-            return 7;
-        default:
-            return 4;
-    }
-}
-
 bool NamesPlugin(std::string_view line) {
     return line.find("tarquel: ") != line.npos || line.find("tarQuel: ") != line.npos;
 }
@@ -68,26 +50,12 @@ bool BeginsAsDate(std::string_view line) {
 }
 
 // Messages that cannot stand twice in a row at one time: between two there is always another.
-bool IsNeverRepeated(Message message) {
-    switch (message) {
-        case Message::kActionDone:
-        case Message::kActionDoneBare:
-        case Message::kCommonLock:
-        case Message::kLockTaken:
-        case Message::kLockRefused:
-        case Message::kScenePair:
-        case Message::kEventReleased:
-        case Message::kEventCached:
-        case Message::kTagLock:
-        case Message::kTagRelease:
-        case Message::kGroupPair:
-        case Message::kGroupTaken:
-        case Message::kClientPair:
-            return true;
-        default:
-            return false;
-    }
-}
+constexpr Message kNeverRepeated[] = {
+    Message::kActionDone,  Message::kActionDoneBare, Message::kCommonLock,    Message::kLockTaken,
+    Message::kLockRefused, Message::kScenePair,      Message::kEventReleased, Message::kEventCached,
+    Message::kTagLock,     Message::kTagRelease,     Message::kGroupPair,     Message::kGroupTaken,
+    Message::kClientPair,
+};
 
 // How many lines of the plug-in are remembered, to know them when they come again.
 constexpr size_t kMostRemembered = 1 << 17;
@@ -133,7 +101,7 @@ class LogReader::Work {
             line = plain;
         }
         if (line.empty()) {
-            mLong.reset();
+            mLong.clear();
             return;
         }
         if (line.starts_with("--------- ")) return;  // "beginning of main", "switch to system"
@@ -147,12 +115,6 @@ class LogReader::Work {
     }
 
   private:
-    // The head of a message in long format, whose text is on the lines below.
-    struct LongHead {
-        LogHeader header;
-        std::string tag;
-    };
-
     struct Held {
         CapturedLine line;
         std::optional<LogStamp> stamp;
@@ -177,19 +139,16 @@ class LogReader::Work {
     void AddPart(std::string_view line) {
         std::optional<LogHeader> header = ParseLogHeader(line);
         if (header && header->format == LogFormat::kLong) {
-            mLong = LongHead{*header, std::string(header->tag)};
-            mLong->header.tag = {};
+            mLong = line;
             return;
         }
         if (header) {
-            mLong.reset();
-        } else if (mLong) {
-            header = mLong->header;
-            header->tag = mLong->tag;
+            mLong.clear();
+        } else if (!mLong.empty()) {
+            header = ParseLogHeader(mLong);
             header->text = line;
         } else {
-            AddHeadless(line);
-            return;
+            return AddHeadless(line);
         }
         AddMessage(*header);
     }
@@ -221,14 +180,10 @@ class LogReader::Work {
 
     void AddMessage(LogHeader header) {
         const std::string_view whole = header.text;
-        if (NamesPlugin(whole)) {
-            const size_t inner = FindLogHeader(whole, 1);
-            header.text = whole.substr(0, inner);
-            AddWhole(header, inner != whole.npos);
-            if (inner != whole.npos) AddPart(whole.substr(inner));
-            return;
-        }
-        AddWhole(header, false);
+        const size_t inner = NamesPlugin(whole) ? FindLogHeader(whole, 1) : whole.npos;
+        header.text = whole.substr(0, inner);
+        AddWhole(header, inner != whole.npos);
+        if (inner != whole.npos) AddPart(whole.substr(inner));
     }
 
     // `isCut`: another line follows in the middle of this one.
@@ -256,7 +211,7 @@ class LogReader::Work {
         line.line = static_cast<int>(mCapture.lineCount);
         line.pid = header.pid;
         line.tid = header.tid;
-        line.priority = PriorityNumber(header.priority);
+        line.priority = header.priority;
         line.text = Printable(header.text);
         if (isCut) line.match = MessageMatch{Message::kUnknown, true, false, {}, {}};
         line.at = printed;
@@ -289,7 +244,7 @@ class LogReader::Work {
         const size_t key = KeyOf(line);
         const auto [seen, isNew] = mSeen.try_emplace(key, mSegment);
         if (isNew) Remember(key);
-        const bool isUnique = IsNeverRepeated(line.match.message);
+        const bool isUnique = std::ranges::count(kNeverRepeated, line.match.message) > 0;
         const bool isTwice = !isNew && key == mLastKey && isUnique;
         const bool isOld = !isNew && seen->second < mSegment && (line.at < mLatest || mRepeats);
         mLastKey = key;
@@ -417,7 +372,7 @@ class LogReader::Work {
     const std::function<void(const CapturedLine&)> mSink;
     LogCalendar mCalendar;
     LogClock mClock;
-    std::optional<LongHead> mLong;
+    std::string mLong;  // the head of a message in long format, whose text is on the lines below
     bool mIsRaw = false;
     bool mIsInLog = false;     // of a bug report
     bool mHasLeapDay = false;  // a line is of 29 February
