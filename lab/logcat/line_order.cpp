@@ -16,28 +16,22 @@ const Messages kLockBefore = {Message::kTagRelease, Message::kTagNotHeld, Messag
 const Messages kLockAfter = {Message::kTagLock, Message::kNoTagLock};
 
 // Directly above a line of the first kind stands one of the others.
-const std::map<Message, Messages>& Above() {
-    static const std::map<Message, Messages> above = {
-        {Message::kTagLock, kLockBefore},
-        {Message::kNoTagLock, kLockBefore},
-        {Message::kClientTag, {Message::kClientOthers}},
-        {Message::kEventCached, {Message::kEventFresh, Message::kEventHeld}},
-    };
-    return above;
-}
+const std::map<Message, Messages> kAbove = {
+    {Message::kTagLock, kLockBefore},
+    {Message::kNoTagLock, kLockBefore},
+    {Message::kClientTag, {Message::kClientOthers}},
+    {Message::kEventCached, {Message::kEventFresh, Message::kEventHeld}},
+};
 
 // Directly below it stands one of the others.
-const std::map<Message, Messages>& Below() {
-    static const std::map<Message, Messages> below = {
-        {Message::kClientOthers, {Message::kClientTag}},
-        {Message::kEventFresh, {Message::kEventCached}},
-        {Message::kEventHeld, {Message::kEventCached}},
-        {Message::kEventCached, {Message::kLockTaken, Message::kLockRefused}},
-        {Message::kGroupRelease, kLockBefore},
-        {Message::kLockTaken, {Message::kActionDone, Message::kActionDoneBare}},
-    };
-    return below;
-}
+const std::map<Message, Messages> kBelow = {
+    {Message::kClientOthers, {Message::kClientTag}},
+    {Message::kEventFresh, {Message::kEventCached}},
+    {Message::kEventHeld, {Message::kEventCached}},
+    {Message::kEventCached, {Message::kLockTaken, Message::kLockRefused}},
+    {Message::kGroupRelease, kLockBefore},
+    {Message::kLockTaken, {Message::kActionDone, Message::kActionDoneBare}},
+};
 
 // What is set is written or locked: something of it stands below.
 const Messages kNeverBelowSet = {
@@ -51,10 +45,10 @@ bool Has(const Messages& messages, Message message) {
 }
 
 bool MayFollow(Message last, bool isSet, Message message) {
-    const auto above = Above().find(message);
-    if (above != Above().end() && !Has(above->second, last)) return false;
-    const auto below = Below().find(last);
-    if (below != Below().end() && !Has(below->second, message)) return false;
+    const auto above = kAbove.find(message);
+    if (above != kAbove.end() && !Has(above->second, last)) return false;
+    const auto below = kBelow.find(last);
+    if (below != kBelow.end() && !Has(below->second, message)) return false;
     if (last == Message::kSetConfig && Has(kNeverBelowSet, message)) return false;
     return !isSet || Has(kLockAfter, message);
 }

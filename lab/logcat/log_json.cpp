@@ -9,22 +9,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* TimerText(TimerEvent::Kind kind) {
-    switch (kind) {
-        case TimerEvent::Kind::kCreate:
-            return "created";
-        case TimerEvent::Kind::kArm:
-            return "armed";
-        case TimerEvent::Kind::kDisarm:
-            return "disarmed";
-        case TimerEvent::Kind::kFire:
-            return "over";
-        case TimerEvent::Kind::kDelete:
-            return "deleted";
-    }
-    return "";
-}
-
 // Fills in what one kind of event has to say.
 class Filler {
   public:
@@ -85,7 +69,8 @@ class Filler {
     }
     void operator()(const TimerEvent& timer) {
         mJson["event"] = "timer";
-        mJson["what"] = TimerText(timer.kind);
+        constexpr const char* kWords[] = {"created", "armed", "disarmed", "over", "deleted"};
+        mJson["what"] = kWords[static_cast<size_t>(timer.kind)];
         if (timer.kind == TimerEvent::Kind::kArm) mJson["duration_ms"] = timer.ms;
     }
     void operator()(const JankRecord& record) {

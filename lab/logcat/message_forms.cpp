@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <optional>
 #include <set>
 #include <string>
@@ -122,8 +123,10 @@ const std::vector<MessageForm> kForms = {
 };
 // clang-format on
 
-constexpr std::string_view kPrefixes[] = {"tarquel: ", "tarQuel: "};
-constexpr size_t kPrefixLength = 9;
+constexpr size_t kPrefixLength = std::string_view("tarquel: ").size();
+
+// More than an int has.
+constexpr size_t kMostDigits = 11;
 
 // A conversion of a form: where it begins and ends, and what it reads.
 struct Conversion {
@@ -194,27 +197,17 @@ class FormReader {
         const bool isHex = kind != 'd';
         const bool isNegative = !isHex && !mText.empty() && mText.front() == '-';
         if (isNegative) mText.remove_prefix(1);
-        int64_t value = 0;
-        size_t count = 0;
-        while (count < mText.size() && count < 11) {
-            const int digit = DigitOf(mText[count], isHex);
-            if (digit < 0) break;
-            value = value * (isHex ? 16 : 10) + digit;
-            ++count;
-        }
-        if (count == 0) return false;
-        mText.remove_prefix(count);
+        uint64_t number = 0;
+        const std::string_view digits = mText.substr(0, kMostDigits);
+        const auto [end, error] =
+            std::from_chars(digits.data(), digits.data() + digits.size(), number, isHex ? 16 : 10);
+        if (error != std::errc()) return false;
+        mText.remove_prefix(static_cast<size_t>(end - digits.data()));
+        const auto value = static_cast<int64_t>(number);
         // No int prints like this: it is not the plug-in's.
         if (value > (isHex ? INT64_C(0xFFFFFFFF) : INT64_C(0x7FFFFFFF) + isNegative)) return false;
         match.numbers.push_back(isNegative ? -value : value);
         return true;
-    }
-
-    static int DigitOf(char letter, bool isHex) {
-        if (letter >= '0' && letter <= '9') return letter - '0';
-        if (isHex && letter >= 'a' && letter <= 'f') return letter - 'a' + 10;
-        if (isHex && letter >= 'A' && letter <= 'F') return letter - 'A' + 10;
-        return -1;
     }
 
     // Up to the literal that follows in the form, or to the end.
@@ -237,38 +230,31 @@ class FormReader {
     int mValues = 0;
 };
 
-// The forms that a text may be of: most differ in their first letter behind the prefix.
-class FormFinder {
-  public:
-    struct Candidate {
-        const MessageForm* form = nullptr;
-        std::string_view literal;  // up to its first conversion
-    };
-    using Candidates = std::vector<Candidate>;
+struct Candidate {
+    const MessageForm* form = nullptr;
+    std::string_view literal;  // up to its first conversion
+};
 
-    FormFinder() {
+// The forms that a text may be of, in the order of the table: most differ in their first letter
+// behind the prefix. A text that ends before it may be of any.
+const std::vector<Candidate>& CandidatesFor(std::string_view text) {
+    constexpr size_t kNoLetter = 256;
+    static const auto byLetter = [] {
+        std::array<std::vector<Candidate>, kNoLetter + 1> all;
         for (const MessageForm& form : kForms) {
-            const Candidate candidate{&form, form.text.substr(0, form.text.find('%'))};
-            mAll.push_back(candidate);
-            for (size_t letter = 0; letter < mByLetter.size(); ++letter) {
-                const bool mayFit =
-                    candidate.literal.size() <= kPrefixLength ||
-                    static_cast<unsigned char>(candidate.literal[kPrefixLength]) == letter;
-                if (mayFit) mByLetter[letter].push_back(candidate);
+            const std::string_view literal = form.text.substr(0, form.text.find('%'));
+            const bool isShort = literal.size() <= kPrefixLength;
+            for (size_t letter = 0; letter < all.size(); ++letter) {
+                const bool mayFit = isShort || letter == kNoLetter ||
+                                    static_cast<unsigned char>(literal[kPrefixLength]) == letter;
+                if (mayFit) all[letter].push_back({&form, literal});
             }
         }
-    }
-
-    // In the order of the table.
-    const Candidates& CandidatesFor(std::string_view text) const {
-        if (text.size() <= kPrefixLength) return mAll;
-        return mByLetter[static_cast<unsigned char>(text[kPrefixLength])];
-    }
-
-  private:
-    Candidates mAll;
-    std::array<Candidates, 256> mByLetter;
-};
+        return all;
+    }();
+    const bool hasLetter = text.size() > kPrefixLength;
+    return byLetter[hasLetter ? static_cast<unsigned char>(text[kPrefixLength]) : kNoLetter];
+}
 
 }  // namespace
 
@@ -278,34 +264,28 @@ const std::vector<MessageForm>& MessageForms() {
 
 bool MayBeMessage(std::string_view text) {
     // The table's own, as far as a text may be cut.
-    static const std::set<std::string> beginnings = [] {
-        std::set<std::string> all;
-        for (const MessageForm& form : kForms) all.emplace(form.text.substr(0, 4));
+    static const std::set<std::string_view> beginnings = [] {
+        std::set<std::string_view> all;
+        for (const MessageForm& form : kForms) all.insert(form.text.substr(0, 4));
         return all;
     }();
-    const std::string_view head = text.substr(0, 4);
-    return std::any_of(beginnings.begin(), beginnings.end(),
-                       [head](const std::string& beginning) { return head == beginning; });
+    return beginnings.contains(text.substr(0, 4));
 }
 
 bool BeginsAsPlugin(std::string_view text) {
-    for (std::string_view prefix : kPrefixes) {
-        if (text.starts_with(prefix)) return true;
-    }
+    if (text.starts_with("tarquel: ") || text.starts_with("tarQuel: ")) return true;
     return text.starts_with("tarquel ") && MatchMessage(text).message != Message::kUnknown;
 }
 
 MessageMatch MatchMessage(std::string_view text) {
-    static const FormFinder finder;
     MessageMatch match;
     bool isTorn = false;
-    for (const FormFinder::Candidate& candidate : finder.CandidatesFor(text)) {
-        const MessageForm& form = *candidate.form;
-        if (!candidate.literal.starts_with(text.substr(0, candidate.literal.size()))) continue;
-        const Reading reading = FormReader(form.text, text).Read(match);
+    for (const auto& [form, literal] : CandidatesFor(text)) {
+        if (!literal.starts_with(text.substr(0, literal.size()))) continue;
+        const Reading reading = FormReader(form->text, text).Read(match);
         if (reading == Reading::kFits) {
-            match.message = form.message;
-            match.onlyDebug = form.onlyDebug;
+            match.message = form->message;
+            match.onlyDebug = form->onlyDebug;
             return match;
         }
         isTorn = isTorn || reading == Reading::kDamaged ||
