@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         teller.Add(line);
     }
     teller.Flush();
-    evidence.Device();
+    evidence.NearestDevice();
     evidence.Contradictions(world->phone.GetKernel().Profile());
     world->phone.Events().Clear();
     return 0;

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <climits>
 #include <string_view>
 
 #include "lab/names/node_names.h"
@@ -21,17 +20,12 @@ constexpr std::string_view kGpuFolder = "/sys/class/kgsl/kgsl-3d0/devfreq/";
 constexpr size_t kMostPaths = 64;
 constexpr size_t kMostValues = 256;
 
-struct ShippedDevice {
-    std::string name;
-    DeviceProfile profile;
-};
-
 // Read once for a program that asks of many captures.
-const std::vector<ShippedDevice>& ShippedDevices() {
-    static const std::vector<ShippedDevice> shipped = [] {
-        std::vector<ShippedDevice> devices;
+const std::map<std::string, DeviceProfile>& ShippedDevices() {
+    static const std::map<std::string, DeviceProfile> shipped = [] {
+        std::map<std::string, DeviceProfile> devices;
         for (const std::string& name : DeviceProfileNames()) {
-            devices.push_back({name, LoadDeviceProfile(name)});
+            devices.emplace(name, LoadDeviceProfile(name));
         }
         return devices;
     }();
@@ -103,16 +97,11 @@ void LogEvidence::AddNode(const CapturedLine& line) {
     const bool isLimit = cpu || path.starts_with(kGpuFolder);
     // "No limit" is no step either.
     if (!isLimit || line.match.numbers[0] <= 0 || value <= 0 || value >= INT_MAX) return;
-    const auto values = mValues.find(path);
-    if (values == mValues.end() && mValues.size() >= kMostPaths) return;
-    std::map<int64_t, Seen>& seen = values == mValues.end() ? mValues[path] : values->second;
-    const bool isRead = line.match.message == Message::kReadNode;
-    const auto known = seen.find(value);
-    if (known != seen.end()) {
-        known->second.isRead = known->second.isRead || isRead;
-    } else if (seen.size() < kMostValues) {
-        seen.emplace(value, Seen{line.line, isRead});
-    }
+    if (mValues.size() >= kMostPaths && !mValues.contains(path)) return;
+    std::map<int64_t, Seen>& values = mValues[path];
+    if (values.size() >= kMostValues && !values.contains(value)) return;
+    Seen& seen = values.try_emplace(value, Seen{line.line}).first->second;
+    seen.isRead = seen.isRead || line.match.message == Message::kReadNode;
 }
 
 std::vector<LogProblem> LogEvidence::Contradictions(const DeviceProfile& device) const {
@@ -163,35 +152,20 @@ int LogEvidence::Mismatches(const DeviceProfile& device) const {
     int count = static_cast<int>(Contradictions(device).size());
     if (mLayout && *mLayout != LayoutOf(device)) ++count;
     for (const auto& [cpu, line] : mCpus) {
-        const bool isFirst = std::any_of(
-            device.clusters.begin(), device.clusters.end(),
-            [first = cpu](const CpuCluster& cluster) { return cluster.firstCpu == first; });
-        if (!isFirst) ++count;
+        const CpuCluster* cluster = ClusterOf(device, cpu);
+        if (!cluster || cluster->firstCpu != cpu) ++count;
     }
     return count;
 }
 
-std::string LogEvidence::Device() const {
-    std::string found;
-    for (const auto& [name, device] : ShippedDevices()) {
-        if (Mismatches(device) > 0) continue;
-        if (!found.empty()) return "";
-        found = name;
-    }
-    return found;
-}
-
-std::string LogEvidence::NearestDevice() const {
-    std::string found;
-    int fewest = INT_MAX;
+LogEvidence::Nearest LogEvidence::NearestDevice() const {
+    Nearest nearest;
     for (const auto& [name, device] : ShippedDevices()) {
         const int count = Mismatches(device);
-        if (count == fewest) found.clear();
-        if (count >= fewest) continue;
-        fewest = count;
-        found = name;
+        if (count == nearest.mismatches) nearest.device.clear();
+        if (count < nearest.mismatches) nearest = {name, count};
     }
-    return found;
+    return nearest;
 }
 
 }  // namespace lab

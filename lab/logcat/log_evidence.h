@@ -1,9 +1,9 @@
 // What a capture's lines show of the phone that it is of.
 #pragma once
 
+#include <climits>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -33,11 +33,13 @@ class LogEvidence {
     // The layout that the lines show; nothing when they fit both.
     std::optional<Layout> ClusterLayout() const { return mLayout; }
 
-    // The shipped device that the lines fit; empty when they fit several or none.
-    std::string Device() const;
-
-    // The shipped device that they contradict least; empty when that is nobody alone.
-    std::string NearestDevice() const;
+    // The shipped device that the lines contradict least, 0: it fits them. Empty when that is none
+    // alone.
+    struct Nearest {
+        std::string device;
+        int mismatches = INT_MAX;
+    };
+    Nearest NearestDevice() const;
 
     // Which lines contradict `device`, one for each of its clusters and nodes: CPUs that it groups
     // otherwise, frequencies that are no step of its tables.

@@ -178,18 +178,16 @@ void LogSession::Tell(const Listener& listener) {
 std::string LogSession::ChooseDevice(const Options& options) {
     Open(options);
     if (!options.device.empty()) return options.device;
-    std::string shown = mEvidence.Device();
-    mIsDeviceGuessed = shown.empty();
-    if (!shown.empty()) return shown;
-    const std::string nearest = mEvidence.NearestDevice();
+    const auto [nearest, mismatches] = mEvidence.NearestDevice();
+    mIsDeviceGuessed = nearest.empty() || mismatches > 0;
     return nearest.empty() ? kUsualDevice : nearest;
 }
 
 std::vector<LogProblem> LogSession::Problems() const {
     std::vector<LogProblem> problems = mOwnProblems;
-    problems.insert(problems.end(), mDamage.begin(), mDamage.end());
-    problems.insert(problems.end(), mCapture.problems.begin(), mCapture.problems.end());
-    problems.insert(problems.end(), mStory.problems.begin(), mStory.problems.end());
+    for (const auto* more : {&mDamage, &mCapture.problems, &mStory.problems}) {
+        problems.insert(problems.end(), more->begin(), more->end());
+    }
     std::stable_sort(problems.begin(), problems.end(),
                      [](const LogProblem& a, const LogProblem& b) { return a.line < b.line; });
     return problems;
