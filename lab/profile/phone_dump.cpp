@@ -105,10 +105,14 @@ class DumpReader {
 
 }  // namespace
 
-std::optional<std::string> PhoneDump::Value(const std::string& path) const {
+PhoneDump::State PhoneDump::StateOf(const std::string& path) const {
     const auto node = nodes.find(path);
-    if (node == nodes.end() || node->second.state != State::kRead) return std::nullopt;
-    return node->second.value;
+    return node == nodes.end() ? State::kUntold : node->second.state;
+}
+
+std::optional<std::string> PhoneDump::Value(const std::string& path) const {
+    if (StateOf(path) != State::kRead) return std::nullopt;
+    return nodes.at(path).value;
 }
 
 std::optional<std::vector<int64_t>> PhoneDump::Numbers(const std::string& path) const {

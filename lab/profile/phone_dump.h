@@ -10,7 +10,8 @@
 namespace lab {
 
 struct PhoneDump {
-    enum class State { kRead, kMissing, kUnreadable };
+    // kUnreadable: there, but not for who made the dump. kUntold: not in the dump.
+    enum class State { kRead, kMissing, kUnreadable, kUntold };
     struct Node {
         State state = State::kMissing;
         std::string value;
@@ -22,6 +23,8 @@ struct PhoneDump {
     std::map<std::string, std::string> properties;
     std::map<std::string, Node> nodes;  // by path
     std::vector<std::string> problems;  // "FILE:LINE: ...": lines that are damaged, or lost
+
+    State StateOf(const std::string& path) const;
 
     // What the node read; nothing when it was not read.
     std::optional<std::string> Value(const std::string& path) const;

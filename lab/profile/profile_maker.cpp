@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
@@ -30,25 +31,17 @@ std::vector<int64_t> TableOf(std::vector<int64_t> steps, int64_t highest) {
 }
 
 // "0 1 2 3" or "0-3".
-std::vector<int> CpusOf(const std::string& text) {
+std::vector<int> CpusOf(std::string text) {
+    std::replace(text.begin(), text.end(), ',', ' ');
+    std::istringstream words(text);
     std::vector<int> cpus;
-    std::string word;
-    const auto take = [&] {
+    for (std::string word; std::getline(words, word, ' ');) {
         const size_t dash = word.find('-');
         const auto first = ParseNumber(word.substr(0, dash));
         const auto last = dash == word.npos ? first : ParseNumber(word.substr(dash + 1));
-        word.clear();
-        if (!first || !last || *first < 0 || *last > 1023) return;
+        if (!first || !last || *first < 0 || *last > 1023) continue;
         for (int64_t cpu = *first; cpu <= *last; ++cpu) cpus.push_back(static_cast<int>(cpu));
-    };
-    for (const char letter : text) {
-        if (letter != ' ' && letter != ',') {
-            word += letter;
-        } else {
-            take();
-        }
     }
-    take();
     std::sort(cpus.begin(), cpus.end());
     return cpus;
 }
@@ -293,9 +286,9 @@ class Maker {
         BusMonitor& made = mMade.profile.buses.emplace_back();
         made.folder = folder;
         made.khz = steps;
+        const PhoneDump::State window = mDump.StateOf(monitor + "sample_ms");
         made.isBandwidthMonitor =
-            mDump.nodes.count(monitor + "sample_ms") > 0 &&
-            mDump.nodes.at(monitor + "sample_ms").state != PhoneDump::State::kMissing;
+            window == PhoneDump::State::kRead || window == PhoneDump::State::kUnreadable;
     }
 
     const PhoneDump& mDump;
@@ -304,20 +297,19 @@ class Maker {
     std::map<size_t, std::string> mCpuGuesses;
 };
 
-void Sort(const PhoneDump& dump, const std::string& path, LackingNodes& lacking) {
-    ++lacking.all;
-    const auto node = dump.nodes.find(path);
-    if (node == dump.nodes.end()) {
-        lacking.untold.push_back(path);
-    } else if (node->second.state == PhoneDump::State::kMissing) {
-        lacking.missing.push_back(path);
-    } else if (node->second.state == PhoneDump::State::kUnreadable) {
-        lacking.unreadable.push_back(path);
+// Adds what of `paths` the phone lacks, unless it lacks nothing.
+void AddLacking(const PhoneDump& dump, LackingNodes lacking, const std::vector<std::string>& paths,
+                std::vector<LackingNodes>& all) {
+    lacking.all = paths.size();
+    for (const std::string& path : paths) {
+        const PhoneDump::State state = dump.StateOf(path);
+        if (state != PhoneDump::State::kRead) lacking.paths[state].push_back(path);
     }
-}
-
-bool LacksSome(const LackingNodes& lacking) {
-    return !lacking.missing.empty() || !lacking.unreadable.empty() || !lacking.untold.empty();
+    const auto missing = lacking.paths.find(PhoneDump::State::kMissing);
+    const bool isOfFirstCpu = missing != lacking.paths.end() &&
+                              missing->second.front().find("/core_ctl/") != std::string::npos &&
+                              missing->second.size() + 1 == lacking.all;
+    if (!lacking.paths.empty() && !isOfFirstCpu) all.push_back(std::move(lacking));
 }
 
 }  // namespace
@@ -330,20 +322,10 @@ std::vector<LackingNodes> FindLackingNodes(const PhoneDump& dump, const DevicePr
     const Layout layout = LayoutOf(profile);
     std::vector<LackingNodes> all;
     for (int tag = 0; tag <= kHighestTag; ++tag) {
-        LackingNodes lacking;
-        lacking.name = TagLabel(tag, layout);
-        lacking.tag = tag;
-        for (const std::string& path : TagNodes(tag, profile)) Sort(dump, path, lacking);
-        const bool isOfFirstCpu = !lacking.missing.empty() &&
-                                  lacking.missing.front().find("/core_ctl/") != std::string::npos;
-        if (isOfFirstCpu && lacking.missing.size() + 1 == lacking.all) continue;
-        if (LacksSome(lacking)) all.push_back(std::move(lacking));
+        AddLacking(dump, {TagLabel(tag, layout), tag}, TagNodes(tag, profile), all);
     }
     for (const tarquel::InterPath& row : tarquel::kInterPaths) {
-        LackingNodes lacking;
-        lacking.name = row.key;
-        Sort(dump, row.path, lacking);
-        if (LacksSome(lacking)) all.push_back(std::move(lacking));
+        AddLacking(dump, {std::string(row.key)}, {row.path}, all);
     }
     return all;
 }

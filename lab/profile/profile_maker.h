@@ -23,12 +23,10 @@ MadeProfile MakeProfile(const PhoneDump& dump, const std::string& name);
 
 // A tag, or a key of the interactive governor, of whose nodes the phone lacks some.
 struct LackingNodes {
-    std::string name;                     // "ddr_bw_min", "go_hispeed_load_l"
-    int tag = -1;                         // -1: a key
-    size_t all = 0;                       // how many nodes it has
-    std::vector<std::string> missing;     // paths
-    std::vector<std::string> unreadable;  // there, but not for who made the dump
-    std::vector<std::string> untold;      // not in the dump
+    std::string name;  // "ddr_bw_min", "go_hispeed_load_l"
+    int tag = -1;      // -1: a key
+    size_t all = 0;    // how many nodes it has
+    std::map<PhoneDump::State, std::vector<std::string>> paths = {};  // of those it lacks
 };
 
 // The nodes of the plug-in's tables that the phone has not, or that cannot be known of, in the

@@ -52,16 +52,6 @@ PhoneDump LoadDump(const std::string& file) {
     return ReadDump(input, file);
 }
 
-void PrintPaths(const char* what, const LackingNodes& lacking,
-                const std::vector<std::string>& paths, std::ostream& out) {
-    if (paths.empty()) return;
-    const std::string name =
-        lacking.tag < 0 ? lacking.name : fmt::format("{} ({})", lacking.name, lacking.tag);
-    out << fmt::format(
-        "  {:<11} {:<30} {}{}\n", what, name, paths.front(),
-        paths.size() == 1 ? "" : fmt::format(" and {} more of {}", paths.size() - 1, lacking.all));
-}
-
 void PrintLacking(const std::vector<LackingNodes>& all, std::ostream& out, const Paint& paint) {
     if (all.empty()) {
         out << "The phone has every node of the plug-in's tables.\n";
@@ -70,10 +60,18 @@ void PrintLacking(const std::vector<LackingNodes>& all, std::ostream& out, const
     out << paint(Colour::kBold,
                  "Nodes of the plug-in's tables that this phone lacks, by tag or key:")
         << "\n";
+    // By state.
+    constexpr const char* kWords[] = {"read", "missing", "unreadable", "not told"};
     for (const LackingNodes& lacking : all) {
-        PrintPaths("missing", lacking, lacking.missing, out);
-        PrintPaths("unreadable", lacking, lacking.unreadable, out);
-        PrintPaths("not told", lacking, lacking.untold, out);
+        const std::string name =
+            lacking.tag < 0 ? lacking.name : fmt::format("{} ({})", lacking.name, lacking.tag);
+        for (const auto& [state, paths] : lacking.paths) {
+            out << fmt::format(
+                "  {:<11} {:<30} {}{}\n", kWords[static_cast<size_t>(state)], name, paths.front(),
+                paths.size() == 1
+                    ? ""
+                    : fmt::format(" and {} more of {}", paths.size() - 1, lacking.all));
+        }
     }
 }
 
