@@ -11,6 +11,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/phone/node_rules.h"
+#include "lab/server/request_facts.h"
 #include "lab/server/scenario_writer.h"
 
 namespace lab {
@@ -18,6 +19,11 @@ namespace {
 
 // Lines of one request follow each other closely, even on a busy phone.
 constexpr Time kLongestPause = std::chrono::milliseconds(100);
+
+// Where the log does not tell the client, the plug-in treats all alike: any stands for it.
+int AnyOf(int client) {
+    return std::max(client, 1);
+}
 
 // The fault of a node under which reading and writing it end as they did.
 std::string FaultWord(int readError, int writeError) {
@@ -33,6 +39,14 @@ bool LogDraft::IsOver(Time now) const {
     return kind != Kind::kNone && (now < last || now - last > kLongestPause);
 }
 
+bool LogDraft::IsBeginning() const {
+    return payloadCount == 1 && payload == tarquel::kEventOn;
+}
+
+bool LogDraft::IsEnd() const {
+    return (payloadCount == 1 && payload == tarquel::kEventOff) || (isReleased && acquires == 0);
+}
+
 KnownNodes::KnownNodes(const DeviceProfile& device) {
     for (int tag = 0; tag <= kHighestTag; ++tag) {
         for (const std::string& path : TagNodes(tag, device)) tagOf.emplace(path, tag);
@@ -42,32 +56,19 @@ KnownNodes::KnownNodes(const DeviceProfile& device) {
     }
 }
 
-DraftWriter::DraftWriter(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
-                         LogStory& story)
-    : mNodes(nodes),
-      mScenes(scenes),
-      mLayout(scenes.ClusterLayout()),
-      mLists(lists),
-      mStory(story) {}
-
 void DraftWriter::Tell(const LogDraft& draft, const std::string& message) {
     mStory.problems.push_back({draft.line, draft.line, message});
 }
 
 // The long scene that asks for just these tags and values; -1 when none or several do.
 int DraftWriter::FindScene(const std::vector<TagValue>& asked) const {
+    std::vector<int> list;
+    for (const TagValue& pair : asked) list.insert(list.end(), {pair.tag, pair.value});
     int found = -1;
     for (const SceneCommand& command : mScenes.Commands()) {
         if (!tarquel::IsLongTermScene(command.id)) continue;
         const auto& elements = mLists.Elements(command.id, 0, std::nullopt);
-        const bool isSame = !elements.empty() && elements[0].durationMs == 0 &&
-                            elements[0].list.size() == 2 * asked.size();
-        size_t same = 0;
-        while (isSame && same < asked.size() && elements[0].list[2 * same] == asked[same].tag &&
-               elements[0].list[2 * same + 1] == asked[same].value) {
-            ++same;
-        }
-        if (!isSame || same < asked.size()) continue;
+        if (elements.empty() || elements[0].durationMs != 0 || elements[0].list != list) continue;
         if (found != -1) return -1;
         found = command.id;
     }
@@ -126,42 +127,36 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
     request.at = draft.at;
     request.line = draft.line;
     request.result = draft.remark;
+    const int client = draft.kind == LogDraft::Kind::kLimit ? ClientOf(draft) : 0;
+    if (client != 0) request.client = ClientLabel(client);
+    if (draft.cmdId >= 0) request.command = NamesOf(draft.cmdId).first;
     YamlNode step;
-    std::string fallback;
     switch (draft.kind) {
         case LogDraft::Kind::kNone:
             request.isRequest = false;
             break;
         case LogDraft::Kind::kCommand:
         case LogDraft::Kind::kScene:
-            fallback = draft.cmdId < 0 ? "a command that the log does not name"
-                                       : fmt::format("command {}", draft.cmdId);
+            request.text = draft.cmdId < 0 ? "a command that the log does not name"
+                                           : fmt::format("command {}", draft.cmdId);
             if (draft.cmdId < 0) break;
             if (!mScenes.Find(draft.cmdId)) mStory.unknownCommands.insert(draft.cmdId);
             step = CommandStep(draft);
             break;
         case LogDraft::Kind::kLimit:
             request.isRequest = !draft.asked.empty() || !draft.set.empty() || draft.hasEffects;
-            fallback = "limits that the log does not name";
-            if (!draft.asked.empty() || !draft.set.empty()) step = LimitStep(draft);
+            request.text = "limits that the log does not name";
+            if (!draft.asked.empty() || !draft.set.empty()) step = LimitStep(draft, client);
             break;
         case LogDraft::Kind::kRead:
-            fallback = "get values of nodes";
+            request.text = "get values of nodes";
             step = ReadStep(draft, request.result);
             break;
         case LogDraft::Kind::kCeilings:
-            fallback = fmt::format("ceilings of command {}", draft.cmdId);
+            request.text = fmt::format("ceilings of command {}", draft.cmdId);
             step = CeilingsStep(draft, request.result);
             break;
     }
-    const int client = draft.kind == LogDraft::Kind::kLimit ? ClientOf(draft) : 0;
-    if (client != 0) request.client = ClientLabel(client);
-    if (draft.cmdId >= 0) {
-        const SceneCommand* command = mScenes.Find(draft.cmdId);
-        request.command =
-            command && !command->name.empty() ? command->name : std::to_string(draft.cmdId);
-    }
-    request.text = fallback;
     if (const std::optional<std::string> text = TextOf(step)) {
         request.text = *text;
         AddArrangements(draft, request);
@@ -169,7 +164,7 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
         if (draft.isSideUnknown && draft.cmdId >= 0) {
             request.text = "on or off " + NamesOf(draft.cmdId).second;
         }
-        const bool isNameless = draft.kind == LogDraft::Kind::kLimit && ClientOf(draft) == 0;
+        const bool isNameless = draft.kind == LogDraft::Kind::kLimit && client == 0;
         const size_t by = isNameless ? request.text.find(" by ") : std::string::npos;
         if (by != std::string::npos) {
             const size_t end = request.text.find_first_of(": (", by + 4);
@@ -178,14 +173,43 @@ LogRequest DraftWriter::Finish(LogDraft&& draft) {
                 draft.isCut ? " that may begin before the capture" : " by some client");
         }
     }
-    const std::string label = draft.cmdId >= 0 ? NamesOf(draft.cmdId).second : "";
     if (request.isRequest) {
-        RequestFacts facts = FactsOf(draft, client, label, mLayout);
+        RequestFacts facts = draft.kind == LogDraft::Kind::kLimit ? FactsOfLimit(draft, client)
+                                                                  : FactsOfCommand(draft);
         if (!draft.controlTypes.empty()) facts.controlTypes = std::move(draft.controlTypes);
         request.facts = std::make_shared<const RequestFacts>(std::move(facts));
     }
     request.effects = std::move(draft.effects);
     return request;
+}
+
+RequestFacts DraftWriter::FactsOfLimit(const LogDraft& draft, int client) const {
+    // Without SetDebug the log has what was put in force, whoever asked for that.
+    const bool isOutcome = draft.asked.empty();
+    const std::vector<TagValue>& tags = isOutcome ? draft.set : draft.asked;
+    RequestFacts facts = FactsOf(SetLimits{AnyOf(client), tags},
+                                 draft.isRefused && draft.set.empty() ? -1 : 0, mLayout);
+    facts.isOutcome = isOutcome;
+    if (client == 0 || isOutcome) facts.who = kUnnamed;
+    return facts;
+}
+
+RequestFacts DraftWriter::FactsOfCommand(const LogDraft& draft) const {
+    RequestFacts facts;
+    const bool isScene = draft.kind == LogDraft::Kind::kScene;
+    if (!isScene && draft.kind != LogDraft::Kind::kCommand) return facts;
+    facts.who = draft.cmdId >= 0 ? NamesOf(draft.cmdId).second : kUnnamed;
+    facts.cmdId = draft.cmdId;
+    facts.mayLock = true;
+    if (draft.IsBeginning()) facts.event = RequestFacts::Event::kBegins;
+    if (draft.IsEnd()) facts.event = RequestFacts::Event::kEnds;
+    if (!isScene) return facts;
+    for (const TagValue& asked : draft.asked) {
+        facts.claims.push_back({asked.tag, draft.IsEnd() ? 0 : asked.value});
+    }
+    // What it begins or ends nobody can tell: its tags carry what the locks show.
+    facts.isOutcome = draft.isSideUnknown;
+    return facts;
 }
 
 std::optional<std::string> DraftWriter::TextOf(const YamlNode& step) const {
@@ -209,23 +233,13 @@ std::string DraftWriter::SceneFileName() const {
     return std::filesystem::path(mScenes.File()).filename().string();
 }
 
-YamlNode DraftWriter::CommandName(int cmdId) const {
-    const SceneCommand* command = mScenes.Find(cmdId);
-    return command && !command->name.empty() ? MakeScalar(command->name) : MakeScalar(cmdId);
-}
-
-YamlNode DraftWriter::CommandStep(const LogDraft& draft) {
-    const YamlNode name = CommandName(draft.cmdId);
+YamlNode DraftWriter::CommandStep(const LogDraft& draft) const {
+    const YamlNode name = MakeScalar(NamesOf(draft.cmdId).first);
+    if (draft.IsEnd()) return MakeMap({{"off", name}});
     std::vector<std::pair<std::string, YamlNode>> fields;
-    const bool isSingle = draft.payloadCount == 1 && draft.payload.has_value();
-    const bool isToldOn = isSingle && *draft.payload == tarquel::kEventOn;
     const bool isMeantOn =
         !draft.payloadCount && draft.isEvent && draft.cmdId != tarquel::kCmdRegularEvent;
-    if (draft.isReleased && draft.acquires == 0) {
-        return MakeMap({{"off", name}});
-    }
-    if (isSingle && *draft.payload == tarquel::kEventOff) return MakeMap({{"off", name}});
-    if (isToldOn || isMeantOn) {
+    if (draft.IsBeginning() || isMeantOn) {
         fields.emplace_back("on", name);
     } else {
         fields.emplace_back("do", name);
@@ -272,11 +286,9 @@ int DraftWriter::ClientOf(const LogDraft& draft) const {
     return hasMerged ? tarquel::kClientCamera : 0;
 }
 
-YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
+YamlNode DraftWriter::LimitStep(const LogDraft& draft, int client) const {
     const std::vector<TagValue>& tags = draft.asked.empty() ? draft.set : draft.asked;
-    // Where the log does not tell the client, the plug-in treats all alike: any stands for it.
-    const int client = std::max(ClientOf(draft), 1);
-    const YamlNode name = MakeScalar(ClientLabel(client));
+    const YamlNode name = MakeScalar(ClientLabel(AnyOf(client)));
     if (tags.front().tag == kGroupTag) {
         std::vector<std::pair<std::string, YamlNode>> fields = {
             {"client", name}, {"duration_ms", MakeScalar(std::max(tags.front().value, -1))}};
@@ -288,15 +300,10 @@ YamlNode DraftWriter::LimitStep(const LogDraft& draft) const {
     if (tags.size() == 1 && tags.front().tag == kControlTypeTag && tags.front().value <= 10) {
         std::vector<std::pair<std::string, YamlNode>> fields = {
             {"control", MakeScalar(tags.front().value)}};
-        if (client != tarquel::kClientTemp) fields.emplace_back("client", name);
+        if (AnyOf(client) != tarquel::kClientTemp) fields.emplace_back("client", name);
         return MakeMap(std::move(fields));
     }
     return MakeMap({{"limit", MakeMap({{"client", name}, {"tags", TagMap(tags)}})}});
-}
-
-std::optional<int> DraftWriter::TagOf(const std::string& path) const {
-    const auto found = mNodes.tagOf.find(path);
-    return found == mNodes.tagOf.end() ? std::nullopt : std::optional(found->second);
 }
 
 YamlNode DraftWriter::ReadStep(const LogDraft& draft, std::string& result) const {
@@ -306,7 +313,8 @@ YamlNode DraftWriter::ReadStep(const LogDraft& draft, std::string& result) const
     for (const Event& effect : draft.effects) {
         const auto* access = std::get_if<NodeAccess>(&effect.what);
         if (!access) continue;
-        const std::optional<int> tag = TagOf(access->path);
+        const auto known = mNodes.tagOf.find(access->path);
+        const auto tag = known == mNodes.tagOf.end() ? std::nullopt : std::optional(known->second);
         const bool isTriedAgain = access->error != 0 && tag && tag == unread;
         unread = access->error != 0 ? tag : std::nullopt;
         if (isTriedAgain) continue;
@@ -332,7 +340,8 @@ YamlNode DraftWriter::CeilingsStep(const LogDraft& draft, std::string& result) c
                               facts && value ? WithUnit(value, facts->unit) : "lifted");
         isRelease = isRelease || value == 0;
     }
-    std::vector<std::pair<std::string, YamlNode>> fields = {{"command", CommandName(draft.cmdId)}};
+    std::vector<std::pair<std::string, YamlNode>> fields = {
+        {"command", MakeScalar(NamesOf(draft.cmdId).first)}};
     if (isRelease) fields.emplace_back("release", MakeScalar("true"));
     return MakeMap({{"ceilings", MakeMap(std::move(fields))}});
 }
@@ -352,7 +361,7 @@ void DraftWriter::AddArrangements(const LogDraft& draft, LogRequest& request) {
         // Without the line that tells it, which only a switch turns on, the duration is as it was.
         if (present != draft.onDemandMs && mStory.detail != LogDetail::kErrors) {
             present = draft.onDemandMs;
-            arrange("on_demand", MakeMap({{CommandName(draft.cmdId).scalar, MakeScalar(present)}}));
+            arrange("on_demand", MakeMap({{NamesOf(draft.cmdId).first, MakeScalar(present)}}));
         }
     }
     if (draft.refusals > 0) {

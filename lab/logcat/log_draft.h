@@ -5,14 +5,23 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
-#include "lab/logcat/known_nodes.h"
 #include "lab/logcat/log_story.h"
+#include "lab/phone/device_profile.h"
 #include "lab/server/scenario.h"
 
 namespace lab {
+
+// The nodes of a device, as the reader of a log asks for them.
+struct KnownNodes {
+    explicit KnownNodes(const DeviceProfile& device);
+
+    std::map<std::string, int> tagOf;       // node -> the first tag that reaches it
+    std::unordered_set<std::string> names;  // of every node that the device has
+};
 
 struct LogDraft {
     enum class Kind : uint8_t {
@@ -71,6 +80,16 @@ struct LogDraft {
     std::vector<TagValue> ceilings;                  // kCeilings: 0 releases one
 
     bool IsOver(Time now) const;
+
+    // An event begins: its payload says so. It ends: that says so, or all that it did was to let a
+    // lock go.
+    bool IsBeginning() const;
+    bool IsEnd() const;
+
+    // The element of the chain with this index may be the one whose lock comes next.
+    bool MayHave(int element) const {
+        return pendingIndex >= 0 ? element == pendingIndex : element > index;
+    }
 };
 
 // Makes the step of a scenario, with text and result, of a finished draft.
@@ -78,7 +97,12 @@ class DraftWriter {
   public:
     // Takes references to all, and tells problems to `story`.
     DraftWriter(const KnownNodes& nodes, const SceneFile& scenes, CommandLists& lists,
-                LogStory& story);
+                LogStory& story)
+        : mNodes(nodes),
+          mScenes(scenes),
+          mLayout(scenes.ClusterLayout()),
+          mLists(lists),
+          mStory(story) {}
 
     // The request that `draft` has become.
     LogRequest Finish(LogDraft&& draft);
@@ -96,17 +120,17 @@ class DraftWriter {
     int FindScene(const std::vector<TagValue>& asked) const;
     void CheckScene(const LogDraft& draft);
     void CompleteScene(LogDraft& draft);
-    YamlNode CommandStep(const LogDraft& draft);
-    YamlNode LimitStep(const LogDraft& draft) const;
+    YamlNode CommandStep(const LogDraft& draft) const;
+    YamlNode LimitStep(const LogDraft& draft, int client) const;
     YamlNode ReadStep(const LogDraft& draft, std::string& result) const;
     YamlNode CeilingsStep(const LogDraft& draft, std::string& result) const;
     int ClientOf(const LogDraft& draft) const;
-    YamlNode CommandName(int cmdId) const;
+    RequestFacts FactsOfLimit(const LogDraft& draft, int client) const;
+    RequestFacts FactsOfCommand(const LogDraft& draft) const;
     YamlNode TagMap(const std::vector<TagValue>& tags) const;
     void AddArrangements(const LogDraft& draft, LogRequest& request);
     void AddState(const LogDraft& draft, LogRequest& request);
     void AddNodeFaults(const LogDraft& draft, LogRequest& request);
-    std::optional<int> TagOf(const std::string& path) const;
     void Tell(const LogDraft& draft, const std::string& message);
 
     const KnownNodes& mNodes;

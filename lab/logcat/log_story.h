@@ -9,7 +9,6 @@
 
 #include "lab/book/request_facts.h"
 #include "lab/logcat/command_lists.h"
-#include "lab/logcat/known_nodes.h"
 #include "lab/logcat/log_evidence.h"
 #include "lab/logcat/log_reader.h"
 #include "lab/phone/events.h"

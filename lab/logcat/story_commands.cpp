@@ -17,56 +17,20 @@ std::string DurationText(int ms) {
 
 }  // namespace
 
-void StoryTeller::AddCommand() {
-    switch (mLine->match.message) {
-        case Message::kActionDone:
-            return ActionDone(true);
-        case Message::kActionDoneBare:
-            return ActionDone(false);
-        case Message::kBoostsDisabled:
-            return Boostless();
-        case Message::kCommonLock:
-            return CommonLock();
-        case Message::kLockRefused:
-            return Acquired(true);
-        case Message::kLockTaken:
-            return Acquired(false);
-        case Message::kOnDemand: {
-            LogDraft& draft = Command(Number(0));
-            draft.onDemandMs = Number(1);
-            return AddLine(draft);
-        }
-        case Message::kSceneZero: {
-            LogDraft& draft =
-                mDraft->kind == Kind::kScene && !mDraft->hasEffects ? *mDraft : Begin(Kind::kScene);
-            draft.cmdId = Number(1);
-            return AddLine(draft);
-        }
-        case Message::kScenePair:
-            return ScenePair();
-        case Message::kTaskId:
-        case Message::kNoTaskId: {
-            // Comes before the request that it is for.
-            const bool isNext = mDraft->kind == Kind::kCommand && mDraft->hasMessage &&
-                                !mDraft->hasLock && !mDraft->isDone;
-            LogDraft& draft = isNext ? *mDraft : Begin(Kind::kCommand);
-            draft.hasMessage = true;
-            if (mLine->match.message == Message::kTaskId) {
-                draft.cmdId = Number(0);
-                draft.taskId = Number(1);
-            }
-            return AddLine(draft);
-        }
-        case Message::kEventReleased:
-            return EventReleased();
-        case Message::kEventFresh:
-        case Message::kEventHeld:
-            return EventKey(false);
-        case Message::kEventCached:
-            return EventKey(true);
-        default:
-            return Remark();
-    }
+void StoryTeller::SceneZero(LogDraft& draft) {
+    if (draft.kind != Kind::kScene || draft.hasEffects) Begin(Kind::kScene);
+    draft.cmdId = Number(1);
+}
+
+// Comes before the request that it is for.
+void StoryTeller::TaskId(LogDraft& draft) {
+    const bool isNext =
+        draft.kind == Kind::kCommand && draft.hasMessage && !draft.hasLock && !draft.isDone;
+    if (!isNext) Begin(Kind::kCommand);
+    draft.hasMessage = true;
+    if (mLine->match.message == Message::kNoTaskId) return;
+    draft.cmdId = Number(0);
+    draft.taskId = Number(1);
 }
 
 // The chain under way when the line may belong to it, else a new one.
@@ -96,20 +60,20 @@ bool StoryTeller::HasMoreElements(const LogDraft& draft, int index) const {
     return !elements.empty() && elements.back().index > draft.index;
 }
 
-void StoryTeller::Boostless() {
-    const bool isNext = mDraft->kind == Kind::kCommand && !mDraft->isReleased &&
-                        (!mDraft->isDone || (mDraft->isBoostless && HasMoreElements(*mDraft, -1)));
-    LogDraft& draft = isNext ? *mDraft : Begin(Kind::kCommand);
+void StoryTeller::Boostless(LogDraft& draft) {
+    const bool isNext = draft.kind == Kind::kCommand && !draft.isReleased &&
+                        (!draft.isDone || (draft.isBoostless && HasMoreElements(draft, -1)));
+    if (!isNext) Begin(Kind::kCommand);
     ++draft.index;
     draft.isDone = false;
     draft.isBoostless = true;
-    AddLine(draft);
 }
 
-void StoryTeller::EventKey(bool isCached) {
+void StoryTeller::EventKey(LogDraft& draft) {
+    const bool isCached = mLine->match.message == Message::kEventCached;
     const int cmdId = Number(0);
     const int index = Number(1);
-    LogDraft& draft = Command(cmdId, index);
+    Command(cmdId, index);
     draft.cmdId = cmdId;
     draft.pendingIndex = index;
     draft.isEvent = true;
@@ -119,8 +83,7 @@ void StoryTeller::EventKey(bool isCached) {
         LockAcquire acquire{mEventHandles[key], 0, {}, Number(2)};
         if (const CommandLists::Element* element = FindElement(draft, -1, 0, false)) {
             acquire.durationMs = draft.onDemandMs > 0 ? draft.onDemandMs : element->durationMs;
-            acquire.list = element->list;
-            acquire.isListAssumed = true;
+            Assume(acquire, *element);
         }
         draft.indices.insert(index);
         Count(draft, acquire.returned);
@@ -131,16 +94,13 @@ void StoryTeller::EventKey(bool isCached) {
     } else if (mLine->match.message == Message::kEventHeld) {
         mEventHandles.try_emplace(key, Number(2));
     }
-    AddLine(draft);
 }
 
-void StoryTeller::CommonLock() {
-    LogDraft& draft = Command(Number(0));
+void StoryTeller::CommonLock(LogDraft& draft) {
     draft.cmdId = Number(0);
     // The one before it is let go without a line.
     LetGo(draft, mCommonHandle);
     mCommonHandle = Number(1);
-    AddLine(draft);
 }
 
 // The element of the chain whose lock the line at hand tells, or null.
@@ -150,9 +110,7 @@ const CommandLists::Element* StoryTeller::FindElement(const LogDraft& draft, int
     const int thermal = isCompleted ? mThermal : 0;
     const CommandLists::Element* second = nullptr;
     for (const auto& element : mLists.Elements(draft.cmdId, thermal, draft.taskId)) {
-        const bool isNext = draft.pendingIndex >= 0 ? element.index == draft.pendingIndex
-                                                    : element.index > draft.index;
-        if (!isNext || (pairs >= 0 && element.pairs != pairs)) continue;
+        if (!draft.MayHave(element.index) || (pairs >= 0 && element.pairs != pairs)) continue;
         if (draft.onDemandMs > 0 || element.durationMs == durationMs) return &element;
         if (!second) second = &element;
     }
@@ -167,9 +125,7 @@ const CommandLists::Element* StoryTeller::FindCompleted(const LogDraft& draft, i
     const CommandLists::Element* found = nullptr;
     for (int level = 1; level <= kThermalLevels; ++level) {
         for (const auto& element : mLists.Elements(draft.cmdId, level, draft.taskId)) {
-            const bool isNext = draft.pendingIndex >= 0 ? element.index == draft.pendingIndex
-                                                        : element.index > draft.index;
-            if (!isNext || element.pairs != pairs) continue;
+            if (!draft.MayHave(element.index) || element.pairs != pairs) continue;
             isOfSome = true;
             if (found && found->list != element.list) return nullptr;
             found = &element;
@@ -190,10 +146,10 @@ void StoryTeller::StartBreakthrough(LogDraft& draft, const CommandLists::Element
     Effect(draft, TimerEvent{TimerEvent::Kind::kArm, ms});
 }
 
-void StoryTeller::Acquired(bool isRefused) {
+void StoryTeller::Acquired(LogDraft& draft) {
+    const bool isRefused = mLine->match.message == Message::kLockRefused;
     const int cmdId = Number(0);
-    LogDraft& draft =
-        Command(cmdId, mDraft->pendingIndex > mDraft->index ? mDraft->pendingIndex : -1);
+    Command(cmdId, draft.pendingIndex > draft.index ? draft.pendingIndex : -1);
     draft.cmdId = cmdId;
     ShowEarlier(draft);
     const int oldHandle = Number(1);
@@ -210,8 +166,7 @@ void StoryTeller::Acquired(bool isRefused) {
     LockAcquire acquire{oldHandle, durationMs, {}, handle};
     if (element) {
         if (mayBreakThrough) StartBreakthrough(draft, *element, durationMs);
-        acquire.list = element->list;
-        acquire.isListAssumed = true;
+        Assume(acquire, *element);
         CheckDuration(draft, *element, acquire);
         draft.index = element->index;
     } else {
@@ -229,7 +184,6 @@ void StoryTeller::Acquired(bool isRefused) {
     draft.hasLock = true;
     Count(draft, handle);
     Effect(draft, std::move(acquire));
-    AddLine(draft);
 }
 
 // An on-demand duration may differ from the scene file's, and so does any in a scene file of
@@ -247,13 +201,12 @@ void StoryTeller::CheckDuration(const LogDraft& draft, const CommandLists::Eleme
                      mWriter.SceneFileName(), DurationText(element.durationMs)));
 }
 
-void StoryTeller::EventReleased() {
+void StoryTeller::EventReleased(LogDraft& draft) {
     const int cmdId = Number(0);
     const int index = Number(1);
-    LogDraft& now = *mDraft;
-    const bool isNext = now.kind == Kind::kCommand && now.isReleased && now.cmdId == cmdId &&
-                        now.acquires == 0 && index > now.index;
-    LogDraft& draft = isNext ? now : Begin(Kind::kCommand);
+    const bool isNext = draft.kind == Kind::kCommand && draft.isReleased && draft.cmdId == cmdId &&
+                        draft.acquires == 0 && index > draft.index;
+    if (!isNext) Begin(Kind::kCommand);
     draft.cmdId = cmdId;
     draft.isReleased = true;
     draft.index = index;
@@ -266,18 +219,17 @@ void StoryTeller::EventReleased() {
     } else {
         LetGo(draft, held->second);
     }
-    AddLine(draft);
 }
 
-void StoryTeller::ActionDone(bool hasPayload) {
+void StoryTeller::ActionDone(LogDraft& draft) {
     const int cmdId = Number(1);
-    const bool isScene =
-        mDraft->kind == Kind::kScene && (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
-    const bool isChain = mDraft->kind == Kind::kCommand && !mDraft->isReleased && !mDraft->isDone &&
-                         (mDraft->cmdId == -1 || mDraft->cmdId == cmdId);
+    const bool isIts = draft.cmdId == -1 || draft.cmdId == cmdId;
+    const bool isScene = isIts && draft.kind == Kind::kScene;
+    const bool isChain =
+        isIts && draft.kind == Kind::kCommand && !draft.isReleased && !draft.isDone;
     // What the capture's first line belongs to may have begun before it.
-    const bool isBegun = !mStory.isWhole && mEnds == 0 && mDraft->kind != Kind::kCommand;
-    LogDraft& draft = isScene || isChain ? *mDraft : Begin(Kind::kCommand);
+    const bool isBegun = !mStory.isWhole && mEnds == 0 && draft.kind != Kind::kCommand;
+    if (!isScene && !isChain) Begin(Kind::kCommand);
     if (!isBegun && !isScene && !draft.hasLock && !draft.isBoostless &&
         cmdId != tarquel::kCmdQuietOnSuccess) {
         TellLoss(
@@ -287,16 +239,14 @@ void StoryTeller::ActionDone(bool hasPayload) {
     }
     draft.cmdId = cmdId;
     draft.payloadCount = Number(2);
-    if (hasPayload) draft.payload = Number(3);
+    if (mLine->match.message == Message::kActionDone) draft.payload = Number(3);
     draft.isDone = true;
-    AddLine(draft);
-    if (isScene) Close(draft);
 }
 
-void StoryTeller::ScenePair() {
-    const bool isNext = mDraft->kind == Kind::kScene && !mDraft->hasEffects &&
-                        (Number(1) > 1 || mDraft->asked.empty());
-    LogDraft& draft = isNext ? *mDraft : Begin(Kind::kScene);
+void StoryTeller::ScenePair(LogDraft& draft) {
+    const bool isNext =
+        draft.kind == Kind::kScene && !draft.hasEffects && (Number(1) > 1 || draft.asked.empty());
+    if (!isNext) Begin(Kind::kScene);
     const int missing = Number(1) - draft.pairs - 1;
     if (missing > 0) {
         draft.hasGap = true;
@@ -305,7 +255,6 @@ void StoryTeller::ScenePair() {
     }
     draft.pairs = Number(1);
     draft.asked.push_back({Number(2), Number(3)});
-    AddLine(draft);
 }
 
 }  // namespace lab

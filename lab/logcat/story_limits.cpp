@@ -8,82 +8,6 @@
 
 namespace lab {
 
-void StoryTeller::AddLimit() {
-    switch (mLine->match.message) {
-        case Message::kTimerRan:
-            return TimerOver(TimerEvent::Kind::kFire);
-        case Message::kTimerStopped:
-            return TimerOver(TimerEvent::Kind::kDisarm);
-        case Message::kClientTag: {
-            LogDraft& draft = Limit(true);
-            draft.client = Number(0);
-            return AddLine(draft);
-        }
-        case Message::kClientOthers: {
-            LogDraft& draft = Limit(true);
-            draft.isMerged = true;
-            return AddLine(draft);
-        }
-        case Message::kClientPair:
-            return ClientPair();
-        case Message::kSetConfig:
-            return SetConfig();
-        case Message::kTagLock:
-            return TagLock();
-        case Message::kTagRelease:
-            return TagReleased();
-        case Message::kGroupTaken:
-            return GroupTaken(false);
-        case Message::kGroupRefused:
-            return GroupTaken(true);
-        case Message::kGroupPair: {
-            LogDraft& draft = Limit(false);
-            draft.groupList.push_back(Number(2));
-            draft.groupList.push_back(Number(3));
-            return AddLine(draft);
-        }
-        case Message::kControlType: {
-            const int type = Number(0);
-            LogDraft& draft = Limit(false);
-            if (draft.asked.empty()) draft.set.push_back({kControlTypeTag, type});
-            draft.controlTypes.push_back(type);
-            mIsThermalKnown = true;
-            if (type == 0) mThermal = 0;
-            if (ThermalLevelOf(type) > 0) mThermal = ThermalLevelOf(type);
-            const bool isReleased = type == 2 || type == 9 || type == 4 || type == 10;
-            if (isReleased) {
-                mThermal = -1;
-                mBreakthroughEnd = Time{};
-                Effect(draft, TimerEvent{TimerEvent::Kind::kDisarm, 0});
-            }
-            return AddLine(draft);
-        }
-        case Message::kNoTagLock: {
-            LogDraft& draft = Limit(false);
-            if (!draft.set.empty()) LetGo(draft, mTagHandles[draft.set.back().tag]);
-            return AddLine(draft);
-        }
-        case Message::kGroupRelease: {
-            LogDraft& draft = Limit(false);
-            draft.lettingGo = Number(0);
-            return AddLine(draft);
-        }
-        case Message::kWriteNode:
-            return Write(Number(0) > 0 ? 0 : EINVAL);
-        case Message::kBadValue:
-        case Message::kBadRequest:
-        case Message::kBadTag:
-            if (mStory.detail != LogDetail::kErrors) Limit(false).isRefused = true;
-            [[fallthrough]];
-        default:
-            // With both switches off the errors stand alone: no request can be made of them.
-            if (mStory.detail == LogDetail::kErrors) {
-                return Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
-            }
-            return AddLine(Limit(false));
-    }
-}
-
 // The request whose limits the line at hand tells. `isFirst`: a line that comes before effects.
 LogDraft& StoryTeller::Limit(bool isFirst) {
     LogDraft& draft = *mDraft;
@@ -91,7 +15,7 @@ LogDraft& StoryTeller::Limit(bool isFirst) {
         draft.hasEffects = true;
         return draft;
     }
-    if (draft.kind != Kind::kLimit || (isFirst && (draft.hasEffects || draft.isTimer))) {
+    if (draft.kind != Kind::kLimit || (isFirst && draft.hasEffects)) {
         const bool isCut = !mStory.isWhole && mEnds == 0;
         Begin(Kind::kLimit).isCut = isCut;
     }
@@ -99,45 +23,62 @@ LogDraft& StoryTeller::Limit(bool isFirst) {
     return draft;
 }
 
-void StoryTeller::ClientPair() {
+void StoryTeller::ControlType(LogDraft& draft) {
+    const int type = Number(0);
+    if (draft.asked.empty()) draft.set.push_back({kControlTypeTag, type});
+    draft.controlTypes.push_back(type);
+    mIsThermalKnown = true;
+    if (type == 0) mThermal = 0;
+    if (ThermalLevelOf(type) > 0) mThermal = ThermalLevelOf(type);
+    const bool isReleased = type == 2 || type == 9 || type == 4 || type == 10;
+    if (!isReleased) return;
+    mThermal = -1;
+    mBreakthroughEnd = Time{};
+    Effect(draft, TimerEvent{TimerEvent::Kind::kDisarm, 0});
+}
+
+void StoryTeller::NoTagLock(LogDraft& draft) {
+    if (!draft.set.empty()) LetGo(draft, mTagHandles[draft.set.back().tag]);
+}
+
+void StoryTeller::GroupPair(LogDraft& draft) {
+    draft.groupList.insert(draft.groupList.end(), {Number(2), Number(3)});
+}
+
+void StoryTeller::ClientPair(LogDraft& draft) {
     const auto index = static_cast<size_t>(std::max(Number(0), 0));
-    if (index == 0 && mDraft->kind == Kind::kLimit && !mDraft->asked.empty()) Close(*mDraft);
-    LogDraft& draft = Limit(true);
+    if (index == 0 && draft.kind == Kind::kLimit && !draft.asked.empty()) Close(draft);
+    Limit(true);
     if (index != draft.asked.size()) {
         TellGap(fmt::format("tag {} of a request stands here, but the {} before it {} missing",
                             index, index - std::min(index, draft.asked.size()),
                             index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
     }
     draft.asked.push_back({Number(1), Number(5)});
-    AddLine(draft);
 }
 
-void StoryTeller::SetConfig() {
+void StoryTeller::SetConfig(LogDraft& draft) {
     const auto count = static_cast<size_t>(std::max(Number(0), 1));
     // Without SetDebug these lines are all that tells where a request ends.
     const bool isFull =
-        mDraft->kind == Kind::kLimit && mDraft->asked.empty() && mDraft->set.size() >= count;
-    if (isFull) Close(*mDraft);
+        draft.kind == Kind::kLimit && draft.asked.empty() && draft.set.size() >= count;
+    if (isFull) Close(draft);
     mThermal = Number(4);
     mIsThermalKnown = true;
-    LogDraft& draft = Limit(false);
+    Limit(false);
     draft.set.push_back({Number(1), Number(2)});
-    AddLine(draft);
 }
 
-void StoryTeller::TagLock() {
-    LogDraft& draft = Limit(false);
+void StoryTeller::TagLock(LogDraft& draft) {
     ShowEarlier(draft);
     int& handle = mTagHandles[Number(0)];
     LetGo(draft, handle);
     handle = Number(1);
     Count(draft, handle);
     Effect(draft, LockAcquire{0, 0, {Number(2), Number(3)}, handle});
-    AddLine(draft);
 }
 
-void StoryTeller::TagReleased() {
-    LogDraft& draft = Limit(false);
+void StoryTeller::TagReleased(LogDraft& draft) {
     ShowEarlier(draft);
     const int held = mTagHandles[Number(0)];
     // A group's locks are let go with the same line.
@@ -161,11 +102,10 @@ void StoryTeller::TagReleased() {
     draft.lettingGo = 0;
     Effect(draft, LockRelease{Number(1), 0, true});
     mTagHandles[Number(0)] = 0;
-    AddLine(draft);
 }
 
-void StoryTeller::GroupTaken(bool isRefused) {
-    LogDraft& draft = Limit(false);
+void StoryTeller::GroupTaken(LogDraft& draft) {
+    const bool isRefused = mLine->match.message == Message::kGroupRefused;
     const int handle = Number(isRefused ? 2 : 3);
     if (isRefused) draft.client = Number(0);
     if (!isRefused) mGroups.insert(Number(0));
@@ -176,29 +116,29 @@ void StoryTeller::GroupTaken(bool isRefused) {
     }
     Count(draft, handle);
     Effect(draft, std::move(acquire));
-    AddLine(draft);
 }
 
-void StoryTeller::TimerOver(TimerEvent::Kind kind) {
-    const bool isIts = mDraft->kind == Kind::kLimit && mDraft->asked.empty() && mDraft->set.empty();
-    LogDraft& draft = isIts ? *mDraft : Begin(Kind::kLimit);
+void StoryTeller::TimerOver(LogDraft& draft) {
+    const bool isIts = draft.kind == Kind::kLimit && draft.asked.empty() && draft.set.empty();
+    if (!isIts) Begin(Kind::kLimit);
+    const bool isFired = mLine->match.message == Message::kTimerRan;
+    const auto kind = isFired ? TimerEvent::Kind::kFire : TimerEvent::Kind::kDisarm;
     draft.isTimer = true;
     draft.hasEffects = false;
     draft.effects.insert(draft.effects.begin(), {draft.at, TimerEvent{kind, 0}});
     mBreakthroughEnd = Time{};
-    AddLine(draft);
-    Close(draft);
 }
 
-void StoryTeller::Write(int error) {
-    const bool isPart = mDraft->kind == Kind::kLimit || mDraft->kind == Kind::kScene;
-    const bool isRestoring = mDraft->kind == Kind::kLimit && mDraft->asked.empty() &&
-                             mDraft->set.empty() && !mDraft->hasEffects;
+void StoryTeller::Write(LogDraft& draft) {
+    const int error = NodeError(EINVAL);
+    const bool isPart = draft.kind == Kind::kLimit || draft.kind == Kind::kScene;
+    const bool isRestoring =
+        draft.kind == Kind::kLimit && draft.asked.empty() && draft.set.empty() && !draft.hasEffects;
     NodeAccess access{NodeAccess::Kind::kWrite, Word(0), "", "", "", error};
     // The line of a node that cannot be opened does not tell what was to be written.
     if (error != ENOENT) access.requested = std::to_string(Number(1));
     if (!isPart) return Stand(std::move(access));
-    LogDraft& draft = isRestoring ? *mDraft : Limit(false);
+    if (!isRestoring) Limit(false);
     Effect(draft, std::move(access));
     AddLine(draft);
 }

@@ -35,18 +35,78 @@ void StoryTeller::Add(const CapturedLine& line) {
         TellLoss("lines of this thread are missing or out of order above this one");
 }
 
+// What is done with each message; the others are remarks of the request under way.
+const std::map<Message, StoryTeller::Handler>& StoryTeller::Handlers() {
+    using Of = Handler::Of;
+    // clang-format off
+    static const std::map<Message, Handler> handlers = {
+        {Message::kActionDone,     {Of::kFound,       &StoryTeller::ActionDone}},
+        {Message::kActionDoneBare, {Of::kFound,       &StoryTeller::ActionDone}},
+        {Message::kBoostsDisabled, {Of::kFound,       &StoryTeller::Boostless}},
+        {Message::kCommonLock,     {Of::kCommand,     &StoryTeller::CommonLock}},
+        {Message::kLockRefused,    {Of::kFound,       &StoryTeller::Acquired}},
+        {Message::kLockTaken,      {Of::kFound,       &StoryTeller::Acquired}},
+        {Message::kOnDemand,       {Of::kCommand,     &StoryTeller::OnDemand}},
+        {Message::kSceneZero,      {Of::kFound,       &StoryTeller::SceneZero}},
+        {Message::kScenePair,      {Of::kFound,       &StoryTeller::ScenePair}},
+        {Message::kTaskId,         {Of::kFound,       &StoryTeller::TaskId}},
+        {Message::kNoTaskId,       {Of::kFound,       &StoryTeller::TaskId}},
+        {Message::kEventReleased,  {Of::kFound,       &StoryTeller::EventReleased}},
+        {Message::kEventFresh,     {Of::kFound,       &StoryTeller::EventKey}},
+        {Message::kEventHeld,      {Of::kFound,       &StoryTeller::EventKey}},
+        {Message::kEventCached,    {Of::kFound,       &StoryTeller::EventKey}},
+        {Message::kTimerRan,       {Of::kFound,       &StoryTeller::TimerOver}},
+        {Message::kTimerStopped,   {Of::kFound,       &StoryTeller::TimerOver}},
+        {Message::kControlType,    {Of::kLimit,       &StoryTeller::ControlType}},
+        {Message::kSetConfig,      {Of::kFound,       &StoryTeller::SetConfig}},
+        {Message::kTagLock,        {Of::kLimit,       &StoryTeller::TagLock}},
+        {Message::kTagRelease,     {Of::kLimit,       &StoryTeller::TagReleased}},
+        {Message::kNoTagLock,      {Of::kLimit,       &StoryTeller::NoTagLock}},
+        {Message::kTagNotHeld,     {Of::kLimitRemark, nullptr}},
+        {Message::kTagNotGot,      {Of::kLimitRemark, nullptr}},
+        {Message::kConfigZero,     {Of::kLimitRemark, nullptr}},
+        {Message::kGroupRelease,   {Of::kLimit,       &StoryTeller::GroupRelease}},
+        {Message::kGroupPair,      {Of::kLimit,       &StoryTeller::GroupPair}},
+        {Message::kGroupTaken,     {Of::kLimit,       &StoryTeller::GroupTaken}},
+        {Message::kGroupRefused,   {Of::kLimit,       &StoryTeller::GroupTaken}},
+        {Message::kClientTag,      {Of::kLimitBegin,  &StoryTeller::ClientTag}},
+        {Message::kClientOthers,   {Of::kLimitBegin,  &StoryTeller::Merged}},
+        {Message::kClientPair,     {Of::kFound,       &StoryTeller::ClientPair}},
+        {Message::kBadValue,       {Of::kLimitRemark, &StoryTeller::LimitRefused}},
+        {Message::kBadRequest,     {Of::kLimitRemark, &StoryTeller::LimitRefused}},
+        {Message::kBadTag,         {Of::kLimitRemark, &StoryTeller::LimitRefused}},
+        {Message::kLimitEffect,    {Of::kLimitRemark, nullptr}},
+        {Message::kReadNode,       {Of::kFound,       &StoryTeller::Read}},
+        {Message::kReadMissing,    {Of::kFound,       &StoryTeller::Read}},
+        {Message::kWriteNode,      {Of::kNone,        &StoryTeller::Write}},
+        {Message::kWriteMissing,   {Of::kNone,        &StoryTeller::Write}},
+        {Message::kInterOpen,      {Of::kNone,        &StoryTeller::WriteInter}},
+        {Message::kInterWrite,     {Of::kNone,        &StoryTeller::WriteInter}},
+        {Message::kCeiling,        {Of::kFound,       &StoryTeller::Ceiling}},
+        {Message::kLinesLost,      {Of::kNone,        &StoryTeller::LinesLost}},
+    };
+    // clang-format on
+    return handlers;
+}
+
 void StoryTeller::Dispatch() {
-    if (mLine->match.message == Message::kUnknown) {
-        Remark();
-    } else if (mLine->match.message <= Message::kEventCached) {
-        AddCommand();
-    } else if (mLine->match.message <= Message::kBadTag ||
-               mLine->match.message == Message::kWriteNode ||
-               mLine->match.message == Message::kLimitEffect) {
-        AddLimit();
-    } else {
-        AddQuery();
+    const auto found = Handlers().find(mLine->match.message);
+    if (found == Handlers().end()) return Remark();
+    using Of = Handler::Of;
+    const auto [of, tell] = found->second;
+    const bool isOfLimit = of == Of::kLimit || of == Of::kLimitBegin || of == Of::kLimitRemark;
+    // With both switches off the errors stand alone: no request can be made of them.
+    if (of == Of::kLimitRemark && mStory.detail == LogDetail::kErrors) {
+        return Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
     }
+    if (of == Of::kCommand) Command(Number(0));
+    if (isOfLimit) Limit(of == Of::kLimitBegin);
+    LogDraft& draft = *mDraft;
+    if (tell) (this->*tell)(draft);
+    if (of == Of::kNone) return;
+    AddLine(draft);
+    // No line of theirs comes behind it.
+    if (draft.isTimer || (draft.kind == Kind::kScene && draft.isDone)) Close(draft);
 }
 
 void StoryTeller::Flush() {
@@ -89,6 +149,12 @@ int& StoryTeller::HandleOf(const EarlierLock& lock) {
                                                 : mEventHandles[{lock.key, lock.index}];
 }
 
+// The lock of an element holds what the scene file says.
+void StoryTeller::Assume(LockAcquire& acquire, const CommandLists::Element& element) {
+    acquire.list = element.list;
+    acquire.isListAssumed = true;
+}
+
 LockAcquire StoryTeller::AcquireOf(const EarlierLock& lock) {
     LockAcquire acquire{0, 0, {}, lock.handle};
     acquire.isEarlier = true;
@@ -99,8 +165,7 @@ LockAcquire StoryTeller::AcquireOf(const EarlierLock& lock) {
     }
     for (const auto& element : mLists.Elements(lock.key, 0, std::nullopt)) {
         if (element.index != lock.index) continue;
-        acquire.list = element.list;
-        acquire.isListAssumed = true;
+        Assume(acquire, element);
         // What has no time cannot have run out.
         if (element.durationMs == 0) acquire.isDoubtful = false;
     }
@@ -166,35 +231,25 @@ void StoryTeller::CheckRestart() {
     Tell(std::move(restart));
 }
 
-void StoryTeller::AddQuery() {
-    switch (mLine->match.message) {
-        case Message::kReadNode:
-            return Read(Number(0) > 0 ? 0 : EIO);
-        case Message::kLinesLost:
-            return Tell(fmt::format(
-                "the logger dropped {} of the plug-in's process here; what they told is "
-                "missing",
-                Number(0) == 1 ? "a line" : fmt::format("{} lines", Number(0))));
-        case Message::kReadMissing:
-            return Read(ENOENT);
-        case Message::kWriteMissing:
-            return Write(ENOENT);
-        case Message::kInterOpen:
-            return Stand(NodeAccess{NodeAccess::Kind::kWrite, Word(0), "", "", "", Number(0)});
-        case Message::kInterWrite:
-            return Stand(NodeAccess{NodeAccess::Kind::kWrite, Word(1), Word(0), "", "", Number(0)});
-        case Message::kCeiling: {
-            const bool isNext = mDraft->kind == Kind::kCeilings && mDraft->cmdId == Number(0) &&
-                                mDraft->indices.insert(Number(1)).second;
-            LogDraft& draft = isNext ? *mDraft : Begin(Kind::kCeilings);
-            draft.indices.insert(Number(1));
-            draft.cmdId = Number(0);
-            draft.ceilings.push_back({Number(1), Number(2)});
-            return AddLine(draft);
-        }
-        default:
-            return Remark();
-    }
+void StoryTeller::LinesLost(LogDraft&) {
+    Tell(fmt::format(
+        "the logger dropped {} of the plug-in's process here; what they told is missing",
+        Number(0) == 1 ? "a line" : fmt::format("{} lines", Number(0))));
+}
+
+void StoryTeller::WriteInter(LogDraft&) {
+    const bool isOpen = mLine->match.message == Message::kInterOpen;
+    Stand(NodeAccess{NodeAccess::Kind::kWrite, Word(isOpen ? 0 : 1), isOpen ? "" : Word(0), "", "",
+                     Number(0)});
+}
+
+void StoryTeller::Ceiling(LogDraft& draft) {
+    const bool isNext = draft.kind == Kind::kCeilings && draft.cmdId == Number(0) &&
+                        !draft.indices.contains(Number(1));
+    if (!isNext) Begin(Kind::kCeilings);
+    draft.indices.insert(Number(1));
+    draft.cmdId = Number(0);
+    draft.ceilings.push_back({Number(1), Number(2)});
 }
 
 // A line that tells nothing by itself belongs to the request under way.
@@ -265,18 +320,24 @@ void StoryTeller::Count(LogDraft& draft, int handle) {
     draft.refusal = handle;
 }
 
-void StoryTeller::Read(int error) {
-    const bool isNext = mDraft->kind == Kind::kRead && mLine->at - mDraft->at <= kOneQuery &&
-                        std::none_of(mDraft->reads.begin(), mDraft->reads.end(),
+// A node that cannot be opened has a line without a number.
+int StoryTeller::NodeError(int failure) const {
+    if (mLine->match.numbers.empty()) return ENOENT;
+    return Number(0) > 0 ? 0 : failure;
+}
+
+void StoryTeller::Read(LogDraft& draft) {
+    const int error = NodeError(EIO);
+    const bool isNext = draft.kind == Kind::kRead && mLine->at - draft.at <= kOneQuery &&
+                        std::none_of(draft.reads.begin(), draft.reads.end(),
                                      [this](const auto& read) { return read.first == Word(0); });
-    LogDraft& draft = isNext ? *mDraft : Begin(Kind::kRead);
+    if (!isNext) Begin(Kind::kRead);
     NodeAccess access{NodeAccess::Kind::kRead, Word(0), "", "", "", error};
     if (error == 0) {
         access.before = access.after = std::to_string(Number(1));
         draft.reads.emplace_back(Word(0), Number(1));
     }
     Effect(draft, std::move(access));
-    AddLine(draft);
 }
 
 }  // namespace lab

@@ -50,11 +50,22 @@ class StoryTeller {
     int Number(size_t index) const { return static_cast<int>(mLine->match.numbers.at(index)); }
     const std::string& Word(size_t index) const { return mLine->match.words.at(index); }
 
-    void Dispatch();
-    void AddCommand();
-    void AddLimit();
-    void AddQuery();
+    // What is done with a line.
+    struct Handler {
+        // The request under way that it belongs to.
+        enum class Of : uint8_t {
+            kNone,         // `tell` does all
+            kFound,        // `tell` finds it
+            kCommand,      // the chain of the command that it names
+            kLimit,        // limits, or the effects of a scene
+            kLimitBegin,   // limits, before their effects
+            kLimitRemark,  // as kLimit; errors that stand alone make no request
+        } of;
+        void (StoryTeller::*tell)(LogDraft& draft);  // null: it tells nothing by itself
+    };
+    static const std::map<Message, Handler>& Handlers();
 
+    void Dispatch();
     LogDraft& Begin(Kind kind);
     LogDraft& Command(int cmdId, int index = -1);
     LogDraft& Limit(bool isFirst);
@@ -68,26 +79,42 @@ class StoryTeller {
     void Stand(What what);
     void Effect(LogDraft& draft, What what) { draft.effects.push_back({mLine->at, what}); }
 
-    void Boostless();
-    void EventKey(bool isCached);
-    void CommonLock();
-    void Acquired(bool isRefused);
-    void EventReleased();
-    void ActionDone(bool hasPayload);
-    void TagLock();
-    void TagReleased();
-    void GroupTaken(bool isRefused);
-    void TimerOver(TimerEvent::Kind kind);
-    void ClientPair();
-    void ScenePair();
-    void SetConfig();
-    void Write(int error);
-    void Read(int error);
+    // Handlers. `draft` is the thread's request under way, or the one that the line belongs to.
+    void ActionDone(LogDraft& draft);
+    void Acquired(LogDraft& draft);
+    void Boostless(LogDraft& draft);
+    void Ceiling(LogDraft& draft);
+    void ClientPair(LogDraft& draft);
+    void ClientTag(LogDraft& draft) { draft.client = Number(0); }
+    void CommonLock(LogDraft& draft);
+    void ControlType(LogDraft& draft);
+    void EventKey(LogDraft& draft);
+    void EventReleased(LogDraft& draft);
+    void GroupPair(LogDraft& draft);
+    void GroupRelease(LogDraft& draft) { draft.lettingGo = Number(0); }
+    void GroupTaken(LogDraft& draft);
+    void LimitRefused(LogDraft& draft) { draft.isRefused = true; }
+    void LinesLost(LogDraft& draft);
+    void Merged(LogDraft& draft) { draft.isMerged = true; }
+    void NoTagLock(LogDraft& draft);
+    void OnDemand(LogDraft& draft) { draft.onDemandMs = Number(1); }
+    void Read(LogDraft& draft);
+    void ScenePair(LogDraft& draft);
+    void SceneZero(LogDraft& draft);
+    void SetConfig(LogDraft& draft);
+    void TagLock(LogDraft& draft);
+    void TagReleased(LogDraft& draft);
+    void TaskId(LogDraft& draft);
+    void TimerOver(LogDraft& draft);
+    void Write(LogDraft& draft);
+    void WriteInter(LogDraft& draft);
+    int NodeError(int failure) const;
 
     void Count(LogDraft& draft, int handle);
     void LetGo(LogDraft& draft, int& handle);
     int& HandleOf(const EarlierLock& lock);
     LockAcquire AcquireOf(const EarlierLock& lock);
+    static void Assume(LockAcquire& acquire, const CommandLists::Element& element);
     void ShowEarlier(LogDraft& draft);
     const CommandLists::Element* FindElement(const LogDraft& draft, int pairs, int durationMs,
                                              bool isCompleted);
