@@ -111,32 +111,26 @@ std::string Lines(const std::set<std::string>& words) {
     return text;
 }
 
-template <typename Rows>
-void AddSuffixes(const Rows& rows, std::set<std::string>& suffixes) {
-    for (const tarquel::ClusterNode& row : rows) {
-        suffixes.emplace(row.suffix.substr(1));
-    }
-}
-
-template <typename Rows>
-void AddPaths(const Rows& rows, std::set<std::string>& paths) {
-    for (const auto& row : rows) paths.emplace(row.path);
-}
-
 }  // namespace
 
 std::string DumpScript() {
     std::set<std::string> ofCpus;
-    AddSuffixes(tables::kCpuinfoNodes, ofCpus);
-    AddSuffixes(tables::kCpuFreqNodes, ofCpus);
-    AddSuffixes(tables::kOnlineCoreNodes, ofCpus);
+    const auto addSuffixes = [&](const auto& rows) {
+        for (const tarquel::ClusterNode& row : rows) ofCpus.emplace(row.suffix.substr(1));
+    };
+    addSuffixes(tables::kCpuinfoNodes);
+    addSuffixes(tables::kCpuFreqNodes);
+    addSuffixes(tables::kOnlineCoreNodes);
     std::set<std::string> fixed;
-    AddPaths(tables::kGpuNodes, fixed);
-    AddPaths(tables::kCgroupNodes, fixed);
-    AddPaths(tables::kBusNodes, fixed);
-    AddPaths(tables::kSchedNodes, fixed);
-    AddPaths(tables::kGovernorNodes, fixed);
-    AddPaths(tarquel::kInterPaths, fixed);
+    const auto addPaths = [&](const auto& rows) {
+        for (const auto& row : rows) fixed.emplace(row.path);
+    };
+    addPaths(tables::kGpuNodes);
+    addPaths(tables::kCgroupNodes);
+    addPaths(tables::kBusNodes);
+    addPaths(tables::kSchedNodes);
+    addPaths(tables::kGovernorNodes);
+    addPaths(tarquel::kInterPaths);
     return kHead + Lines(ofCpus) + kTail + Lines(fixed) + kEnd;
 }
 

@@ -22,7 +22,8 @@ class DumpReader {
   public:
     explicit DumpReader(PhoneDump& dump) : mDump(dump) {}
 
-    void Read(std::istream& in) {
+    // False for a text that is no dump.
+    bool Read(std::istream& in) {
         for (std::string line; std::getline(in, line);) {
             ++mLine;
             // A dump that breaks off may do so within a number.
@@ -30,7 +31,7 @@ class DumpReader {
             while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
             Take(line);
         }
-        if (!mHasBegun) return;
+        if (!mHasBegun) return false;
         if (!mExpected) {
             mDump.problems.push_back(fmt::format(
                 "{}: the dump breaks off behind line {}: its end is missing", mDump.file, mLine));
@@ -39,9 +40,8 @@ class DumpReader {
                 fmt::format("{}: the phone printed {} lines, of which {} are here", mDump.file,
                             *mExpected, mCount));
         }
+        return true;
     }
-
-    bool HasBegun() const { return mHasBegun; }
 
   private:
     void Take(const std::string& line) {
@@ -137,9 +137,7 @@ std::optional<int64_t> PhoneDump::Number(const std::string& path) const {
 PhoneDump ReadDump(std::istream& in, const std::string& file) {
     PhoneDump dump;
     dump.file = file;
-    DumpReader reader(dump);
-    reader.Read(in);
-    if (!reader.HasBegun()) {
+    if (!DumpReader(dump).Read(in)) {
         throw InputError(file, 0, 0,
                          "this is no dump of a phone: no line is '" + std::string(kFirstLine) +
                              "'; 'tarquel-lab profile --script' prints the script that makes one");
