@@ -27,8 +27,7 @@ void LogPlayer::AdvanceTo(Time at) {
 void LogPlayer::Play(const LogRequest& request) {
     if (request.isRequest) {
         AdvanceTo(request.at);
-        mPhone.Events().Add(RequestBegin{request.text, request.line, request.client,
-                                         request.command, request.facts});
+        mPhone.Events().Add(static_cast<const RequestBegin&>(request));
     }
     mLine = request.line;
     if (request.isRestart) ReleaseAll();
@@ -133,8 +132,7 @@ void LogPlayer::TakeRead(const NodeAccess& access, bool isKnown, std::optional<s
     if (isSame || !mPhone.GetKernel().Has(access.path)) return;
     read = access.after;
     if (isKnown) return;
-    ++mSurprises;
-    if (!mSurprise) mSurprise = {mLine, access.path, access.after, expected};
+    if (++mSurprise.count == 1) mSurprise = {1, mLine, access.path, access.after, expected};
     for (const PerfHal::Claim& claim : mPhone.Hal().ClaimsOn(access.path)) {
         const auto lock = mLogHandles.find(claim.handle);
         if (lock != mLogHandles.end()) mLocks[lock->second].doubtLine = mLine;

@@ -32,14 +32,13 @@ class LogPlayer {
     // A value that the plug-in has read in the log where the lab's phone has another: a lock that
     // the log does not tell of, another program's doing, or a scene file that is not the phone's.
     struct Surprise {
+        int count = 0;  // of all; the others tell of the first
         int line = 0;
         std::string path;
         std::string read;
         std::string expected;
     };
-    // The first of them, and how many there are.
-    const std::optional<Surprise>& FirstSurprise() const { return mSurprise; }
-    int Surprises() const { return mSurprises; }
+    const Surprise& Surprises() const { return mSurprise; }
 
     // Nodes that the log writes and the device's profile lacks.
     const std::set<std::string>& MissingNodes() const { return mMissing; }
@@ -68,8 +67,7 @@ class LogPlayer {
     std::map<int, int> mLogHandles;  // by the lab's, of the same
     int mFirstHandle = 0;            // the first that the log grants
     std::set<std::string> mMissing;
-    std::optional<Surprise> mSurprise;
-    int mSurprises = 0;
+    Surprise mSurprise;
     int mLine = 0;  // of the request being played
     // Nodes that have been seen, with what the plug-in has read there since they were written
     // where that is not what the lab's phone has.

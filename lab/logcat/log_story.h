@@ -17,21 +17,17 @@
 
 namespace lab {
 
-// A request, or something that happened without one.
-struct LogRequest {
+// A request, or something that happened without one. Its text is as `run` has it, its line is of
+// the capture, its client and facts are empty and null where the log does not tell.
+struct LogRequest : RequestBegin {
     Time at{};               // of its first line
-    int line = 0;            // of the capture
     bool isRequest = true;   // false: a timer's doing, or lines that belong to no request
     bool isRestart = false;  // the policy server began anew; what it held is gone
     bool isEarlier = false;  // made before the capture begins; its line is the one that shows it
-    std::string text;        // in words, as `run` has it
     std::string result;      // in words
-    std::string client;      // whose limits they are, "thermal"; empty where the log does not tell
-    std::string command;     // by name, else by id; empty where there is none
     // The steps of a scenario that make it: what befalls the phone before, the request last. None
     // when a scenario cannot say it.
     std::vector<YamlNode> steps;
-    std::shared_ptr<const RequestFacts> facts;  // what it asks for; null of what asks nothing
     // What happened, with the times and handles of the log. A lock whose list is empty holds what
     // the log does not tell.
     std::vector<Event> effects;

@@ -315,16 +315,16 @@ class LogcatReport {
                             "--device",
                             mSession.Device().name, path));
         }
-        if (const auto& surprise = mPlayer.FirstSurprise()) {
-            const std::string unit = NodeUnit(surprise->path);
+        if (const auto& surprise = mPlayer.Surprises(); surprise.count > 0) {
+            const std::string unit = NodeUnit(surprise.path);
             notes.push_back(fmt::format(
                 "Line {} reads {} {} from {}, where the locks that the log tells of make it {}{}: "
                 "a lock from before the capture, another program's doing, or another phone's "
                 "scene file",
-                surprise->line, surprise->read, unit, ShortNode(surprise->path), surprise->expected,
-                mPlayer.Surprises() == 1
+                surprise.line, surprise.read, unit, ShortNode(surprise.path), surprise.expected,
+                surprise.count == 1
                     ? ""
-                    : fmt::format(" (and {} more such lines)", mPlayer.Surprises() - 1)));
+                    : fmt::format(" (and {} more such lines)", surprise.count - 1)));
         }
         if (mRefused > 0) notes.push_back(fmt::format("Locks refused: {}", mRefused));
         const size_t problems = mSession.Problems().size();
