@@ -8,8 +8,6 @@
 namespace lab {
 namespace {
 
-constexpr int kNoTask = -1;
-
 // What one call of the perf HAL takes.
 constexpr size_t kMostInts = 64;
 
@@ -29,7 +27,7 @@ CommandLists::CommandLists(Phone& phone, Library& library, SceneFile& scenes)
 const std::vector<CommandLists::Element>& CommandLists::Elements(int cmdId, int thermal,
                                                                  std::optional<int> taskId) {
     const int level = std::clamp(thermal, 0, kThermalLevels);
-    const auto [made, isNew] = mMade.try_emplace({cmdId, level, taskId.value_or(kNoTask)});
+    const auto [made, isNew] = mMade.try_emplace({cmdId, level, taskId});
     const auto chain = mChains.find(cmdId);
     if (isNew && chain != mChains.end()) made->second = Make(*chain->second, level, taskId);
     return made->second;

@@ -41,7 +41,7 @@ class CommandLists {
     Library& mLibrary;
     std::map<int, ActionChain> mChains;
     PerfAdapter& mAdapter;
-    std::map<std::tuple<int, int, int>, std::vector<Element>> mMade;
+    std::map<std::tuple<int, int, std::optional<int>>, std::vector<Element>> mMade;
 };
 
 }  // namespace lab

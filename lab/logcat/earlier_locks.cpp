@@ -21,7 +21,7 @@ bool IsOfStart(const CapturedLine& line) {
 
 EarlierLock EarlierLocks::Make(EarlierLock::Kind kind, int key, int index, int handle,
                                const CapturedLine& line) {
-    return {kind, key, index, handle != 0 ? handle : --mNameless, line.line, line.at, true};
+    return {kind, key, index, handle != 0 ? handle : --mNameless, line.line, true};
 }
 
 void EarlierLocks::Grant(int handle) {

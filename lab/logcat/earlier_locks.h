@@ -28,7 +28,6 @@ struct EarlierLock {
     int index = 0;
     int handle = 0;  // below 0: the log does not tell its number; no two have the same
     int line = 0;    // of the capture, that shows it
-    Time shown{};    // when
     // It was held until then. False: what shows it is there too when its time ran out before.
     bool isCertain = true;
 };

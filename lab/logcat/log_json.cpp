@@ -94,11 +94,9 @@ class Filler {
 Json PairsJson(const std::vector<int>& list, Layout layout) {
     Json pairs = Json::array();
     for (size_t i = 0; i + 1 < list.size(); i += 2) {
-        Json pair;
-        pair["name"] = ResourceOf(list[i], layout).name;
-        pair["opcode"] = static_cast<unsigned>(list[i]);
-        pair["value"] = list[i + 1];
-        pairs.push_back(std::move(pair));
+        pairs.push_back({{"name", ResourceOf(list[i], layout).name},
+                         {"opcode", static_cast<unsigned>(list[i])},
+                         {"value", list[i + 1]}});
     }
     return pairs;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <map>
 #include <unordered_map>
 
 #include "lab/logcat/log_calendar.h"
@@ -110,7 +111,7 @@ class LogReader::Work {
     }
 
     void Flush() {
-        DecideDoubtful(false);
+        AcceptDoubtful();
         HandOn(Time::max());
     }
 
@@ -156,7 +157,7 @@ class LogReader::Work {
     void AddHeadless(std::string_view line) {
         const size_t inner = FindLogHeader(line, 1);
         if (inner != line.npos) {
-            Tell("cut: another line follows in the middle of it");
+            mCapture.Tell("cut: another line follows in the middle of it");
             AddPart(line.substr(inner));
             return;
         }
@@ -172,9 +173,9 @@ class LogReader::Work {
         }
         ++mCapture.unreadableCount;
         if (NamesPlugin(line)) {
-            Tell("the head of this line is missing; nothing is concluded from it");
+            mCapture.Tell("the head of this line is missing; nothing is concluded from it");
         } else if (BeginsAsDate(line)) {
-            Tell("cut before its message");
+            mCapture.Tell("cut before its message");
         }
     }
 
@@ -202,7 +203,7 @@ class LogReader::Work {
         if (!isPlugin && line.match.message == Message::kUnknown) {
             mClock.Follow(printed, header.stamp.has_value(), false);
             if (IsStub(header, isCut)) {
-                Tell("cut within its first letters; nothing is concluded from it");
+                mCapture.Tell("cut within its first letters; nothing is concluded from it");
             } else {
                 ++mCapture.foreignCount;
             }
@@ -251,17 +252,17 @@ class LogReader::Work {
         mLatest = std::max(mLatest, line.at);
         if (!isOld && !isTwice) {
             mRepeats.reset();
-            DecideDoubtful(false);
+            AcceptDoubtful();
             return false;
         }
         if (!isUnique && !mRepeats) {
             mDoubtful.push_back(std::move(held));
-            if (mDoubtful.size() > kMostDoubtful) DecideDoubtful(false);
+            if (mDoubtful.size() > kMostDoubtful) AcceptDoubtful();
             return true;
         }
         if (!mRepeats) {
             const int first = mDoubtful.empty() ? line.line : mDoubtful.front().line.line;
-            DecideDoubtful(true);
+            mDoubtful.clear();
             // Blocks, not lines: there are few of them.
             mRepeats = mCapture.problems.size();
             mCapture.problems.push_back({first, first, "repeats earlier lines; passed over"});
@@ -287,10 +288,9 @@ class LogReader::Work {
         mRemembered.pop_front();
     }
 
-    void DecideDoubtful(bool isRepeated) {
+    void AcceptDoubtful() {
         std::vector<Held> doubtful;
         doubtful.swap(mDoubtful);
-        if (isRepeated) return;
         for (Held& held : doubtful) Accept(std::move(held));
     }
 
@@ -311,24 +311,20 @@ class LogReader::Work {
             mCapture.TellAt(line.line, "cut or damaged; nothing is concluded from it");
         }
         const bool isUntimed = mCapture.origin.empty();
-        // Behind those of its time.
-        const auto place =
-            std::upper_bound(mHeld.begin(), mHeld.end(), line.at,
-                             [](Time at, const Held& other) { return at < other.line.at; });
-        mHeld.insert(place, std::move(held));
+        const Time at = line.at;
+        mHeld.emplace(at, std::move(held));  // behind those of its time
         if (isUntimed && mHeld.size() > 64) {
             HandOn(Time::max());
         } else {
             HandOn(mClock.Now() - kOrderWindow);
         }
-        if (mHeld.size() > kMostHeld) HandOn(mHeld[kMostHeld / 2].line.at);
+        if (mHeld.size() > kMostHeld) HandOn(std::next(mHeld.begin(), kMostHeld / 2)->first);
     }
 
     // Hands on the lines up to `end`.
     void HandOn(Time end) {
-        while (!mHeld.empty() && mHeld.front().line.at <= end) {
-            Held held = std::move(mHeld.front());
-            mHeld.pop_front();
+        while (!mHeld.empty() && mHeld.begin()->first <= end) {
+            Held held = std::move(mHeld.extract(mHeld.begin()).mapped());
             CapturedLine& line = held.line;
             const bool isOther =
                 held.isStranger && (line.pid == 0 || mPluginPids.count(line.pid) == 0);
@@ -366,8 +362,6 @@ class LogReader::Work {
         if (mCapture.clock) mCapture.clock->isLeapYear = true;
     }
 
-    void Tell(const std::string& message) { mCapture.Tell(message); }
-
     Capture& mCapture;
     const std::function<void(const CapturedLine&)> mSink;
     LogCalendar mCalendar;
@@ -380,7 +374,7 @@ class LogReader::Work {
     std::optional<Time> mBase;  // of the first line handed on
     Time mLastAccepted = Time::min();
     Time mHandedOn{};
-    std::deque<Held> mHeld;  // by time
+    std::multimap<Time, Held> mHeld;
 
     Time mPrevious{};            // as printed: of the plug-in's line before
     Time mLatest = Time::min();  // as printed: of the plug-in's lines so far

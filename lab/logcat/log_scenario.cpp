@@ -41,9 +41,7 @@ YamlNode ScenarioOf(LogSession& session, const LogSession::Options& options,
         if (request.isRestart) {
             leftOut.push_back({request.line, request.line,
                                "the policy server begins anew here; a scenario cannot say that"});
-        } else if (request.isEarlier) {
-            leftOut.push_back({request.line, request.line, "left out: " + request.text});
-        } else if (request.isRequest && request.steps.empty()) {
+        } else if (request.isEarlier || (request.isRequest && request.steps.empty())) {
             leftOut.push_back({request.line, request.line, "left out: " + request.text});
         }
         for (const YamlNode& step : request.steps) {

@@ -197,8 +197,7 @@ std::string LogSession::DetailAdvice() const {
     if (mCapture.pluginCount == 0) {
         return fmt::format(
             "None of the {} log lines is the plug-in's. With its debug lines switched off it "
-            "writes "
-            "errors\nonly, and none when all goes well.\n{}",
+            "writes errors\nonly, and none when all goes well.\n{}",
             mCapture.foreignCount, kHowToTurnOn);
     }
     if (mStory.detail == LogDetail::kErrors) {
@@ -209,8 +208,7 @@ std::string LogSession::DetailAdvice() const {
     }
     if (mStory.detail == LogDetail::kVersion) {
         return "The log has no line that only SetDebug(true) turns on: payloads, what clients "
-               "asked "
-               "for and locks\nlet go are inferred or missing.";
+               "asked for and locks\nlet go are inferred or missing.";
     }
     return "";
 }
@@ -245,8 +243,7 @@ std::vector<std::string> LogSession::Unknowns() {
     if (!hasThreads) {
         unknowns.push_back(
             "The lines do not tell their threads: where requests overlap, what belongs to which "
-            "may "
-            "be mixed up.");
+            "may be mixed up.");
     }
     for (const LogProblem& remark : mCapture.clockRemarks) {
         unknowns.push_back(fmt::format("Line {}: {}.", remark.line, remark.message));
