@@ -81,7 +81,7 @@ void StoryTeller::EventKey(LogDraft& draft) {
     if (isCached && cmdId == tarquel::kCmdQuietOnSuccess && Number(2) >= 1) {
         // Its success has no line of its own.
         LockAcquire acquire{mEventHandles[key], 0, {}, Number(2)};
-        if (const CommandLists::Element* element = FindElement(draft, -1, 0, false)) {
+        if (const CommandLists::Element* element = FindElement(draft, -1, 0, 0)) {
             acquire.durationMs = draft.onDemandMs > 0 ? draft.onDemandMs : element->durationMs;
             Assume(acquire, *element);
         }
@@ -104,10 +104,11 @@ void StoryTeller::CommonLock(LogDraft& draft) {
 }
 
 // The element of the chain whose lock the line at hand tells, or null.
-//   pairs  as logged; -1: not told
+//   pairs       as logged; -1: not told
+//   durationMs  at best; -1: any
+//   thermal     the level that completes it; 0: none
 const CommandLists::Element* StoryTeller::FindElement(const LogDraft& draft, int pairs,
-                                                      int durationMs, bool isCompleted) {
-    const int thermal = isCompleted ? mThermal : 0;
+                                                      int durationMs, int thermal) {
     const CommandLists::Element* second = nullptr;
     for (const auto& element : mLists.Elements(draft.cmdId, thermal, draft.taskId)) {
         if (!draft.MayHave(element.index) || (pairs >= 0 && element.pairs != pairs)) continue;
@@ -124,13 +125,11 @@ const CommandLists::Element* StoryTeller::FindCompleted(const LogDraft& draft, i
                                                         bool& isOfSome) {
     const CommandLists::Element* found = nullptr;
     for (int level = 1; level <= kThermalLevels; ++level) {
-        for (const auto& element : mLists.Elements(draft.cmdId, level, draft.taskId)) {
-            if (!draft.MayHave(element.index) || element.pairs != pairs) continue;
-            isOfSome = true;
-            if (found && found->list != element.list) return nullptr;
-            found = &element;
-            break;
-        }
+        const CommandLists::Element* element = FindElement(draft, pairs, -1, level);
+        if (!element) continue;
+        isOfSome = true;
+        if (found && found->list != element->list) return nullptr;
+        found = element;
     }
     return found;
 }
@@ -157,12 +156,11 @@ void StoryTeller::Acquired(LogDraft& draft) {
     const int pairs = isRefused ? -1 : Number(3);
     const int durationMs = Number(isRefused ? 3 : 4);
     const CommandLists::Element* element =
-        mThermal > 0 ? FindElement(draft, pairs, durationMs, true) : nullptr;
+        mThermal > 0 ? FindElement(draft, pairs, durationMs, mThermal) : nullptr;
     const bool mayBreakThrough = element && element->mayBreakThrough;
-    if (!element) element = FindElement(draft, pairs, durationMs, false);
-    const bool mayBeCompleted = !element && !mIsThermalKnown;
+    if (!element) element = FindElement(draft, pairs, durationMs, 0);
     bool isOfSome = false;
-    if (mayBeCompleted) element = FindCompleted(draft, pairs, isOfSome);
+    if (!element && !mIsThermalKnown && !isRefused) element = FindCompleted(draft, pairs, isOfSome);
     LockAcquire acquire{oldHandle, durationMs, {}, handle};
     if (element) {
         if (mayBreakThrough) StartBreakthrough(draft, *element, durationMs);
@@ -248,11 +246,8 @@ void StoryTeller::ScenePair(LogDraft& draft) {
         draft.kind == Kind::kScene && !draft.hasEffects && (Number(1) > 1 || draft.asked.empty());
     if (!isNext) Begin(Kind::kScene);
     const int missing = Number(1) - draft.pairs - 1;
-    if (missing > 0) {
-        draft.hasGap = true;
-        TellGap(fmt::format("value {} of a scene stands here, but the {} before it {} missing",
-                            Number(1), missing, missing == 1 ? "is" : "are"));
-    }
+    draft.hasGap = draft.hasGap || missing > 0;
+    if (missing > 0) TellGap(fmt::format("value {} of a scene", Number(1)), missing);
     draft.pairs = Number(1);
     draft.asked.push_back({Number(2), Number(3)});
 }

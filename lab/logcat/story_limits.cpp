@@ -50,9 +50,8 @@ void StoryTeller::ClientPair(LogDraft& draft) {
     if (index == 0 && draft.kind == Kind::kLimit && !draft.asked.empty()) Close(draft);
     Limit(true);
     if (index != draft.asked.size()) {
-        TellGap(fmt::format("tag {} of a request stands here, but the {} before it {} missing",
-                            index, index - std::min(index, draft.asked.size()),
-                            index - std::min(index, draft.asked.size()) == 1 ? "is" : "are"));
+        TellGap(fmt::format("tag {} of a request", index),
+                static_cast<int>(index - std::min(index, draft.asked.size())));
     }
     draft.asked.push_back({Number(1), Number(5)});
 }

@@ -96,9 +96,7 @@ void StoryTeller::Dispatch() {
     const auto [of, tell] = found->second;
     const bool isOfLimit = of == Of::kLimit || of == Of::kLimitBegin || of == Of::kLimitRemark;
     // With both switches off the errors stand alone: no request can be made of them.
-    if (of == Of::kLimitRemark && mStory.detail == LogDetail::kErrors) {
-        return Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
-    }
+    if (of == Of::kLimitRemark && mStory.detail == LogDetail::kErrors) return Stand(Shown());
     if (of == Of::kCommand) Command(Number(0));
     if (isOfLimit) Limit(of == Of::kLimitBegin);
     LogDraft& draft = *mDraft;
@@ -255,7 +253,7 @@ void StoryTeller::Ceiling(LogDraft& draft) {
 // A line that tells nothing by itself belongs to the request under way.
 void StoryTeller::Remark() {
     if (mDraft->kind != Kind::kNone) return AddLine(*mDraft);
-    Stand(LogLine{mLine->priority, std::nullopt, mLine->text});
+    Stand(Shown());
 }
 
 LogDraft& StoryTeller::Begin(Kind kind) {
@@ -268,7 +266,13 @@ LogDraft& StoryTeller::Begin(Kind kind) {
 
 void StoryTeller::AddLine(LogDraft& draft) {
     draft.last = mLine->at;
-    Effect(draft, LogLine{mLine->priority, std::nullopt, mLine->text});
+    Effect(draft, Shown());
+}
+
+void StoryTeller::TellGap(const std::string& what, int missing) {
+    if (!mStory.isWhole && mEnds == 0) return;
+    TellLoss(fmt::format("{} stands here, but the {} before it {} missing", what, missing,
+                         missing == 1 ? "is" : "are"));
 }
 
 // Something that belongs to no request.
@@ -279,9 +283,7 @@ void StoryTeller::Stand(What what) {
     lone.line = mLine->line;
     lone.isRequest = false;
     lone.effects.push_back({mLine->at, std::move(what)});
-    if (!isLine) {
-        lone.effects.push_back({mLine->at, LogLine{mLine->priority, std::nullopt, mLine->text}});
-    }
+    if (!isLine) lone.effects.push_back({mLine->at, Shown()});
     Tell(std::move(lone));
 }
 

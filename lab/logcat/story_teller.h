@@ -77,6 +77,7 @@ class StoryTeller {
     void AddLine(LogDraft& draft);
     void Remark();
     void Stand(What what);
+    LogLine Shown() const { return {mLine->priority, std::nullopt, mLine->text}; }
     void Effect(LogDraft& draft, What what) { draft.effects.push_back({mLine->at, what}); }
 
     // Handlers. `draft` is the thread's request under way, or the one that the line belongs to.
@@ -117,7 +118,7 @@ class StoryTeller {
     static void Assume(LockAcquire& acquire, const CommandLists::Element& element);
     void ShowEarlier(LogDraft& draft);
     const CommandLists::Element* FindElement(const LogDraft& draft, int pairs, int durationMs,
-                                             bool isCompleted);
+                                             int thermal);
     const CommandLists::Element* FindCompleted(const LogDraft& draft, int pairs, bool& isOfSome);
     bool HasMoreElements(const LogDraft& draft, int index) const;
     void CheckDuration(const LogDraft& draft, const CommandLists::Element& element,
@@ -127,10 +128,9 @@ class StoryTeller {
     void Tell(const std::string& message) {
         mStory.problems.push_back({mLine->line, mLine->line, message});
     }
-    // The same, unless it is that the capture's first lines belong to a request that began before.
-    void TellGap(const std::string& message) {
-        if (mStory.isWhole || mEnds > 0) TellLoss(message);
-    }
+    // So many lines before `what` are missing, unless it is that the capture's first lines belong
+    // to a request that began before.
+    void TellGap(const std::string& what, int missing);
     // Lines that should be there are not.
     void TellLoss(const std::string& message) {
         if (++mLosses <= kMostLosses) Tell(message);
