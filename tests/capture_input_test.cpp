@@ -173,15 +173,15 @@ TEST(CapturePipe, IsToldAsItComes) {
     EXPECT_TRUE(session.IsLive());
     std::vector<size_t> atPauses;
     size_t requests = 0;
-    session.Tell({[&](LogRequest&&) { ++requests; },
-                  [&] {
-                      atPauses.push_back(requests);
-                      if (atPauses.size() == 1) {
-                          pipe.Write(Line(2, 4105, 146));
-                      } else {
-                          pipe.Close();
-                      }
-                  }});
+    session.Tell([&](LogRequest&&) { ++requests; },
+                 [&] {
+                     atPauses.push_back(requests);
+                     if (atPauses.size() == 1) {
+                         pipe.Write(Line(2, 4105, 146));
+                     } else {
+                         pipe.Close();
+                     }
+                 });
     EXPECT_THAT(atPauses, ElementsAre(1u, 2u));
     EXPECT_EQ(session.Log().pluginCount, 4u);
     EXPECT_EQ(session.Earlier().FirstHandle(), 145);

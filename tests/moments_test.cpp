@@ -120,7 +120,7 @@ class CaptureClock : public testing::TestWithParam<Printed> {};
 TEST_P(CaptureClock, IsTheOneThatIsPrinted) {
     std::istringstream log(GetParam().log);
     const ReadLines capture = ReadCapture(log, "log.txt");
-    EXPECT_EQ(MomentsOf(capture).Stamp(capture.end), GetParam().stamp);
+    EXPECT_EQ(Moments(capture.clock, capture.end).Stamp(capture.end), GetParam().stamp);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -120,11 +120,9 @@ class CaptureReplay final : public Replay {
             mBook->Observe(event);
             observe(event);
         });
-        LogSession::Listener listener;
-        listener.request = [this](LogRequest&& request) {
+        mSession.Tell([this](LogRequest&& request) {
             if (!mAt || request.at <= *mAt) mPlayer->Play(request);
-        };
-        mSession.Tell(listener);
+        });
         mPlayer->Finish(mAt.value_or(mSession.Log().end));
     }
 

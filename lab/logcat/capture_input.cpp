@@ -30,11 +30,9 @@ constexpr int kQuietMs = 200;
 
 constexpr std::string_view kZipMark = "PK\x03\x04";
 constexpr std::string_view kPackedMarks[] = {
-    std::string_view("\x1f\x8b"),  // gzip
-    std::string_view("\xFD"
-                     "7zXZ\x00",
-                     6),                   // xz
-    std::string_view("\x28\xB5\x2F\xFD"),  // zstd
+    "\x1F\x8B",                            // gzip
+    std::string_view("\xFD\x37zXZ\0", 6),  // xz
+    "\x28\xB5\x2F\xFD",                    // zstd
 };
 constexpr size_t kLongestMark = 6;
 

@@ -422,10 +422,6 @@ void Capture::TellAt(int line, const std::string& message) {
     }
 }
 
-Moments MomentsOf(const Capture& capture) {
-    return Moments(capture.clock, capture.end);
-}
-
 std::string ProblemText(const Capture& capture, const LogProblem& problem) {
     if (problem.line == 0) return capture.file + ": " + problem.message;
     if (problem.lastLine == problem.line) {

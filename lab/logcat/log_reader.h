@@ -98,9 +98,6 @@ struct ReadLines : Capture {
 //   Threads  any
 ReadLines ReadCapture(std::istream& in, const std::string& file);
 
-// How the capture's times are written and read.
-Moments MomentsOf(const Capture& capture);
-
 // "FILE:LINE: message", or "FILE:FIRST-LAST: message".
 std::string ProblemText(const Capture& capture, const LogProblem& problem);
 

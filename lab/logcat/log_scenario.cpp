@@ -50,7 +50,7 @@ YamlNode ScenarioOf(LogSession& session, const LogSession::Options& options,
         }
         TellFaultsBesideNodes(request, leftOut);
     };
-    session.Tell({add});
+    session.Tell(add);
     const int64_t endMs = WholeMs(session.Log().end);
     if (endMs > lastMs) steps.push_back(MakeMap({{"wait", MakeScalar(endMs - lastMs)}}));
 

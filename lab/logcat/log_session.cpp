@@ -75,22 +75,20 @@ void LogSession::Open(const Options& options) {
 // False at the end of the capture.
 bool LogSession::ReadLine() {
     std::string_view line;
-    switch (mInput->ReadLine(line)) {
-        case CaptureInput::Reading::kLine:
-            mReader->Add(line);
-            return true;
-        case CaptureInput::Reading::kIdle:
-            mReader->Flush();
-            mPause();
-            return true;
-        case CaptureInput::Reading::kEnd:
-            break;
+    const CaptureInput::Reading reading = mInput->ReadLine(line);
+    if (reading == CaptureInput::Reading::kLine) {
+        mReader->Add(line);
+        return true;
+    }
+    mReader->Flush();
+    if (reading == CaptureInput::Reading::kIdle) {
+        mPause();
+        return true;
     }
     if (!mInput->Damage().empty()) {
         const int last = static_cast<int>(mCapture.lineCount);
         mDamage = {{last, last, mInput->Damage()}};
     }
-    mReader->Flush();
     return false;
 }
 
@@ -149,10 +147,10 @@ void LogSession::CheckPhone() {
     }
 }
 
-void LogSession::Tell(const Listener& listener) {
+void LogSession::Tell(const std::function<void(LogRequest&&)>& request,
+                      const std::function<void()>& pause) {
     const KnownNodes nodes(mDevice);
-    StoryTeller teller(nodes, mScenes, mLists, mStory,
-                       [&](LogRequest&& request) { listener.request(std::move(request)); });
+    StoryTeller teller(nodes, mScenes, mLists, mStory, request);
     teller.BeginWith(mEarlier.All(), mEarlier.IsWhole());
     for (const CapturedLine& line : mBeginning) teller.Add(line);
     mBeginning = {};
@@ -166,7 +164,7 @@ void LogSession::Tell(const Listener& listener) {
     };
     mPause = [&] {
         teller.Flush();
-        listener.pause();
+        pause();
     };
     if (IsLive() && mIsPaused) mPause();
     while (ReadLine()) {

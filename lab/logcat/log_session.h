@@ -34,14 +34,12 @@ class LogSession {
     // log, and what the device, the scenes and the plug-in throw.
     explicit LogSession(const Options& options);
 
-    // What Tell hands on, in the order in which it began.
-    struct Listener {
-        std::function<void(LogRequest&&)> request;
-        std::function<void()> pause = [] {};  // nothing more has come through the pipe for a while
-    };
-
     // Tells the capture's story, once.
-    void Tell(const Listener& listener);
+    //   request  gets each request, in the order in which they began
+    //   pause    nothing more has come through the pipe for a while
+    void Tell(
+        const std::function<void(LogRequest&&)>& request,
+        const std::function<void()>& pause = [] {});
 
     // As far as the capture has been read and told.
     const Capture& Log() const { return mCapture; }

@@ -59,8 +59,8 @@ class LogcatReport {
           mOptions(options),
           mLayout(session.Scenes().ClusterLayout()),
           mPaint(Paint::ForTerminal(STDOUT_FILENO)),
-          mMoments(session.IsLive() ? Moments(session.Log().clock, std::nullopt)
-                                    : MomentsOf(session.Log())),
+          mMoments(session.Log().clock,
+                   session.IsLive() ? std::nullopt : std::optional(session.Log().end)),
           mBook(session.Device(), session.Scenes(), session.GetPhone().GetKernel()),
           mTimeline(std::cout, mBook, {options.verbose, mPaint, mMoments}),
           mPictures(options.trace, options.report),
@@ -69,8 +69,8 @@ class LogcatReport {
     int Print() {
         if (!mOptions.json) PrintHead();
         mPictures.Begin(mSession.Device(), mBook);
-        mSession.Tell({[this](LogRequest&& request) { mPlayer.Play(request); },
-                       [] { std::cout << std::flush; }});
+        mSession.Tell([this](LogRequest&& request) { mPlayer.Play(request); },
+                      [] { std::cout << std::flush; });
         mPlayer.Finish(mSession.Log().end);
         if (mOptions.json) {
             PrintJson();

@@ -89,10 +89,10 @@ inline ToldLog PlayLog(LogSession& session) {
         book.Observe(event);
         told.events.push_back(event);
     });
-    session.Tell({[&](LogRequest&& request) {
+    session.Tell([&](LogRequest&& request) {
         player.Play(request);
         told.requests.push_back(std::move(request));
-    }});
+    });
     player.Finish(session.Log().end);
     for (const auto& [handle, lock] : book.Locks()) {
         told.held.push_back({lock, session.DoubtOf(lock, player.DoubtLine(handle))});
