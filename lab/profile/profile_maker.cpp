@@ -154,7 +154,6 @@ class Maker {
             }
             cluster.rtgBoostKhz = std::clamp<int64_t>(
                 PolicyNumber(policy, "walt/rtg_boost_freq").value_or(0), 0, kMostKhz);
-            cluster.name = std::to_string(policy);  // until all are known
             if (!guess.empty()) mTableGuesses[i] = guess;
             if (!isTold) mCpuGuesses[i] = "no related_cpus in the dump: up to the next policy";
         }
@@ -250,20 +249,16 @@ class Maker {
 
     // Of "…/bus_dcvs/DDR/19091000.qcom,bwmon-ddr/min_freq" the two folders, as the dump has them.
     void MakeBuses() {
-        std::vector<std::string> folders;
-        std::map<std::string, int> lines;
+        std::map<int, std::string> folders;  // by line
         for (const auto& [path, node] : mDump.nodes) {
             if (!path.starts_with(kBuses) || !path.ends_with("/min_freq")) continue;
             if (node.state == PhoneDump::State::kMissing) continue;
             const size_t from = std::string_view(kBuses).size();
             const std::string folder = path.substr(from, path.rfind('/') - from);
             if (std::count(folder.begin(), folder.end(), '/') != 1) continue;
-            folders.push_back(folder);
-            lines[folder] = node.line;
+            folders[node.line] = folder;
         }
-        std::sort(folders.begin(), folders.end(),
-                  [&](const auto& a, const auto& b) { return lines[a] < lines[b]; });
-        for (const std::string& folder : folders) MakeBus(folder);
+        for (const auto& [line, folder] : folders) MakeBus(folder);
     }
 
     // The monitor's ends now, and the bus's steps between them.
