@@ -106,21 +106,20 @@ void LogEvidence::AddNode(const CapturedLine& line) {
 
 std::vector<LogProblem> LogEvidence::Contradictions(const DeviceProfile& device) const {
     std::vector<LogProblem> found;
+    const auto tell = [&](int line, std::string text) {
+        found.push_back({line, line, std::move(text)});
+    };
     std::map<const CpuCluster*, int> cpuOf;
     for (const auto& [cpu, line] : mCpus) {
         const CpuCluster* cluster = ClusterOf(device, cpu);
         if (!cluster) {
-            found.push_back(
-                {line, line, fmt::format("limits cpu{}, which {} has not", cpu, device.name)});
+            tell(line, fmt::format("limits cpu{}, which {} has not", cpu, device.name));
             continue;
         }
         const auto [other, isFirst] = cpuOf.emplace(cluster, cpu);
-        if (!isFirst) {
-            found.push_back({line, line,
-                             fmt::format("limits cpu{} apart from cpu{}, which {} has in one "
-                                         "cluster",
-                                         cpu, other->second, device.name)});
-        }
+        if (isFirst) continue;
+        tell(line, fmt::format("limits cpu{} apart from cpu{}, which {} has in one cluster", cpu,
+                               other->second, device.name));
     }
     for (const auto& [path, values] : mValues) {
         std::string name;
@@ -140,10 +139,9 @@ std::vector<LogProblem> LogEvidence::Contradictions(const DeviceProfile& device)
         const auto& [value, seen] = read == strange.end() ? strange.front() : *read;
         const std::string others =
             strange.size() == 1 ? "" : fmt::format(" (and {} more values)", strange.size() - 1);
-        found.push_back(
-            {seen.line, seen.line,
+        tell(seen.line,
              fmt::format("{} {} {} here{}, which is no step of {}'s {}", ShortNode(path),
-                         seen.isRead ? "reads" : "is set to", value, others, device.name, name)});
+                         seen.isRead ? "reads" : "is set to", value, others, device.name, name));
     }
     return found;
 }

@@ -191,7 +191,10 @@ class LogReader::Work {
     void AddWhole(const LogHeader& header, bool isCut) {
         const Time printed = header.stamp ? mCalendar.At(*header.stamp) : mCalendar.Last();
         if (header.stamp && mCapture.origin.empty()) SetOrigin(*header.stamp);
-        if (header.stamp && header.stamp->month == 2 && header.stamp->day == 29) TakeLeapDay();
+        if (header.stamp && header.stamp->month == 2 && header.stamp->day == 29) {
+            mHasLeapDay = true;
+            if (mCapture.clock) mCapture.clock->isLeapYear = true;
+        }
         const bool isPlugin = BeginsAsPlugin(header.text);
         CapturedLine line;
         if (isPlugin || MayBeMessage(header.text)) line.match = MatchMessage(header.text);
@@ -355,11 +358,6 @@ class LogReader::Work {
         if (stamp.month == 0) return;
         mCapture.clock = WallClock{stamp.year, stamp.month, stamp.day,
                                    std::chrono::microseconds(stamp.us + stamp.zoneUs), mHasLeapDay};
-    }
-
-    void TakeLeapDay() {
-        mHasLeapDay = true;
-        if (mCapture.clock) mCapture.clock->isLeapYear = true;
     }
 
     Capture& mCapture;
