@@ -587,26 +587,4 @@ RunStats CountRun(Replay& replay, const std::string& name) {
     return stats;
 }
 
-std::vector<FloorCost> FloorCosts(const RunStats& run, const PowerModel& model) {
-    std::vector<FloorCost> costs;
-    for (const RunStats::Range& range : run.ranges) {
-        if (!model.Has(range.name)) continue;
-        FloorCost cost;
-        cost.range = range.name;
-        const double lowest = model.PowerAt(range.name, range.lowKhz);
-        for (const RunStats::Value& floor : range.floors) {
-            if (!floor.khz) {
-                cost.unknown += floor.time;
-            } else if (*floor.khz > range.lowKhz) {
-                const double hours =
-                    std::chrono::duration<double, std::ratio<3600>>(floor.time).count();
-                cost.raised += floor.time;
-                cost.milliwattHours += (model.PowerAt(range.name, *floor.khz) - lowest) * hours;
-            }
-        }
-        costs.push_back(std::move(cost));
-    }
-    return costs;
-}
-
 }  // namespace lab

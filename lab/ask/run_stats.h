@@ -75,17 +75,6 @@ struct RunStats {
 // Plays and counts.
 RunStats CountRun(Replay& replay, const std::string& name);
 
-// What the floors of one range cost above its lowest step.
-struct FloorCost {
-    std::string range;
-    double milliwattHours = 0;
-    Time raised{};   // that a floor stood above the lowest step
-    Time unknown{};  // that nobody knows the floor
-};
-
-// Those of the ranges that the model has. Throws InputError for a floor that it does not reach.
-std::vector<FloorCost> FloorCosts(const RunStats& run, const PowerModel& model);
-
 // One run, or several side by side.
 //   model     null: nothing about power
 //   mostHolds how many of the longest holds of each run

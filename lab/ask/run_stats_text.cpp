@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "lab/ask/run_stats.h"
+#include "lab/ask/floor_costs.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
 
@@ -17,7 +17,6 @@ using Runs = std::vector<RunStats>;
 
 constexpr size_t kMostRivals = 3;
 constexpr double kPercent = 100;
-constexpr double kHoursADay = 24;
 
 constexpr char kModelText[] =
     "  A model: power at each floor in force less that at the lowest step, times how long, as if\n"
@@ -202,18 +201,6 @@ void PrintHolds(std::ostream& out, const Runs& runs, size_t most, const Paint& p
     table.Print(out, "  ", paint);
 }
 
-double Total(const std::vector<FloorCost>& costs) {
-    double total = 0;
-    for (const FloorCost& cost : costs) total += cost.milliwattHours;
-    return total;
-}
-
-// Of a run as long as a day, that runs of unlike length can be compared.
-double ADay(double milliwattHours, Time length) {
-    const double hours = std::chrono::duration<double, std::ratio<3600>>(length).count();
-    return hours > 0 ? milliwattHours / hours * kHoursADay : 0;
-}
-
 void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, const Paint& paint) {
     std::vector<std::string> headings = {"floors cost"};
     std::vector<std::vector<FloorCost>> costs;
@@ -249,7 +236,7 @@ void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, co
     std::vector<double> totals;
     std::vector<double> aDay;
     for (size_t i = 0; i < runs.size(); ++i) {
-        totals.push_back(Total(costs[i]));
+        totals.push_back(TotalCost(costs[i]));
         aDay.push_back(ADay(totals[i], runs[i].length));
     }
     addRow("together", totals);
@@ -338,8 +325,8 @@ nlohmann::json RunJson(const RunStats& run, const PowerModel* model) {
                                   {"raised_ms", WholeMs(range.raised)},
                                   {"unknown_ms", WholeMs(range.unknown)}});
     }
-    cost["mwh"] = Total(costs);
-    cost["mwh_a_day"] = ADay(Total(costs), run.length);
+    cost["mwh"] = TotalCost(costs);
+    cost["mwh_a_day"] = ADay(TotalCost(costs), run.length);
     json["floors_cost"] = std::move(cost);
     return json;
 }
