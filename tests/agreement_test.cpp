@@ -182,7 +182,8 @@ void CompareWhy(const YamlNode& root, const History& history, const BookedLock& 
     Replay::Options options;
     options.at = fmt::format("{}ms", WholeMs(at));
     const auto replay = Replay::OpenScenario(root, options);
-    const NodeStory story = AskWhy(*replay, std::to_string(lock.list[pair])).story;
+    const WhyAnswer answer = AskWhy(*replay, std::to_string(lock.list[pair]));
+    const NodeStory& story = answer.story;
     std::string said;
     bool isOwner = false;
     for (const Holder& holder : story.holders) {
@@ -196,7 +197,7 @@ void CompareWhy(const YamlNode& root, const History& history, const BookedLock& 
     const History::Track& track = history.Tracks()[bearing->track];
     int64_t khz = 0;
     for (const History::Point& point : bearing->isFloor ? track.floor : track.ceiling) {
-        if (point.at <= story.at) khz = point.khz;
+        if (point.at <= answer.at) khz = point.khz;
     }
     EXPECT_EQ(std::stoll(story.value) / (track.name == "gpu" ? 1000 : 1), khz) << track.name;
 }

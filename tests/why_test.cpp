@@ -396,15 +396,15 @@ TEST(Why, LetsTimePassBehindTheLastStepAndStopsWithinRepeats) {
     ASSERT_EQ(within.story.holders.size(), 1u);
     EXPECT_EQ(within.story.holders[0].ask.who, "touch (4098)");
     EXPECT_EQ(within.story.holders[0].ask.since, Time(std::chrono::milliseconds(300)));
-    EXPECT_EQ(within.story.ended.size(), 1u);
+    EXPECT_EQ(within.ended.size(), 1u);
 
     const WhyAnswer after = Ask("steps:\n- {do: touch}", "big_min", "60000");
-    EXPECT_EQ(after.story.at, Time(std::chrono::seconds(60)));
+    EXPECT_EQ(after.at, Time(std::chrono::seconds(60)));
     EXPECT_TRUE(after.story.holders.empty());
-    ASSERT_EQ(after.problems.size(), 1u);
-    EXPECT_NE(after.problems[0].find("60.000 s is after the scenario's end at 0.000 s"),
+    ASSERT_EQ(after.remarks.size(), 1u);
+    EXPECT_NE(after.remarks[0].find("60.000 s is after the scenario's end at 0.000 s"),
               std::string::npos);
-    EXPECT_TRUE(within.problems.empty());
+    EXPECT_TRUE(within.remarks.empty());
 }
 
 TEST(Why, SaysInOneSentenceWhyTheNodeReadsThat) {
@@ -423,7 +423,7 @@ TEST(Why, SaysInOneSentenceWhyTheNodeReadsThat) {
 }
 
 TEST(Why, SaysOnceThatANodeOfSeveralCpusRefusesAWrite) {
-    const auto& ended = Ask(kOldWrite, "big_max").story.ended;
+    const auto& ended = Ask(kOldWrite, "big_max").ended;
     const auto isOfStep = [](const EndedAsk& end) { return end.ask.request->line == 5; };
     EXPECT_EQ(std::count_if(ended.begin(), ended.end(), isOfStep), 1);
 }

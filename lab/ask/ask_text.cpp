@@ -36,6 +36,13 @@ std::string LastsText(const Ask& ask, Time now) {
     return "until written again";
 }
 
+std::string HolderText(const Holder& holder, const ReplayAnswer& answer, const Paint& paint) {
+    return paint(holder.wins ? Colour::kGreen : Colour::kYellow,
+                 fmt::format("{:<7}", holder.wins ? "counts" : "loses")) +
+           fmt::format(" {:<28} {:<14} {}, {}", holder.ask.who, holder.ask.ValueText(),
+                       SinceText(answer.times, holder.ask), LastsText(holder.ask, answer.at));
+}
+
 std::string AskedText(const Ask& ask) {
     // A group's words can fill a page; the line tells where to read on.
     std::string request = ask.RequestText();

@@ -5,7 +5,8 @@
 #include <string>
 
 #include "lab/ask/node_verdicts.h"
-#include "lab/names/moments.h"
+#include "lab/ask/replay.h"
+#include "lab/names/paint.h"
 
 namespace lab {
 
@@ -17,6 +18,9 @@ std::string SinceText(const Moments& times, const Ask& ask);
 
 // "1120 ms left", "until its client says otherwise".
 std::string LastsText(const Ask& ask, Time now);
+
+// "counts  thermal  <= 1651.2 MHz  since 4.010 s, until its client says otherwise", in columns.
+std::string HolderText(const Holder& holder, const ReplayAnswer& answer, const Paint& paint);
 
 // "asked by 'do game_fight (9220)', line 163".
 std::string AskedText(const Ask& ask);

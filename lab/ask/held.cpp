@@ -143,23 +143,16 @@ HeldAnswer AskHeld(Replay& replay) {
     replay.Play([&](const Event&) { holds.Observe(); });
 
     HeldAnswer answer;
-    answer.at = replay.Now();
-    answer.times = replay.Times();
-    answer.device = replay.Device().name;
-    answer.title = replay.Title();
-    answer.scenes = replay.Scenes().File();
-    answer.isWhole = replay.IsWhole();
+    replay.Describe(answer);
     for (const std::string& path : NodesOf(book, replay.Device(), boot)) {
         const NodeTarget target = FindNode(path, replay.Device(), kernel, replay.ArrangedNodes());
-        NodeStory story = TellNodeStory(target, book, boot[target.path], {});
-        TellDoubts(replay, story);
+        NodeStory story = TellNodeStory(replay, target, boot[target.path]);
         if (story.value != story.boot || !story.holders.empty()) {
             answer.nodes.push_back(std::move(story));
         }
     }
     answer.holds = holds.Longest(answer.at);
     AddFindings(replay, answer);
-    answer.remarks = replay.Remarks();
     return answer;
 }
 

@@ -14,7 +14,7 @@
 
 namespace lab {
 
-struct HeldAnswer {
+struct HeldAnswer : ReplayAnswer {
     // A lock's hold, or a client's or scene's word on a tag, from its beginning to its end.
     struct Hold {
         std::string who;
@@ -26,16 +26,9 @@ struct HeldAnswer {
         std::optional<Time> end;    // none: it is held
     };
 
-    Time at{};
-    Moments times;
-    std::string device;
-    std::string title;
-    std::string scenes;
     std::vector<NodeStory> nodes;       // that are not at their default, or that somebody limits
     std::vector<Hold> holds;            // the longest first
     std::vector<std::string> findings;  // events and locks that were begun long ago and never ended
-    std::vector<std::string> remarks;   // what is doubtful
-    bool isWhole = true;                // false: a capture that does not tell everything
 };
 
 // Plays and looks around.

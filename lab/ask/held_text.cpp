@@ -6,6 +6,7 @@
 #include "lab/ask/ask_text.h"
 #include "lab/ask/held.h"
 #include "lab/names/node_names.h"
+#include "lab/names/table.h"
 #include "lab/names/text.h"
 
 namespace lab {
@@ -19,10 +20,7 @@ void PrintNode(std::ostream& out, const HeldAnswer& answer, const NodeStory& sto
         << (isDefault ? "" : fmt::format(" (boot {})", NodeText(story.boot, ""))) << ", "
         << story.Because() << "\n";
     for (const Holder& holder : story.holders) {
-        const Colour colour = holder.wins ? Colour::kGreen : Colour::kYellow;
-        out << "    " << paint(colour, fmt::format("{:<7}", holder.wins ? "counts" : "loses"))
-            << fmt::format(" {:<28} {:<14} {}, {}", holder.ask.who, holder.ask.ValueText(),
-                           SinceText(answer.times, holder.ask), LastsText(holder.ask, answer.at))
+        out << "    " << HolderText(holder, answer, paint)
             << (holder.wins ? "" : "; " + holder.verdict) << "\n";
         if (!holder.doubt.empty()) {
             out << "            " << paint(Colour::kYellow, "not sure: " + holder.doubt) << "\n";
@@ -83,14 +81,7 @@ std::string HeldJson(const HeldAnswer& answer) {
         {"at_ms", WholeMs(answer.at)}, {"is_whole", answer.isWhole}, {"remarks", answer.remarks},
         {"findings", answer.findings}, {"nodes", Json::array()},     {"holds", Json::array()}};
     if (answer.times.HasClock()) json["clock"] = answer.times.Stamp(answer.at);
-    for (const NodeStory& story : answer.nodes) {
-        Json node = {{"node", story.target.path}, {"short", ShortNode(story.target.path)},
-                     {"value", story.value},      {"boot", story.boot},
-                     {"unit", story.unit},        {"because", story.Because()},
-                     {"holders", Json::array()}};
-        for (const Holder& holder : story.holders) node["holders"].push_back(HolderJson(holder));
-        json["nodes"].push_back(std::move(node));
-    }
+    for (const NodeStory& story : answer.nodes) json["nodes"].push_back(NodeStoryJson(story));
     for (const HeldAnswer::Hold& hold : answer.holds) {
         json["holds"].push_back({{"who", hold.who},
                                  {"what", hold.what},
@@ -101,7 +92,7 @@ std::string HeldJson(const HeldAnswer& answer) {
                                  {"end_ms", msOf(hold.end)},
                                  {"lasted_ms", WholeMs(LengthOf(answer, hold))}});
     }
-    return json.dump(2, ' ', false, Json::error_handler_t::replace);
+    return JsonText(json);
 }
 
 }  // namespace lab

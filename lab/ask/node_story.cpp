@@ -4,24 +4,41 @@
 
 #include <algorithm>
 
+#include "lab/ask/ask_text.h"
 #include "lab/names/node_names.h"
 
 namespace lab {
 
-NodeStory TellNodeStory(const NodeTarget& target, const Book& book, const std::string& boot,
-                        const std::map<std::string, int>& status) {
+NodeStory TellNodeStory(Replay& replay, const NodeTarget& target, const std::string& boot) {
     NodeStory story;
+    const Book& book = replay.GetBook();
     const Kernel& kernel = book.GetKernel();
     story.target = target;
-    story.at = book.Now();
     story.exists = kernel.Has(target.path);
     story.value = kernel.Value(target.path);
     story.boot = boot;
     story.unit = NodeUnit(target.path);
-    story.status = status;
     story.holders = WeighHolders(target, book, boot);
-    story.ended.assign(book.Ended().rbegin(), book.Ended().rend());
+    for (Holder& holder : story.holders) {
+        const BookedLock* lock = book.FindLock(holder.handle);
+        if (lock) holder.doubt = replay.DoubtOf(*lock);
+        if (holder.ask.who == kUnnamed) {
+            holder.notes.emplace_back("who asked is not in this capture");
+        }
+    }
     return story;
+}
+
+nlohmann::json NodeStoryJson(const NodeStory& story) {
+    nlohmann::json json = {{"node", story.target.path},
+                           {"short", ShortNode(story.target.path)},
+                           {"value", story.value},
+                           {"boot", story.boot},
+                           {"unit", story.unit},
+                           {"because", story.Because()},
+                           {"holders", nlohmann::json::array()}};
+    for (const Holder& holder : story.holders) json["holders"].push_back(HolderJson(holder));
+    return json;
 }
 
 std::string NodeStory::Because() const {

@@ -1,33 +1,31 @@
-// Why a node reads what it reads: its value, who asks for what, and who asked before.
+// Why a node reads what it reads: its value, and who asks for what.
 #pragma once
 
-#include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "lab/ask/node_verdicts.h"
+#include "lab/ask/replay.h"
 
 namespace lab {
 
 struct NodeStory {
     NodeTarget target;
-    Time at{};
-    std::string value;  // as read at that time; of a node that is gone: empty
+    std::string value;  // as read now; of a node that is gone: empty
     bool exists = false;
-    std::string boot;                   // as read after boot
-    std::string unit;                   // of both
-    std::vector<Holder> holders;        // those that win first, then the oldest first
-    std::vector<EndedAsk> ended;        // latest first
-    std::map<std::string, int> status;  // the performance switch and the thermal level
+    std::string boot;             // as read after boot
+    std::string unit;             // of both
+    std::vector<Holder> holders;  // those that win first, then the oldest first
 
     // "held by thermal (<= 1651.2 MHz)", or why nobody holds it.
     std::string Because() const;
 };
 
-// Tells the story as it is now.
-//   boot    what the node read after boot
-//   status  as the plug-in reports it
-NodeStory TellNodeStory(const NodeTarget& target, const Book& book, const std::string& boot,
-                        const std::map<std::string, int>& status);
+// Tells the story as it is now, after Play, with what is not sure of it.
+//   boot  what the node read after boot
+NodeStory TellNodeStory(Replay& replay, const NodeTarget& target, const std::string& boot);
+
+nlohmann::json NodeStoryJson(const NodeStory& story);
 
 }  // namespace lab

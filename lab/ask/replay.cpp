@@ -44,8 +44,6 @@ class ScenarioReplay final : public Replay {
     const DeviceProfile& Device() const override { return mDevice; }
     const SceneFile& Scenes() const override { return mScenes; }
     Phone& GetPhone() override { return mPhone; }
-    const Moments& Times() const override { return mTimes; }
-    std::string Title() const override { return mHead.title.empty() ? mHead.file : mHead.title; }
     std::map<std::string, int> Status() override { return mServer.Status(); }
     std::string DoubtOf(const BookedLock&) const override { return ""; }
 
@@ -67,8 +65,11 @@ class ScenarioReplay final : public Replay {
         mPlayedTo = runner.PlayedTo();
     }
 
-    std::vector<std::string> Remarks() override {
-        std::vector<std::string> remarks;
+    void Describe(ReplayAnswer& answer) override {
+        Replay::Describe(answer);
+        answer.title = mHead.title.empty() ? mHead.file : mHead.title;
+        answer.times = mTimes;
+        std::vector<std::string>& remarks = answer.remarks;
         if (mAt && *mAt > mPlayedTo) {
             remarks.push_back(fmt::format(
                 "{}: {} s is after the scenario's end at {} s: what is shown is what comes of "
@@ -83,7 +84,6 @@ class ScenarioReplay final : public Replay {
         for (const SceneProblem& problem : mServer.Problems()) {
             remarks.push_back(ProblemText(mScenes, problem));
         }
-        return remarks;
     }
 
   private:
@@ -112,8 +112,6 @@ class CaptureReplay final : public Replay {
     const DeviceProfile& Device() const override { return mSession.Device(); }
     const SceneFile& Scenes() const override { return mSession.Scenes(); }
     Phone& GetPhone() override { return mSession.GetPhone(); }
-    const Moments& Times() const override { return mTimes; }
-    std::string Title() const override { return mSession.Log().file; }
 
     void Play(const std::function<void(const Event&)>& observe) override {
         mPlayer.emplace(mSession.GetPhone(), [&](const Event& event) {
@@ -126,8 +124,15 @@ class CaptureReplay final : public Replay {
         mPlayer->Finish(mAt.value_or(mSession.Log().end));
     }
 
-    std::vector<std::string> Remarks() override {
-        std::vector<std::string> remarks = mSession.Unknowns();
+    void Describe(ReplayAnswer& answer) override {
+        Replay::Describe(answer);
+        answer.title = mSession.Log().file;
+        answer.times = mTimes;
+        const LogStory& story = mSession.Story();
+        answer.isWhole =
+            mSession.Earlier().IsWhole() && !story.lastLoss && story.detail != LogDetail::kErrors;
+        std::vector<std::string>& remarks = answer.remarks;
+        remarks = mSession.Unknowns();
         for (const std::string& note : {mSession.DetailAdvice(), mSession.UnknownCommands()}) {
             if (!note.empty()) remarks.push_back(note);
         }
@@ -141,17 +146,10 @@ class CaptureReplay final : public Replay {
                                           Counted(problems.size(), "problem"),
                                           ProblemText(mSession.Log(), problems[0])));
         }
-        return remarks;
     }
 
     std::string DoubtOf(const BookedLock& lock) const override {
         return mSession.DoubtOf(lock, mPlayer->DoubtLine(lock.handle));
-    }
-
-    bool IsWhole() const override {
-        const LogStory& story = mSession.Story();
-        return mSession.Earlier().IsWhole() && !story.lastLoss &&
-               story.detail != LogDetail::kErrors;
     }
 
   private:
@@ -180,14 +178,11 @@ std::unique_ptr<Replay> Replay::OpenScenario(const YamlNode& scenario, const Opt
     return std::make_unique<ScenarioReplay>(scenario, options);
 }
 
-void TellDoubts(Replay& replay, NodeStory& story) {
-    for (Holder& holder : story.holders) {
-        const BookedLock* lock = replay.GetBook().FindLock(holder.handle);
-        if (lock) holder.doubt = replay.DoubtOf(*lock);
-        if (holder.ask.who == kUnnamed) {
-            holder.notes.emplace_back("who asked is not in this capture");
-        }
-    }
+void Replay::Describe(ReplayAnswer& answer) {
+    answer.device = Device().name;
+    answer.scenes = Scenes().File();
+    answer.at = Now();
+    answer.isCapture = IsCapture();
 }
 
 }  // namespace lab

@@ -8,13 +8,24 @@
 #include <string>
 #include <vector>
 
-#include "lab/ask/node_story.h"
 #include "lab/book/book.h"
 #include "lab/names/moments.h"
 #include "lab/phone/phone.h"
 #include "lab/server/inputs.h"
 
 namespace lab {
+
+// What every answer from a replay tells of it.
+struct ReplayAnswer {
+    std::string title;  // the file's name where it has none
+    std::string device;
+    std::string scenes;  // the file
+    Moments times;
+    Time at{};  // the moment that was played to
+    bool isCapture = false;
+    bool isWhole = true;               // false: a capture that does not tell everything
+    std::vector<std::string> remarks;  // refused commands, what a capture cannot know
+};
 
 class Replay {
   public:
@@ -39,8 +50,6 @@ class Replay {
     virtual const DeviceProfile& Device() const = 0;
     virtual const SceneFile& Scenes() const = 0;
     virtual Phone& GetPhone() = 0;
-    virtual const Moments& Times() const = 0;
-    virtual std::string Title() const = 0;  // the file's name where it has none
 
     // Nodes that there are only later.
     virtual std::vector<std::string> ArrangedNodes() const { return {}; }
@@ -52,14 +61,11 @@ class Replay {
     // capture.
     virtual std::map<std::string, int> Status() { return {}; }
 
-    // What is doubtful: refused commands, what a capture cannot know. After Play.
-    virtual std::vector<std::string> Remarks() = 0;
+    // Says of the replay what every answer does. After Play.
+    virtual void Describe(ReplayAnswer& answer);
 
     // Why it is not sure that the lock is held; empty when it is.
     virtual std::string DoubtOf(const BookedLock& lock) const = 0;
-
-    // True when nothing before or in it is missing.
-    virtual bool IsWhole() const { return true; }
 
     Book& GetBook() { return *mBook; }
     Time Now() { return GetPhone().GetClock().Now(); }
@@ -71,9 +77,5 @@ class Replay {
     std::optional<Time> mAt;
     std::optional<Book> mBook;
 };
-
-// Says of each holder why it is not sure that it holds, and of an unnamed one why it has no name.
-// After Play.
-void TellDoubts(Replay& replay, NodeStory& story);
 
 }  // namespace lab

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "lab/ask/ask_text.h"
 #include "lab/ask/run_comparison.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
@@ -25,7 +26,7 @@ std::string OrNothing(const std::string& text) {
 // "5.120 s (line 12)"; nothing where there is no moment.
 std::string PlaceText(const Moments& times, const std::optional<Time>& at, int line) {
     if (!at) return "";
-    return times.Text(*at) + (times.HasClock() ? "" : " s") + AtLine(line);
+    return TimeText(times, *at) + AtLine(line);
 }
 
 std::string TimesText(const RunDifference& difference) {

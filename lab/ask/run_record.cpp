@@ -126,10 +126,7 @@ RunRecord RecordRun(Replay& replay, const std::string& name) {
     Keeper keeper(replay, record);
     replay.Play([&](const Event& event) { keeper.Observe(event); });
     record.name = name;
-    record.device = replay.Device().name;
-    record.times = replay.Times();
-    record.isWhole = replay.IsWhole();
-    record.isCapture = replay.IsCapture();
+    replay.Describe(record);
     if (!record.isCapture) {
         for (RunFinding& finding : replay.GetBook().Findings()) {
             record.findings.push_back(std::move(finding.text));
@@ -142,7 +139,6 @@ RunRecord RecordRun(Replay& replay, const std::string& name) {
             fmt::format("{} holds {} at the end", lock.owner,
                         Timeline::PairText(lock.list[0], lock.list[1], layout)));
     }
-    record.remarks = replay.Remarks();
     return record;
 }
 }  // namespace lab

@@ -10,7 +10,7 @@
 
 namespace lab {
 
-struct RunRecord {
+struct RunRecord : ReplayAnswer {
     struct Lock {
         std::vector<std::string> pairs;  // "big_cpu0_min_freq >= 2112 MHz"
         std::string lasts;               // "2000 ms", "until released", "refused with -1"
@@ -27,14 +27,9 @@ struct RunRecord {
     };
 
     std::string name;
-    std::string device;
-    Moments times;
-    bool isCapture = false;
-    bool isWhole = true;
     std::map<std::string, std::string> nodes;  // what they read at the start, by path
     std::vector<Request> requests;
     std::vector<std::string> findings;  // of a capture: what is held at its end
-    std::vector<std::string> remarks;
 };
 
 // Plays and keeps.

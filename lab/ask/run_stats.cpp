@@ -106,10 +106,8 @@ class Counter {
         if (!mIsInRequest) WeighDirty();
     }
 
-    RunStats Finish(Time end) {
-        mNow = end;
-        RunStats stats;
-        stats.length = end;
+    void Finish(RunStats& stats) {
+        mNow = stats.at;
         WeighDirty();
         for (const auto& [handle, lock] : mBook.Locks()) {
             const auto hold = mHolds.find(handle);
@@ -118,8 +116,7 @@ class Counter {
         stats.holds = std::move(mEnded);
         std::stable_sort(stats.holds.begin(), stats.holds.end(), IsLonger);
         AddRequesters(stats);
-        for (size_t i = 0; i < mRanges.size(); ++i) AddRange(mRanges[i], stats);
-        return stats;
+        for (const Range& range : mRanges) AddRange(range, stats);
     }
 
   private:
@@ -497,8 +494,8 @@ class Counter {
         to.name = from.name;
         to.lowKhz = from.lowKhz;
         to.highKhz = from.highKhz;
-        to.floors = ValuesOf(from.floor, from.perKhz);
-        to.ceilings = ValuesOf(from.ceiling, from.perKhz);
+        to.floors = ValuesOf(from.floor, from.perKhz, stats.isWhole);
+        to.ceilings = ValuesOf(from.ceiling, from.perKhz, stats.isWhole);
         for (const RunStats::Value& value : to.ceilings) {
             for (const RunStats::Part& part : value.by) {
                 if (part.name == kThermal) to.capped += part.time;
@@ -515,14 +512,13 @@ class Counter {
                            [](const RunStats::Part& part) { return !part.name.empty(); });
     }
 
-    std::vector<RunStats::Value> ValuesOf(size_t index, int64_t perKhz) {
+    std::vector<RunStats::Value> ValuesOf(size_t index, int64_t perKhz, bool isKnown) {
         std::vector<RunStats::Value> values;
         if (index == kNone) return values;
         Node& node = mNodes[index];
         Account(node);
         std::map<std::optional<int64_t>, Times> times = node.times;
         // Before its first line tells of it, a node may have had any value.
-        const bool isKnown = mReplay.IsWhole();
         for (const auto& [name, time] : node.unseen) {
             times[isKnown ? node.unseenValue : std::nullopt][isKnown ? name : ""] += time;
         }
@@ -577,13 +573,10 @@ std::vector<std::string> RunStats::NeverWon() const {
 RunStats CountRun(Replay& replay, const std::string& name) {
     Counter counter(replay);
     replay.Play([&](const Event& event) { counter.Observe(event); });
-    RunStats stats = counter.Finish(replay.Now());
+    RunStats stats;
     stats.name = name;
-    if (!replay.IsCapture()) stats.title = replay.Title();
-    stats.device = replay.Device().name;
-    stats.times = replay.Times();
-    stats.isWhole = replay.IsWhole();
-    stats.remarks = replay.Remarks();
+    replay.Describe(stats);
+    counter.Finish(stats);
     return stats;
 }
 

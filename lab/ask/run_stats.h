@@ -14,7 +14,7 @@
 
 namespace lab {
 
-struct RunStats {
+struct RunStats : ReplayAnswer {
     struct Part {
         std::string name;
         Time time{};
@@ -57,16 +57,10 @@ struct RunStats {
         std::string doubt;       // why it is not sure that it is; empty: it is
     };
 
-    std::string name;   // the file, as the user named it
-    std::string title;  // a scenario's
-    std::string device;
-    Moments times;
-    Time length{};
-    bool isWhole = true;                // false: a capture that does not tell everything
+    std::string name;                   // the file, as the user named it
     std::vector<Requester> requesters;  // that held longest first
     std::vector<Range> ranges;
     std::vector<Hold> holds;  // the longest first
-    std::vector<std::string> remarks;
 
     // Those that asked and never counted.
     std::vector<std::string> NeverWon() const;

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "lab/ask/ask_text.h"
 #include "lab/ask/floor_costs.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
@@ -23,7 +24,7 @@ constexpr char kModelText[] =
     "  the cluster sat at its floor and would sit at the lowest step without one.";
 
 // "2.000 s 20.0 %".
-std::string TimeText(Time time, Time length) {
+std::string ShareText(Time time, Time length) {
     if (time == Time{}) return "-";
     const double share = length > Time{} ? kPercent * static_cast<double>(time.count()) /
                                                static_cast<double>(length.count())
@@ -100,8 +101,8 @@ void PrintRequesters(std::ostream& out, const Runs& runs, const Paint& paint) {
         for (const RunStats& run : runs) {
             const RunStats::Requester* who = FindNamed(run.requesters, name);
             asked.push_back(who ? std::to_string(who->asked) : "-");
-            held.push_back(who ? TimeText(who->held, run.length) : "-");
-            won.push_back(who ? TimeText(who->won, run.length) : "-");
+            held.push_back(who ? ShareText(who->held, run.at) : "-");
+            won.push_back(who ? ShareText(who->won, run.at) : "-");
             lost.push_back(who ? PartsText(who->lostTo) : "");
         }
         std::vector<std::string> cells = {name};
@@ -145,7 +146,7 @@ void AddValues(const Runs& runs, const std::string& name, const char* bound,
         for (const RunStats& run : runs) {
             const RunStats::Range* range = FindNamed(run.ranges, name);
             const RunStats::Value* found = range ? FindValue(range->*values, step) : nullptr;
-            cells.push_back(found ? TimeText(found->time, run.length) : "-");
+            cells.push_back(found ? ShareText(found->time, run.at) : "-");
             by.push_back(found ? PartsText(found->by) : "");
         }
         cells.insert(cells.end(), by.begin(), by.end());
@@ -171,7 +172,7 @@ void PrintRanges(std::ostream& out, const Runs& runs, const Paint& paint) {
         std::vector<std::string> capped;
         for (const RunStats::Range& range : runs[i].ranges) {
             if (range.capped == Time{}) continue;
-            capped.push_back(range.name + " " + TimeText(range.capped, runs[i].length));
+            capped.push_back(range.name + " " + ShareText(range.capped, runs[i].at));
         }
         if (capped.empty()) continue;
         out << "  " << Heading("capped by thermal", i, runs.size()) << ": " << Join(capped) << "\n";
@@ -183,17 +184,15 @@ void PrintHolds(std::ostream& out, const Runs& runs, size_t most, const Paint& p
     Table table({"", "longest holds", "for", "since", "until", "of"});
     for (size_t i = 0; i < runs.size(); ++i) {
         const RunStats& run = runs[i];
-        const auto moment = [&](Time at) {
-            return run.times.Text(at) + (run.times.HasClock() ? "" : " s");
-        };
         for (size_t h = 0; h < std::min(most, run.holds.size()); ++h) {
             const RunStats::Hold& hold = run.holds[h];
-            std::string until = hold.isHeld ? "held at the end" : moment(hold.end);
+            std::string until = hold.isHeld ? "held at the end" : TimeText(run.times, hold.end);
             if (!hold.doubt.empty()) until += "; not sure: " + hold.doubt;
             table.Add(
                 {Letter(i, runs.size()), hold.who,
                  (hold.isEarlier ? "at least " : "") + SecondsText(hold.end - hold.since) + " s",
-                 hold.isEarlier ? "before the capture" : moment(hold.since), until, hold.what});
+                 hold.isEarlier ? "before the capture" : TimeText(run.times, hold.since), until,
+                 hold.what});
         }
     }
     if (table.IsEmpty()) return;
@@ -237,7 +236,7 @@ void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, co
     std::vector<double> aDay;
     for (size_t i = 0; i < runs.size(); ++i) {
         totals.push_back(TotalCost(costs[i]));
-        aDay.push_back(ADay(totals[i], runs[i].length));
+        aDay.push_back(ADay(totals[i], runs[i].at));
     }
     addRow("together", totals);
     if (runs.size() > 1) addRow("as a day of it", aDay);
@@ -288,9 +287,9 @@ nlohmann::json HoldJson(const RunStats::Hold& hold) {
 
 nlohmann::json RunJson(const RunStats& run, const PowerModel* model) {
     nlohmann::json json = {{"file", run.name},
-                           {"title", run.title},
+                           {"title", run.isCapture ? "" : run.title},
                            {"device", run.device},
-                           {"ms", WholeMs(run.length)},
+                           {"ms", WholeMs(run.at)},
                            {"is_whole", run.isWhole},
                            {"requesters", nlohmann::json::array()},
                            {"never_counted", run.NeverWon()},
@@ -326,7 +325,7 @@ nlohmann::json RunJson(const RunStats& run, const PowerModel* model) {
                                   {"unknown_ms", WholeMs(range.unknown)}});
     }
     cost["mwh"] = TotalCost(costs);
-    cost["mwh_a_day"] = ADay(TotalCost(costs), run.length);
+    cost["mwh_a_day"] = ADay(TotalCost(costs), run.at);
     json["floors_cost"] = std::move(cost);
     return json;
 }
@@ -340,9 +339,9 @@ void PrintRunStats(std::ostream& out, const Runs& runs, const PowerModel* model,
         const std::string letter = Letter(i, runs.size());
         out << paint(Colour::kBold,
                      fmt::format("{}{} on {}: {} s", letter.empty() ? "" : letter + "  ", run.name,
-                                 run.device, SecondsText(run.length)))
+                                 run.device, SecondsText(run.at)))
             << "\n";
-        if (!run.title.empty() && run.title != run.name) out << "  " << run.title << "\n";
+        if (!run.isCapture && run.title != run.name) out << "  " << run.title << "\n";
         if (!run.isWhole) {
             out << paint(Colour::kYellow,
                          "  This capture does not tell everything: times are of what it tells")

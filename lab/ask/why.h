@@ -1,8 +1,10 @@
 // Why a node reads what it reads at a moment of a scenario or of a capture.
 #pragma once
 
+#include <map>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "lab/ask/node_story.h"
 #include "lab/ask/replay.h"
@@ -10,16 +12,10 @@
 
 namespace lab {
 
-struct WhyAnswer {
+struct WhyAnswer : ReplayAnswer {
     NodeStory story;
-    Moments times;
-    std::string device;
-    std::string scenario;  // title, or the file where there is none
-    std::string scenes;    // the file
-    // What the plug-in refused in the scene file, and what is doubtful in the question or the
-    // capture.
-    std::vector<std::string> problems;
-    bool isWhole = true;  // false: a capture that does not tell everything
+    std::vector<EndedAsk> ended;        // who asked before, latest first
+    std::map<std::string, int> status;  // the performance switch and the thermal level
 };
 
 // Plays and answers. Throws std::runtime_error for a node (as FindNode takes it) that is not there.

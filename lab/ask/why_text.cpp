@@ -1,11 +1,11 @@
-// An answer to "why" as text and as JSON.
+#include "lab/ask/why.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "lab/ask/ask_text.h"
-#include "lab/ask/why.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/table.h"
@@ -29,11 +29,7 @@ std::string SharedText(const NodeTarget& target) {
 
 void PrintHolder(std::ostream& out, const Holder& holder, const WhyAnswer& answer,
                  const Paint& paint) {
-    const std::string word = holder.wins ? "counts" : "loses";
-    out << "  " << paint(holder.wins ? Colour::kGreen : Colour::kYellow, fmt::format("{:<7}", word))
-        << fmt::format(" {:<28} {:<14} {}, {}\n", holder.ask.who, holder.ask.ValueText(),
-                       SinceText(answer.times, holder.ask), LastsText(holder.ask, answer.story.at));
-    out << fmt::format("          {}\n", holder.verdict);
+    out << fmt::format("  {}\n          {}\n", HolderText(holder, answer, paint), holder.verdict);
     for (const std::string& note : holder.notes) out << fmt::format("          {}\n", note);
     if (!holder.doubt.empty()) {
         out << "          " << paint(Colour::kYellow, "not sure: " + holder.doubt) << "\n";
@@ -45,11 +41,10 @@ void PrintHolder(std::ostream& out, const Holder& holder, const WhyAnswer& answe
 }
 
 void PrintEnded(std::ostream& out, const WhyAnswer& answer, size_t most, const Paint& paint) {
-    const NodeStory& story = answer.story;
-    if (story.ended.empty() || most == 0) return;
+    if (answer.ended.empty() || most == 0) return;
     out << "\n" << paint(Colour::kBold, "Asked before, and over") << "\n";
-    for (size_t i = 0; i < std::min(most, story.ended.size()); ++i) {
-        const EndedAsk& ended = story.ended[i];
+    for (size_t i = 0; i < std::min(most, answer.ended.size()); ++i) {
+        const EndedAsk& ended = answer.ended[i];
         out << fmt::format("  {:>11}  {:<28} {:<14} {}\n", TimeText(answer.times, ended.at),
                            ended.ask.who, ended.ask.ValueText(), ended.how);
         out << paint(Colour::kDim, fmt::format("               {}{}",
@@ -59,28 +54,44 @@ void PrintEnded(std::ostream& out, const WhyAnswer& answer, size_t most, const P
                                                AskedText(ended.ask)))
             << "\n";
     }
-    if (story.ended.size() > most) {
-        out << fmt::format("  and {} earlier; --history {} shows them\n", story.ended.size() - most,
-                           story.ended.size());
+    if (answer.ended.size() > most) {
+        out << fmt::format("  and {} earlier; --history {} shows them\n",
+                           answer.ended.size() - most, answer.ended.size());
     }
 }
 
 }  // namespace
 
+WhyAnswer AskWhy(Replay& replay, const std::string& node) {
+    Book& book = replay.GetBook();
+    const Kernel& kernel = book.GetKernel();
+    const NodeTarget target = FindNode(node, replay.Device(), kernel, replay.ArrangedNodes());
+    const std::string boot = kernel.Value(target.path);
+    book.KeepEnded(target);
+    replay.Play([](const Event&) {});
+
+    WhyAnswer answer;
+    replay.Describe(answer);
+    answer.story = TellNodeStory(replay, target, boot);
+    answer.ended.assign(book.Ended().rbegin(), book.Ended().rend());
+    answer.status = replay.Status();
+    return answer;
+}
+
 void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, const Paint& paint) {
     const NodeStory& story = answer.story;
     const NodeTarget& target = story.target;
     out << paint(Colour::kBold, fmt::format("{} on {} at {}", ShortNode(target.path), answer.device,
-                                            TimeText(answer.times, story.at)))
+                                            TimeText(answer.times, answer.at)))
         << "\n"
-        << fmt::format("  {}{}\n  {}\n\n", target.path, SharedText(target), answer.scenario);
+        << fmt::format("  {}{}\n  {}\n\n", target.path, SharedText(target), answer.title);
     out << fmt::format("  reads   {}, {}\n",
                        NodeText(story.exists ? story.value : "nothing", story.unit),
                        story.Because());
     out << fmt::format("  boot    {}\n", NodeText(story.boot.empty() ? "no such node" : story.boot,
                                                   story.boot.empty() ? "" : story.unit));
-    const auto thermal = story.status.find("mTB_Prior");
-    if (thermal != story.status.end() && thermal->second > 0) {
+    const auto thermal = answer.status.find("mTB_Prior");
+    if (thermal != answer.status.end() && thermal->second > 0) {
         out << fmt::format("  thermal level {} in force\n", thermal->second);
     }
     out << "\n";
@@ -95,26 +106,16 @@ void PrintWhy(std::ostream& out, const WhyAnswer& answer, size_t mostEnded, cons
 }
 
 std::string WhyJson(const WhyAnswer& answer) {
-    const NodeStory& story = answer.story;
-    nlohmann::json json = {{"node", story.target.path},
-                           {"short", ShortNode(story.target.path)},
-                           {"device", answer.device},
-                           {"scenario", answer.scenario},
-                           {"scenes", answer.scenes},
-                           {"at_ms", WholeMs(story.at)},
-                           {"is_whole", answer.isWhole},
-                           {"value", story.value},
-                           {"boot", story.boot},
-                           {"unit", story.unit},
-                           {"because", story.Because()},
-                           {"tags", story.target.tags},
-                           {"status", story.status},
-                           {"holders", nlohmann::json::array()},
-                           {"ended", nlohmann::json::array()}};
-    for (const Holder& holder : story.holders) {
-        json["holders"].push_back(HolderJson(holder));
-    }
-    for (const EndedAsk& ended : story.ended) {
+    nlohmann::json json = NodeStoryJson(answer.story);
+    json.update({{"device", answer.device},
+                 {"scenario", answer.title},
+                 {"scenes", answer.scenes},
+                 {"at_ms", WholeMs(answer.at)},
+                 {"is_whole", answer.isWhole},
+                 {"tags", answer.story.target.tags},
+                 {"status", answer.status},
+                 {"ended", nlohmann::json::array()}});
+    for (const EndedAsk& ended : answer.ended) {
         nlohmann::json entry = AskJson(ended.ask);
         entry["ended_ms"] = WholeMs(ended.at);
         entry["how"] = ended.how;

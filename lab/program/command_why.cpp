@@ -35,7 +35,7 @@ struct WhyOptions {
 
 int AnswerWhy(const WhyOptions& options) {
     const WhyAnswer answer = AskWhy(*Replay::Open(options.replay), options.node);
-    for (const std::string& problem : answer.problems) PrintError(Colour::kYellow, problem);
+    for (const std::string& problem : answer.remarks) PrintError(Colour::kYellow, problem);
     if (options.json) {
         std::cout << WhyJson(answer) << "\n";
     } else {
