@@ -104,9 +104,7 @@ std::vector<std::string> NodesOf(const Book& book, const DeviceProfile& device,
     }
     std::vector<std::string> nodes;
     for (const std::string& path : wanted) {
-        // What merely follows is nobody's, and a policy's folder is another name of its CPUs'.
-        const bool isAlias = path.find("/cpufreq/policy") != path.npos;
-        if (isAlias || path.ends_with("cur_freq") || !kernel.Has(path)) continue;
+        if (Book::IsUnwatched(path) || !kernel.Has(path)) continue;
         const bool isTold = std::any_of(nodes.begin(), nodes.end(), [&](const auto& other) {
             return kernel.IsSameNode(other, path);
         });

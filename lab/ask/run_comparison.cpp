@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <regex>
+#include <set>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
@@ -89,33 +91,31 @@ std::string WithoutPlace(const std::string& finding) {
     return std::regex_replace(finding, place, "");
 }
 
+// One of the runs, as far as it is compared.
+struct Side {
+    const RunRecord& run;
+    Requests requests;
+    std::map<std::string, std::string> nodes;  // at the requests being compared
+};
+
 class Comparer {
   public:
     Comparer(const RunRecord& before, const RunRecord& after)
-        : mBefore(before),
-          mAfter(after),
-          mBeforeNodes(NodesOf(before)),
-          mAfterNodes(NodesOf(after)) {
+        // A log has no word of what a scenario does itself: it looks, expects, arranges.
+        : mBefore(SideOf(before, before.isCapture == after.isCapture)),
+          mAfter(SideOf(after, before.isCapture == after.isCapture)) {
         mResult.before = before.name;
         mResult.after = after.name;
         mResult.beforeTimes = before.times;
         mResult.afterTimes = after.times;
         mResult.isWhole = before.isWhole && after.isWhole;
-        // A log has no word of what a scenario does itself: it looks, expects, arranges.
-        const bool isAll = before.isCapture == after.isCapture;
-        mFormer = ComparedOf(before, isAll);
-        mLatter = ComparedOf(after, isAll);
     }
 
     RunComparison Compare() {
-        if (mBefore.device != mAfter.device) {
-            RunDifference difference;
-            difference.what = "the device";
-            difference.before = mBefore.device;
-            difference.after = mAfter.device;
-            Add(std::move(difference));
+        if (mBefore.run.device != mAfter.run.device) {
+            Add({Kind::kDevice, "", {}, {}, "the device", mBefore.run.device, mAfter.run.device});
         }
-        const Pairs pairs = Aligner(mFormer, mLatter).Align();
+        const Pairs pairs = Aligner(mBefore.requests, mAfter.requests).Align();
         mResult.same = pairs.size();
         size_t b = 0;
         size_t a = 0;
@@ -123,29 +123,25 @@ class Comparer {
             AddUnpaired(b, nextB, a, nextA);
             b = nextB + 1;
             a = nextA + 1;
-            CompareRequests(mFormer[nextB], mLatter[nextA]);
+            CompareRequests(mBefore.requests[nextB], mAfter.requests[nextA]);
         }
-        AddUnpaired(b, mFormer.size(), a, mLatter.size());
+        AddUnpaired(b, mBefore.requests.size(), a, mAfter.requests.size());
         CompareFindings();
         return std::move(mResult);
     }
 
   private:
-    static Requests ComparedOf(const RunRecord& run, bool isAll) {
-        Requests compared;
+    static Side SideOf(const RunRecord& run, bool isAll) {
+        // Before a capture that is not whole shows a node, nobody knows what it reads.
+        Side side{run, {}, run.isWhole ? run.nodes : std::map<std::string, std::string>()};
         const RunRecord::Request* first = nullptr;
         for (const RunRecord::Request& request : run.requests) {
             if (!first) first = &request;
             if (!isAll && !request.asks) continue;
-            compared.push_back({first, &request});
+            side.requests.push_back({first, &request});
             first = nullptr;
         }
-        return compared;
-    }
-
-    // Before a capture that is not whole shows a node, nobody knows what it reads.
-    static std::map<std::string, std::string> NodesOf(const RunRecord& run) {
-        return run.isWhole ? run.nodes : std::map<std::string, std::string>();
+        return side;
     }
 
     // One that is so again is counted where it was so first.
@@ -162,24 +158,14 @@ class Comparer {
 
     void AddUnpaired(size_t b, size_t endB, size_t a, size_t endA) {
         for (; b < endB; ++b) {
-            const RunRecord::Request& request = *mFormer[b].request;
-            RunDifference difference;
-            difference.kind = Kind::kGone;
-            difference.request = request.text;
-            difference.beforeLine = request.line;
-            difference.beforeAt = request.at;
-            Add(std::move(difference));
-            Enter(mFormer[b], mBeforeNodes);
+            const RunRecord::Request& request = *mBefore.requests[b].request;
+            Add({Kind::kGone, request.text, request.place});
+            Enter(mBefore.requests[b], mBefore.nodes);
         }
         for (; a < endA; ++a) {
-            const RunRecord::Request& request = *mLatter[a].request;
-            RunDifference difference;
-            difference.kind = Kind::kNew;
-            difference.request = request.text;
-            difference.afterLine = request.line;
-            difference.afterAt = request.at;
-            Add(std::move(difference));
-            Enter(mLatter[a], mAfterNodes);
+            const RunRecord::Request& request = *mAfter.requests[a].request;
+            Add({Kind::kNew, request.text, {}, request.place});
+            Enter(mAfter.requests[a], mAfter.nodes);
         }
     }
 
@@ -187,7 +173,7 @@ class Comparer {
         for (const RunRecord::Request* at = compared.first; at <= compared.request; ++at) {
             for (const auto& [name, value] : at->changed) {
                 nodes[name] = value;
-                mTouched.push_back(name);
+                mTouched.insert(name);
             }
         }
     }
@@ -197,18 +183,7 @@ class Comparer {
         const RunRecord::Request& after = *latter.request;
         const auto tell = [&](Kind kind, const std::string& what, const std::string& was,
                               const std::string& is, const std::string& unit = "") {
-            RunDifference difference;
-            difference.kind = kind;
-            difference.request = before.text;
-            difference.beforeLine = before.line;
-            difference.afterLine = after.line;
-            difference.beforeAt = before.at;
-            difference.afterAt = after.at;
-            difference.what = what;
-            difference.before = was;
-            difference.after = is;
-            difference.unit = unit;
-            Add(std::move(difference));
+            Add({kind, before.text, before.place, after.place, what, was, is, unit});
         };
         if (before.result != after.result && !before.result.empty() && !after.result.empty()) {
             tell(Kind::kResult, "gives", before.result, after.result);
@@ -224,21 +199,16 @@ class Comparer {
             if (lost != gained) tell(Kind::kLock, "its lock holds", lost, gained);
         }
         // A value that differs is told once, at the first request that has it so.
-        Enter(former, mBeforeNodes);
-        Enter(latter, mAfterNodes);
-        std::sort(mTouched.begin(), mTouched.end());
-        mTouched.erase(std::unique(mTouched.begin(), mTouched.end()), mTouched.end());
+        Enter(former, mBefore.nodes);
+        Enter(latter, mAfter.nodes);
         for (const std::string& name : mTouched) {
-            const auto known = mBeforeNodes.find(name);
-            const auto other = mAfterNodes.find(name);
-            if (known == mBeforeNodes.end() || other == mAfterNodes.end()) continue;
-            const std::string& was = known->second;
-            const std::string& is = other->second;
-            auto& told = mToldNodes[name];
-            if (told == std::pair(was, is)) continue;
-            told = {was, is};
-            if (was == is) continue;
-            tell(Kind::kValue, ShortNode(name), was, is, NodeUnit(name));
+            const auto known = mBefore.nodes.find(name);
+            const auto other = mAfter.nodes.find(name);
+            if (known == mBefore.nodes.end() || other == mAfter.nodes.end()) continue;
+            const std::pair values(known->second, other->second);
+            if (std::exchange(mToldNodes[name], values) == values) continue;
+            if (values.first == values.second) continue;
+            tell(Kind::kValue, ShortNode(name), values.first, values.second, NodeUnit(name));
         }
         mTouched.clear();
     }
@@ -259,37 +229,40 @@ class Comparer {
     }
 
     void CompareFindings() {
-        if (mBefore.isCapture != mAfter.isCapture) return;
+        if (mBefore.run.isCapture != mAfter.run.isCapture) return;
         std::map<std::string, std::pair<size_t, size_t>> counts;
-        for (const std::string& finding : mBefore.findings) ++counts[WithoutPlace(finding)].first;
-        for (const std::string& finding : mAfter.findings) ++counts[WithoutPlace(finding)].second;
+        for (const std::string& finding : mBefore.run.findings) {
+            ++counts[WithoutPlace(finding)].first;
+        }
+        for (const std::string& finding : mAfter.run.findings) {
+            ++counts[WithoutPlace(finding)].second;
+        }
         for (const auto& [finding, count] : counts) {
             if (count.first == count.second) continue;
-            RunDifference difference;
-            difference.kind = Kind::kFinding;
-            difference.what = "finding: " + finding;
-            difference.before = TimesText(count.first);
-            difference.after = TimesText(count.second);
-            Add(std::move(difference));
+            Add({Kind::kFinding,
+                 "",
+                 {},
+                 {},
+                 "finding: " + finding,
+                 TimesText(count.first),
+                 TimesText(count.second)});
         }
     }
 
     static std::string TimesText(size_t count) { return count ? Counted(count, "time") : ""; }
 
-    const RunRecord& mBefore;
-    const RunRecord& mAfter;
-    Requests mFormer;
-    Requests mLatter;
-    std::map<std::string, std::string> mBeforeNodes;  // at the requests being compared
-    std::map<std::string, std::string> mAfterNodes;
-    std::vector<std::string> mTouched;  // since the last two that were
+    Side mBefore;
+    Side mAfter;
+    std::set<std::string> mTouched;  // nodes, since the last two that were compared
     std::map<std::string, std::pair<std::string, std::string>> mToldNodes;
     std::map<std::tuple<Kind, std::string, std::string, std::string, std::string>, size_t> mKnown;
     RunComparison mResult;
 };
+
 }  // namespace
 
 RunComparison CompareRuns(const RunRecord& before, const RunRecord& after) {
     return Comparer(before, after).Compare();
 }
+
 }  // namespace lab

@@ -16,15 +16,13 @@ struct RunDifference {
 
     Kind kind = Kind::kDevice;
     std::string request;  // "do game_fight (9220)"; empty: of the whole run
-    int beforeLine = 0;   // where it is first so; 0: none
-    int afterLine = 0;
-    std::optional<Time> beforeAt;  // when
-    std::optional<Time> afterAt;
-    std::string what;    // "cpu4 scaling_max_freq", "its lock lasts"; empty for a request
-    std::string before;  // empty: nothing
-    std::string after;
-    std::string unit;  // of both
-    size_t times = 1;  // how often it is so
+    std::optional<RunRecord::Place> firstBefore = {};  // when and where it is first so
+    std::optional<RunRecord::Place> firstAfter = {};
+    std::string what = {};    // "cpu4 scaling_max_freq", "its lock lasts"; empty for a request
+    std::string before = {};  // empty: nothing
+    std::string after = {};
+    std::string unit = {};  // of both
+    size_t times = 1;       // how often it is so
 };
 
 struct RunComparison {

@@ -24,9 +24,8 @@ std::string OrNothing(const std::string& text) {
 }
 
 // "5.120 s (line 12)"; nothing where there is no moment.
-std::string PlaceText(const Moments& times, const std::optional<Time>& at, int line) {
-    if (!at) return "";
-    return TimeText(times, *at) + AtLine(line);
+std::string PlaceText(const Moments& times, const std::optional<RunRecord::Place>& place) {
+    return place ? TimeText(times, place->at) + AtLine(place->line) : "";
 }
 
 std::string TimesText(const RunDifference& difference) {
@@ -38,10 +37,8 @@ std::string TimesText(const RunDifference& difference) {
 void PrintRunComparison(std::ostream& out, const RunComparison& comparison, const Paint& paint) {
     const std::string* request = nullptr;
     for (const RunDifference& difference : comparison.differences) {
-        const std::string before =
-            PlaceText(comparison.beforeTimes, difference.beforeAt, difference.beforeLine);
-        const std::string after =
-            PlaceText(comparison.afterTimes, difference.afterAt, difference.afterLine);
+        const std::string before = PlaceText(comparison.beforeTimes, difference.firstBefore);
+        const std::string after = PlaceText(comparison.afterTimes, difference.firstAfter);
         if (difference.kind == Kind::kGone || difference.kind == Kind::kNew) {
             const bool isGone = difference.kind == Kind::kGone;
             out << paint(isGone ? Colour::kRed : Colour::kGreen,
@@ -79,21 +76,20 @@ std::string RunComparisonJson(const RunComparison& comparison) {
                            {"same", comparison.same},
                            {"is_whole", comparison.isWhole},
                            {"differences", nlohmann::json::array()}};
-    const auto place = [](const std::optional<Time>& at, int line) {
-        if (!at) return nlohmann::json();
-        return nlohmann::json({{"at_ms", WholeMs(*at)}, {"line", line}});
+    const auto placeJson = [](const std::optional<RunRecord::Place>& place) {
+        if (!place) return nlohmann::json();
+        return nlohmann::json({{"at_ms", WholeMs(place->at)}, {"line", place->line}});
     };
     for (const RunDifference& difference : comparison.differences) {
-        json["differences"].push_back(
-            {{"kind", NameOf(difference.kind)},
-             {"request", difference.request},
-             {"what", difference.what},
-             {"before", difference.before},
-             {"after", difference.after},
-             {"unit", difference.unit},
-             {"times", difference.times},
-             {"first_before", place(difference.beforeAt, difference.beforeLine)},
-             {"first_after", place(difference.afterAt, difference.afterLine)}});
+        json["differences"].push_back({{"kind", NameOf(difference.kind)},
+                                       {"request", difference.request},
+                                       {"what", difference.what},
+                                       {"before", difference.before},
+                                       {"after", difference.after},
+                                       {"unit", difference.unit},
+                                       {"times", difference.times},
+                                       {"first_before", placeJson(difference.firstBefore)},
+                                       {"first_after", placeJson(difference.firstAfter)}});
     }
     return JsonText(json);
 }

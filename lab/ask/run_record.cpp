@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <sstream>
 #include <unordered_map>
 
@@ -30,7 +29,6 @@ class Keeper {
             const std::string& name = NameOf(path);
             if (!name.empty()) mRecord.nodes[name] = OneLine(mKernel.Value(path));
         }
-        mValues = mRecord.nodes;
         mTold = mRecord.nodes;
     }
 
@@ -39,9 +37,8 @@ class Keeper {
             RunRecord::Request request;
             const bool isTold = begin->facts && !begin->facts->text.empty();
             request.text = isTold ? begin->facts->text : begin->text;
-            request.line = begin->line;
+            request.place = {event.at, begin->line};
             request.asks = begin->facts && (begin->facts->cmdId || begin->facts->clientId);
-            request.at = event.at;
             mRecord.requests.push_back(std::move(request));
             mIsInRequest = true;
         } else if (const auto* end = std::get_if<RequestEnd>(&event.what)) {
@@ -61,12 +58,11 @@ class Keeper {
     const std::string& NameOf(const std::string& path) {
         const auto [entry, isNew] = mNames.try_emplace(path, path);
         if (!isNew) return entry->second;
-        if (path.find("cur_freq") != path.npos || path.find("/cpufreq/policy") != path.npos) {
+        if (Book::IsUnwatched(path)) {
             entry->second.clear();
         } else if (path.find("/cpu/cpu") != path.npos) {
             for (const std::string& other : mPaths) {
-                const bool isPolicy = other.find("/cpufreq/policy") != other.npos;
-                if (isPolicy || !mKernel.IsSameNode(other, path)) continue;
+                if (Book::IsUnwatched(other) || !mKernel.IsSameNode(other, path)) continue;
                 entry->second = other;
                 break;
             }
@@ -76,9 +72,7 @@ class Keeper {
 
     void SetValue(const std::string& path, const std::string& value) {
         const std::string& name = NameOf(path);
-        if (name.empty()) return;
-        mValues[name] = OneLine(value);
-        mChanged.push_back(name);
+        if (!name.empty()) mChanged[name] = OneLine(value);
     }
 
     void AddLock(const LockAcquire& acquire) {
@@ -98,10 +92,7 @@ class Keeper {
         mIsInRequest = false;
         RunRecord::Request& request = mRecord.requests.back();
         request.result = OneLine(end.result);
-        std::sort(mChanged.begin(), mChanged.end());
-        mChanged.erase(std::unique(mChanged.begin(), mChanged.end()), mChanged.end());
-        for (const std::string& name : mChanged) {
-            const std::string& value = mValues[name];
+        for (const auto& [name, value] : mChanged) {
             if (mTold[name] == value) continue;
             mTold[name] = value;
             request.changed.emplace_back(name, value);
@@ -115,10 +106,10 @@ class Keeper {
     RunRecord& mRecord;
     bool mIsInRequest = false;
     std::unordered_map<std::string, std::string> mNames;
-    std::map<std::string, std::string> mValues;
-    std::map<std::string, std::string> mTold;  // as the last request left them
-    std::vector<std::string> mChanged;
+    std::map<std::string, std::string> mTold;     // as the last request left them
+    std::map<std::string, std::string> mChanged;  // since then
 };
+
 }  // namespace
 
 RunRecord RecordRun(Replay& replay, const std::string& name) {
@@ -141,4 +132,5 @@ RunRecord RecordRun(Replay& replay, const std::string& name) {
     }
     return record;
 }
+
 }  // namespace lab

@@ -15,10 +15,13 @@ struct RunRecord : ReplayAnswer {
         std::vector<std::string> pairs;  // "big_cpu0_min_freq >= 2112 MHz"
         std::string lasts;               // "2000 ms", "until released", "refused with -1"
     };
+    struct Place {
+        Time at{};
+        int line = 0;
+    };
     struct Request {
         std::string text;
-        int line = 0;
-        Time at{};
+        Place place;
         bool asks = false;   // the server asks the plug-in; else it is a step of the scenario's own
         std::string result;  // empty: none, or not told
         std::vector<Lock> locks;

@@ -203,6 +203,9 @@ class Book {
     // True for a limit that is no stricter than the value after boot: its lock limits nothing.
     bool IsAtDefault(int opcode, int value) const;
 
+    // True for a node that is nobody's, for it follows everything, or another name of one.
+    static bool IsUnwatched(const std::string& path);
+
     // Everything found, with what is wrong about the nodes and locks as they are now.
     std::vector<RunFinding> Findings() const;
 
@@ -254,7 +257,6 @@ class Book {
     std::string WhyNoLock(const SceneElement& element, const std::string& result) const;
     std::string WhyNoBreakthrough(const BookedLock& lock, int opcode) const;
     bool IsNode(const NodeTarget& target, const std::string& path) const;
-    static bool IsUnwatched(const std::string& path);
     std::vector<PerfHal::Claim> ClaimsOn(size_t node) const;
     std::vector<PerfHal::Claim> ClaimsOf(int opcode) const;
     bool IsOverwritten(const PerfHal::Claim& claim) const;
