@@ -64,14 +64,14 @@ TEST(Held, FindsAnEventThatNobodyEnds) {
 }
 
 TEST(Held, TellsTheLongestHoldsFirst) {
-    const std::vector<HeldAnswer::Hold> holds = HeldAt(kGame).holds;
+    const std::vector<LockHold> holds = HeldAt(kGame).holds;
     ASSERT_EQ(holds.size(), 3u) << "a lifted limit's lock at its default is nobody's";
     EXPECT_EQ(holds[0].who, "game_running (9219)");
-    EXPECT_FALSE(holds[0].end);
+    EXPECT_TRUE(holds[0].isHeld);
     EXPECT_EQ(holds[1].who, "thermal");
-    EXPECT_EQ(*holds[1].end - *holds[1].since, milliseconds(4990));
+    EXPECT_EQ(holds[1].end - holds[1].since, milliseconds(4990));
     EXPECT_EQ(holds[2].who, "game_fight (9220)");
-    EXPECT_EQ(*holds[2].end - *holds[2].since, milliseconds(2000));
+    EXPECT_EQ(holds[2].end - holds[2].since, milliseconds(2000));
 }
 
 // The log of a run, asked like the run itself; a head that is cut off takes names with it and

@@ -7,12 +7,12 @@ constexpr double kHoursADay = 24;
 
 }  // namespace
 
-std::vector<FloorCost> FloorCosts(const RunStats& run, const PowerModel& model) {
-    std::vector<FloorCost> costs;
+std::vector<RunStats::Cost> FloorCosts(const RunStats& run, const PowerModel& model) {
+    std::vector<RunStats::Cost> costs;
     for (const RunStats::Range& range : run.ranges) {
         if (!model.Has(range.name)) continue;
-        FloorCost cost;
-        cost.range = range.name;
+        RunStats::Cost cost;
+        cost.name = range.name;
         const double lowest = model.PowerAt(range.name, range.lowKhz);
         for (const RunStats::Value& floor : range.floors) {
             if (!floor.khz) {
@@ -29,9 +29,9 @@ std::vector<FloorCost> FloorCosts(const RunStats& run, const PowerModel& model) 
     return costs;
 }
 
-double TotalCost(const std::vector<FloorCost>& costs) {
+double TotalCost(const std::vector<RunStats::Cost>& costs) {
     double total = 0;
-    for (const FloorCost& cost : costs) total += cost.milliwattHours;
+    for (const RunStats::Cost& cost : costs) total += cost.milliwattHours;
     return total;
 }
 

@@ -7,7 +7,7 @@
 #include <set>
 
 #include "lab/names/node_names.h"
-#include "lab/names/resource_names.h"
+#include "lab/names/tag_names.h"
 #include "lab/names/text.h"
 
 namespace lab {
@@ -16,75 +16,23 @@ namespace {
 // A boost that is meant to end has ended by then.
 constexpr Time kLong = std::chrono::minutes(2);
 
-std::string WhatOf(const BookedLock& lock, Layout layout) {
-    if (lock.list.size() < 2) {
-        return lock.tag < 0 ? "what it holds is not told" : TagLabel(lock.tag, layout);
-    }
-    const Resource resource = ResourceOf(lock.list[0], layout);
-    std::string what = resource.name + " " + BoundText(resource.bound, lock.list[1], resource.unit);
-    if (lock.list.size() > 2) what += fmt::format(" and {} more", lock.list.size() / 2 - 1);
-    return what;
+// A lifted limit keeps a lock that limits nothing.
+bool IsNobodys(const BookedLock& lock, const Book& book) {
+    return lock.tag >= 0 && lock.list.size() == 2 && book.IsAtDefault(lock.list[0], lock.list[1]);
 }
 
-HeldAnswer::Hold HoldOf(const BookedLock& lock, Layout layout, std::optional<Time> end) {
-    HeldAnswer::Hold hold{lock.owner,
-                          WhatOf(lock, layout),
-                          lock.takenBy->text,
-                          lock.takenBy->line,
-                          lock.handle,
-                          lock.since,
-                          end};
-    if (lock.isEarlier) hold.since.reset();
-    return hold;
+// Adds the hold of a lock that is over, or lasts until now.
+void AddHold(const BookedLock& lock, bool isHeld, const Book& book, Time now, LongestHolds& holds) {
+    if (IsNobodys(lock, book)) return;
+    LockHold hold = HoldOf(lock, book.ClusterLayout());
+    if (hold.what.empty()) {
+        hold.what =
+            lock.tag < 0 ? "what it holds is not told" : TagLabel(lock.tag, book.ClusterLayout());
+    }
+    hold.end = now;
+    hold.isHeld = isHeld;
+    holds.Add(std::move(hold));
 }
-
-// Goes along with a replay and keeps the holds that end.
-class Holds {
-  public:
-    explicit Holds(const Book& book) : mBook(book) {}
-
-    void Observe() {
-        const BookedLock* ended = mBook.EndedLock();
-        if (!ended || IsNobodys(*ended)) return;
-        mEnded.push_back(HoldOf(*ended, mBook.ClusterLayout(), mBook.Now()));
-        // Of a day's boosts the longest are enough.
-        if (mEnded.size() > 2 * kMost) Trim();
-    }
-
-    std::vector<HeldAnswer::Hold> Longest(Time now) {
-        for (const auto& [handle, lock] : mBook.Locks()) {
-            if (IsNobodys(lock)) continue;
-            mEnded.push_back(HoldOf(lock, mBook.ClusterLayout(), std::nullopt));
-        }
-        mNow = now;
-        Trim();
-        return std::move(mEnded);
-    }
-
-  private:
-    static constexpr size_t kMost = 1000;
-
-    // A lifted limit keeps a lock that limits nothing.
-    bool IsNobodys(const BookedLock& lock) const {
-        return lock.tag >= 0 && lock.list.size() == 2 &&
-               mBook.IsAtDefault(lock.list[0], lock.list[1]);
-    }
-
-    Time LengthOf(const HeldAnswer::Hold& hold) const {
-        return hold.end.value_or(mNow) - hold.since.value_or(Time(0));
-    }
-
-    void Trim() {
-        std::stable_sort(mEnded.begin(), mEnded.end(), [this](const auto& a, const auto& b) {
-            return LengthOf(a) > LengthOf(b);
-        });
-        if (mEnded.size() > kMost) mEnded.resize(kMost);
-    }
-
-    const Book& mBook;
-    Time mNow{};
-    std::vector<HeldAnswer::Hold> mEnded;
-};
 
 // The paths of all nodes that locks, words and writes bear on, one for each node.
 std::vector<std::string> NodesOf(const Book& book, const DeviceProfile& device,
@@ -137,8 +85,12 @@ HeldAnswer AskHeld(Replay& replay) {
     const Kernel& kernel = replay.GetPhone().GetKernel();
     std::map<std::string, std::string> boot;
     for (const std::string& path : kernel.Paths()) boot[path] = kernel.Value(path);
-    Holds holds(book);
-    replay.Play([&](const Event&) { holds.Observe(); });
+    LongestHolds holds;
+    replay.Play([&](const Event&) {
+        if (const BookedLock* ended = book.EndedLock()) {
+            AddHold(*ended, false, book, book.Now(), holds);
+        }
+    });
 
     HeldAnswer answer;
     replay.Describe(answer);
@@ -149,7 +101,9 @@ HeldAnswer AskHeld(Replay& replay) {
             answer.nodes.push_back(std::move(story));
         }
     }
-    answer.holds = holds.Longest(answer.at);
+    for (const auto& [handle, lock] : book.Locks()) AddHold(lock, true, book, answer.at, holds);
+    answer.holds = holds.Take();
+    if (answer.holds.size() > LongestHolds::kMost) answer.holds.resize(LongestHolds::kMost);
     AddFindings(replay, answer);
     return answer;
 }

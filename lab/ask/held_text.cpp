@@ -28,18 +28,12 @@ void PrintNode(std::ostream& out, const HeldAnswer& answer, const NodeStory& sto
     }
 }
 
-Time LengthOf(const HeldAnswer& answer, const HeldAnswer::Hold& hold) {
-    return hold.end.value_or(answer.at) - hold.since.value_or(Time(0));
-}
-
-void PrintHold(std::ostream& out, const HeldAnswer& answer, const HeldAnswer::Hold& hold) {
-    const Moments& times = answer.times;
-    const std::string since = hold.since ? TimeText(times, *hold.since) : "before the capture";
-    const std::string end = hold.end ? TimeText(times, *hold.end) : "held";
-    out << fmt::format("  {:>10} s{} {:<28} {}\n", SecondsText(LengthOf(answer, hold)),
-                       hold.since ? " " : "+", hold.who, hold.what)
-        << fmt::format("               from {} to {}; asked by '{}'{}\n", since, end, hold.request,
-                       AtLine(hold.line));
+void PrintHold(std::ostream& out, const Moments& times, const LockHold& hold) {
+    out << fmt::format("  {:>10} s{} {:<28} {}\n", SecondsText(hold.end - hold.since),
+                       hold.isEarlier ? "+" : " ", hold.who, hold.what)
+        << fmt::format("               from {} to {}; asked by {}\n",
+                       hold.isEarlier ? "before the capture" : TimeText(times, hold.since),
+                       hold.isHeld ? "held" : TimeText(times, hold.end), hold.takenBy->Quoted());
 }
 
 }  // namespace
@@ -55,7 +49,7 @@ void PrintHeld(std::ostream& out, const HeldAnswer& answer, size_t longest, cons
                                : "  Nothing that this capture tells of is held.\n");
     }
     for (size_t i = 0; i < std::min(longest, answer.holds.size()); ++i) {
-        PrintHold(out, answer, answer.holds[i]);
+        PrintHold(out, answer.times, answer.holds[i]);
     }
     if (longest == 0) {
         for (const NodeStory& story : answer.nodes) PrintNode(out, answer, story, paint);
@@ -73,24 +67,21 @@ void PrintHeld(std::ostream& out, const HeldAnswer& answer, size_t longest, cons
 
 std::string HeldJson(const HeldAnswer& answer) {
     using Json = nlohmann::json;
-    const auto msOf = [](const std::optional<Time>& time) {
-        return time ? Json(WholeMs(*time)) : Json();
-    };
     Json json = {
         {"device", answer.device},     {"file", answer.title},       {"scenes", answer.scenes},
         {"at_ms", WholeMs(answer.at)}, {"is_whole", answer.isWhole}, {"remarks", answer.remarks},
         {"findings", answer.findings}, {"nodes", Json::array()},     {"holds", Json::array()}};
     if (answer.times.HasClock()) json["clock"] = answer.times.Stamp(answer.at);
     for (const NodeStory& story : answer.nodes) json["nodes"].push_back(NodeStoryJson(story));
-    for (const HeldAnswer::Hold& hold : answer.holds) {
+    for (const LockHold& hold : answer.holds) {
         json["holds"].push_back({{"who", hold.who},
                                  {"what", hold.what},
-                                 {"request", hold.request},
-                                 {"line", hold.line},
+                                 {"request", hold.takenBy->text},
+                                 {"line", hold.takenBy->line},
                                  {"lock", hold.handle > 0 ? Json(hold.handle) : Json()},
-                                 {"since_ms", msOf(hold.since)},
-                                 {"end_ms", msOf(hold.end)},
-                                 {"lasted_ms", WholeMs(LengthOf(answer, hold))}});
+                                 {"since_ms", hold.isEarlier ? Json() : Json(WholeMs(hold.since))},
+                                 {"end_ms", hold.isHeld ? Json() : Json(WholeMs(hold.end))},
+                                 {"lasted_ms", WholeMs(hold.end - hold.since)}});
     }
     return JsonText(json);
 }

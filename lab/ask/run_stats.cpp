@@ -1,8 +1,7 @@
 #include "lab/ask/run_stats.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -11,7 +10,6 @@
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
-#include "lab/server/timeline.h"
 
 namespace lab {
 namespace {
@@ -22,10 +20,6 @@ constexpr char kPlugin[] = "the plug-in";
 constexpr char kCpus[] = "/sys/devices/system/cpu/cpu";
 constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
 constexpr char kGpu[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
-constexpr size_t kNone = static_cast<size_t>(-1);
-
-// More of them than anybody reads are not kept through a long run.
-constexpr size_t kMostHolds = 1000;
 
 // Time during which at least one of several things is so.
 class Span {
@@ -57,6 +51,60 @@ std::vector<RunStats::Part> PartsOf(const Times& times) {
     return parts;
 }
 
+// How long a floor or a ceiling read each of its values, and by whose word.
+class LimitTimes {
+  public:
+    explicit LimitTimes(const std::string& boot) : mBoot(ParseNumber(boot)), mValue(mBoot) {}
+
+    // From now on. Without a name it is nobody's word.
+    void Set(Time now, const std::optional<int64_t>& value, const std::string& by) {
+        Account(now);
+        mValue = value;
+        mBy = by;
+    }
+
+    // Some line tells of the node: before the first one it may have had any value.
+    void See(Time now) {
+        if (mIsSeen) return;
+        Account(now);
+        mIsSeen = true;
+    }
+
+    //   isWhole  what stood there before it was seen is known, too
+    std::vector<RunStats::Value> ValuesUntil(Time end, int64_t perKhz, bool isWhole) {
+        Account(end);
+        std::map<std::optional<int64_t>, Times> times = mTimes;
+        for (const auto& [name, time] : mUnseen) {
+            times[isWhole ? mBoot : std::nullopt][isWhole ? name : ""] += time;
+        }
+        std::vector<RunStats::Value> values;
+        for (const auto& [value, by] : times) {
+            RunStats::Value entry;
+            if (value) entry.khz = *value / perKhz;
+            entry.by = PartsOf(by);
+            for (const RunStats::Part& part : entry.by) entry.time += part.time;
+            if (!value) entry.by.clear();
+            if (entry.time > Time{}) values.push_back(std::move(entry));
+        }
+        return values;
+    }
+
+  private:
+    void Account(Time now) {
+        Times& times = mIsSeen ? mTimes[mValue] : mUnseen;
+        times[mBy] += now - mSince;
+        mSince = now;
+    }
+
+    const std::optional<int64_t> mBoot;
+    std::optional<int64_t> mValue;
+    std::string mBy;
+    Time mSince{};
+    bool mIsSeen = false;
+    std::map<std::optional<int64_t>, Times> mTimes;
+    Times mUnseen;
+};
+
 class Counter {
   public:
     explicit Counter(Replay& replay)
@@ -68,18 +116,19 @@ class Counter {
         for (const CpuCluster& cluster : mDevice.clusters) {
             const std::string cpu = kCpus + std::to_string(cluster.firstCpu) + "/cpufreq/";
             AddRange(cluster.name, cluster.khz.front(), cluster.khz.back(),
-                     cpu + "scaling_min_freq", cpu + "scaling_max_freq", 1);
+                     cpu + "scaling_min_freq", cpu + "scaling_max_freq");
         }
         if (!mDevice.gpuMhz.empty()) {
             const std::string gpu = kGpu;
             AddRange("gpu", mDevice.gpuMhz.back() * kPerKilo, mDevice.gpuMhz.front() * kPerKilo,
-                     gpu + "min_freq", gpu + "max_freq", kPerKilo);
+                     gpu + "min_freq", gpu + "max_freq");
+            mRanges.back().perKhz = kPerKilo;
         }
         for (const BusMonitor& bus : mDevice.buses) {
             const std::string folder = kBuses + bus.folder + "/";
             const std::string name = ShortNode(folder + "min_freq");
             AddRange(name.substr(0, name.rfind(' ')), bus.khz.front(), bus.khz.back(),
-                     folder + "min_freq", folder + "max_freq", 1);
+                     folder + "min_freq", folder + "max_freq");
             mRanges.back().isBus = true;
         }
     }
@@ -110,161 +159,126 @@ class Counter {
         mNow = stats.at;
         WeighDirty();
         for (const auto& [handle, lock] : mBook.Locks()) {
-            const auto hold = mHolds.find(handle);
-            if (hold != mHolds.end()) EndHold(hold->second, true, mReplay.DoubtOf(lock));
+            const auto open = mHolds.find(handle);
+            if (open != mHolds.end()) EndHold(open->second, true, mReplay.DoubtOf(lock));
         }
-        stats.holds = std::move(mEnded);
-        std::stable_sort(stats.holds.begin(), stats.holds.end(), IsLonger);
+        stats.holds = mEnded.Take();
         AddRequesters(stats);
         for (const Range& range : mRanges) AddRange(range, stats);
     }
 
   private:
     struct Requester {
+        std::string name;
         size_t asked = 0;
         Span held;
         Span won;
-        std::unordered_map<size_t, Span> lostTo;
-    };
-
-    // What a node has added to the requesters' times and takes back when it is weighed again.
-    struct Share {
-        size_t who = 0;
-        bool wins = false;
-        size_t lostTo = kNone;
+        std::map<std::string, Span> lostTo;
     };
 
     struct Node {
         NodeTarget target;
         std::string boot;
         bool isDirty = false;
-        std::vector<Share> shares;
-        bool isLimit = false;  // what it reads is counted
-        std::optional<int64_t> value;
-        std::string winner;
-        Time since{};
-        bool isSeen = false;  // some line tells of it
+        std::vector<Span*> spans;  // of requesters, that go on as long as the node stays as it is
+        std::optional<LimitTimes> limit;  // of one whose values are counted
         // What a capture reads there where the lab has another value; until it is written.
         std::optional<int64_t> told;
-        std::map<std::optional<int64_t>, Times> times;
-        Times unseen;  // of the value before it is seen
-        std::optional<int64_t> unseenValue;
     };
 
     struct Range {
         std::string name;
         int64_t lowKhz = 0;
         int64_t highKhz = 0;
+        Node* floor = nullptr;
+        Node* ceiling = nullptr;
         int64_t perKhz = 1;
         bool isBus = false;
-        size_t floor = kNone;
-        size_t ceiling = kNone;
     };
 
     struct OpenHold {
-        size_t who = 0;
-        bool counts = false;  // among the requesters' times
-        RunStats::Hold hold;
+        Requester* who = nullptr;
+        LockHold hold;
         std::vector<int> list;
         int tag = -1;
     };
 
-    static bool IsLonger(const RunStats::Hold& a, const RunStats::Hold& b) {
-        return a.end - a.since > b.end - b.since;
-    }
-
-    size_t IndexOf(const std::string& name) {
-        const auto [entry, isNew] = mIndexes.try_emplace(name, mRequesters.size());
+    Requester& RequesterCalled(const std::string& name) {
+        const auto [entry, isNew] = mByName.try_emplace(name, nullptr);
         if (isNew) {
-            mRequesters.emplace_back();
-            mNames.push_back(name);
+            entry->second = &mRequesters.emplace_back();
+            entry->second->name = name;
         }
-        return entry->second;
+        return *entry->second;
     }
 
     // Nodes.
 
     void AddRange(const std::string& name, int64_t low, int64_t high, const std::string& floor,
-                  const std::string& ceiling, int64_t perKhz) {
-        Range range;
+                  const std::string& ceiling) {
+        Range& range = mRanges.emplace_back();
         range.name = name;
         range.lowKhz = low;
         range.highKhz = high;
-        range.perKhz = perKhz;
-        range.floor = AddLimit(floor);
-        range.ceiling = AddLimit(ceiling);
-        mRanges.push_back(std::move(range));
+        range.floor = AddNode(floor);
+        range.ceiling = AddNode(ceiling);
+        for (Node* limit : {range.floor, range.ceiling}) {
+            if (limit) limit->limit.emplace(limit->boot);
+        }
     }
 
-    size_t AddLimit(const std::string& path) {
-        const size_t node = NodeOf(path);
-        if (node == kNone) return kNone;
-        mNodes[node].isLimit = true;
-        mNodes[node].value = ParseNumber(mNodes[node].boot);
-        return node;
-    }
-
-    // The node called `path`, known from here on; none when the device has none.
-    size_t NodeOf(const std::string& path) {
-        const size_t known = KnownNode(path);
-        if (known != kNone || !mKernel.Has(path)) return known;
-        Node node;
+    // The node called `path`, known from here on; null when the device has none.
+    Node* AddNode(const std::string& path) {
+        Node* known = KnownNode(path);
+        if (known || !mKernel.Has(path)) return known;
+        Node& node = mNodes.emplace_back();
         node.target = FindNode(path, mDevice, mKernel, {});
         const auto boot = mBoot.find(node.target.path);
         if (boot != mBoot.end()) node.boot = boot->second;
-        mNodes.push_back(std::move(node));
         mPaths.clear();
-        return mNodes.size() - 1;
+        return &node;
     }
 
-    size_t KnownNode(const std::string& path) {
-        const auto [entry, isNew] = mPaths.try_emplace(path, kNone);
-        for (size_t i = 0; isNew && i < mNodes.size(); ++i) {
-            const std::string& own = mNodes[i].target.path;
-            if (own == path || mKernel.IsSameNode(own, path)) entry->second = i;
+    Node* KnownNode(const std::string& path) {
+        const auto [entry, isNew] = mPaths.try_emplace(path, nullptr);
+        if (!isNew) return entry->second;
+        for (Node& node : mNodes) {
+            const std::string& own = node.target.path;
+            if (own == path || mKernel.IsSameNode(own, path)) entry->second = &node;
         }
         return entry->second;
     }
 
-    const std::vector<size_t>& NodesOfOpcode(int opcode) {
+    void MarkOpcode(int opcode) {
         const auto [entry, isNew] = mByOpcode.try_emplace(opcode);
-        if (!isNew) return entry->second;
-        for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
-            const size_t node = NodeOf(drive.path);
-            if (node != kNone) entry->second.push_back(node);
+        if (isNew) {
+            for (const Drive& drive : DrivesOf(static_cast<uint32_t>(opcode), mDevice)) {
+                entry->second.push_back(AddNode(drive.path));
+            }
         }
-        return entry->second;
+        for (Node* node : entry->second) Mark(node);
     }
 
-    const std::vector<size_t>& NodesOfTag(int tag) {
+    void MarkTag(int tag) {
         const auto [entry, isNew] = mByTag.try_emplace(tag);
-        if (!isNew) return entry->second;
-        for (const std::string& path : TagNodes(tag, mDevice)) {
-            const size_t node = NodeOf(path);
-            if (node != kNone) entry->second.push_back(node);
+        if (isNew) {
+            for (const std::string& path : TagNodes(tag, mDevice)) {
+                entry->second.push_back(AddNode(path));
+            }
         }
-        return entry->second;
-    }
-
-    void MarkDirty(const std::vector<size_t>& nodes) {
-        for (const size_t node : nodes) MarkDirty(node);
-    }
-
-    void MarkDirty(size_t node) {
-        if (node == kNone || mNodes[node].isDirty) return;
-        mNodes[node].isDirty = true;
-        mDirty.push_back(node);
+        for (Node* node : entry->second) Mark(node);
     }
 
     void MarkLock(const std::vector<int>& list, int tag) {
-        for (size_t at = 0; at + 1 < list.size(); at += 2) MarkDirty(NodesOfOpcode(list[at]));
-        if (tag >= 0) MarkDirty(NodesOfTag(tag));
+        for (size_t at = 0; at + 1 < list.size(); at += 2) MarkOpcode(list[at]);
+        if (tag >= 0) MarkTag(tag);
     }
 
-    void MarkPath(const std::string& path) {
-        MarkDirty(KnownNode(path));
-        const std::string other = OtherEnd(path);
-        if (!other.empty()) MarkDirty(KnownNode(other));
+    // To be weighed again; null: nothing.
+    void Mark(Node* node) {
+        if (!node || node->isDirty) return;
+        node->isDirty = true;
+        mDirty.push_back(node);
     }
 
     // Events.
@@ -274,16 +288,15 @@ class Counter {
         const RequestFacts* facts = begin.facts.get();
         if (!facts) return;
         if (facts->isRestart) {
-            for (size_t i = 0; i < mNodes.size(); ++i) MarkDirty(i);
+            for (Node& node : mNodes) Mark(&node);
         }
         for (const TagValue& claim : facts->claims) {
-            MarkDirty(NodesOfTag(claim.tag));
-            if (const auto opcode = FindTagOpcode(claim.tag, mBook.ClusterLayout())) {
-                MarkDirty(NodesOfOpcode(*opcode));
-            }
+            MarkTag(claim.tag);
+            const std::optional<int> opcode = FindTagOpcode(claim.tag, mBook.ClusterLayout());
+            if (opcode) MarkOpcode(*opcode);
         }
         if (!facts->who.empty() && IsAsk(*facts)) {
-            ++mRequesters[IndexOf(facts->isGroup ? facts->who + "'s group" : facts->who)].asked;
+            ++RequesterCalled(facts->isGroup ? facts->who + "'s group" : facts->who).asked;
         }
     }
 
@@ -328,18 +341,20 @@ class Counter {
     }
 
     void OnAccess(const NodeAccess& access) {
-        const bool isRead = access.kind == NodeAccess::Kind::kRead;
-        const size_t node = KnownNode(access.path);
-        if (node != kNone && access.error == 0) See(mNodes[node]);
-        if (node != kNone && access.error == 0 && mReplay.IsCapture()) {
-            TakeTold(access, mNodes[node]);
+        if (access.error != 0) return;
+        Node* node = KnownNode(access.path);
+        if (node && node->limit) {
+            node->limit->See(mNow);
+            if (mReplay.IsCapture()) TakeTold(access, *node);
         }
-        if (isRead || access.error != 0) return;
-        MarkPath(access.path);
-        for (const NodeValue& other : access.alsoChanged) {
-            const size_t changed = KnownNode(other.path);
-            if (changed != kNone) See(mNodes[changed]);
-            MarkDirty(changed);
+        if (access.kind == NodeAccess::Kind::kRead) return;
+        Mark(node);
+        const std::string other = OtherEnd(access.path);
+        if (!other.empty()) Mark(KnownNode(other));
+        for (const NodeValue& changed : access.alsoChanged) {
+            Node* follower = KnownNode(changed.path);
+            if (follower && follower->limit) follower->limit->See(mNow);
+            Mark(follower);
         }
     }
 
@@ -350,130 +365,85 @@ class Counter {
             return;
         }
         const std::optional<int64_t> read = ParseNumber(access.before);
-        if (!node.isLimit || !read || read == ParseNumber(mKernel.Value(node.target.path))) return;
-        Account(node);
-        node.told = node.value = read;
-        node.winner = kUnnamed;
-    }
-
-    void See(Node& node) {
-        if (node.isSeen) return;
-        Account(node);
-        node.isSeen = true;
+        if (!read || read == ParseNumber(mKernel.Value(node.target.path))) return;
+        node.told = read;
+        node.limit->Set(mNow, read, kUnnamed);
     }
 
     // Holds: what a lock is from one owner, list or doubt to the next.
 
     void Hold(const BookedLock& lock) {
-        const bool isDoubted = mDoubted.count(lock.handle) > 0;
-        const std::string& who = isDoubted ? std::string(kUnnamed) : lock.owner;
-        const auto found = mHolds.find(lock.handle);
-        if (found != mHolds.end()) {
-            if (mNames[found->second.who] == who && found->second.list == lock.list) return;
-            EndHold(found->second, false, "");
+        const std::string who = mDoubted.count(lock.handle) ? kUnnamed : lock.owner;
+        OpenHold& open = mHolds[lock.handle];
+        if (open.hold.who == who && open.list == lock.list) return;
+        EndHold(open, false, "");
+        open = {who == kPlugin ? nullptr : &RequesterCalled(who),
+                HoldOf(lock, mBook.ClusterLayout()), lock.list, lock.tag};
+        if (open.who) open.who->held.Begin(mNow);
+        LockHold& hold = open.hold;
+        hold.who = who;
+        hold.since = mNow;
+        hold.isEarlier = lock.isEarlier && lock.since == mNow;
+        if (hold.what.empty() && lock.tag >= 0) {
+            hold.what = TagLabel(lock.tag, mBook.ClusterLayout()) + ", ";
         }
-        OpenHold open;
-        open.who = IndexOf(who);
-        open.counts = who != kPlugin;
-        open.list = lock.list;
-        open.tag = lock.tag;
-        open.hold.who = who;
-        open.hold.what = WhatOf(lock);
-        open.hold.since = mNow;
-        open.hold.isEarlier = lock.isEarlier && lock.since == mNow;
-        if (open.counts) mRequesters[open.who].held.Begin(mNow);
-        mHolds[lock.handle] = std::move(open);
-    }
-
-    std::string WhatOf(const BookedLock& lock) const {
-        const Layout layout = mBook.ClusterLayout();
-        if (lock.list.empty()) {
-            return lock.tag < 0 ? "not told" : TagLabel(lock.tag, layout) + ", not told";
-        }
-        std::string what = Timeline::PairText(lock.list[0], lock.list[1], layout);
-        if (lock.list.size() > 2) what += fmt::format(" and {} more", lock.list.size() / 2 - 1);
-        return what;
+        if (lock.list.empty()) hold.what += "not told";
     }
 
     void EndHold(OpenHold& open, bool isHeld, const std::string& doubt) {
-        if (!open.counts) return;
-        mRequesters[open.who].held.End(mNow);
+        if (!open.who) return;
+        open.who->held.End(mNow);
         open.hold.end = mNow;
         open.hold.isHeld = isHeld;
         open.hold.doubt = doubt;
-        if (open.hold.since == mNow) return;
-        mEnded.push_back(open.hold);
-        if (mEnded.size() < 2 * kMostHolds) return;
-        std::stable_sort(mEnded.begin(), mEnded.end(), IsLonger);
-        mEnded.resize(kMostHolds);
+        if (open.hold.since != mNow) mEnded.Add(open.hold);
     }
 
     // Weighing.
 
     void WeighDirty() {
-        for (size_t i = 0; i < mDirty.size(); ++i) Weigh(mDirty[i]);
+        for (size_t i = 0; i < mDirty.size(); ++i) Weigh(*mDirty[i]);
         mDirty.clear();
     }
 
-    void Weigh(size_t index) {
-        // Nodes may move while requesters' nodes become known.
-        mNodes[index].isDirty = false;
-        const std::vector<Holder> holders =
-            WeighHolders(mNodes[index].target, mBook, mNodes[index].boot);
-        Node& node = mNodes[index];
-        const size_t winner = holders.empty() || !holders[0].wins ? kNone : WhoOf(holders[0]);
-        std::vector<Share> shares;
+    void Weigh(Node& node) {
+        node.isDirty = false;
+        const std::vector<Holder> holders = WeighHolders(node.target, mBook, node.boot);
+        const Requester* winner =
+            holders.empty() || !holders[0].wins ? nullptr : &RequesterOf(holders[0]);
+        std::vector<Span*> spans;
         for (const Holder& holder : holders) {
-            Share share{WhoOf(holder), holder.wins, kNone};
-            if (!share.wins && winner != share.who) share.lostTo = winner;
-            shares.push_back(share);
+            Requester& who = RequesterOf(holder);
+            spans.push_back(&who.held);
+            if (holder.wins) {
+                spans.push_back(&who.won);
+            } else if (winner && winner != &who) {
+                spans.push_back(&who.lostTo[winner->name]);
+            }
         }
         // The new before the old: what goes on is not interrupted.
-        for (const Share& share : shares) {
-            Requester& who = mRequesters[share.who];
-            who.held.Begin(mNow);
-            if (share.wins) who.won.Begin(mNow);
-            if (share.lostTo != kNone) who.lostTo[share.lostTo].Begin(mNow);
-        }
-        for (const Share& share : node.shares) {
-            Requester& who = mRequesters[share.who];
-            who.held.End(mNow);
-            if (share.wins) who.won.End(mNow);
-            if (share.lostTo != kNone) who.lostTo[share.lostTo].End(mNow);
-        }
-        node.shares = std::move(shares);
-        if (!node.isLimit) return;
-        Account(node);
-        node.value = ParseNumber(mKernel.Value(node.target.path));
-        node.winner = winner == kNone ? "" : mNames[winner];
-        if (!node.told) return;
-        node.value = node.told;
-        node.winner = kUnnamed;
-    }
-
-    size_t WhoOf(const Holder& holder) {
-        return IndexOf(mDoubted.count(holder.handle) ? kUnnamed : holder.ask.who);
-    }
-
-    void Account(Node& node) {
-        const Time time = mNow - node.since;
-        node.since = mNow;
-        if (time <= Time{}) return;
-        if (node.isSeen) {
-            node.times[node.value][node.winner] += time;
+        for (Span* span : spans) span->Begin(mNow);
+        for (Span* span : node.spans) span->End(mNow);
+        node.spans = std::move(spans);
+        if (!node.limit) return;
+        if (node.told) {
+            node.limit->Set(mNow, node.told, kUnnamed);
         } else {
-            node.unseenValue = node.value;
-            node.unseen[node.winner] += time;
+            node.limit->Set(mNow, ParseNumber(mKernel.Value(node.target.path)),
+                            winner ? winner->name : "");
         }
+    }
+
+    Requester& RequesterOf(const Holder& holder) {
+        return RequesterCalled(mDoubted.count(holder.handle) ? kUnnamed : holder.ask.who);
     }
 
     // The end.
 
     void AddRequesters(RunStats& stats) const {
-        for (size_t i = 0; i < mRequesters.size(); ++i) {
-            const Requester& from = mRequesters[i];
+        for (const Requester& from : mRequesters) {
             RunStats::Requester to;
-            to.name = mNames[i];
+            to.name = from.name;
             to.asked = from.asked;
             to.held = from.held.Total(mNow);
             to.won = from.won.Total(mNow);
@@ -481,7 +451,7 @@ class Counter {
             const bool isOfNote = to.asked > 0 || to.won > Time{} || to.name == kUnnamed;
             if (!isOfNote) continue;
             Times lost;
-            for (const auto& [rival, span] : from.lostTo) lost[mNames[rival]] += span.Total(mNow);
+            for (const auto& [rival, span] : from.lostTo) lost[rival] = span.Total(mNow);
             to.lostTo = PartsOf(lost);
             stats.requesters.push_back(std::move(to));
         }
@@ -489,13 +459,17 @@ class Counter {
                          [](const auto& a, const auto& b) { return a.held > b.held; });
     }
 
-    void AddRange(const Range& from, RunStats& stats) {
+    static void AddRange(const Range& from, RunStats& stats) {
+        const auto valuesOf = [&](Node* node) {
+            return node ? node->limit->ValuesUntil(stats.at, from.perKhz, stats.isWhole)
+                        : std::vector<RunStats::Value>();
+        };
         RunStats::Range to;
         to.name = from.name;
         to.lowKhz = from.lowKhz;
         to.highKhz = from.highKhz;
-        to.floors = ValuesOf(from.floor, from.perKhz, stats.isWhole);
-        to.ceilings = ValuesOf(from.ceiling, from.perKhz, stats.isWhole);
+        to.floors = valuesOf(from.floor);
+        to.ceilings = valuesOf(from.ceiling);
         for (const RunStats::Value& value : to.ceilings) {
             for (const RunStats::Part& part : value.by) {
                 if (part.name == kThermal) to.capped += part.time;
@@ -512,27 +486,6 @@ class Counter {
                            [](const RunStats::Part& part) { return !part.name.empty(); });
     }
 
-    std::vector<RunStats::Value> ValuesOf(size_t index, int64_t perKhz, bool isKnown) {
-        std::vector<RunStats::Value> values;
-        if (index == kNone) return values;
-        Node& node = mNodes[index];
-        Account(node);
-        std::map<std::optional<int64_t>, Times> times = node.times;
-        // Before its first line tells of it, a node may have had any value.
-        for (const auto& [name, time] : node.unseen) {
-            times[isKnown ? node.unseenValue : std::nullopt][isKnown ? name : ""] += time;
-        }
-        for (const auto& [value, by] : times) {
-            RunStats::Value entry;
-            if (value) entry.khz = *value / perKhz;
-            entry.by = PartsOf(by);
-            for (const RunStats::Part& part : entry.by) entry.time += part.time;
-            if (!value) entry.by.clear();
-            if (entry.time > Time{}) values.push_back(std::move(entry));
-        }
-        return values;
-    }
-
     Replay& mReplay;
     const Book& mBook;
     const DeviceProfile& mDevice;
@@ -541,19 +494,19 @@ class Counter {
     bool mIsInRequest = false;
     std::map<std::string, std::string> mBoot;
 
-    std::vector<Node> mNodes;
+    // What points to nodes and requesters needs them to stay where they are.
+    std::deque<Node> mNodes;
     std::vector<Range> mRanges;
-    std::vector<size_t> mDirty;
-    std::unordered_map<std::string, size_t> mPaths;  // kNone: not one of the nodes
-    std::unordered_map<int, std::vector<size_t>> mByOpcode;
-    std::unordered_map<int, std::vector<size_t>> mByTag;
+    std::vector<Node*> mDirty;
+    std::unordered_map<std::string, Node*> mPaths;  // null: not one of the nodes
+    std::unordered_map<int, std::vector<Node*>> mByOpcode;
+    std::unordered_map<int, std::vector<Node*>> mByTag;
 
-    std::unordered_map<std::string, size_t> mIndexes;
-    std::vector<std::string> mNames;
-    std::vector<Requester> mRequesters;
+    std::deque<Requester> mRequesters;  // in the order in which they come up
+    std::unordered_map<std::string, Requester*> mByName;
     std::unordered_map<int, OpenHold> mHolds;  // by handle
     std::set<int> mDoubted;
-    std::vector<RunStats::Hold> mEnded;
+    LongestHolds mEnded;
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/ask/longest_holds.h"
 #include "lab/ask/power_model.h"
 #include "lab/ask/replay.h"
 #include "lab/names/paint.h"
@@ -47,20 +48,19 @@ struct RunStats : ReplayAnswer {
         Time capped{};  // the ceiling that counts is the thermal client's
     };
 
-    struct Hold {
-        std::string who;
-        std::string what;
-        Time since{};
-        Time end{};
-        bool isEarlier = false;  // it was held before the capture begins
-        bool isHeld = false;     // still, at the end
-        std::string doubt;       // why it is not sure that it is; empty: it is
+    // What the floors of a range cost above its lowest step.
+    struct Cost {
+        std::string name;
+        double milliwattHours = 0;
+        Time raised{};   // that a floor stood above the lowest step
+        Time unknown{};  // that nobody knows the floor
     };
 
     std::string name;                   // the file, as the user named it
     std::vector<Requester> requesters;  // that held longest first
     std::vector<Range> ranges;
-    std::vector<Hold> holds;  // the longest first
+    std::vector<LockHold> holds;  // the longest first; one ends where the owner changes
+    std::vector<Cost> costs;      // of the ranges that a power model has
 
     // Those that asked and never counted.
     std::vector<std::string> NeverWon() const;

@@ -85,30 +85,36 @@ const Entry* FindNamed(const std::vector<Entry>& entries, const std::string& nam
     return nullptr;
 }
 
+// Under each of `groups` a column for each run.
+void AddHeadings(const std::vector<std::string>& groups, size_t runs,
+                 std::vector<std::string>& headings) {
+    for (const std::string& group : groups) {
+        for (size_t i = 0; i < runs; ++i) headings.push_back(Heading(group, i, runs));
+    }
+}
+
+void PrintNames(std::ostream& out, const std::string& heading,
+                const std::vector<std::string>& names) {
+    if (!names.empty()) out << "  " << heading << ": " << Join(names) << "\n";
+}
+
 void PrintRequesters(std::ostream& out, const Runs& runs, const Paint& paint) {
     std::vector<std::string> headings = {"who"};
-    for (const char* what : {"asked", "held", "counted", "lost to"}) {
-        for (size_t i = 0; i < runs.size(); ++i) {
-            headings.push_back(Heading(what, i, runs.size()));
-        }
-    }
+    AddHeadings({"asked", "held", "counted", "lost to"}, runs.size(), headings);
     Table table(headings);
     for (const std::string& name : NamesOf(runs, &RunStats::requesters)) {
-        std::vector<std::string> asked;
-        std::vector<std::string> held;
-        std::vector<std::string> won;
-        std::vector<std::string> lost;
-        for (const RunStats& run : runs) {
-            const RunStats::Requester* who = FindNamed(run.requesters, name);
-            asked.push_back(who ? std::to_string(who->asked) : "-");
-            held.push_back(who ? ShareText(who->held, run.at) : "-");
-            won.push_back(who ? ShareText(who->won, run.at) : "-");
-            lost.push_back(who ? PartsText(who->lostTo) : "");
-        }
         std::vector<std::string> cells = {name};
-        for (const auto* column : {&asked, &held, &won, &lost}) {
-            cells.insert(cells.end(), column->begin(), column->end());
-        }
+        const auto addGroup = [&](const char* none, const auto& textOf) {
+            for (const RunStats& run : runs) {
+                const RunStats::Requester* who = FindNamed(run.requesters, name);
+                cells.push_back(who ? textOf(*who, run.at) : none);
+            }
+        };
+        using Who = RunStats::Requester;
+        addGroup("-", [](const Who& who, Time) { return std::to_string(who.asked); });
+        addGroup("-", [](const Who& who, Time length) { return ShareText(who.held, length); });
+        addGroup("-", [](const Who& who, Time length) { return ShareText(who.won, length); });
+        addGroup("", [](const Who& who, Time) { return PartsText(who.lostTo); });
         table.Add(std::move(cells));
     }
     if (!table.IsEmpty()) {
@@ -117,9 +123,7 @@ void PrintRequesters(std::ostream& out, const Runs& runs, const Paint& paint) {
         out << "  Nobody asked for anything.\n";
     }
     for (size_t i = 0; i < runs.size(); ++i) {
-        const std::vector<std::string> never = runs[i].NeverWon();
-        if (never.empty()) continue;
-        out << "  " << Heading("never counted", i, runs.size()) << ": " << Join(never) << "\n";
+        PrintNames(out, Heading("never counted", i, runs.size()), runs[i].NeverWon());
     }
 }
 
@@ -156,14 +160,9 @@ void AddValues(const Runs& runs, const std::string& name, const char* bound,
 
 void PrintRanges(std::ostream& out, const Runs& runs, const Paint& paint) {
     std::vector<std::string> headings = {"", "", "at"};
-    for (const char* what : {"for", "by"}) {
-        for (size_t i = 0; i < runs.size(); ++i) {
-            headings.push_back(Heading(what, i, runs.size()));
-        }
-    }
+    AddHeadings({"for", "by"}, runs.size(), headings);
     Table table(headings);
-    const std::vector<std::string> names = NamesOf(runs, &RunStats::ranges);
-    for (const std::string& name : names) {
+    for (const std::string& name : NamesOf(runs, &RunStats::ranges)) {
         AddValues(runs, name, "floor", &RunStats::Range::floors, table);
         AddValues(runs, name, "ceiling", &RunStats::Range::ceilings, table);
     }
@@ -174,8 +173,7 @@ void PrintRanges(std::ostream& out, const Runs& runs, const Paint& paint) {
             if (range.capped == Time{}) continue;
             capped.push_back(range.name + " " + ShareText(range.capped, runs[i].at));
         }
-        if (capped.empty()) continue;
-        out << "  " << Heading("capped by thermal", i, runs.size()) << ": " << Join(capped) << "\n";
+        PrintNames(out, Heading("capped by thermal", i, runs.size()), capped);
     }
 }
 
@@ -185,7 +183,7 @@ void PrintHolds(std::ostream& out, const Runs& runs, size_t most, const Paint& p
     for (size_t i = 0; i < runs.size(); ++i) {
         const RunStats& run = runs[i];
         for (size_t h = 0; h < std::min(most, run.holds.size()); ++h) {
-            const RunStats::Hold& hold = run.holds[h];
+            const LockHold& hold = run.holds[h];
             std::string until = hold.isHeld ? "held at the end" : TimeText(run.times, hold.end);
             if (!hold.doubt.empty()) until += "; not sure: " + hold.doubt;
             table.Add(
@@ -202,17 +200,7 @@ void PrintHolds(std::ostream& out, const Runs& runs, size_t most, const Paint& p
 
 void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, const Paint& paint) {
     std::vector<std::string> headings = {"floors cost"};
-    std::vector<std::vector<FloorCost>> costs;
-    std::vector<std::string> names;
-    for (size_t i = 0; i < runs.size(); ++i) {
-        headings.push_back(Heading("against no floor", i, runs.size()));
-        costs.push_back(FloorCosts(runs[i], model));
-        for (const FloorCost& cost : costs[i]) {
-            if (std::find(names.begin(), names.end(), cost.range) == names.end()) {
-                names.push_back(cost.range);
-            }
-        }
-    }
+    AddHeadings({"against no floor"}, runs.size(), headings);
     for (size_t i = 1; i < runs.size(); ++i) headings.push_back(Letter(i, runs.size()) + " - A");
     Table table(headings);
     const auto addRow = [&](const std::string& name, const std::vector<double>& values) {
@@ -223,30 +211,29 @@ void PrintCosts(std::ostream& out, const Runs& runs, const PowerModel& model, co
         }
         table.Add(std::move(cells));
     };
-    for (const std::string& name : names) {
+    for (const std::string& name : NamesOf(runs, &RunStats::costs)) {
         std::vector<double> values;
-        for (const std::vector<FloorCost>& run : costs) {
-            const auto cost = std::find_if(run.begin(), run.end(),
-                                           [&](const FloorCost& c) { return c.range == name; });
-            values.push_back(cost == run.end() ? 0 : cost->milliwattHours);
+        for (const RunStats& run : runs) {
+            const RunStats::Cost* cost = FindNamed(run.costs, name);
+            values.push_back(cost ? cost->milliwattHours : 0);
         }
         addRow(name, values);
     }
     std::vector<double> totals;
     std::vector<double> aDay;
-    for (size_t i = 0; i < runs.size(); ++i) {
-        totals.push_back(TotalCost(costs[i]));
-        aDay.push_back(ADay(totals[i], runs[i].at));
+    for (const RunStats& run : runs) {
+        totals.push_back(TotalCost(run.costs));
+        aDay.push_back(ADay(totals.back(), run.at));
     }
     addRow("together", totals);
     if (runs.size() > 1) addRow("as a day of it", aDay);
     out << "\n";
     table.Print(out, "  ", paint);
-    for (size_t i = 0; i < runs.size(); ++i) {
-        for (const FloorCost& cost : costs[i]) {
+    for (const RunStats& run : runs) {
+        for (const RunStats::Cost& cost : run.costs) {
             if (cost.unknown == Time{}) continue;
             out << fmt::format("  {}: the floor of {} is not told for {} s, which are left out\n",
-                               runs[i].name, cost.range, SecondsText(cost.unknown));
+                               run.name, cost.name, SecondsText(cost.unknown));
         }
     }
     out << paint(Colour::kDim, kModelText) << "\n  Numbers of " << model.File() << "\n";
@@ -272,7 +259,7 @@ nlohmann::json ValuesJson(const Values& values) {
     return json;
 }
 
-nlohmann::json HoldJson(const RunStats::Hold& hold) {
+nlohmann::json HoldJson(const LockHold& hold) {
     nlohmann::json json = {{"who", hold.who},
                            {"what", hold.what},
                            {"ms", WholeMs(hold.end - hold.since)},
@@ -311,21 +298,20 @@ nlohmann::json RunJson(const RunStats& run, const PowerModel* model) {
                                   {"ceilings", ValuesJson(range.ceilings)},
                                   {"capped_by_thermal_ms", WholeMs(range.capped)}});
     }
-    for (const RunStats::Hold& hold : run.holds) json["holds"].push_back(HoldJson(hold));
+    for (const LockHold& hold : run.holds) json["holds"].push_back(HoldJson(hold));
     if (!model) return json;
     nlohmann::json cost = {{"is_model", true},
                            {"against", "no floor"},
                            {"numbers", model->File()},
                            {"ranges", nlohmann::json::array()}};
-    const std::vector<FloorCost> costs = FloorCosts(run, *model);
-    for (const FloorCost& range : costs) {
-        cost["ranges"].push_back({{"name", range.range},
+    for (const RunStats::Cost& range : run.costs) {
+        cost["ranges"].push_back({{"name", range.name},
                                   {"mwh", range.milliwattHours},
                                   {"raised_ms", WholeMs(range.raised)},
                                   {"unknown_ms", WholeMs(range.unknown)}});
     }
-    cost["mwh"] = TotalCost(costs);
-    cost["mwh_a_day"] = ADay(TotalCost(costs), run.at);
+    cost["mwh"] = TotalCost(run.costs);
+    cost["mwh_a_day"] = ADay(TotalCost(run.costs), run.at);
     json["floors_cost"] = std::move(cost);
     return json;
 }

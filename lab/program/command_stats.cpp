@@ -48,7 +48,7 @@ int TellStats(const StatsOptions& options) {
         if (!options.power.empty()) model = PowerModel::Load(options.power, replay->Device());
         runs.push_back(CountRun(*replay, file));
         // A floor that the file does not reach is told before anything else.
-        if (model) FloorCosts(runs.back(), *model);
+        if (model) runs.back().costs = FloorCosts(runs.back(), *model);
         for (const std::string& remark : runs.back().remarks) {
             PrintError(Colour::kYellow, file + ": " + remark);
         }
