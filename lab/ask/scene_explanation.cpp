@@ -6,7 +6,6 @@
 #include <set>
 
 #include "base/ids.h"
-#include "lab/ask/scene_translation.h"
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
@@ -75,15 +74,13 @@ class Trial {
     void TakeErrors(ExplainedCommand& told) {
         for (const LogLine& line : mPhone.Events().All<LogLine>()) {
             if (line.priority < kAndroidError || IsUsualLine(line.text)) continue;
-            std::string text = line.text;
-            while (!text.empty() && text.back() == '\n') text.pop_back();
-            told.said.push_back(std::move(text));
+            told.said.push_back(WithoutNewline(line.text));
         }
     }
 
     void AddNodes(const ElementMeaning& element, bool isRefused, const std::set<int>& sent,
                   ExplainedElement& told) const {
-        const bool runs = !told.skip && told.durationMs >= 0;
+        const bool runs = !told.source->skip && told.durationMs >= 0;
         const std::vector<const KeyMeaning*> pairs = element.Kept();
         for (size_t i = 0; i < pairs.size(); ++i) {
             ExplainedPair& pair = told.pairs[i];
@@ -113,8 +110,7 @@ class Trial {
         ExplainedPair::Node node{drive.path, kernel.Has(drive.path), ""};
         const int64_t wanted = ToNodeUnit(drive, value, mDevice);
         if (node.exists && runs) {
-            node.reads = kernel.Value(drive.path);
-            std::replace(node.reads.begin(), node.reads.end(), '\t', ' ');
+            node.reads = NodeText(kernel.Value(drive.path));
         }
         const std::string rounding = RoundingText(drive, value, wanted);
         if (!rounding.empty()) pair.notes.push_back(rounding);

@@ -44,12 +44,8 @@ struct ThermalLift {
 };
 
 struct ExplainedElement {
-    std::string name;
-    Place place;
+    const SceneElement* source = nullptr;
     int durationMs = 0;  // 0: until released; negative: never runs
-    bool skip = false;
-    int stateMask = 0;
-    bool taskBoost = false;
     int offDelayTime = 0;
     int offDelayPerc = 0;
     int boostLimitLevel = -1;          // the highest thermal level under which it breaks through
@@ -61,19 +57,17 @@ struct ExplainedElement {
 struct ExplainedCommand {
     using Kind = CommandMeaning::Kind;
 
-    int id = 0;
-    std::string label;
-    Place place;
+    const SceneCommand* source = nullptr;
     Kind kind = Kind::kAction;
     bool isAccepted = true;
     std::vector<std::string> problems;  // the plug-in's refusals, where they stand
-    int headers[3] = {-1, -1, -1};
-    std::optional<int> countLimit;  // breakthroughs in `periodMs`; the file's own words
+    std::optional<int> countLimit;      // breakthroughs in `periodMs`; the file's own words
     std::optional<int> periodMs;
     std::vector<ExplainedElement> elements;
     std::vector<std::string> said;  // the plug-in's error lines while the command ran
 };
 
+// Points into the scene file.
 struct Explanation {
     std::string file;
     std::string device;
@@ -90,6 +84,10 @@ struct Explanation {
 // Throws InputError for a file that cannot be used, std::runtime_error for an unknown command.
 Explanation ExplainScenes(const SceneFile& scenes, const std::string& command,
                           const std::string& device, const std::string& library);
+
+// Of a command what can be told without running it: not its nodes, its thermal lifts, and what the
+// plug-in says.
+ExplainedCommand TranslateCommand(const SceneFile& scenes, const CommandMeaning& meaning);
 
 // A command in full, or the table of all.
 void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholePaths,

@@ -23,7 +23,7 @@ const char* KindText(Kind kind) {
 std::string Lasts(const ExplainedElement& element, Kind kind) {
     if (kind == Kind::kDescription) return "";
     if (kind == Kind::kInteractive) return "never undone";
-    if (element.durationMs < 0 || element.skip) return "never runs";
+    if (element.durationMs < 0 || element.source->skip) return "never runs";
     if (element.durationMs > 0) return fmt::format("{} ms", element.durationMs);
     return kind == Kind::kLongScene ? "while its event lasts" : "until released";
 }
@@ -84,17 +84,18 @@ void PrintLifts(std::ostream& out, const ExplainedElement& element, const Paint&
 void PrintElement(std::ostream& out, const ExplainedCommand& command,
                   const ExplainedElement& element, bool wholePaths, const Paint& paint) {
     out << "\n"
-        << paint(Colour::kCyan, fmt::format("<{}>", element.name))
-        << fmt::format(" line {}", element.place.line);
+        << paint(Colour::kCyan, fmt::format("<{}>", element.source->name))
+        << fmt::format(" line {}", element.source->place.line);
     const std::string lasts = Lasts(element, command.kind);
     if (!lasts.empty()) out << ", " << lasts;
     out << "\n";
-    if (element.skip) out << "  skip is 1\n";
-    if (element.stateMask > 0) {
+    if (element.source->skip) out << "  skip is 1\n";
+    if (element.source->stateMask > 0) {
         out << fmt::format("  runs only while the state shares a bit with 0x{:x}\n",
-                           static_cast<unsigned>(element.stateMask));
+                           static_cast<unsigned>(element.source->stateMask));
     }
-    if (element.taskBoost) out << "  sched_task_boost takes the task id of the request's message\n";
+    if (element.source->taskBoost)
+        out << "  sched_task_boost takes the task id of the request's message\n";
     if (element.offDelayTime != 0 || element.offDelayPerc != 0) {
         out << fmt::format("  off delay: time {}, percent {} (kept for the server)\n",
                            element.offDelayTime, element.offDelayPerc);
@@ -122,10 +123,11 @@ std::string SummaryRemark(const ExplainedCommand& command) {
         return "refused" + (command.problems.empty() ? "" : ": " + command.problems.front());
     }
     for (const ExplainedElement& element : command.elements) {
-        if (element.stateMask > 0) {
-            parts.push_back(fmt::format("state 0x{:x}", static_cast<unsigned>(element.stateMask)));
+        if (element.source->stateMask > 0) {
+            parts.push_back(
+                fmt::format("state 0x{:x}", static_cast<unsigned>(element.source->stateMask)));
         }
-        if (element.taskBoost) parts.emplace_back("task boost");
+        if (element.source->taskBoost) parts.emplace_back("task boost");
         if (!element.dropped.empty()) {
             parts.push_back(
                 fmt::format("{} of its keys count for nothing", element.dropped.size()));
@@ -143,13 +145,13 @@ nlohmann::json CeilingsJson(const std::vector<ThermalLift::Ceiling>& ceilings) {
 }
 
 nlohmann::json ElementJson(const ExplainedElement& element) {
-    nlohmann::json json = {{"name", element.name},
-                           {"line", element.place.line},
-                           {"column", element.place.column},
+    nlohmann::json json = {{"name", element.source->name},
+                           {"line", element.source->place.line},
+                           {"column", element.source->place.column},
                            {"duration_ms", element.durationMs},
-                           {"skip", element.skip},
-                           {"state_mask", element.stateMask},
-                           {"task_boost", element.taskBoost},
+                           {"skip", element.source->skip},
+                           {"state_mask", element.source->stateMask},
+                           {"task_boost", element.source->taskBoost},
                            {"off_delay_time", element.offDelayTime},
                            {"off_delay_perc", element.offDelayPerc},
                            {"boost_limit_level", element.boostLimitLevel},
@@ -192,8 +194,8 @@ void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholeP
                   const Paint& paint) {
     PrintProblems(out, explanation, paint);
     for (const ExplainedCommand& command : explanation.commands) {
-        out << paint(Colour::kBold, command.label)
-            << fmt::format(" {}:{}, {}, on {}{}\n", explanation.file, command.place.line,
+        out << paint(Colour::kBold, command.source->Label())
+            << fmt::format(" {}:{}, {}, on {}{}\n", explanation.file, command.source->place.line,
                            KindText(command.kind), explanation.device,
                            explanation.isAssumed ? " (assumed; --device names another)" : "");
         for (const std::string& problem : command.problems) {
@@ -206,10 +208,10 @@ void PrintCommand(std::ostream& out, const Explanation& explanation, bool wholeP
         if (const std::string count = CountText(command); !count.empty()) {
             out << "  breaks through " << count << "\n";
         }
-        if (std::any_of(std::begin(command.headers), std::end(command.headers),
+        if (std::any_of(std::begin(command.source->headers), std::end(command.source->headers),
                         [](int header) { return header != -1; })) {
-            out << fmt::format("  headers {}, {}, {}\n", command.headers[0], command.headers[1],
-                               command.headers[2]);
+            out << fmt::format("  headers {}, {}, {}\n", command.source->headers[0],
+                               command.source->headers[1], command.source->headers[2]);
         }
         for (const ExplainedElement& element : command.elements) {
             PrintElement(out, command, element, wholePaths, paint);
@@ -234,8 +236,9 @@ void PrintSummary(std::ostream& out, const Explanation& explanation, const Paint
             highest = std::max(highest, element.boostLimitLevel);
         }
         const bool hasTunables = command.isAccepted && command.kind != Kind::kDescription;
-        table.Add({command.label, std::to_string(command.place.line), KindText(command.kind),
-                   LastsText(command), hasTunables ? std::to_string(pairs) : "",
+        table.Add({command.source->Label(), std::to_string(command.source->place.line),
+                   KindText(command.kind), LastsText(command),
+                   hasTunables ? std::to_string(pairs) : "",
                    highest > 0 ? fmt::format("up to {}", highest) : "", SummaryRemark(command)});
     }
     table.Print(out, "", paint);
@@ -248,14 +251,14 @@ nlohmann::json ExplanationJson(const Explanation& explanation) {
                            {"problems", explanation.problems},
                            {"commands", nlohmann::json::array()}};
     for (const ExplainedCommand& command : explanation.commands) {
-        nlohmann::json entry = {{"id", command.id},
-                                {"label", command.label},
-                                {"line", command.place.line},
-                                {"column", command.place.column},
+        nlohmann::json entry = {{"id", command.source->id},
+                                {"label", command.source->Label()},
+                                {"line", command.source->place.line},
+                                {"column", command.source->place.column},
                                 {"kind", KindText(command.kind)},
                                 {"accepted", command.isAccepted},
                                 {"problems", command.problems},
-                                {"headers", command.headers},
+                                {"headers", command.source->headers},
                                 {"boost_count_limit", OrNull(command.countLimit)},
                                 {"boost_period_ms", OrNull(command.periodMs)},
                                 {"said", command.said},

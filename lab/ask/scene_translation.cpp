@@ -1,9 +1,7 @@
-#include "lab/ask/scene_translation.h"
-
+// A command's meaning in words.
 #include <fmt/format.h>
 
-#include <algorithm>
-
+#include "lab/ask/scene_explanation.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
@@ -62,12 +60,8 @@ std::vector<std::string> DescribeDropped(const ElementMeaning& element) {
 ExplainedElement DescribeElement(const ElementMeaning& element, const CommandMeaning& command,
                                  Layout layout) {
     ExplainedElement told;
-    told.name = element.element->name;
-    told.place = element.element->place;
+    told.source = element.element;
     told.durationMs = element.durationMs;
-    told.skip = element.element->skip;
-    told.stateMask = element.element->stateMask;
-    told.taskBoost = element.element->taskBoost;
     if (command.IsRefused()) return told;
     told.offDelayTime = element.HeadValue(keys::kOffDelayTime, 0);
     told.offDelayPerc = element.HeadValue(keys::kOffDelayPerc, 0);
@@ -82,13 +76,9 @@ ExplainedElement DescribeElement(const ElementMeaning& element, const CommandMea
 }  // namespace
 
 ExplainedCommand TranslateCommand(const SceneFile& scenes, const CommandMeaning& meaning) {
-    const SceneCommand& command = *meaning.command;
     ExplainedCommand told;
-    told.id = command.id;
-    told.label = command.Label();
-    told.place = command.place;
+    told.source = meaning.command;
     told.kind = meaning.kind;
-    std::copy(std::begin(command.headers), std::end(command.headers), told.headers);
     told.countLimit = meaning.FindNumber(keys::kBoostCountLimit);
     told.periodMs = meaning.FindNumber(keys::kBoostPeriod);
     for (const SceneProblem& problem : FindSceneProblems(scenes, meaning)) {
