@@ -156,7 +156,9 @@ class Weigher {
 
     // Layer two: locks against each other.
     void Judge(int handle, int opcode, Holder& holder) {
-        const PerfHal::Claim* claim = FindClaim(handle, opcode);
+        const PerfHal::Claim* claim = FirstClaim([&](const PerfHal::Claim& each) {
+            return each.handle == handle && each.opcode == opcode;
+        });
         if (!claim) {
             holder.verdict = "there is no node for the lock to reach";
             return;
@@ -172,7 +174,9 @@ class Weigher {
                 NameOf(*lifter));
             return;
         }
-        const PerfHal::Claim* rival = WinnerBeside(*claim);
+        const PerfHal::Claim* rival = FirstClaim([&](const PerfHal::Claim& other) {
+            return other.wins && other.entry == claim->entry && other.isInPlace == claim->isInPlace;
+        });
         if (!rival) {
             holder.verdict = "another lock counts";
         } else if (rival->nodeValue == claim->nodeValue) {
@@ -208,9 +212,7 @@ class Weigher {
         }
         const bool isFloor = holder.ask.bound == Bound::kFloor;
         const std::string other = OtherEnd(mTarget.path);
-        const bool hasOther = !other.empty() && mKernel.Has(other);
-        const std::vector<double> end =
-            hasOther ? Numbers(mKernel.Value(other)) : std::vector<double>();
+        const std::vector<double> end = Numbers(mKernel.Value(other));
         const double now = shown.empty() ? 0 : shown[0];
         if (mRequests && !claim.isInPlace && IsWrittenStricter(claim, isFloor)) {
             holder.wins = false;
@@ -339,8 +341,7 @@ class Weigher {
         const bool isAlone = mClaims.empty();
         const bool isShown = written == Numbers(mValue) || write.text == mValue;
         const PerfHal::Claim* const lifter = InPlaceClaim();
-        const bool replacesLocks = std::any_of(
-            mClaims.begin(), mClaims.end(),
+        const bool replacesLocks = FirstClaim(
             [this](const PerfHal::Claim& claim) { return claim.wins && IsOverwritten(claim); });
         for (Holder& holder : holders) {
             if (!isSame(holder)) continue;
@@ -387,10 +388,11 @@ class Weigher {
     bool IsCutFloor() const {
         const std::string other = OtherEnd(mTarget.path);
         const bool isFloor = mTarget.path.find("min", mTarget.path.rfind('/')) != std::string::npos;
-        if (!isFloor || other.empty() || mKernel.Value(other) != mValue || !mRequests) return false;
         const std::vector<double> ceiling = Numbers(mValue);
-        return std::any_of(mClaims.begin(), mClaims.end(), [&](const PerfHal::Claim& claim) {
-            return !ceiling.empty() && static_cast<double>(claim.nodeValue) > ceiling[0];
+        if (!isFloor || mKernel.Value(other) != mValue || !mRequests || ceiling.empty())
+            return false;
+        return FirstClaim([&](const PerfHal::Claim& claim) {
+            return static_cast<double>(claim.nodeValue) > ceiling[0];
         });
     }
 
@@ -399,27 +401,16 @@ class Weigher {
                             [](const Holder& holder) { return holder.wins; });
     }
 
-    const PerfHal::Claim* FindClaim(int handle, int opcode) const {
-        for (const PerfHal::Claim& claim : mClaims) {
-            if (claim.handle == handle && claim.opcode == opcode) return &claim;
-        }
-        return nullptr;
+    // The oldest claim of which `is` holds; null without one.
+    template <typename Is>
+    const PerfHal::Claim* FirstClaim(const Is& is) const {
+        const auto found = std::find_if(mClaims.begin(), mClaims.end(), is);
+        return found == mClaims.end() ? nullptr : &*found;
     }
 
     const PerfHal::Claim* InPlaceClaim() const {
-        for (const PerfHal::Claim& claim : mClaims) {
-            if (claim.isInPlace && claim.wins) return &claim;
-        }
-        return nullptr;
-    }
-
-    // The claim that counts where `claim` does not.
-    const PerfHal::Claim* WinnerBeside(const PerfHal::Claim& claim) const {
-        for (const PerfHal::Claim& other : mClaims) {
-            const bool isRival = other.entry == claim.entry && other.isInPlace == claim.isInPlace;
-            if (isRival && other.wins) return &other;
-        }
-        return nullptr;
+        return FirstClaim(
+            [](const PerfHal::Claim& claim) { return claim.isInPlace && claim.wins; });
     }
 
     // "game_fight (9220)" with its lock.

@@ -91,13 +91,10 @@ void Probe(Phone& phone, Server& server, TagReport& report) {
             report.lockOpcode = lock.list.front();
     }
     for (const NodeAccess& access : phone.Events().All<NodeAccess>()) {
-        const bool isDone =
-            access.kind == NodeAccess::Kind::kWrite && !access.byHal && access.error == 0;
-        report.isWritten =
-            report.isWritten || (isDone && std::any_of(report.nodes.begin(), report.nodes.end(),
-                                                       [&](const TagReport::Node& node) {
-                                                           return node.path == access.path;
-                                                       }));
+        if (access.kind != NodeAccess::Kind::kWrite || access.byHal || access.error != 0) continue;
+        for (const TagReport::Node& node : report.nodes) {
+            if (node.path == access.path) report.isWritten = true;
+        }
     }
     if (report.tag == kControlTypeTag) report.isControl = server.Status() != status;
 }

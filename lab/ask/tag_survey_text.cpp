@@ -11,34 +11,36 @@
 namespace lab {
 namespace {
 
+// "cpu4" of "cpu4 scaling_max_freq".
+std::string CpuOf(const std::string& path) {
+    const std::string name = ShortNode(path);
+    return name.substr(0, name.find(' '));
+}
+
 // The nodes in short, those of one kind on several CPUs as one: "cpu4 scaling_max_freq (to cpu6)".
 std::string NodesText(const TagReport& report) {
     if (report.nodes.empty()) return "";
     const std::string first = ShortNode(report.nodes.front().path);
     if (report.nodes.size() == 1) return first;
-    const std::string last = ShortNode(report.nodes.back().path);
-    return fmt::format("{} (to {})", first, last.substr(0, last.find(' ')));
+    return fmt::format("{} (to {})", first, CpuOf(report.nodes.back().path));
 }
 
 std::string PathsText(const TagReport& report) {
-    std::string text;
+    std::vector<std::string> paths;
     for (const TagReport::Node& node : report.nodes) {
-        text += (text.empty() ? "" : ", ") + node.path + (node.exists ? "" : " (missing)");
+        paths.push_back(node.path + (node.exists ? "" : " (missing)"));
     }
-    return text;
+    return Join(paths);
 }
 
 // Which of the nodes the device has: the CPUs of a cluster may not all have one.
 std::string ThereText(const TagReport& report) {
-    size_t count = 0;
-    for (const TagReport::Node& node : report.nodes) count += node.exists ? 1 : 0;
-    if (report.nodes.empty()) return "";
-    if (count == report.nodes.size()) return "yes";
-    if (count == 0) return "no";
-    for (const TagReport::Node& node : report.nodes) {
-        if (node.exists) return ShortNode(node.path).substr(0, ShortNode(node.path).find(' '));
-    }
-    return "";
+    const std::vector<TagReport::Node>& nodes = report.nodes;
+    if (nodes.empty()) return "";
+    const auto exists = [](const TagReport::Node& node) { return node.exists; };
+    if (std::all_of(nodes.begin(), nodes.end(), exists)) return "yes";
+    const auto first = std::find_if(nodes.begin(), nodes.end(), exists);
+    return first == nodes.end() ? "no" : CpuOf(first->path);
 }
 
 std::string SettableText(const TagReport& report) {
@@ -48,12 +50,10 @@ std::string SettableText(const TagReport& report) {
 }
 
 std::string BootText(const TagReport& report) {
-    std::string boot = report.boot.value_or("");
-    std::replace(boot.begin(), boot.end(), '\t', ' ');
+    if (!report.boot || report.boot->empty()) return "";
     // Where the plug-in makes another unit of what the node reads.
-    const std::string unit = report.nodes.empty() ? "" : NodeUnit(report.nodes.front().path);
-    if (!boot.empty() && !unit.empty() && unit != UnitName(report.unit)) boot += " " + unit;
-    return boot;
+    const std::string unit = NodeUnit(report.nodes.front().path);
+    return NodeText(*report.boot, unit == UnitName(report.unit) ? "" : unit);
 }
 
 Listing Listed(const std::vector<TagReport>& tags, bool wholePaths) {
