@@ -1,5 +1,5 @@
 // What tarquel-lab stats counts, against sums done by hand.
-#include "lab/ask/floor_costs.h"
+#include "lab/ask/run_stats.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-#include "lab/ask/floor_costs.h"
+// What the floors of a run cost by the user's own numbers.
+#include "lab/ask/run_stats.h"
 
 namespace lab {
 namespace {

@@ -6,6 +6,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "lab/ask/limit_times.h"
 #include "lab/ask/node_verdicts.h"
 #include "lab/hal/opcode_drives.h"
 #include "lab/names/node_names.h"
@@ -20,90 +21,6 @@ constexpr char kPlugin[] = "the plug-in";
 constexpr char kCpus[] = "/sys/devices/system/cpu/cpu";
 constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
 constexpr char kGpu[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
-
-// Time during which at least one of several things is so.
-class Span {
-  public:
-    void Begin(Time now) {
-        if (mCount++ == 0) mSince = now;
-    }
-    void End(Time now) {
-        if (--mCount == 0) mTotal += now - mSince;
-    }
-    Time Total(Time now) const { return mTotal + (mCount > 0 ? now - mSince : Time{}); }
-
-  private:
-    int mCount = 0;
-    Time mSince{};
-    Time mTotal{};
-};
-
-using Times = std::map<std::string, Time>;
-
-// Longest first.
-std::vector<RunStats::Part> PartsOf(const Times& times) {
-    std::vector<RunStats::Part> parts;
-    for (const auto& [name, time] : times) {
-        if (time > Time{}) parts.push_back({name, time});
-    }
-    std::stable_sort(parts.begin(), parts.end(),
-                     [](const auto& a, const auto& b) { return a.time > b.time; });
-    return parts;
-}
-
-// How long a floor or a ceiling read each of its values, and by whose word.
-class LimitTimes {
-  public:
-    explicit LimitTimes(const std::string& boot) : mBoot(ParseNumber(boot)), mValue(mBoot) {}
-
-    // From now on. Without a name it is nobody's word.
-    void Set(Time now, const std::optional<int64_t>& value, const std::string& by) {
-        Account(now);
-        mValue = value;
-        mBy = by;
-    }
-
-    // Some line tells of the node: before the first one it may have had any value.
-    void See(Time now) {
-        if (mIsSeen) return;
-        Account(now);
-        mIsSeen = true;
-    }
-
-    //   isWhole  what stood there before it was seen is known, too
-    std::vector<RunStats::Value> ValuesUntil(Time end, int64_t perKhz, bool isWhole) {
-        Account(end);
-        std::map<std::optional<int64_t>, Times> times = mTimes;
-        for (const auto& [name, time] : mUnseen) {
-            times[isWhole ? mBoot : std::nullopt][isWhole ? name : ""] += time;
-        }
-        std::vector<RunStats::Value> values;
-        for (const auto& [value, by] : times) {
-            RunStats::Value entry;
-            if (value) entry.khz = *value / perKhz;
-            entry.by = PartsOf(by);
-            for (const RunStats::Part& part : entry.by) entry.time += part.time;
-            if (!value) entry.by.clear();
-            if (entry.time > Time{}) values.push_back(std::move(entry));
-        }
-        return values;
-    }
-
-  private:
-    void Account(Time now) {
-        Times& times = mIsSeen ? mTimes[mValue] : mUnseen;
-        times[mBy] += now - mSince;
-        mSince = now;
-    }
-
-    const std::optional<int64_t> mBoot;
-    std::optional<int64_t> mValue;
-    std::string mBy;
-    Time mSince{};
-    bool mIsSeen = false;
-    std::map<std::optional<int64_t>, Times> mTimes;
-    Times mUnseen;
-};
 
 class Counter {
   public:
@@ -169,8 +86,7 @@ class Counter {
 
   private:
     struct Requester {
-        std::string name;
-        size_t asked = 0;
+        RunStats::Requester counted;
         Span held;
         Span won;
         std::map<std::string, Span> lostTo;
@@ -187,9 +103,7 @@ class Counter {
     };
 
     struct Range {
-        std::string name;
-        int64_t lowKhz = 0;
-        int64_t highKhz = 0;
+        RunStats::Range counted;
         Node* floor = nullptr;
         Node* ceiling = nullptr;
         int64_t perKhz = 1;
@@ -207,7 +121,7 @@ class Counter {
         const auto [entry, isNew] = mByName.try_emplace(name, nullptr);
         if (isNew) {
             entry->second = &mRequesters.emplace_back();
-            entry->second->name = name;
+            entry->second->counted.name = name;
         }
         return *entry->second;
     }
@@ -217,13 +131,13 @@ class Counter {
     void AddRange(const std::string& name, int64_t low, int64_t high, const std::string& floor,
                   const std::string& ceiling) {
         Range& range = mRanges.emplace_back();
-        range.name = name;
-        range.lowKhz = low;
-        range.highKhz = high;
+        range.counted.name = name;
+        range.counted.lowKhz = low;
+        range.counted.highKhz = high;
         range.floor = AddNode(floor);
         range.ceiling = AddNode(ceiling);
         for (Node* limit : {range.floor, range.ceiling}) {
-            if (limit) limit->limit.emplace(limit->boot);
+            if (limit) limit->limit.emplace(ParseNumber(limit->boot));
         }
     }
 
@@ -296,7 +210,7 @@ class Counter {
             if (opcode) MarkOpcode(*opcode);
         }
         if (!facts->who.empty() && IsAsk(*facts)) {
-            ++RequesterCalled(facts->isGroup ? facts->who + "'s group" : facts->who).asked;
+            ++RequesterCalled(facts->isGroup ? facts->who + "'s group" : facts->who).counted.asked;
         }
     }
 
@@ -418,7 +332,7 @@ class Counter {
             if (holder.wins) {
                 spans.push_back(&who.won);
             } else if (winner && winner != &who) {
-                spans.push_back(&who.lostTo[winner->name]);
+                spans.push_back(&who.lostTo[winner->counted.name]);
             }
         }
         // The new before the old: what goes on is not interrupted.
@@ -430,7 +344,7 @@ class Counter {
             node.limit->Set(mNow, node.told, kUnnamed);
         } else {
             node.limit->Set(mNow, ParseNumber(mKernel.Value(node.target.path)),
-                            winner ? winner->name : "");
+                            winner ? winner->counted.name : "");
         }
     }
 
@@ -442,9 +356,7 @@ class Counter {
 
     void AddRequesters(RunStats& stats) const {
         for (const Requester& from : mRequesters) {
-            RunStats::Requester to;
-            to.name = from.name;
-            to.asked = from.asked;
+            RunStats::Requester to = from.counted;
             to.held = from.held.Total(mNow);
             to.won = from.won.Total(mNow);
             // Such as a lifted limit's lock, which stays at the default.
@@ -464,10 +376,7 @@ class Counter {
             return node ? node->limit->ValuesUntil(stats.at, from.perKhz, stats.isWhole)
                         : std::vector<RunStats::Value>();
         };
-        RunStats::Range to;
-        to.name = from.name;
-        to.lowKhz = from.lowKhz;
-        to.highKhz = from.highKhz;
+        RunStats::Range to = from.counted;
         to.floors = valuesOf(from.floor);
         to.ceilings = valuesOf(from.ceiling);
         for (const RunStats::Value& value : to.ceilings) {

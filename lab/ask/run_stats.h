@@ -69,6 +69,15 @@ struct RunStats : ReplayAnswer {
 // Plays and counts.
 RunStats CountRun(Replay& replay, const std::string& name);
 
+// What the floors cost in the ranges that the model has. Throws InputError for a floor that it does
+// not reach.
+std::vector<RunStats::Cost> FloorCosts(const RunStats& run, const PowerModel& model);
+
+double TotalCost(const std::vector<RunStats::Cost>& costs);
+
+// Of a run as long as a day, that runs of unlike length can be compared.
+double ADay(double milliwattHours, Time length);
+
 // One run, or several side by side.
 //   model     null: nothing about power
 //   mostHolds how many of the longest holds of each run

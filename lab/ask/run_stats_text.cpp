@@ -7,7 +7,7 @@
 #include <set>
 
 #include "lab/ask/ask_text.h"
-#include "lab/ask/floor_costs.h"
+#include "lab/ask/run_stats.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
 

@@ -38,21 +38,18 @@ std::string CountText(const ExplainedCommand& command) {
 Table PairTable(const ExplainedElement& element, bool wholePaths) {
     Table table({"code", "key", "value", "node", "reads then", ""});
     for (const ExplainedPair& pair : element.pairs) {
-        std::string nodes;
-        std::string reads;
+        std::vector<std::string> nodes;
+        std::vector<std::string> reads;
         std::vector<std::string> notes = pair.notes;
         for (const ExplainedPair::Node& node : pair.nodes) {
-            const std::string comma = nodes.empty() ? "" : ", ";
-            nodes += comma + (wholePaths ? node.path : ShortNode(node.path));
+            nodes.push_back(wholePaths ? node.path : ShortNode(node.path));
             if (!node.exists) {
                 notes.emplace_back("the device has no such node");
                 continue;
             }
-            const std::string unit = NodeUnit(node.path);
-            reads += (reads.empty() ? "" : ", ") + node.reads;
-            if (!unit.empty() && !node.reads.empty()) reads += " " + unit;
+            reads.push_back(NodeText(node.reads, node.reads.empty() ? "" : NodeUnit(node.path)));
         }
-        table.Add({pair.code, pair.key, pair.value, nodes, reads, Join(notes)});
+        table.Add({pair.code, pair.key, pair.value, Join(nodes), Join(reads), Join(notes)});
     }
     return table;
 }

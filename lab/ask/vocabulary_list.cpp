@@ -158,10 +158,16 @@ Listing LongSceneKeys() {
     return keys;
 }
 
-}  // namespace
+struct Section {
+    std::string heading;
+    const char* name;  // in JSON, where sections of one name are one
+    Listing keys;
+};
 
-std::vector<VocabularySection> ListVocabulary() {
-    std::vector<VocabularySection> sections;
+// The tunables by family, then the keys of every element, of the clusters, of frequency levels, of
+// the interactive governor and of long scenes.
+std::vector<Section> ListVocabulary() {
+    std::vector<Section> sections;
     for (const Family& family : kFamilies) {
         sections.push_back(
             {fmt::format("Tunables: {}", family.name), "tunables", TunablesOf(family)});
@@ -177,9 +183,11 @@ std::vector<VocabularySection> ListVocabulary() {
     return sections;
 }
 
+}  // namespace
+
 void PrintVocabulary(std::ostream& out, const Paint& paint) {
     const char* gap = "";
-    for (const VocabularySection& section : ListVocabulary()) {
+    for (const Section& section : ListVocabulary()) {
         out << gap << paint(Colour::kCyan, section.heading) << "\n";
         section.keys.ForReader().Print(out, "  ", paint);
         gap = "\n";
@@ -196,7 +204,7 @@ void PrintVocabularyPage(std::ostream& out) {
                "monitors where it differs, \"in a\nlock\" the unit that the perf HAL gets where it "
                "differs. How a file is made of them is in\n[scene-files.md](scene-files.md).\n",
                tarquel::kOpcodeNames.size());
-    for (const VocabularySection& section : ListVocabulary()) {
+    for (const Section& section : ListVocabulary()) {
         std::string title = section.heading;
         for (const auto& [sign, text] : {std::pair('<', "`<"), std::pair('>', ">`")}) {
             if (const size_t at = title.find(sign); at != title.npos) title.replace(at, 1, text);
@@ -208,7 +216,7 @@ void PrintVocabularyPage(std::ostream& out) {
 
 nlohmann::json VocabularyJson() {
     nlohmann::json json;
-    for (const VocabularySection& section : ListVocabulary()) {
+    for (const Section& section : ListVocabulary()) {
         nlohmann::json& keys = json[section.name];
         for (nlohmann::json& key : section.keys.ForJson()) keys.push_back(std::move(key));
     }

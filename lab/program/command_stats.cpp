@@ -3,7 +3,7 @@
 
 #include <iostream>
 
-#include "lab/ask/floor_costs.h"
+#include "lab/ask/run_stats.h"
 #include "lab/program/replay_options.h"
 
 namespace lab {
