@@ -2,7 +2,22 @@
 
 #include <algorithm>
 
+#include "lab/names/node_names.h"
+
 namespace lab {
+namespace {
+
+constexpr int64_t kPerKilo = 1000;
+constexpr char kThermal[] = "thermal";
+
+// True where somebody's limit was in force, or another value than one.
+bool IsHeld(const std::vector<RunStats::Value>& values) {
+    if (values.size() != 1) return values.size() > 1;
+    return std::any_of(values[0].by.begin(), values[0].by.end(),
+                       [](const RunStats::Part& part) { return !part.name.empty(); });
+}
+
+}  // namespace
 
 std::vector<RunStats::Part> PartsOf(const Times& times) {
     std::vector<RunStats::Part> parts;
@@ -49,6 +64,51 @@ void LimitTimes::Account(Time now) {
     Times& times = mIsSeen ? mTimes[mValue] : mUnseen;
     times[mBy] += now - mSince;
     mSince = now;
+}
+
+std::vector<LimitRange> LimitRangesOf(const DeviceProfile& device) {
+    std::vector<LimitRange> ranges;
+    const auto add = [&](const std::string& name, int64_t low, int64_t high,
+                         const std::string& folder) -> LimitRange& {
+        LimitRange& range = ranges.emplace_back();
+        range.counted.name = name;
+        range.counted.lowKhz = low;
+        range.counted.highKhz = high;
+        range.floorPath = folder + "min_freq";
+        range.ceilingPath = folder + "max_freq";
+        return range;
+    };
+    const std::string cpus = "/sys/devices/system/cpu/";
+    for (const CpuCluster& cluster : device.clusters) {
+        add(cluster.name, cluster.khz.front(), cluster.khz.back(),
+            cpus + "cpu" + std::to_string(cluster.firstCpu) + "/cpufreq/scaling_");
+    }
+    if (!device.gpuMhz.empty()) {
+        add("gpu", device.gpuMhz.back() * kPerKilo, device.gpuMhz.front() * kPerKilo,
+            "/sys/class/kgsl/kgsl-3d0/devfreq/")
+            .perKhz = kPerKilo;
+    }
+    for (const BusMonitor& bus : device.buses) {
+        const std::string folder = cpus + "bus_dcvs/" + bus.folder + "/";
+        const std::string node = ShortNode(folder + "min_freq");
+        add(node.substr(0, node.rfind(' ')), bus.khz.front(), bus.khz.back(), folder).isBus = true;
+    }
+    return ranges;
+}
+
+void AddRange(LimitRange& range, RunStats& stats) {
+    RunStats::Range to = range.counted;
+    if (range.floor) to.floors = range.floor->ValuesUntil(stats.at, range.perKhz, stats.isWhole);
+    if (range.ceiling) {
+        to.ceilings = range.ceiling->ValuesUntil(stats.at, range.perKhz, stats.isWhole);
+    }
+    for (const RunStats::Value& value : to.ceilings) {
+        for (const RunStats::Part& part : value.by) {
+            if (part.name == kThermal) to.capped += part.time;
+        }
+    }
+    if (range.isBus && !IsHeld(to.floors) && !IsHeld(to.ceilings)) return;
+    stats.ranges.push_back(std::move(to));
 }
 
 }  // namespace lab

@@ -60,4 +60,20 @@ class LimitTimes {
     Times mUnseen;
 };
 
+// The limits of a cluster, the GPU, or a bus.
+struct LimitRange {
+    RunStats::Range counted;  // without its values
+    std::string floorPath;
+    std::string ceilingPath;
+    int64_t perKhz = 1;  // the unit of what they read
+    bool isBus = false;
+    std::optional<LimitTimes> floor = {};  // none: the device has no such node
+    std::optional<LimitTimes> ceiling = {};
+};
+
+std::vector<LimitRange> LimitRangesOf(const DeviceProfile& device);
+
+// Adds to `stats`, up to its end, what has been counted; a bus only where it is limited.
+void AddRange(LimitRange& range, RunStats& stats);
+
 }  // namespace lab

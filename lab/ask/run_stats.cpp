@@ -15,12 +15,7 @@
 namespace lab {
 namespace {
 
-constexpr int64_t kPerKilo = 1000;
-constexpr char kThermal[] = "thermal";
 constexpr char kPlugin[] = "the plug-in";
-constexpr char kCpus[] = "/sys/devices/system/cpu/cpu";
-constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
-constexpr char kGpu[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
 
 class Counter {
   public:
@@ -28,25 +23,12 @@ class Counter {
         : mReplay(replay),
           mBook(replay.GetBook()),
           mDevice(replay.Device()),
-          mKernel(replay.GetPhone().GetKernel()) {
+          mKernel(replay.GetPhone().GetKernel()),
+          mRanges(LimitRangesOf(replay.Device())) {
         for (const std::string& path : mKernel.Paths()) mBoot[path] = mKernel.Value(path);
-        for (const CpuCluster& cluster : mDevice.clusters) {
-            const std::string cpu = kCpus + std::to_string(cluster.firstCpu) + "/cpufreq/";
-            AddRange(cluster.name, cluster.khz.front(), cluster.khz.back(),
-                     cpu + "scaling_min_freq", cpu + "scaling_max_freq");
-        }
-        if (!mDevice.gpuMhz.empty()) {
-            const std::string gpu = kGpu;
-            AddRange("gpu", mDevice.gpuMhz.back() * kPerKilo, mDevice.gpuMhz.front() * kPerKilo,
-                     gpu + "min_freq", gpu + "max_freq");
-            mRanges.back().perKhz = kPerKilo;
-        }
-        for (const BusMonitor& bus : mDevice.buses) {
-            const std::string folder = kBuses + bus.folder + "/";
-            const std::string name = ShortNode(folder + "min_freq");
-            AddRange(name.substr(0, name.rfind(' ')), bus.khz.front(), bus.khz.back(),
-                     folder + "min_freq", folder + "max_freq");
-            mRanges.back().isBus = true;
+        for (LimitRange& range : mRanges) {
+            Watch(range.floorPath, range.floor);
+            Watch(range.ceilingPath, range.ceiling);
         }
     }
 
@@ -56,17 +38,14 @@ class Counter {
             mIsInRequest = true;
             OnRequest(*begin);
         } else if (const auto* acquire = std::get_if<LockAcquire>(&event.what)) {
-            if (acquire->IsGranted()) OnAcquire(acquire->returned, *acquire);
+            if (acquire->IsGranted()) OnAcquire(*acquire);
         } else if (const auto* access = std::get_if<NodeAccess>(&event.what)) {
             OnAccess(*access);
         } else if (std::holds_alternative<RequestEnd>(event.what)) {
             mIsInRequest = false;
         }
         if (const BookedLock* ended = mBook.EndedLock()) OnEnd(*ended);
-        for (const int handle : mBook.ChangedHands()) {
-            const BookedLock* lock = mBook.FindLock(handle);
-            if (lock) Hold(*lock);
-        }
+        for (const int handle : mBook.ChangedHands()) Hold(*mBook.FindLock(handle));
         // What a request does is looked at when it is over: everything in between lasts no time
         // that anybody has.
         if (!mIsInRequest) WeighDirty();
@@ -76,12 +55,11 @@ class Counter {
         mNow = stats.at;
         WeighDirty();
         for (const auto& [handle, lock] : mBook.Locks()) {
-            const auto open = mHolds.find(handle);
-            if (open != mHolds.end()) EndHold(open->second, true, mReplay.DoubtOf(lock));
+            EndHold(mHolds[handle], true, mReplay.DoubtOf(lock));
         }
         stats.holds = mEnded.Take();
         AddRequesters(stats);
-        for (const Range& range : mRanges) AddRange(range, stats);
+        for (LimitRange& range : mRanges) AddRange(range, stats);
     }
 
   private:
@@ -97,17 +75,9 @@ class Counter {
         std::string boot;
         bool isDirty = false;
         std::vector<Span*> spans;  // of requesters, that go on as long as the node stays as it is
-        std::optional<LimitTimes> limit;  // of one whose values are counted
+        LimitTimes* limit = nullptr;  // of one whose values are counted
         // What a capture reads there where the lab has another value; until it is written.
         std::optional<int64_t> told;
-    };
-
-    struct Range {
-        RunStats::Range counted;
-        Node* floor = nullptr;
-        Node* ceiling = nullptr;
-        int64_t perKhz = 1;
-        bool isBus = false;
     };
 
     struct OpenHold {
@@ -128,17 +98,10 @@ class Counter {
 
     // Nodes.
 
-    void AddRange(const std::string& name, int64_t low, int64_t high, const std::string& floor,
-                  const std::string& ceiling) {
-        Range& range = mRanges.emplace_back();
-        range.counted.name = name;
-        range.counted.lowKhz = low;
-        range.counted.highKhz = high;
-        range.floor = AddNode(floor);
-        range.ceiling = AddNode(ceiling);
-        for (Node* limit : {range.floor, range.ceiling}) {
-            if (limit) limit->limit.emplace(ParseNumber(limit->boot));
-        }
+    // What the node reads is counted, where the device has it.
+    void Watch(const std::string& path, std::optional<LimitTimes>& times) {
+        Node* node = AddNode(path);
+        if (node) node->limit = &times.emplace(ParseNumber(node->boot));
     }
 
     // The node called `path`, known from here on; null when the device has none.
@@ -147,8 +110,7 @@ class Counter {
         if (known || !mKernel.Has(path)) return known;
         Node& node = mNodes.emplace_back();
         node.target = FindNode(path, mDevice, mKernel, {});
-        const auto boot = mBoot.find(node.target.path);
-        if (boot != mBoot.end()) node.boot = boot->second;
+        node.boot = mBoot[node.target.path];
         mPaths.clear();
         return &node;
     }
@@ -233,24 +195,21 @@ class Counter {
         }
     }
 
-    void OnAcquire(int handle, const LockAcquire& acquire) {
-        const BookedLock* lock = mBook.FindLock(handle);
-        if (!lock) return;
-        mDoubted.erase(handle);
-        const auto former = mHolds.find(handle);
-        if (former != mHolds.end() && former->second.list != acquire.list) {
+    void OnAcquire(const LockAcquire& acquire) {
+        const BookedLock& lock = *mBook.FindLock(acquire.returned);
+        mDoubted.erase(lock.handle);
+        const auto former = mHolds.find(lock.handle);
+        if (former != mHolds.end() && former->second.list != lock.list) {
             MarkLock(former->second.list, former->second.tag);
         }
-        MarkLock(lock->list, lock->tag);
-        Hold(*lock);
+        MarkLock(lock.list, lock.tag);
+        Hold(lock);
     }
 
     void OnEnd(const BookedLock& lock) {
         MarkLock(lock.list, lock.tag);
-        const auto hold = mHolds.find(lock.handle);
-        if (hold == mHolds.end()) return;
-        EndHold(hold->second, false, mDoubted.count(lock.handle) ? "lines are missing" : "");
-        mHolds.erase(hold);
+        EndHold(mHolds[lock.handle], false, mDoubted.count(lock.handle) ? "lines are missing" : "");
+        mHolds.erase(lock.handle);
         mDoubted.erase(lock.handle);
     }
 
@@ -371,41 +330,17 @@ class Counter {
                          [](const auto& a, const auto& b) { return a.held > b.held; });
     }
 
-    static void AddRange(const Range& from, RunStats& stats) {
-        const auto valuesOf = [&](Node* node) {
-            return node ? node->limit->ValuesUntil(stats.at, from.perKhz, stats.isWhole)
-                        : std::vector<RunStats::Value>();
-        };
-        RunStats::Range to = from.counted;
-        to.floors = valuesOf(from.floor);
-        to.ceilings = valuesOf(from.ceiling);
-        for (const RunStats::Value& value : to.ceilings) {
-            for (const RunStats::Part& part : value.by) {
-                if (part.name == kThermal) to.capped += part.time;
-            }
-        }
-        if (from.isBus && !IsHeld(to.floors) && !IsHeld(to.ceilings)) return;
-        stats.ranges.push_back(std::move(to));
-    }
-
-    // True where somebody's limit was in force, or another value than one.
-    static bool IsHeld(const std::vector<RunStats::Value>& values) {
-        if (values.size() != 1) return values.size() > 1;
-        return std::any_of(values[0].by.begin(), values[0].by.end(),
-                           [](const RunStats::Part& part) { return !part.name.empty(); });
-    }
-
     Replay& mReplay;
     const Book& mBook;
     const DeviceProfile& mDevice;
     const Kernel& mKernel;
+    std::vector<LimitRange> mRanges;
     Time mNow{};
     bool mIsInRequest = false;
     std::map<std::string, std::string> mBoot;
 
     // What points to nodes and requesters needs them to stay where they are.
     std::deque<Node> mNodes;
-    std::vector<Range> mRanges;
     std::vector<Node*> mDirty;
     std::unordered_map<std::string, Node*> mPaths;  // null: not one of the nodes
     std::unordered_map<int, std::vector<Node*>> mByOpcode;
