@@ -18,14 +18,12 @@ namespace {
 // A boost that is meant to end has ended by then.
 constexpr Time kLong = std::chrono::minutes(2);
 
-// A lifted limit keeps a lock that limits nothing.
-bool IsNobodys(const BookedLock& lock, const Book& book) {
-    return lock.tag >= 0 && lock.list.size() == 2 && book.IsAtDefault(lock.list[0], lock.list[1]);
-}
-
 // Adds the hold of a lock that is over, or lasts until now.
 void AddHold(const BookedLock& lock, bool isHeld, const Book& book, Time now, LongestHolds& holds) {
-    if (IsNobodys(lock, book)) return;
+    // A lifted limit keeps a lock that limits nothing.
+    const bool isNobodys =
+        lock.tag >= 0 && lock.list.size() == 2 && book.IsAtDefault(lock.list[0], lock.list[1]);
+    if (isNobodys) return;
     LockHold hold = HoldOf(lock, book.ClusterLayout());
     if (hold.what.empty()) {
         hold.what =
