@@ -89,8 +89,8 @@ struct NodeAccess {
     int error = 0;          // errno of a refused access, else 0
     bool byHal = false;     // the perf HAL did it, on behalf of a lock
     // What a write has changed beside its own node: a ceiling that rises frees the floor that it
-    // held down, a CPU that comes back finds the limits that were asked meanwhile, and the frequency
-    // follows. Under the names that the kernel keeps them by.
+    // held down, a CPU that comes back finds the limits that were asked meanwhile, and the
+    // frequency follows. Under the names that the kernel keeps them by.
     std::vector<NodeValue> alsoChanged = {};
     // A capture's first sight of the node: what stood there before a write nothing tells, and
     // `before` is empty.
