@@ -32,7 +32,7 @@ using Answer = std::map<int, std::string>;
 // Whole milliseconds are when things happen: between two of them is a moment.
 constexpr Time kBetween = std::chrono::microseconds(500);
 constexpr int kMoments = 3;
-constexpr int kSeeds = 12;
+constexpr int kSeeds = 24;
 constexpr int kMostCompared = 100;
 
 // The owner as lanes and filters name him: without a command's number, and with or without a group.
@@ -63,8 +63,10 @@ void CompareTimeline(const Event& event, const LockAcquire& acquire, const Book&
             const auto is = [&](int handle) {
                 return (holder.held + " ").starts_with(fmt::format("lock {} ", handle));
             };
-            if (holder.wins && is(rival)) rivalWins = true;
-            if (holder.wins && is(acquire.returned) && holder.ask.opcode == opcode) ownWins = true;
+            // A word that the plug-in wrote to the node itself wins without its lock.
+            if (!holder.wins || holder.verdict.starts_with("by that write alone")) continue;
+            if (is(rival)) rivalWins = true;
+            if (is(acquire.returned) && holder.ask.opcode == opcode) ownWins = true;
         }
         EXPECT_FALSE(isWin ? rivalWins && !ownWins : ownWins && !rivalWins) << target.path << "\n"
                                                                             << out.str();
@@ -225,7 +227,8 @@ void CompareViews(const YamlNode& root, unsigned seed) {
     }
 }
 
-// Clients and long scenes that ask for the same few tags, among commands and control types.
+// Clients and long scenes that ask for the same few tags, among commands, control types and what
+// may befall a phone.
 std::string RandomScenario(unsigned seed) {
     std::mt19937 random(seed);
     const auto oneOf = [&](std::initializer_list<const char*> words) {
@@ -234,21 +237,26 @@ std::string RandomScenario(unsigned seed) {
     std::string steps = fmt::format("device: {}\nsteps:\n", oneOf({"sm8450", "sm4450"}));
     for (int i = 0; i < 40; ++i) {
         const std::string client = oneOf({"power", "thermal", "eapa", "camera"});
-        const std::string tags = fmt::format(
-            "tags: {{big_max: {}, {}: {}}}", oneOf({"0", "1113600", "1440000", "1651200"}),
-            oneOf({"big_min", "little_max", "little_min"}), oneOf({"0", "1075200", "1478400"}));
-        const std::string scene =
-            oneOf({"power_save", "super_power_save", "game_steady", "game_running", "touch"});
+        const std::string tags =
+            fmt::format("tags: {{big_max: {}, {}: {}, gpu_max: {}}}",
+                        oneOf({"0", "1113600", "1440000", "1651200", "5000000"}),
+                        oneOf({"big_min", "little_max", "little_min"}),
+                        oneOf({"0", "1075200", "1478400"}), oneOf({"0", "421000000", "545000000"}));
+        const std::string scene = oneOf({"power_save", "super_power_save", "game_steady",
+                                         "game_running", "touch", "video_limit", "launch"});
         const std::string requests[] = {
             fmt::format("limit: {{client: {}, {}}}", client, tags),
             fmt::format("limit: {{client: {}, {}}}", client, tags),
             "on: " + scene,
             "off: " + scene,
             "do: " + oneOf({"game_fight", "game_touch", "app_start_cold"}),
-            "control: " + oneOf({"0", "2", "4", "6", "8"}),
-            fmt::format("group: {{client: camera, duration_ms: {}, {}}}", oneOf({"0", "900"}),
+            "control: " + oneOf({"0", "2", "4", "5", "6", "8"}),
+            fmt::format("group: {{client: {}, duration_ms: {}, {}}}", client, oneOf({"0", "900"}),
                         tags),
-            "group: {client: camera, duration_ms: -1}"};
+            "group: {client: camera, duration_ms: -1}",
+            oneOf({"hal: {refuse: 1, result: -1}", "cpus: {offline: 4-6}", "cpus: {online: 4-6}",
+                   "faults: {nodes: {big_max: unwritable}}", "faults: none", "state: 4",
+                   "node: {/sys/devices/system/cpu/cpu0/cpufreq/scaling_max_freq: 1113600}"})};
         steps += fmt::format("- {{after: {}, {}}}\n", random() % 700,
                              requests[random() % std::size(requests)]);
     }

@@ -138,11 +138,16 @@ void Book::EndRequest(const RequestEnd& end) {
         if (facts.replaces && mTookUntimedLock) mStanding[facts.standing].clear();
         mStanding[facts.standing].insert(mRequest->number);
     }
-    for (const int tag : mHeardTags) {
-        const auto lock = mTagHandles.find(tag);
+    for (const TagValue& claim : facts.claims) {
+        const auto lock = mTagHandles.find(claim.tag);
         if (lock == mTagHandles.end()) continue;
         const auto held = mLocks.find(lock->second);
-        if (held != mLocks.end()) SetOwner(held->second);
+        if (held == mLocks.end()) continue;
+        if (mHeardTags.count(claim.tag)) {
+            SetOwner(held->second);
+        } else {
+            LeaveOwner(held->second);
+        }
     }
     if (mKept) NoteUnheard(facts, end.result);
     if (facts.state) mConditions.SetState(*facts.state);

@@ -247,6 +247,8 @@ class Book {
     void EndLock(int handle, const std::string& how);
     void OnWrite(const NodeAccess& access);
     void SetOwner(BookedLock& lock);
+    void LeaveOwner(BookedLock& lock);
+    void GiveTo(BookedLock& lock, const std::string& owner, const RequestPtr& askedBy);
     void PruneStanding();
 
     const RequestFacts& Facts() const;

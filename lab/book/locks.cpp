@@ -145,22 +145,39 @@ void Book::CheckAsked(const LockAcquire& acquire, size_t number) {
 
 // A lock of a tag belongs to whoever asks for what it carries, any other to who took it.
 void Book::SetOwner(BookedLock& lock) {
-    const std::string owner = lock.owner;
-    const RequestPtr askedBy = lock.askedBy;
     if (lock.isEarlier || lock.tag < 0) {
-        lock.owner = lock.isEarlier && !Facts().isEarlier ? kUnnamed : LockHolder();
-        lock.askedBy = mIsInRequest ? mRequest : nullptr;
-    } else {
-        const Ask* word = StrictestWord(lock.tag);
-        // In a capture the strictest may have spoken before it begins.
-        const bool isUnheard = word && IsSharedLimit(lock.tag) && !lock.list.empty() &&
-                               IsStricter(word->bound, lock.list[1],
-                                          HalValue(lock.tag, static_cast<int>(word->value)));
-        if (isUnheard) word = RefusedWord(lock);
-        lock.owner = word ? word->who : isUnheard ? kUnnamed : "the plug-in";
-        lock.askedBy = word ? word->request : nullptr;
+        GiveTo(lock, lock.isEarlier && !Facts().isEarlier ? kUnnamed : LockHolder(),
+               mIsInRequest ? mRequest : nullptr);
+        return;
     }
-    if (lock.owner != owner || lock.askedBy != askedBy) mChangedHands.push_back(lock.handle);
+    const Ask* word = StrictestWord(lock.tag);
+    // In a capture the strictest may have spoken before it begins.
+    const bool isUnheard =
+        word && IsSharedLimit(lock.tag) && !lock.list.empty() &&
+        IsStricter(word->bound, lock.list[1], HalValue(lock.tag, static_cast<int>(word->value)));
+    if (isUnheard) word = RefusedWord(lock);
+    GiveTo(lock,
+           word        ? word->who
+           : isUnheard ? kUnnamed
+                       : "the plug-in",
+           word ? word->request : nullptr);
+}
+
+// After a word that the tag's lock does not follow it is still its owner's, who may have said that
+// word; but whoever asks for the same now comes first.
+void Book::LeaveOwner(BookedLock& lock) {
+    for (const Ask& word : mWords) {
+        if (word.tag != lock.tag || lock.list.size() != 2) continue;
+        if (HalValue(lock.tag, static_cast<int>(word.value)) != lock.list[1]) continue;
+        return GiveTo(lock, word.who, word.request);
+    }
+}
+
+void Book::GiveTo(BookedLock& lock, const std::string& owner, const RequestPtr& askedBy) {
+    if (lock.owner == owner && lock.askedBy == askedBy) return;
+    lock.owner = owner;
+    lock.askedBy = askedBy;
+    mChangedHands.push_back(lock.handle);
 }
 
 // The word of a refused request that the tag's lock carries; null when it carries none.
@@ -288,6 +305,7 @@ Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
         if (isIts) own = &claim;
     }
     if (!own) return {};
+    if (IsOverwritten(*own)) return {};
     if (own->isInPlace) {
         // It stands above the ceilings, of which the lowest is told.
         const PerfHal::Claim* ceiling = nullptr;
@@ -322,12 +340,18 @@ Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
 }
 
 // True for a claim in place of what programs write when one has written since: the last one counts.
+// A second lock on the same value does not make the HAL write it again.
 bool Book::IsOverwritten(const PerfHal::Claim& claim) const {
     if (!claim.isInPlace) return false;
     NodeTarget node;
     node.path = DrivenBy(claim.opcode).front().drive.path;
     const std::optional<Ask> write = LastWrite(node);
-    return write && write->order > mLocks.at(claim.handle).order;
+    uint64_t placed = mLocks.at(claim.handle).order;
+    for (const PerfHal::Claim& other : ClaimsOf(claim.opcode)) {
+        const bool isSame = other.isInPlace && other.nodeValue == claim.nodeValue;
+        if (isSame) placed = std::min(placed, mLocks.at(other.handle).order);
+    }
+    return write && write->order > placed;
 }
 
 std::optional<PerfHal::Claim> Book::HeirOf(int opcode, int value) const {
