@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "lab/book/limit_words.h"
+#include "base/ids.h"
 
 namespace fuzz {
 namespace {
@@ -59,7 +59,7 @@ class Letters {
     }
 
     void Control(int type) {
-        Add(lab::SetLimits{lab::kThermalClient, {{lab::kControlTypeTag, type}}},
+        Add(lab::SetLimits{tarquel::kClientTemp, {{lab::kControlTypeTag, type}}},
             fmt::format("control: {}", type));
     }
 
@@ -114,7 +114,8 @@ class Letters {
 
 // A cluster's floor and ceiling. The higher floor is above the lower ceiling.
 std::vector<Letter> RangeLetters(Letters letters) {
-    const std::vector<int> clients = {lab::kPowerClient, lab::kThermalClient, lab::kCameraClient};
+    const std::vector<int> clients = {tarquel::kClientPower, tarquel::kClientTemp,
+                                      tarquel::kClientCamera};
     letters.LimitAll(clients, "big_max",
                      {letters.Step("big_max", 45), letters.Step("big_max", 80), 0});
     letters.LimitAll(clients, "big_min",
@@ -129,10 +130,10 @@ std::vector<Letter> RangeLetters(Letters letters) {
 
 // The ceilings of two clusters.
 std::vector<Letter> CeilingLetters(Letters letters, const std::string& last) {
-    std::vector<int> clients = {lab::kPowerClient, lab::kThermalClient};
+    std::vector<int> clients = {tarquel::kClientPower, tarquel::kClientTemp};
     letters.LimitAll(clients, "little_max",
                      {letters.Step("little_max", 40), letters.Step("little_max", 75), 0});
-    clients.push_back(lab::kEapaClient);
+    clients.push_back(tarquel::kClientEapa);
     letters.LimitAll(clients, last, {letters.Step(last, 40), letters.Step(last, 75), 0});
     letters.Event("power_save");
     letters.Run("game_loading");
@@ -143,7 +144,8 @@ std::vector<Letter> CeilingLetters(Letters letters, const std::string& last) {
 }
 
 std::vector<Letter> GpuLetters(Letters letters) {
-    const std::vector<int> clients = {lab::kPowerClient, lab::kThermalClient, lab::kCameraClient};
+    const std::vector<int> clients = {tarquel::kClientPower, tarquel::kClientTemp,
+                                      tarquel::kClientCamera};
     letters.LimitAll(clients, "gpu_max",
                      {letters.Step("gpu_max", 40), letters.Step("gpu_max", 70), 0});
     letters.LimitAll(clients, "gpu_min",
@@ -158,8 +160,8 @@ std::vector<Letter> GpuLetters(Letters letters) {
 
 // Long scenes: three that name the floor, three that name the ceiling.
 std::vector<Letter> SceneLetters(Letters letters) {
-    letters.LimitAll({lab::kPowerClient}, "big_max", {letters.Step("big_max", 45), 0});
-    letters.LimitAll({lab::kPowerClient}, "big_min", {letters.Step("big_min", 65), 0});
+    letters.LimitAll({tarquel::kClientPower}, "big_max", {letters.Step("big_max", 45), 0});
+    letters.LimitAll({tarquel::kClientPower}, "big_min", {letters.Step("big_min", 65), 0});
     for (const char* const scene :
          {"game_steady", "benchmark", "game_floor", "video_limit", "camera_record_limit"}) {
         letters.Event(scene);
@@ -171,9 +173,9 @@ std::vector<Letter> SceneLetters(Letters letters) {
 
 // Breakthroughs that begin and end as events, and control types that keep events from both.
 std::vector<Letter> EventLetters(Letters letters) {
-    letters.LimitAll({lab::kPowerClient}, "big_max", {letters.Step("big_max", 45), 0});
-    letters.LimitAll({lab::kThermalClient}, "big_max", {letters.Step("big_max", 80), 0});
-    letters.LimitAll({lab::kPowerClient}, "big_min", {letters.Step("big_min", 65), 0});
+    letters.LimitAll({tarquel::kClientPower}, "big_max", {letters.Step("big_max", 45), 0});
+    letters.LimitAll({tarquel::kClientTemp}, "big_max", {letters.Step("big_max", 80), 0});
+    letters.LimitAll({tarquel::kClientPower}, "big_min", {letters.Step("big_min", 65), 0});
     for (const char* const event : {"game_steady", "benchmark", "game_loading"}) {
         letters.Event(event);
     }
@@ -188,20 +190,20 @@ std::vector<Letter> GroupLetters(Letters letters) {
     const int high = letters.Step("big_max", 80);
     const int littleMax = letters.Step("little_max", 50);
     const int bigMin = letters.Step("big_min", 65);
-    letters.Limit(lab::kThermalClient, {{"control_type", 6}, {"big_max", low}});
-    letters.Limit(lab::kThermalClient, {{"big_max", high}, {"little_max", littleMax}});
-    letters.Limit(lab::kThermalClient, {{"big_max", 0}, {"little_max", 0}});
-    letters.Limit(lab::kThermalClient, {{"big_max", low}, {"little_max", -1}});
-    letters.Limit(lab::kPowerClient, {{"big_max", low}, {"little_max", -1}});
-    letters.Limit(lab::kPowerClient, {{"big_max", high}, {"big_min", bigMin}});
-    letters.Limit(lab::kPowerClient, {{"big_min", 0}, {"big_max", 0}});
-    letters.Limit(lab::kCameraClient, {{"big_max", high}});
-    letters.Group(lab::kCameraClient, 0,
+    letters.Limit(tarquel::kClientTemp, {{"control_type", 6}, {"big_max", low}});
+    letters.Limit(tarquel::kClientTemp, {{"big_max", high}, {"little_max", littleMax}});
+    letters.Limit(tarquel::kClientTemp, {{"big_max", 0}, {"little_max", 0}});
+    letters.Limit(tarquel::kClientTemp, {{"big_max", low}, {"little_max", -1}});
+    letters.Limit(tarquel::kClientPower, {{"big_max", low}, {"little_max", -1}});
+    letters.Limit(tarquel::kClientPower, {{"big_max", high}, {"big_min", bigMin}});
+    letters.Limit(tarquel::kClientPower, {{"big_min", 0}, {"big_max", 0}});
+    letters.Limit(tarquel::kClientCamera, {{"big_max", high}});
+    letters.Group(tarquel::kClientCamera, 0,
                   {{"big_max", low}, {"gpu_max", letters.Step("gpu_max", 50)}});
-    letters.Group(lab::kCameraClient, 0, {{"big_max", 0}, {"gpu_max", 0}});
-    letters.Group(lab::kCameraClient, -1, {});
-    letters.Group(lab::kCameraClient, 3000, {{"big_max", low}});
-    letters.Group(lab::kPowerClient, 3000,
+    letters.Group(tarquel::kClientCamera, 0, {{"big_max", 0}, {"gpu_max", 0}});
+    letters.Group(tarquel::kClientCamera, -1, {});
+    letters.Group(tarquel::kClientCamera, 3000, {{"big_max", low}});
+    letters.Group(tarquel::kClientPower, 3000,
                   {{"big_max", low}, {"gpu_min", letters.Step("gpu_min", 50)}});
     letters.Event("game_steady");
     letters.Run("game_loading");

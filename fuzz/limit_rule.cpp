@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/ids.h"
+
 namespace lab {
 namespace {
 
@@ -46,9 +48,10 @@ LimitWord LimitRule::NewWord(int tag, int requester, int value, bool isUntimedGr
 
 int LimitRule::Limit(int clientId, const std::vector<Asked>& asked) {
     if (clientId == 0) return 0;
-    if (!IsLimitClient(clientId)) return -1;
+    if (!tarquel::IsClient(clientId)) return -1;
     const bool isThermalsAffair =
-        clientId == kThermalClient && std::any_of(asked.begin(), asked.end(), [](const Asked& one) {
+        clientId == tarquel::kClientTemp &&
+        std::any_of(asked.begin(), asked.end(), [](const Asked& one) {
             return IsCpuCeilingLimit(one.tag) || one.tag == kControlTypeTag;
         });
     if (isThermalsAffair) DeriveThermal();
@@ -88,7 +91,7 @@ bool LimitRule::WeighClient(int clientId, const std::vector<Asked>& asked,
         values.back().value = mWeigh(tag, words);
         Of(tag).refused = word;
         weighed.push_back(tag);
-        if (clientId == kThermalClient && IsCpuCeilingLimit(tag)) {
+        if (clientId == tarquel::kClientTemp && IsCpuCeilingLimit(tag)) {
             Of(tag).thermal = values.back().value;
         }
     }
@@ -148,10 +151,10 @@ void LimitRule::DeriveThermal() {
     for (const int tag : kCpuCeilingTags) {
         TagState& state = Of(tag);
         state.thermal.reset();
-        if (!Remembered(kThermalClient, tag)) continue;
+        if (!Remembered(tarquel::kClientTemp, tag)) continue;
         std::vector<LimitWord> words;
         for (const LimitWord& word : state.words) {
-            if (word.isRemembered && IsLimitClient(word.requester)) words.push_back(word);
+            if (word.isRemembered && tarquel::IsClient(word.requester)) words.push_back(word);
         }
         state.thermal = mWeigh(tag, words);
     }
@@ -171,7 +174,7 @@ void LimitRule::ApplyAll(int requester, const std::vector<Asked>& values) {
             Apply(asked);
         }
     }
-    if (WritesNodes() && requester == kThermalClient && touchesCeilings) WriteBack();
+    if (WritesNodes() && requester == tarquel::kClientTemp && touchesCeilings) WriteBack();
 }
 
 void LimitRule::Apply(const Asked& asked) {

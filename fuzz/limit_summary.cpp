@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/ids.h"
 #include "fuzz/limit_rule.h"
 
 namespace lab {
@@ -17,7 +18,7 @@ void LimitRule::SummarizeTags(std::string& text) const {
     const auto add = [&text](int64_t value) { text += std::to_string(value) + ','; };
     const auto addWord = [&](const LimitWord& word) {
         // Nothing is weighed against it, whoever said it; a scene that has ended is gone.
-        const bool isGone = word.value == 0 && !IsLimitClient(word.requester);
+        const bool isGone = word.value == 0 && !tarquel::IsClient(word.requester);
         if (!word.isRemembered || isGone) return;
         add(word.requester);
         add(word.value);

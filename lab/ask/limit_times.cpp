@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "lab/names/node_names.h"
-
 namespace lab {
 namespace {
 
-constexpr int64_t kPerKilo = 1000;
 constexpr char kThermal[] = "thermal";
 
 // True where somebody's limit was in force, or another value than one.
@@ -66,38 +63,8 @@ void LimitTimes::Account(Time now) {
     mSince = now;
 }
 
-std::vector<LimitRange> LimitRangesOf(const DeviceProfile& device) {
-    std::vector<LimitRange> ranges;
-    const auto add = [&](const std::string& name, int64_t low, int64_t high,
-                         const std::string& folder) -> LimitRange& {
-        LimitRange& range = ranges.emplace_back();
-        range.counted.name = name;
-        range.counted.lowKhz = low;
-        range.counted.highKhz = high;
-        range.floorPath = folder + "min_freq";
-        range.ceilingPath = folder + "max_freq";
-        return range;
-    };
-    const std::string cpus = "/sys/devices/system/cpu/";
-    for (const CpuCluster& cluster : device.clusters) {
-        add(cluster.name, cluster.khz.front(), cluster.khz.back(),
-            cpus + "cpu" + std::to_string(cluster.firstCpu) + "/cpufreq/scaling_");
-    }
-    if (!device.gpuMhz.empty()) {
-        add("gpu", device.gpuMhz.back() * kPerKilo, device.gpuMhz.front() * kPerKilo,
-            "/sys/class/kgsl/kgsl-3d0/devfreq/")
-            .perKhz = kPerKilo;
-    }
-    for (const BusMonitor& bus : device.buses) {
-        const std::string folder = cpus + "bus_dcvs/" + bus.folder + "/";
-        const std::string node = ShortNode(folder + "min_freq");
-        add(node.substr(0, node.rfind(' ')), bus.khz.front(), bus.khz.back(), folder).isBus = true;
-    }
-    return ranges;
-}
-
 void AddRange(LimitRange& range, RunStats& stats) {
-    RunStats::Range to = range.counted;
+    RunStats::Range to{range.name, range.lowKhz, range.highKhz};
     if (range.floor) to.floors = range.floor->ValuesUntil(stats.at, range.perKhz, stats.isWhole);
     if (range.ceiling) {
         to.ceilings = range.ceiling->ValuesUntil(stats.at, range.perKhz, stats.isWhole);

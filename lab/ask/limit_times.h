@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lab/ask/run_stats.h"
+#include "lab/names/frequency_ranges.h"
 
 namespace lab {
 
@@ -61,17 +62,10 @@ class LimitTimes {
 };
 
 // The limits of a cluster, the GPU, or a bus.
-struct LimitRange {
-    RunStats::Range counted;  // without its values
-    std::string floorPath;
-    std::string ceilingPath;
-    int64_t perKhz = 1;  // the unit of what they read
-    bool isBus = false;
+struct LimitRange : FrequencyRange {
     std::optional<LimitTimes> floor = {};  // none: the device has no such node
     std::optional<LimitTimes> ceiling = {};
 };
-
-std::vector<LimitRange> LimitRangesOf(const DeviceProfile& device);
 
 // Adds to `stats`, up to its end, what has been counted; a bus only where it is limited.
 void AddRange(LimitRange& range, RunStats& stats);

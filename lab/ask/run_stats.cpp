@@ -23,12 +23,14 @@ class Counter {
         : mReplay(replay),
           mBook(replay.GetBook()),
           mDevice(replay.Device()),
-          mKernel(replay.GetPhone().GetKernel()),
-          mRanges(LimitRangesOf(replay.Device())) {
+          mKernel(replay.GetPhone().GetKernel()) {
         for (const std::string& path : mKernel.Paths()) mBoot[path] = mKernel.Value(path);
+        for (FrequencyRange& range : FrequencyRangesOf(mDevice)) {
+            mRanges.push_back({std::move(range)});
+        }
         for (LimitRange& range : mRanges) {
-            Watch(range.floorPath, range.floor);
-            Watch(range.ceilingPath, range.ceiling);
+            Watch(range.nodes.front() + "min_freq", range.floor);
+            Watch(range.nodes.front() + "max_freq", range.ceiling);
         }
     }
 

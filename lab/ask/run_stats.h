@@ -43,8 +43,8 @@ struct RunStats : ReplayAnswer {
         std::string name;
         int64_t lowKhz = 0;
         int64_t highKhz = 0;
-        std::vector<Value> floors;  // ascending
-        std::vector<Value> ceilings;
+        std::vector<Value> floors = {};  // ascending
+        std::vector<Value> ceilings = {};
         Time capped{};  // the ceiling that counts is the thermal client's
     };
 

@@ -3,80 +3,24 @@
 #include <algorithm>
 #include <utility>
 
-#include "lab/names/node_names.h"
 #include "lab/names/text.h"
 
 namespace lab {
-namespace {
-
-constexpr int64_t kHzPerKhz = 1000;
-constexpr int64_t kKhzPerMhz = 1000;
-constexpr char kBuses[] = "/sys/devices/system/cpu/bus_dcvs/";
-constexpr const char* kDevfreqNames[] = {"min_freq", "max_freq", "cur_freq"};
-constexpr char kGpuFolder[] = "/sys/class/kgsl/kgsl-3d0/devfreq/";
-
-bool IsGpuNode(const std::string& path) {
-    return path.starts_with(kGpuFolder);
-}
-
-std::string ClusterLabel(const CpuCluster& cluster) {
-    std::string label = cluster.name + ", CPU";
-    if (cluster.firstCpu == cluster.lastCpu) return label + " " + std::to_string(cluster.firstCpu);
-    return label + "s " + std::to_string(cluster.firstCpu) + "-" + std::to_string(cluster.lastCpu);
-}
-
-}  // namespace
 
 History::History(const DeviceProfile& device, const Book& book) : mDevice(device), mBook(book) {
-    constexpr const char* kCpuNames[] = {"scaling_min_freq", "scaling_max_freq",
-                                         "scaling_cur_freq"};
-    const std::string cpus = "/sys/devices/system/cpu/";
-    for (const CpuCluster& cluster : mDevice.clusters) {
-        std::vector<std::string> folders = {cpus + "cpufreq/policy" +
-                                            std::to_string(cluster.firstCpu) + "/"};
-        for (int cpu = cluster.firstCpu; cpu <= cluster.lastCpu; ++cpu) {
-            folders.push_back(cpus + "cpu" + std::to_string(cpu) + "/cpufreq/");
+    constexpr std::pair<Series, const char*> kNodes[] = {{Series::kFloor, "min_freq"},
+                                                         {Series::kCeiling, "max_freq"},
+                                                         {Series::kCurrent, "cur_freq"}};
+    for (FrequencyRange& range : FrequencyRangesOf(device)) {
+        for (const auto& [series, node] : kNodes) {
+            for (const std::string& path : range.nodes)
+                mPlaces[path + node] = {mTracks.size(), series};
         }
-        Track track;
-        track.name = cluster.name;
-        track.label = ClusterLabel(cluster);
-        track.lowKhz = cluster.khz.front();
-        track.highKhz = cluster.khz.back();
-        AddTrack(std::move(track), folders, kCpuNames);
+        Track& track = mTracks.emplace_back();
+        static_cast<FrequencyRange&>(track) = std::move(range);
+        track.floor.push_back({Time{}, track.lowKhz});
+        track.ceiling.push_back({Time{}, track.highKhz});
     }
-    AddGpu();
-    for (const BusMonitor& bus : mDevice.buses) {
-        const std::string folder = kBuses + bus.folder + "/";
-        const std::string node = ShortNode(folder + kDevfreqNames[0]);
-        Track track;
-        track.name = node.substr(0, node.rfind(' '));
-        track.label = track.name + ", bus monitor";
-        track.isBus = true;
-        track.lowKhz = bus.khz.front();
-        track.highKhz = bus.khz.back();
-        AddTrack(std::move(track), {folder}, kDevfreqNames);
-    }
-}
-
-void History::AddGpu() {
-    if (mDevice.gpuMhz.empty()) return;
-    Track gpu;
-    gpu.name = gpu.label = "gpu";
-    gpu.lowKhz = mDevice.gpuMhz.back() * kKhzPerMhz;
-    gpu.highKhz = mDevice.gpuMhz.front() * kKhzPerMhz;
-    AddTrack(std::move(gpu), {kGpuFolder}, kDevfreqNames);
-}
-
-void History::AddTrack(Track track, const std::vector<std::string>& folders,
-                       const char* const names[3]) {
-    for (const Series series : {Series::kFloor, Series::kCeiling, Series::kCurrent}) {
-        for (const std::string& folder : folders) {
-            mPlaces[folder + names[static_cast<size_t>(series)]] = {mTracks.size(), series};
-        }
-    }
-    track.floor.push_back({Time{}, track.lowKhz});
-    track.ceiling.push_back({Time{}, track.highKhz});
-    mTracks.push_back(std::move(track));
 }
 
 std::vector<std::string> History::FrequencyNodes() const {
@@ -192,7 +136,7 @@ void History::SetPoint(const std::string& path, const std::string& value) {
     if (place == mPlaces.end()) return;
     const std::optional<int64_t> number = ParseNumber(value);
     if (!number) return;
-    const int64_t khz = IsGpuNode(path) ? *number / kHzPerKhz : *number;
+    const int64_t khz = *number / mTracks[place->second.track].perKhz;
     std::vector<Point>& series = SeriesAt(place->second);
     if (!series.empty() && series.back().at == mNow) series.pop_back();
     if (!series.empty() && series.back().khz == khz) return;
@@ -290,8 +234,7 @@ std::optional<History::Bearing> History::BearingOf(int opcode, int value) const 
         bearing.track = place->second.track;
         bearing.isFloor = place->second.series == Series::kFloor;
         bearing.lifts = drive.writer == Kernel::Writer::kHalInPlace;
-        bearing.khz = ToNodeUnit(drive, value, mDevice);
-        if (IsGpuNode(drive.path)) bearing.khz /= kHzPerKhz;
+        bearing.khz = ToNodeUnit(drive, value, mDevice) / mTracks[bearing.track].perKhz;
         return bearing;
     }
     return std::nullopt;

@@ -15,6 +15,7 @@
 
 #include "lab/book/book.h"
 #include "lab/hal/opcode_drives.h"
+#include "lab/names/frequency_ranges.h"
 #include "lab/phone/device_profile.h"
 #include "lab/phone/events.h"
 
@@ -112,12 +113,7 @@ class History {
     };
     // The frequency of a CPU cluster, the GPU or a bus' monitor. `current` is empty when nobody
     // told it.
-    struct Track {
-        std::string name;   // "big", "gpu", "ddr bwmon"
-        std::string label;  // "big, CPUs 4-6"
-        bool isBus = false;
-        int64_t lowKhz = 0;
-        int64_t highKhz = 0;
+    struct Track : FrequencyRange {
         std::vector<Point> floor;
         std::vector<Point> ceiling;
         std::vector<Point> current;
@@ -193,8 +189,6 @@ class History {
 
     void AddLine(int priority, std::string tag, std::string text);
     std::string_view Kept(std::string text);
-    void AddTrack(Track track, const std::vector<std::string>& folders, const char* const names[3]);
-    void AddGpu();
     const std::vector<Drive>& Drives(int opcode) const;
     void AddHolding(const BookedLock& booked);
     void EndBreakthrough();

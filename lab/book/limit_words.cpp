@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/ids.h"
+
 namespace lab {
 
 bool IsRememberedWord(int tag, int requester, int value, bool isUntimedGroup) {
-    if (!IsLimitClient(requester)) return IsFloorLimit(tag) || value > 0;
+    if (!tarquel::IsClient(requester)) return IsFloorLimit(tag) || value > 0;
     if (!IsWeighedTag(tag)) return false;
-    return requester != kCameraClient || isUntimedGroup;
+    return requester != tarquel::kClientCamera || isUntimedGroup;
 }
 
 void AddLimitWord(std::vector<LimitWord>& words, const LimitWord& word) {

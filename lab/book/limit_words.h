@@ -8,15 +8,6 @@
 
 namespace lab {
 
-// The clients that ask for limits. Any other requester is a long scene, by its command's id.
-inline constexpr int kPowerClient = 1;
-inline constexpr int kThermalClient = 2;
-inline constexpr int kEapaClient = 3;
-inline constexpr int kCameraClient = 4;
-constexpr bool IsLimitClient(int requester) {
-    return requester >= kPowerClient && requester <= kCameraClient;
-}
-
 constexpr bool IsFloorLimit(int tag) {
     return tag == 0 || tag == 3 || tag == 6 || tag == 9;
 }
@@ -34,7 +25,7 @@ constexpr bool IsWeighedTag(int tag) {
 
 // What a requester says about a tag.
 struct LimitWord {
-    int requester = 0;
+    int requester = 0;          // a client's id; any other is a long scene's command
     int value = 0;              // 0: it asks for no limit, or no longer
     uint64_t order = 0;         // a later word has a higher one
     bool isRemembered = false;  // as IsRememberedWord says

@@ -79,19 +79,6 @@ bool HasPart(std::string_view name, const Parts& parts) {
 
 }  // namespace
 
-std::optional<int> LiftedOpcode(int opcode) {
-    switch (opcode) {
-        case 0x40810000:
-            return 0x40804100;
-        case 0x40814000:
-            return 0x40804000;
-        case 0x40818000:
-            return 0x40804200;
-        default:
-            return std::nullopt;
-    }
-}
-
 Resource ResourceOf(int opcode, Layout layout) {
     for (const tarquel::OpcodeName& row : tarquel::kOpcodeNames) {
         // With "middle" and "big" both in the table, devices call that cluster "big".

@@ -18,10 +18,6 @@ struct Resource {
 // The resource behind `opcode`: the vocabulary's name first, else the tag's.
 Resource ResourceOf(int opcode, Layout layout);
 
-// The opcode of the ceilings that a lock on `opcode` lifts for its time: a boost's scaling maximum
-// stands above the maxima of its cluster. Nothing for any other opcode.
-std::optional<int> LiftedOpcode(int opcode);
-
 // What the HAL made of a lock's value in the node's unit where the device has no such step: "the
 // device has no step of 1100 MHz: rounded up to 1113600 kHz". Empty where it has.
 std::string RoundingText(const Drive& drive, int value, int64_t nodeValue);
