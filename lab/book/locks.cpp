@@ -306,7 +306,7 @@ Book::Contest Book::ContestOf(int handle, int opcode, int value) const {
     }
     if (!own) return {};
     if (IsOverwritten(*own)) return {};
-    if (own->isInPlace) {
+    if (own->isInPlace && own->wins) {
         // It stands above the ceilings, of which the lowest is told.
         const PerfHal::Claim* ceiling = nullptr;
         for (const PerfHal::Claim& claim : claims) {
