@@ -87,6 +87,18 @@ std::string Text(const std::vector<History::Point>& points) {
     return text;
 }
 
+TEST(RunHistory, GivesALockFromBeforeTheCaptureToSomebodyUnnamed) {
+    LockAcquire earlier = Acquire(0, 0, {0x40800000, 1324}, 7);
+    earlier.isEarlier = true;
+    const History history = Observed({{At(1), earlier}}, At(9));
+    const std::string who = "a requester that the log does not name";
+    EXPECT_EQ(LanesOf(history, Layout::kThreeClusters).at(0).who, "other:" + who);
+    const Json trace = TraceOf(history);
+    EXPECT_TRUE(std::any_of(
+        trace["traceEvents"].begin(), trace["traceEvents"].end(),
+        [&](const Json& event) { return event["ph"] == "X" && event["args"]["holder"] == who; }));
+}
+
 TEST(RunHistory, GivesLocksToTheRequestThatTookOrRenewedThem) {
     const History history = Observed({{At(1), RequestBegin{"on a (1)", 3, "", "a"}},
                                       {At(1), Acquire(0, 500, {0x40800000, 1324}, 1)},

@@ -1,5 +1,7 @@
 #include "lab/book/history.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -99,7 +101,9 @@ void History::Take(const LockAcquire& acquire) {
 // The last holding at a moment is the one that counts.
 void History::AddHolding(const BookedLock& booked) {
     std::vector<Holding>& holdings = mLocks[booked.number].holdings;
-    const size_t request = booked.askedBy ? booked.askedBy->number - 1 : kNobody;
+    const size_t request = booked.askedBy             ? booked.askedBy->number - 1
+                           : booked.owner == kUnnamed ? kSomebody
+                                                      : kNobody;
     if (!holdings.empty() && holdings.back().since == mNow) holdings.pop_back();
     if (holdings.empty() || holdings.back().request != request) holdings.push_back({mNow, request});
 }
@@ -186,6 +190,7 @@ void History::Take(const RequestEnd& end) {
 
 std::string History::WhoOf(size_t request) const {
     if (request == kNobody) return "other:the plug-in";
+    if (request == kSomebody) return fmt::format("other:{}", kUnnamed);
     const Request& asked = mRequests[request];
     if (!asked.command.empty()) return "command:" + asked.command;
     return asked.client.empty() ? "other:" + asked.text : "client:" + asked.client;

@@ -25,6 +25,8 @@ class History {
   public:
     // "No request": what happened by itself, or before the first one.
     static constexpr size_t kNobody = static_cast<size_t>(-1);
+    // In place of a request: who holds a lock is not named by the log.
+    static constexpr size_t kSomebody = static_cast<size_t>(-2);
 
     struct Request {
         Time begin{};
@@ -46,7 +48,8 @@ class History {
     // Who a lock belongs to from `since` until the next holding or the lock's end.
     struct Holding {
         Time since{};
-        size_t request = kNobody;  // with which the holder asks for what the lock carries
+        size_t request =
+            kNobody;  // with which the holder asks for what the lock carries, or kSomebody
     };
     enum class LockEnd { kHeld, kReleased, kExpired };
     struct Lock {

@@ -22,7 +22,7 @@ constexpr int kAndroidWarning = 5;
 constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kNsPerMicrosecond = 1'000;
 
-// -1 for History::kNobody.
+// -1 for History::kNobody, -2 for kSomebody.
 int64_t IndexOrNone(size_t index) {
     return static_cast<int64_t>(index);
 }

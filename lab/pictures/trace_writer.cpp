@@ -186,7 +186,7 @@ class TraceWriter {
 
     // "limit by thermal: big_max <= 1651.2 MHz (line 21)"
     std::string RequestText(size_t request) const {
-        if (request == History::kNobody) return "";
+        if (request >= mHistory.Requests().size()) return "";
         const History::Request& asked = mHistory.Requests()[request];
         return asked.line ? fmt::format("{} (line {})", asked.text, asked.line) : asked.text;
     }
@@ -290,9 +290,9 @@ class TraceWriter {
             const Time since = std::max(lock.terms[i].since, span.since);
             const Time end = std::min(isLast ? lock.end : lock.terms[i + 1].since, span.end);
             if (end < since || (end == since && (!isLast || span.since < span.end))) continue;
-            const size_t cause = since == lock.terms[i].since
-                                     ? lock.terms[i].request
-                                     : History::HoldingAt(lock, since).request;
+            size_t cause = since == lock.terms[i].since ? lock.terms[i].request
+                                                        : History::HoldingAt(lock, since).request;
+            if (cause == History::kSomebody) cause = History::kNobody;
             mSlices.push_back({span.lock, i, since, end, lane, cause});
         }
     }

@@ -20,6 +20,7 @@ function countUpTo(times, t) {
 }
 
 const NOBODYS = "other:the plug-in";
+const SOMEBODYS = "other:a requester that the log does not name";
 
 // Who makes a request, as filters name it: "client:thermal", "command:touch", "other:the start".
 function whoOf(request) {
@@ -81,8 +82,8 @@ function readRun(packed) {
         // Who it belongs to, from when on.
         holdings: (holdings ?? [[terms[0][0], terms[0][3]]]).map(([since, request]) => ({
             since: seconds(since),
-            request,
-            who: request === NOBODY ? NOBODYS : run.requests[request].who,
+            request: Math.max(request, NOBODY),
+            who: request >= 0 ? run.requests[request].who : request === NOBODY ? NOBODYS : SOMEBODYS,
         })),
     }));
     run.lanes = packed.lanes.map(({name, who, spans}) => ({
