@@ -101,9 +101,10 @@ void History::Take(const LockAcquire& acquire) {
 // The last holding at a moment is the one that counts.
 void History::AddHolding(const BookedLock& booked) {
     std::vector<Holding>& holdings = mLocks[booked.number].holdings;
-    const size_t request = booked.askedBy             ? booked.askedBy->number - 1
-                           : booked.owner == kUnnamed ? kSomebody
-                                                      : kNobody;
+    // Who made the request need not be who asks for what came of it.
+    const size_t request = booked.owner == kUnnamed ? kSomebody
+                           : booked.askedBy         ? booked.askedBy->number - 1
+                                                    : kNobody;
     if (!holdings.empty() && holdings.back().since == mNow) holdings.pop_back();
     if (holdings.empty() || holdings.back().request != request) holdings.push_back({mNow, request});
 }
