@@ -15,7 +15,6 @@
 #include "lab/ask/why.h"
 #include "lab/names/text.h"
 #include "lab/pictures/pictures.h"
-#include "lab/pictures/report_data.h"
 #include "lab/program/run_result.h"
 #include "lab/server/inputs.h"
 #include "lab/server/library.h"
@@ -84,9 +83,6 @@ struct PlayedRun {
         Phone phone(device);
         Book book(device, scenes, phone.GetKernel());
         history.emplace(device, book);
-        for (const std::string& path : history->FrequencyNodes()) {
-            history->Start(path, phone.GetKernel().Value(path));
-        }
         int compared = 0;
         Library library("");
         Server server(phone, library, scenes);

@@ -15,7 +15,6 @@
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/output_file.h"
 #include "lab/pictures/pictures.h"
-#include "lab/pictures/report_data.h"
 #include "lab/program/progress.h"
 #include "lab/server/inputs.h"
 #include "lab/server/library.h"
@@ -230,9 +229,6 @@ struct Played {
     explicit Played(const std::string& steps)
         : book(Device(), scenes, phone.GetKernel()), history(Device(), book) {
         const YamlNode root = LoadYamlText("steps:\n" + steps, "my.yaml");
-        for (const std::string& path : history.FrequencyNodes()) {
-            history.Start(path, phone.GetKernel().Value(path));
-        }
         // At the end of a request the kernel and the model must agree.
         const auto observe = [&](const Event& event) {
             history.Observe(event);

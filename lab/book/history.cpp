@@ -13,35 +13,15 @@ History::History(const DeviceProfile& device, const Book& book) : mDevice(device
     constexpr std::pair<Series, const char*> kNodes[] = {{Series::kFloor, "min_freq"},
                                                          {Series::kCeiling, "max_freq"},
                                                          {Series::kCurrent, "cur_freq"}};
-    for (FrequencyRange& range : FrequencyRangesOf(device)) {
+    for (const FrequencyRange& range : FrequencyRangesOf(device)) {
+        const size_t number = mTracks.size();
+        mTracks.push_back({range, {{Time{}, range.lowKhz}}, {{Time{}, range.highKhz}}, {}});
         for (const auto& [series, node] : kNodes) {
-            for (const std::string& path : range.nodes)
-                mPlaces[path + node] = {mTracks.size(), series};
+            for (const std::string& path : range.nodes) mPlaces[path + node] = {number, series};
+            const std::string path = range.nodes.front() + node;
+            SetPoint(path, book.GetKernel().Value(path));
         }
-        Track& track = mTracks.emplace_back();
-        static_cast<FrequencyRange&>(track) = std::move(range);
-        track.floor.push_back({Time{}, track.lowKhz});
-        track.ceiling.push_back({Time{}, track.highKhz});
     }
-}
-
-std::vector<std::string> History::FrequencyNodes() const {
-    std::vector<std::string> nodes;
-    std::vector<std::pair<size_t, Series>> told;
-    for (const auto& [path, place] : mPlaces) {
-        const std::pair<size_t, Series> key = {place.track, place.series};
-        if (std::find(told.begin(), told.end(), key) != told.end()) continue;
-        told.push_back(key);
-        nodes.push_back(path);
-    }
-    return nodes;
-}
-
-void History::Start(const std::string& path, const std::string& value) {
-    const auto place = mPlaces.find(path);
-    if (place == mPlaces.end()) return;
-    SeriesAt(place->second).clear();
-    SetPoint(path, value);
 }
 
 void History::Observe(const Event& event) {

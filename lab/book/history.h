@@ -129,16 +129,9 @@ class History {
         int64_t khz = 0;
     };
 
-    // Floors and ceilings begin at the ends of the device's tables. Looks at `book` in Observe.
+    // Frequencies begin with what their nodes read now. Looks at `book` in Observe.
     History(const DeviceProfile& device, const Book& book);
     History(History&&) = default;
-
-    // What a node reads at the start, for frequency nodes that differ from their table's ends and
-    // for the current frequency; other nodes are ignored. Before the first event.
-    void Start(const std::string& path, const std::string& value);
-
-    // The frequency nodes, one path for each: what Start can be told.
-    std::vector<std::string> FrequencyNodes() const;
 
     // Takes the events in order, from the first one on, each when the book has observed it.
     void Observe(const Event& event);

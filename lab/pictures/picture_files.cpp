@@ -8,11 +8,7 @@ PictureFiles::PictureFiles(const std::string& trace, const std::string& report) 
 }
 
 void PictureFiles::Begin(const DeviceProfile& device, const Book& book) {
-    if (!mTrace && !mReport) return;
-    mHistory.emplace(device, book);
-    for (const std::string& path : mHistory->FrequencyNodes()) {
-        mHistory->Start(path, book.GetKernel().Value(path));
-    }
+    if (mTrace || mReport) mHistory.emplace(device, book);
 }
 
 void PictureFiles::Observe(const Event& event) {

@@ -17,7 +17,7 @@ class PictureFiles {
     // for a file that cannot be opened.
     PictureFiles(const std::string& trace, const std::string& report);
 
-    // Before the first event: what the frequency nodes read after boot.
+    // After boot, before the first event.
     void Begin(const DeviceProfile& device, const Book& book);
 
     // When the book has observed the event.

@@ -32,6 +32,12 @@ void WriteTrace(const History& history, const PictureHead& head, std::ostream& o
 // own files, which the lab brings along, cannot be read.
 void WriteReport(const History& history, const PictureHead& head, std::ostream& out);
 
+// Writes the run as the JSON that the report's page reads, small enough for a day: texts and lists
+// of pairs are told once and referred to by number, times are whole ticks, columns that only rise
+// are differences. lab/report/data.js reads it back. Never contains '<', so that it can stand in a
+// page.
+void WriteReportData(const History& history, const PictureHead& head, std::ostream& out);
+
 // How a lock's term is to end: "for 500 ms", "until released".
 std::string TermText(const History::Term& term);
 

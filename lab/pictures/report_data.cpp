@@ -1,5 +1,3 @@
-#include "lab/pictures/report_data.h"
-
 #include <algorithm>
 #include <map>
 #include <unordered_map>
@@ -8,6 +6,7 @@
 #include "lab/names/usual_lines.h"
 #include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
+#include "lab/pictures/pictures.h"
 #include "lab/server/timeline.h"
 
 namespace lab {

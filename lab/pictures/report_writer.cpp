@@ -5,7 +5,6 @@
 
 #include "lab/phone/device_profile.h"
 #include "lab/pictures/pictures.h"
-#include "lab/pictures/report_data.h"
 
 namespace lab {
 namespace {

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "lab/names/node_names.h"
+#include "lab/names/text.h"
 #include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/pictures.h"
@@ -407,6 +408,18 @@ class TraceWriter {
 };
 
 }  // namespace
+
+std::string TermText(const History::Term& term) {
+    return term.until ? fmt::format("for {} ms", WholeMs(*term.until - term.since))
+                      : "until released";
+}
+
+std::string LockEndText(const History::Lock& lock) {
+    if (lock.how == History::LockEnd::kHeld) return "held at the end of the run";
+    return fmt::format("{} after {} ms",
+                       lock.how == History::LockEnd::kExpired ? "expired" : "released",
+                       WholeMs(lock.end - lock.Since()));
+}
 
 void WriteTrace(const History& history, const PictureHead& head, std::ostream& out) {
     TraceWriter(history, head, out).Write();
