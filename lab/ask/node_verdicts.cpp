@@ -45,8 +45,8 @@ class Weigher {
         for (const Ask& ask : mAsks) holders.push_back(WeighAsk(ask));
         AddPluginLocks(boot, holders);
         AddWrite(boot, holders);
-        std::stable_sort(holders.begin(), holders.end(),
-                         [](const Holder& a, const Holder& b) { return a.wins > b.wins; });
+        std::stable_partition(holders.begin(), holders.end(),
+                              [](const Holder& holder) { return holder.wins; });
         return holders;
     }
 

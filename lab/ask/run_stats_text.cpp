@@ -5,6 +5,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <unordered_map>
 
 #include "lab/ask/ask_text.h"
 #include "lab/ask/run_stats.h"
@@ -102,15 +103,22 @@ void PrintRequesters(std::ostream& out, const Runs& runs, const Paint& paint) {
     std::vector<std::string> headings = {"who"};
     AddHeadings({"asked", "held", "counted", "lost to"}, runs.size(), headings);
     Table table(headings);
+    using Who = RunStats::Requester;
+    // There may be tens of thousands.
+    std::unordered_map<std::string, std::vector<const Who*>> ofRuns;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        for (const Who& who : runs[i].requesters) {
+            ofRuns.try_emplace(who.name, runs.size()).first->second[i] = &who;
+        }
+    }
     for (const std::string& name : NamesOf(runs, &RunStats::requesters)) {
         std::vector<std::string> cells = {name};
         const auto addGroup = [&](const char* none, const auto& textOf) {
-            for (const RunStats& run : runs) {
-                const RunStats::Requester* who = FindNamed(run.requesters, name);
-                cells.push_back(who ? textOf(*who, run.at) : none);
+            for (size_t i = 0; i < runs.size(); ++i) {
+                const Who* who = ofRuns[name][i];
+                cells.push_back(who ? textOf(*who, runs[i].at) : none);
             }
         };
-        using Who = RunStats::Requester;
         addGroup("-", [](const Who& who, Time) { return std::to_string(who.asked); });
         addGroup("-", [](const Who& who, Time length) { return ShareText(who.held, length); });
         addGroup("-", [](const Who& who, Time length) { return ShareText(who.won, length); });
