@@ -66,9 +66,7 @@ class DataWriter {
         WriteRequests();
         WriteLocks();
         WriteLanes();
-        WriteRefusals();
-        WriteBreakthroughs();
-        WriteControls();
+        WriteOccasions();
         WriteWrites();
         WriteLines();
         // Filled by what stands above.
@@ -216,24 +214,18 @@ class DataWriter {
         mJson.Close(']');
     }
 
-    void WriteRefusals() {
+    void WriteOccasions() {
         OpenList("refusals");
         for (const History::Refusal& refusal : mHistory.Refusals()) {
             mJson.Row(Ticks(refusal.at), refusal.returned, mLists(refusal.list),
                       IndexOrNone(refusal.request));
         }
         mJson.Close(']');
-    }
-
-    void WriteBreakthroughs() {
         OpenList("breakthroughs");
         for (const History::Breakthrough& row : mHistory.Breakthroughs()) {
             mJson.Row(Ticks(row.since), Ticks(row.end), row.ms, IndexOrNone(row.request));
         }
         mJson.Close(']');
-    }
-
-    void WriteControls() {
         OpenList("controls");
         for (const History::Control& control : mHistory.Controls()) {
             const ControlState& state = control.state;

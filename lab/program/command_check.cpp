@@ -8,7 +8,7 @@
 #include "lab/check/scene_check.h"
 #include "lab/names/table.h"
 #include "lab/names/text.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/program/input_files.h"
 #include "lab/yaml/yaml_tree.h"
 

@@ -10,7 +10,7 @@
 #include "lab/ask/run_comparison.h"
 #include "lab/ask/scene_comparison.h"
 #include "lab/logcat/log_session.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/server/inputs.h"
 #include "lab/yaml/input_text.h"
 #include "lab/yaml/yaml_tree.h"

@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "lab/ask/scene_explanation.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/server/inputs.h"
 
 namespace lab {

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "lab/ask/tag_survey.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/scenes/scene_problems.h"
 
 namespace lab {

@@ -13,7 +13,7 @@
 #include "lab/pictures/output_file.h"
 #include "lab/profile/dump_script.h"
 #include "lab/profile/profile_maker.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/scenes/scene_problems.h"
 #include "lab/yaml/yaml_tree.h"
 

@@ -9,7 +9,7 @@
 #include "lab/names/paint.h"
 #include "lab/pictures/file_roles.h"
 #include "lab/pictures/output_file.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/program/input_files.h"
 #include "lab/server/inputs.h"
 #include "lab/server/scenario_writer.h"

@@ -13,7 +13,7 @@
 #include "lab/names/node_names.h"
 #include "lab/names/text.h"
 #include "lab/pictures/picture_files.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 #include "lab/program/coverage.h"
 #include "lab/program/input_files.h"
 #include "lab/program/junit.h"

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "lab/ask/vocabulary_list.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 
 namespace lab {
 namespace {

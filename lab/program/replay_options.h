@@ -2,7 +2,7 @@
 #pragma once
 
 #include "lab/ask/replay.h"
-#include "lab/program/command.h"
+#include "lab/program/commands.h"
 
 namespace lab {
 
