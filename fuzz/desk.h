@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/lock_book.h"
+#include "fuzz/call_rules.h"
 #include "fuzz/requests.h"
 #include "lab/book/book.h"
 #include "lab/phone/phone.h"

@@ -79,7 +79,7 @@ class Soak {
           mOptions(options),
           mDesk(phase.device, PhoneOptions(phase)),
           mMaker(mDesk.Device(), mDesk.Scenes(), MakerOptions(phase)),
-          mBook(mDesk.Device()) {
+          mCalls(mDesk.Device()) {
         mDesk.SetConcurrent(true);
         if (phase.realtime) ShortenCommands();
     }
@@ -102,7 +102,7 @@ class Soak {
         }
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         Judge();
-        const Counts& totals = mBook.Totals();
+        const Counts& totals = mCalls.Totals();
         std::cout << fmt::format(
             "{} on the {} clock: {} requests in {:.1f} s, {:.0f} requests/s\n"
             "  locks        {} taken, {} renewed, {} released, {} expired, {} refused\n"
@@ -175,17 +175,17 @@ class Soak {
         for (const Deed& deed : mDesk.Endings()) Make(deed);
         Pass(allRunsOutMs);
         ReadEvents();
-        for (const int handle : std::set<int>(mBook.Lost())) {
+        for (const int handle : std::set<int>(mCalls.Lost())) {
             mDesk.GetPhone().Hal().Release(handle);
         }
         ReadEvents();
         mDesk.Forget();
-        for (const std::string& finding : mBook.Findings()) Add(finding);
+        for (const std::string& finding : mCalls.Findings()) Add(finding);
         for (const std::string& finding : mDesk.Leftovers()) Add(finding);
     }
 
     void ReadEvents() {
-        for (const lab::Event& event : mDesk.GetPhone().Events().Events()) mBook.Observe(event);
+        for (const lab::Event& event : mDesk.GetPhone().Events().Events()) mCalls.Observe(event);
         mDesk.GetPhone().Events().Clear();
     }
 
@@ -216,7 +216,7 @@ class Soak {
     const Options mOptions;
     Desk mDesk;
     RequestMaker mMaker;
-    LockBook mBook;
+    CallRules mCalls;
     uint64_t mRound = 0;
     int64_t mHeapWarm = 0;
     int64_t mResidentWarm = 0;

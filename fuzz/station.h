@@ -40,7 +40,7 @@ class Station {
 
     Desk mDesk;
     RequestMaker mMaker;
-    LockBook mCalls;
+    CallRules mCalls;
     const lab::Book mAtBoot;
     std::unique_ptr<lab::Book> mBook;
     std::unordered_map<std::string, std::string> mBootStates;  // of every node

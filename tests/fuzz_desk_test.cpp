@@ -32,19 +32,19 @@ void PrintTo(const BrokenRule& rule, std::ostream* out) {
     *out << rule.name;
 }
 
-class LockBookRule : public testing::TestWithParam<BrokenRule> {};
+class CallRule : public testing::TestWithParam<BrokenRule> {};
 
-TEST_P(LockBookRule, IsToldWhenItIsBroken) {
-    LockBook book(lab::LoadDeviceProfile("sm8450"));
-    for (const lab::What& what : GetParam().events) book.Observe({{}, what});
-    const std::string findings = book.Findings().empty() ? "" : book.Findings().front();
+TEST_P(CallRule, IsToldWhenItIsBroken) {
+    CallRules calls(lab::LoadDeviceProfile("sm8450"));
+    for (const lab::What& what : GetParam().events) calls.Observe({{}, what});
+    const std::string findings = calls.Findings().empty() ? "" : calls.Findings().front();
     EXPECT_EQ(findings, GetParam().finding);
 }
 
 const LockAcquire kTaken{0, 5, {1, 2}, 7};
 
 INSTANTIATE_TEST_SUITE_P(
-    Rules, LockBookRule,
+    Rules, CallRule,
     testing::Values(
         BrokenRule{"None", {kTaken, LockAcquire{7, 5, {1, 2}, 7}, LockRelease{7, 0, true}}, ""},
         BrokenRule{"ExpiredOnce", {kTaken, LockExpire{7}, LockRelease{7, -1, false}}, ""},
@@ -69,15 +69,15 @@ INSTANTIATE_TEST_SUITE_P(
                    ""}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(LockBook, KnowsTheLocksThatTheHalsRefusalLost) {
-    LockBook book(lab::LoadDeviceProfile("sm8450"));
+TEST(CallRules, KnowsTheLocksThatTheHalsRefusalLost) {
+    CallRules calls(lab::LoadDeviceProfile("sm8450"));
     for (const lab::What& what : {lab::What(kTaken), lab::What(LockAcquire{7, 5, {1, 2}, -1})}) {
-        book.Observe({{}, what});
+        calls.Observe({{}, what});
     }
-    EXPECT_EQ(book.Lost(), std::set<int>{7});
-    EXPECT_EQ(book.Totals().refused, 1U);
-    book.Observe({{}, LockExpire{7}});
-    EXPECT_TRUE(book.Lost().empty());
+    EXPECT_EQ(calls.Lost(), std::set<int>{7});
+    EXPECT_EQ(calls.Totals().refused, 1U);
+    calls.Observe({{}, LockExpire{7}});
+    EXPECT_TRUE(calls.Lost().empty());
 }
 
 TEST(RequestMaker, GivesTheSameRequestsForTheSameSeed) {

@@ -8,6 +8,7 @@
 #include "lab/scenes/scene_meaning.h"
 
 namespace lab {
+
 std::map<std::string, std::string> ReadProperties(const YamlNode& node) {
     if (node.kind != YamlNode::Kind::kMap) {
         node.Fail("expected a map from property to value, such as {ro.logsystem.usertype: \"3\"}");

@@ -1,4 +1,4 @@
-#include "fuzz/lock_book.h"
+#include "fuzz/call_rules.h"
 
 #include <fmt/format.h>
 
@@ -11,13 +11,13 @@ namespace {
 // A group may hold every tag that a request can name.
 constexpr size_t kMostListInts = 2 * 1024;
 
-// Room for as many handles as a soak gives, so that the book itself takes no more memory on the
+// Room for as many handles as a soak gives, so that the rules themselves take no more memory on the
 // way.
 constexpr size_t kMostHandles = size_t{8} << 20;
 
 }  // namespace
 
-LockBook::LockBook(const lab::DeviceProfile& device) {
+CallRules::CallRules(const lab::DeviceProfile& device) {
     mStates.reserve(kMostHandles);
     for (int tag = 0; tag <= lab::kHighestTag; ++tag) {
         for (std::string& path : lab::TagNodes(tag, device)) mKnownNodes.insert(std::move(path));
@@ -25,7 +25,7 @@ LockBook::LockBook(const lab::DeviceProfile& device) {
     for (const tarquel::InterPath& row : tarquel::kInterPaths) mKnownNodes.insert(row.path);
 }
 
-void LockBook::Begin() {
+void CallRules::Begin() {
     mStates.clear();
     mFirstHandle = 0;
     mLost.clear();
@@ -33,7 +33,7 @@ void LockBook::Begin() {
 }
 
 // The HAL counts its handles up.
-LockBook::State& LockBook::StateOf(int handle) {
+CallRules::State& CallRules::StateOf(int handle) {
     static State none;
     none = State::kNone;
     if (handle < 1 || (mFirstHandle != 0 && handle < mFirstHandle)) return none;
@@ -43,7 +43,7 @@ LockBook::State& LockBook::StateOf(int handle) {
     return mStates[index];
 }
 
-void LockBook::Observe(const lab::Event& event) {
+void CallRules::Observe(const lab::Event& event) {
     if (const auto* acquire = std::get_if<lab::LockAcquire>(&event.what)) {
         OnAcquire(*acquire);
     } else if (const auto* release = std::get_if<lab::LockRelease>(&event.what)) {
@@ -62,7 +62,7 @@ void LockBook::Observe(const lab::Event& event) {
     }
 }
 
-void LockBook::OnAcquire(const lab::LockAcquire& call) {
+void CallRules::OnAcquire(const lab::LockAcquire& call) {
     if (call.list.empty() || call.list.size() % 2 != 0 || call.list.size() > kMostListInts) {
         mFindings.push_back(fmt::format("a lock with a list of {} ints", call.list.size()));
     }
@@ -86,7 +86,7 @@ void LockBook::OnAcquire(const lab::LockAcquire& call) {
     StateOf(call.returned) = State::kHeld;
 }
 
-void LockBook::OnRelease(const lab::LockRelease& call) {
+void CallRules::OnRelease(const lab::LockRelease& call) {
     ++mTotals.released;
     mLost.erase(call.handle);
     State& state = StateOf(call.handle);

@@ -28,9 +28,9 @@ struct Counts {
 //   only a handle that the HAL gave is renewed or released, and none twice; one that has run out
 //   meanwhile may be released once, since nobody tells the plug-in
 //   no node is written but those of the tags and of the interactive governor
-class LockBook {
+class CallRules {
   public:
-    explicit LockBook(const lab::DeviceProfile& device);
+    explicit CallRules(const lab::DeviceProfile& device);
 
     void Observe(const lab::Event& event);
 
