@@ -10,7 +10,6 @@
 #include "lab/names/node_names.h"
 #include "lab/names/resource_names.h"
 #include "lab/names/text.h"
-#include "lab/names/usual_lines.h"
 #include "lab/phone/phone.h"
 #include "lab/scenes/scene_problems.h"
 #include "lab/server/library.h"

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "lab/names/text.h"
+
 namespace lab {
 namespace {
 
@@ -38,11 +40,8 @@ void Table::Print(std::ostream& out, const std::string& indent, const Paint& pai
 void Table::PrintMarkdown(std::ostream& out) const {
     const auto line = [&out](const std::vector<std::string>& cells) {
         out << "|";
-        for (std::string cell : cells) {
-            for (size_t at = cell.find('|'); at != cell.npos; at = cell.find('|', at + 2)) {
-                cell.insert(at, "\\");
-            }
-            out << (cell.empty() ? " " : " " + cell + " ") << "|";
+        for (const std::string& cell : cells) {
+            out << (cell.empty() ? " " : " " + ReplacedAll(cell, "|", "\\|") + " ") << "|";
         }
         out << "\n";
     };

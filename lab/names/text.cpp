@@ -100,6 +100,13 @@ std::string Join(const std::vector<std::string>& words) {
     return text;
 }
 
+std::string ReplacedAll(std::string text, const std::string& what, const std::string& with) {
+    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size()) {
+        text.replace(at, what.size(), with);
+    }
+    return text;
+}
+
 std::string Shortened(const std::string& text) {
     constexpr size_t kMostShown = 40;
     return text.size() > kMostShown ? text.substr(0, kMostShown) + "..." : text;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lab {
@@ -25,6 +26,9 @@ std::string WithoutNewline(std::string text);
 // "a, b, c".
 std::string Join(const std::vector<std::string>& words);
 
+// `text` with `with` in place of every `what`.
+std::string ReplacedAll(std::string text, const std::string& what, const std::string& with);
+
 // The beginning of what may be too long to be quoted in a message.
 std::string Shortened(const std::string& text);
 
@@ -33,6 +37,13 @@ std::string Counted(size_t count, const std::string& noun);
 
 // An opcode as reports write it, "0x40800000".
 std::string Hex(int opcode);
+
+// True for a line of the plug-in's log that is an error by priority and no sign of a fault: "tag N
+// is not registerd! ...", which every tag says that holds no lock before it gets one: at its first
+// limit, and at each one after its limit was lifted.
+inline bool IsUsualLine(std::string_view line) {
+    return line.find("is not registerd!") != std::string_view::npos;
+}
 
 // True for 0 to 9, whatever the locale.
 inline bool IsDigit(char letter) {

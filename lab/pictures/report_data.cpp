@@ -3,7 +3,7 @@
 #include <unordered_map>
 
 #include "lab/names/node_names.h"
-#include "lab/names/usual_lines.h"
+#include "lab/names/text.h"
 #include "lab/pictures/json_stream.h"
 #include "lab/pictures/lanes.h"
 #include "lab/pictures/pictures.h"

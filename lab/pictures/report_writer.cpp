@@ -3,6 +3,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "lab/names/text.h"
 #include "lab/phone/device_profile.h"
 #include "lab/pictures/pictures.h"
 
@@ -28,23 +29,6 @@ std::string ReadFile(const std::filesystem::path& file) {
     return text.str();
 }
 
-std::string EscapeHtml(const std::string& text) {
-    std::string escaped;
-    for (const char letter : text) {
-        switch (letter) {
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '&':
-                escaped += "&amp;";
-                break;
-            default:
-                escaped += letter;
-        }
-    }
-    return escaped;
-}
-
 }  // namespace
 
 // page.html names what stands where: {{title}}, {{data}}, or {{FILE}} for a file of the folder.
@@ -58,7 +42,8 @@ void WriteReport(const History& history, const PictureHead& head, std::ostream& 
         out.write(page.data() + next, static_cast<std::streamsize>(open - next));
         const std::string name = page.substr(open + 2, close - open - 2);
         if (name == "title") {
-            out << EscapeHtml(head.title + ", " + head.device);
+            const std::string title = ReplacedAll(head.title + ", " + head.device, "&", "&amp;");
+            out << ReplacedAll(title, "<", "&lt;");
         } else if (name == "data") {
             WriteReportData(history, head, out);
         } else {

@@ -74,13 +74,6 @@ std::vector<CommandPage> PagesOf(const CLI::App& app) {
     return pages;
 }
 
-std::string ReplacedAll(std::string text, const std::string& what, const std::string& with) {
-    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size()) {
-        text.replace(at, what.size(), with);
-    }
-    return text;
-}
-
 // A line of a manual page: what roff would take for its own is taken from it.
 std::string Roff(const std::string& text) {
     std::string line = ReplacedAll(ReplacedAll(text, "\\", "\\e"), "-", "\\-");

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <utility>
 
 #include "lab/names/text.h"
@@ -13,20 +12,14 @@ namespace lab {
 namespace {
 
 // Text between tags or quotation marks: what XML cannot hold is replaced.
-std::string XmlText(const std::string& text) {
-    constexpr std::pair<char, const char*> kEntities[] = {
-        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\n', "&#10;"}};
-    std::string quoted;
-    for (const char letter : text) {
-        const auto entity = std::find_if(std::begin(kEntities), std::end(kEntities),
-                                         [letter](const auto& row) { return row.first == letter; });
-        if (entity != std::end(kEntities)) {
-            quoted += entity->second;
-        } else {
-            quoted += static_cast<unsigned char>(letter) < ' ' ? '?' : letter;
-        }
-    }
-    return quoted;
+std::string XmlText(std::string text) {
+    constexpr std::pair<const char*, const char*> kEntities[] = {
+        {"&", "&amp;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"}, {"\n", "&#10;"}};
+    for (const auto& [what, entity] : kEntities) text = ReplacedAll(std::move(text), what, entity);
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char letter) { return static_cast<unsigned char>(letter) < ' '; }, '?');
+    return text;
 }
 
 }  // namespace

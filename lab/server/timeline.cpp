@@ -9,7 +9,6 @@
 #include "lab/names/node_names.h"
 #include "lab/names/tag_names.h"
 #include "lab/names/text.h"
-#include "lab/names/usual_lines.h"
 
 namespace lab {
 namespace {
