@@ -310,7 +310,7 @@ class Weigher {
                 holder.ask.by = By::kWrite;  // without a value
                 holder.verdict = "what it asks for is not in the capture";
             }
-            if (lock.askedBy) {
+            if (lock.askedBy && !isUnnamed) {
                 const bool isRefused = lock.askedBy->facts && lock.askedBy->facts->result != 0;
                 holder.notes.emplace_back(
                     isRefused

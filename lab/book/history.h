@@ -48,8 +48,7 @@ class History {
     // Who a lock belongs to from `since` until the next holding or the lock's end.
     struct Holding {
         Time since{};
-        size_t request =
-            kNobody;  // with which the holder asks for what the lock carries, or kSomebody
+        size_t request = kNobody;  // with which the holder asks for it; or kSomebody
     };
     enum class LockEnd { kHeld, kReleased, kExpired };
     struct Lock {
